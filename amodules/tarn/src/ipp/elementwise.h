@@ -1,0 +1,13 @@
+// Plane routines that other operation families use too.
+#pragma once
+
+#include "ipp/arguments.h"
+#include "kernels/copy.h"
+
+// The plane copies, by kind and channel form.
+extern const KernelTable<tarn::k::Copy> kCopy;
+
+// Copies a plane (typed, the fourth channel of form 5 kept; form 2 at half the width). Returns the kernel's status, or
+// kNoKernel for an unsupported cell.
+tarn::k::Status copy_plane(int kind, int form, const void* src, int32_t src_stride, void* dst, int32_t dst_stride,
+                           tarn::k::Size size);

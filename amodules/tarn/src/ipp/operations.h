@@ -1,0 +1,14 @@
+// The functions behind the operation table's slots, and what they all use.
+#pragma once
+
+#include "ipp/arguments.h"
+#include "kernels/runtime.h"
+#include "tarn.h"
+
+// Every implemented operation, by its slot name. Types of the arguments: tarn.h.
+int64_t op_init_once(const QuelCALL*, QuelERR*, KaSMEMSTG*);
+int64_t op_fini_once(const QuelCALL*, QuelERR*, KaSMEMSTG*);
+int64_t op_later(const QuelCALL*, QuelERR*, KaSMEMSTG*);
+int64_t op_copy(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* dst, const LumoMAT* src);
+int64_t op_scaleresize(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* dst, const LumoMAT* src, const LumoRECT* region,
+                       const uint32_t* value_range, uint32_t interpolation);

@@ -1,0 +1,29 @@
+// Every kernel at every level. A family: its cases' header and one line here.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdio>
+
+#include "cases/copy.h"
+#include "kernels/check.h"
+#include "kernels/runtime.h"
+
+using tarn::test::Check;
+
+TEST(kernels, copy) { tarn::cases::copy_cases(Check{}); }
+
+// Last: runs behind the families, in the order of this file.
+TEST(kernels_coverage, every_kernel_has_a_case) {
+    if (testing::GTEST_FLAG(filter) != "*") GTEST_SKIP() << "only some families were run";
+    const auto& checked = tarn::test::checked_kernels();
+    int seen = 0;
+    for (const std::string& name : tarn::test::all_kernels()) {
+        const bool has = std::find(checked.begin(), checked.end(), name) != checked.end();
+        EXPECT_TRUE(has) << name << " has no case";
+        seen += has;
+    }
+    const int levels = tarn::test::highest_level() + 1;
+    std::printf("%d kernels checked at %d levels\n", seen, levels);
+    for (int l = levels; l < tarn::k::kLevelCount; ++l)
+        std::printf("level %s skipped: this machine lacks it\n", tarn::k::kLevelNames[l]);
+}

@@ -1,0 +1,65 @@
+// The choice of the processor level, as a table, and the float state that float operations run in.
+#include "kernels/runtime.h"
+
+#include <gtest/gtest.h>
+
+#include <cfenv>
+
+using namespace tarn::k;
+
+TEST(level, follows_the_feature_mask) {
+    constexpr uint64_t b3 = 8, b4 = 16, b5 = 32, b6 = 64, b8 = 256, b9 = 512;
+    struct Row {
+        uint64_t mask;
+        bool wide;
+        int level, sublevel;
+    };
+    const Row rows[] = {
+        {0, false, 0, 0},
+        {0, true, 0, 0},
+        {b3, false, 1, 0},
+        {b4, false, 2, 0},
+        {b3 | b4, false, 2, 0},
+        {b3 | b4 | b5, false, 2, 1},
+        {b5, false, 0, 0},
+        {b3 | b5, false, 1, 0},
+        {b6, false, 3, 0},
+        {b3 | b4 | b5 | b6, true, 3, 0},
+        {b6 | b8, true, 3, 0},
+        {b6 | b9, true, 3, 0},
+        {b6 | b8 | b9, true, 4, 0},
+        {b6 | b8 | b9, false, 3, 0},
+        {b8 | b9, true, 4, 0},
+        {b4 | b5 | b8 | b9, false, 2, 1},
+        {~uint64_t(0), true, 4, 0},
+        {~uint64_t(0), false, 3, 0},
+    };
+    for (const Row& r : rows) {
+        const Level got = choose_level(r.mask, r.wide);
+        EXPECT_EQ(got.level, r.level) << std::hex << r.mask << " wide " << r.wide;
+        EXPECT_EQ(got.sublevel, r.sublevel) << std::hex << r.mask << " wide " << r.wide;
+    }
+}
+
+TEST(level, is_the_same_when_selected_twice) {
+    EXPECT_EQ(select_level(), kOk);
+    const int level = active_level, sublevel = active_sublevel;
+    EXPECT_EQ(select_level(), kOk);
+    EXPECT_EQ(active_level, level);
+    EXPECT_EQ(active_sublevel, sublevel);
+}
+
+TEST(float_state, is_set_and_put_back) {
+    volatile float one = 1.0f, three = 3.0f;
+    const float nearest = one / three;
+    std::fesetround(FE_DOWNWARD);
+    const float down = one / three;
+    const uint32_t saved = set_float_state();
+    const float inside = one / three;
+    restore_float_state(saved);
+    const float after = one / three;
+    std::fesetround(FE_TONEAREST);
+    EXPECT_EQ(inside, nearest);
+    EXPECT_EQ(after, down);
+    EXPECT_NE(nearest, down);
+}
