@@ -1,0 +1,93 @@
+// The bench's frame: rows of contenders measured interleaved in one run, and the tables that come out.
+//
+// A family is one source of this folder with a `Family` in it. Most rows are kernel cases (tests/cases) with peers added; each
+// stands beside a plain copy of the same bytes ("limit"). Rows of another kind (whole operations, networks) give their contenders
+// themselves.
+#pragma once
+
+#include <functional>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "cases/case.h"
+
+namespace tarn::bench {
+
+using cases::Case;
+using cases::Size;
+using cases::View;
+
+struct Contender {
+    std::string name;
+    std::function<void()> run;
+};
+
+struct Options {
+    std::string filter;   // only rows whose name contains this
+    std::string family;   // only this family
+    bool levels = false;  // every level a column
+    bool quick = false;   // 256 x 256 only, short
+    bool write = false;   // tables into docs/bench/<family>.md
+};
+
+// Seconds of one call of each contender: the least of many rounds, in each of which all take their turn.
+std::vector<double> interleaved(const std::vector<Contender>& contenders, const Options& options);
+
+class Bench {
+public:
+    Bench(std::string family, const Options& options) : family_(std::move(family)), options_(options) {}
+
+    // A peer for the case of this name, called on the case's planes. Name it before the case is visited.
+    void peer(const std::string& case_name, const std::string& peer, std::function<void(const View*, Size)> run) {
+        peers_[case_name].push_back({peer, std::move(run)});
+    }
+    // A kernel case at the sizes given (none: 256 x 256, 1920 x 1080, 4096 x 4096). Cases without peers are measured only
+    // when the filter names them.
+    void row(const Case& c, std::vector<Size> sizes = {});
+    // Any contenders; ours first. The table shows nanoseconds per `units` (pixels, samples, ...).
+    void row(const std::string& name, const std::string& size, double units, const std::vector<Contender>& contenders);
+
+    const Options& options() const { return options_; }
+    bool wants(const std::string& name) const { return name.find(options_.filter) != std::string::npos; }
+    // The table so far, as Markdown.
+    std::string table() const;
+    bool empty() const { return rows_.empty(); }
+
+private:
+    struct Line {
+        std::string name, size;
+        std::vector<std::pair<std::string, double>> columns;  // name, ns per unit
+    };
+    struct Peer {
+        std::string name;
+        std::function<void(const View*, Size)> run;
+    };
+    std::string family_;
+    const Options& options_;
+    std::map<std::string, std::vector<Peer>> peers_;
+    std::vector<Line> rows_;
+};
+
+// Passes every case of a family to a bench: copy_cases(Measure{bench}).
+struct Measure {
+    Bench& bench;
+    std::vector<Size> sizes = {};
+    void operator()(const Case& c) const { bench.row(c, sizes); }
+};
+
+// Registers a family: static Family copy{"copy", [](Bench& b) { ... }};
+struct Family {
+    Family(const char* name, void (*run)(Bench&));
+    const char* name;
+    void (*run)(Bench&);
+};
+
+// Reads all `in` streams and writes all `out` streams of the given byte counts, computing nothing: what memory allows.
+struct Stream {
+    uint8_t* data;
+    int64_t bytes;
+};
+void copy_streams(const std::vector<Stream>& in, const std::vector<Stream>& out);
+
+}  // namespace tarn::bench

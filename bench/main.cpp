@@ -1,0 +1,213 @@
+// ./dev bench: measures families and prints their tables.
+#include <CLI/CLI.hpp>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <memory>
+#include <random>
+
+#include <opencv2/core/utility.hpp>
+
+#include "bench.h"
+#include "kernels/runtime.h"
+
+namespace tarn::bench {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+double seconds(Clock::duration d) { return std::chrono::duration<double>(d).count(); }
+
+double time_calls(const std::function<void()>& run, int64_t calls) {
+    const auto start = Clock::now();
+    for (int64_t i = 0; i < calls; ++i) run();
+    return seconds(Clock::now() - start) / double(calls);
+}
+
+std::vector<Family*>& families() {
+    static std::vector<Family*> all;
+    return all;
+}
+
+// Memory of one plane. Starts are staggered, so that streams do not meet in the same cache sets.
+struct Buffer {
+    explicit Buffer(int64_t bytes, int index) {
+        memory = static_cast<uint8_t*>(std::aligned_alloc(4096, size_t((bytes + 3 * 4096 + index * 8256) / 4096 * 4096)));
+        data = memory + index * 1088;
+    }
+    ~Buffer() { std::free(memory); }
+    Buffer(const Buffer&) = delete;
+    Buffer& operator=(const Buffer&) = delete;
+    uint8_t *memory, *data;
+};
+
+void fill(uint8_t* data, int64_t bytes, cases::Type type) {
+    std::mt19937 rng(1);
+    if (type == cases::Type::f32)
+        for (int64_t i = 0; i < bytes / 4; ++i) reinterpret_cast<float*>(data)[i] = float(rng() % 256);
+    else
+        for (int64_t i = 0; i < bytes; ++i) data[i] = uint8_t(rng() >> 11);
+}
+
+std::string cpu_name() {
+    std::ifstream in("/proc/cpuinfo");
+    for (std::string line; std::getline(in, line);)
+        if (line.rfind("model name", 0) == 0) return line.substr(line.find(':') + 2);
+    return "unknown processor";
+}
+
+std::string today() {
+    const std::time_t now = std::time(nullptr);
+    char text[32];
+    std::strftime(text, sizeof text, "%Y-%m-%d", std::localtime(&now));
+    return text;
+}
+
+std::string number(double v) {
+    char text[32];
+    std::snprintf(text, sizeof text, v < 0.0995 ? "%.3f" : v < 9.95 ? "%.2f" : v < 99.5 ? "%.1f" : "%.0f", v);
+    return text;
+}
+
+}  // namespace
+
+Family::Family(const char* name, void (*run)(Bench&)) : name(name), run(run) { families().push_back(this); }
+
+std::vector<double> interleaved(const std::vector<Contender>& contenders, const Options& options) {
+    const double slice = options.quick ? 0.0005 : 0.002;
+    const int rounds = options.quick ? 7 : 21;
+    std::vector<int64_t> calls;
+    std::vector<double> best(contenders.size(), 1e9);
+    for (const Contender& c : contenders) {
+        const double once = time_calls(c.run, 1);
+        const double warm = once > slice ? once : time_calls(c.run, 3);
+        calls.push_back(std::max<int64_t>(1, int64_t(slice / std::max(warm, 1e-8))));
+    }
+    for (int r = 0; r < rounds; ++r)
+        for (size_t i = 0; i < contenders.size(); ++i) {
+            // Turns rotate, so that nobody always follows the same neighbour.
+            const size_t turn = (i + size_t(r)) % contenders.size();
+            best[turn] = std::min(best[turn], time_calls(contenders[turn].run, calls[turn]));
+        }
+    return best;
+}
+
+void Bench::row(const std::string& name, const std::string& size, double units, const std::vector<Contender>& contenders) {
+    if (!wants(name)) return;
+    if (rows_.empty()) std::cerr << family_ << ":";
+    std::cerr << " " << name << " " << size << std::flush;
+    const auto times = interleaved(contenders, options_);
+    Line line{name, size, {}};
+    for (size_t i = 0; i < contenders.size(); ++i) line.columns.push_back({contenders[i].name, times[i] * 1e9 / units});
+    rows_.push_back(line);
+}
+
+void Bench::row(const Case& c, std::vector<Size> sizes) {
+    if (!wants(c.name)) return;
+    const auto peers = peers_.find(c.name);
+    if (peers == peers_.end() && options_.filter.empty()) return;
+    if (sizes.empty()) sizes = {{256, 256}, {1920, 1080}, {4096, 4096}};
+    if (options_.quick) sizes.resize(1);
+    for (const Size n : sizes) {
+        std::vector<std::unique_ptr<Buffer>> buffers;
+        std::vector<View> views;
+        std::vector<Stream> in, out;
+        for (const cases::Plane& p : c.planes) {
+            const Size s = p.size(n);
+            const int64_t row_bytes = int64_t(s.width) * p.elements * cases::bytes_of(p.type), bytes = row_bytes * s.height;
+            buffers.push_back(std::make_unique<Buffer>(bytes, int(buffers.size())));
+            fill(buffers.back()->data, bytes, p.type);
+            views.push_back({buffers.back()->data, int32_t(row_bytes), s});
+            if (p.role != cases::Role::out) in.push_back({views.back().data, bytes});
+            // Results of a few bytes are no stream.
+            if (p.role != cases::Role::in && bytes > 4096) out.push_back({views.back().data, bytes});
+        }
+        std::vector<Contender> contenders;
+        const int highest = k::active_level;
+        contenders.push_back({"ours", [&] { c.run(views.data(), n); }});
+        contenders.push_back({"limit", [&] { copy_streams(in, out); }});
+        if (peers != peers_.end())
+            for (const Peer& p : peers->second) contenders.push_back({p.name, [&, run = &p.run] { (*run)(views.data(), n); }});
+        if (options_.levels)
+            for (int level = 0; level < highest; ++level)
+                contenders.push_back({k::kLevelNames[level], [&, level] {
+                                          k::active_level = level;
+                                          c.run(views.data(), n);
+                                          k::active_level = highest;
+                                      }});
+        row(c.name, std::to_string(n.width) + " x " + std::to_string(n.height), double(n.width) * n.height, contenders);
+    }
+}
+
+std::string Bench::table() const {
+    std::vector<std::string> names;
+    for (const Line& l : rows_)
+        for (const auto& [name, ns] : l.columns)
+            if (std::find(names.begin(), names.end(), name) == names.end()) names.push_back(name);
+    std::string text = "| row | size |", rule = "|---|---|";
+    for (const std::string& n : names) text += " " + n + " |", rule += "--:|";
+    for (const std::string& n : names)
+        if (n == "limit") text += " x limit |", rule += "--:|";
+        else if (n != "ours") text += " " + n + " / ours |", rule += "--:|";
+    text += "\n" + rule + "\n";
+    for (const Line& l : rows_) {
+        const auto find = [&](const std::string& n) {
+            for (const auto& [name, ns] : l.columns)
+                if (name == n) return ns;
+            return 0.0;
+        };
+        const double ours = find("ours");
+        text += "| " + l.name + " | " + l.size + " |";
+        for (const std::string& n : names) text += find(n) ? " " + number(find(n)) + " |" : " |";
+        for (const std::string& n : names)
+            if (n != "ours") text += !find(n) ? " |" : " " + number(n == "limit" ? ours / find(n) : find(n) / ours) + " |";
+        text += "\n";
+    }
+    return text;
+}
+
+}  // namespace tarn::bench
+
+int main(int argc, char** argv) {
+    using namespace tarn::bench;
+    Options options;
+    CLI::App app{"Measures kernels and operations beside their peers, interleaved in one run. Figures are nanoseconds per pixel, the "
+                 "least of many rounds; 'limit' reads and writes the same bytes and computes nothing."};
+    app.add_option("--filter", options.filter, "only rows whose name contains this text (also rows without a peer)");
+    app.add_option("--family", options.family, "only this family");
+    app.add_flag("--levels", options.levels, "each processor level a column");
+    app.add_flag("--quick", options.quick, "256 x 256 only, few rounds");
+    app.add_flag("--write", options.write, "write the tables to docs/bench/<family>.md");
+    CLI11_PARSE(app, argc, argv);
+
+    cv::setNumThreads(1);
+    tarn::k::select_level();
+    const std::string head = cpu_name() + ", one thread, level " + tarn::k::kLevelNames[tarn::k::active_level] + ", " + today();
+    bool any = false;
+    std::sort(families().begin(), families().end(), [](Family* a, Family* b) { return std::string(a->name) < b->name; });
+    for (Family* f : families()) {
+        if (!options.family.empty() && options.family != f->name) continue;
+        Bench bench(f->name, options);
+        f->run(bench);
+        if (bench.empty()) continue;
+        any = true;
+        std::cerr << "\n";
+        std::string text = "# Bench: " + std::string(f->name) + "\n\n" + head +
+                           ". Nanoseconds per unit (a pixel unless the row says otherwise), the least of interleaved rounds.\n\n" +
+                           bench.table();
+        std::cout << text << "\n";
+        if (options.write && options.filter.empty()) {
+            std::filesystem::create_directories("docs/bench");
+            std::ofstream("docs/bench/" + std::string(f->name) + ".md") << text;
+        }
+    }
+    if (!any) std::cerr << "bench: no row is named so\n";
+    return any ? 0 : 1;
+}

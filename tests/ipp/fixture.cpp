@@ -1,0 +1,81 @@
+#include "ipp/fixture.h"
+
+namespace tarn::test {
+
+namespace {
+constexpr int kAround = 64;  // bytes before the first and behind the last row
+}
+
+QuelHOST* host() {
+    static QuelHOST* loaded = [] {
+        QuelERR err = {};
+        QuelHOST* h = QuelHOSTopen(&err);
+        if (!h || QuelHOSTload(h, TARN_MODULE_FILE, &err) != 0) {
+            ADD_FAILURE() << "the module can't be loaded: " << err.last.text;
+            abort();
+        }
+        return h;
+    }();
+    return loaded;
+}
+
+QuelOP find(const char* name) {
+    QuelERR err = {};
+    QuelOP op = {};
+    if (QuelHOSTfind(host(), name, &op, &err) != 0) {
+        ADD_FAILURE() << err.last.text;
+        abort();
+    }
+    return op;
+}
+
+Array::Array(LumoELEMTYPE type, int width, int height, int padding, bool upwards)
+    : channels(int(type >> 12 & 15)), element_bytes(int(LumoELEMTYPEsizeof(type))) {
+    const int pitch = width * channels * element_bytes + padding;
+    memory.assign(size_t(pitch) * size_t(height > 0 ? height : 0) + 2 * kAround, 0xa5);
+    mat.elemtype = type;
+    mat.width = width;
+    mat.height = height;
+    mat.stride = upwards ? -pitch : pitch;
+    mat.data = memory.data() + kAround + (upwards ? int64_t(pitch) * (height - 1) : 0);
+}
+
+void Array::fill(unsigned seed) {
+    std::mt19937 rng(seed);
+    const bool floats = (mat.elemtype >> 8 & 15) == LUMO_KIND_F32;
+    for (int y = 0; y < mat.height; ++y)
+        for (int i = 0; i < mat.width * channels * element_bytes; ++i)
+            if (!floats) row<uint8_t>(y)[i] = uint8_t(rng() >> 13);
+            else if (i % 4 == 0) row<float>(y)[i / 4] = float(rng() % 2000001) / 1000 - 1000;
+}
+
+bool Array::intact() const {
+    std::vector<bool> pixel(memory.size(), false);
+    for (int y = 0; y < mat.height; ++y) {
+        const size_t at = size_t(row<uint8_t>(y) - memory.data());
+        for (int i = 0; i < mat.width * channels * element_bytes; ++i) pixel[at + size_t(i)] = true;
+    }
+    for (size_t i = 0; i < memory.size(); ++i)
+        if (!pixel[i] && memory[i] != 0xa5) return false;
+    return true;
+}
+
+std::vector<uint8_t> Array::pixels() const {
+    std::vector<uint8_t> all;
+    for (int y = 0; y < mat.height; ++y)
+        all.insert(all.end(), row<uint8_t>(y), row<uint8_t>(y) + mat.width * channels * element_bytes);
+    return all;
+}
+
+bool Array::same_pixels(const Array& other) const { return pixels() == other.pixels(); }
+
+void expect_error(int64_t result, const QuelERR& err, uint32_t code, uint32_t cls, const std::string& text) {
+    EXPECT_EQ(result, -1);
+    EXPECT_EQ(err.count, 1u);
+    EXPECT_EQ(err.last.code, code);
+    EXPECT_EQ(err.last.cls, cls);
+    EXPECT_EQ(err.last.iface, 0x05e7u);
+    EXPECT_NE(std::string(err.last.text).find(text), std::string::npos) << err.last.text;
+}
+
+}  // namespace tarn::test

@@ -1,0 +1,94 @@
+// Operations as a user calls them: the module loaded by the reference host, arrays with guarded padding.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "quel/host.h"
+#include "tarn.h"
+
+namespace tarn::test {
+
+// The host with the module loaded; one for the process.
+QuelHOST* host();
+
+// An operation by name, ready to be called.
+QuelOP find(const char* name);
+
+// Calls an operation: call<TarnCopy>("copy", err, storage, &dst, &src).
+template <class Fn, class... Args>
+int64_t call(const char* name, QuelERR* err, KaSMEMSTG* storage, Args... args) {
+    QuelOP op = find(name);
+    return reinterpret_cast<Fn>(op.entry)(&op.call, err, storage, args...);
+}
+
+// An array with its memory: `padding` bytes behind each row, optionally upwards (negative stride). Padding and surroundings
+// hold 0xa5 and are checked by intact().
+struct Array {
+    Array(LumoELEMTYPE type, int width, int height, int padding = 0, bool upwards = false);
+    LumoMAT* operator&() { return &mat; }
+    template <class T>
+    T* row(int y) const {
+        return reinterpret_cast<T*>(static_cast<uint8_t*>(mat.data) + int64_t(y) * mat.stride);
+    }
+    template <class T>
+    T& at(int x, int y, int c = 0) const {
+        return row<T>(y)[x * channels + c];
+    }
+    // Random bytes (floats: -1000..1000) from a seed.
+    void fill(unsigned seed);
+    // Every element to one value.
+    template <class T>
+    void set(T value) {
+        for (int y = 0; y < mat.height; ++y)
+            for (int x = 0; x < mat.width * channels; ++x) row<T>(y)[x] = value;
+    }
+    // True when nothing outside of the pixels was written.
+    bool intact() const;
+    // True when both have the same pixels, bit for bit.
+    bool same_pixels(const Array& other) const;
+    // The pixels, packed.
+    std::vector<uint8_t> pixels() const;
+
+    LumoMAT mat = {};
+    int channels, element_bytes;
+    std::vector<uint8_t> memory;
+};
+
+inline LumoELEMTYPE u8(int channels) { return LUMO_U8 | LUMO_CHANNELS(channels); }
+inline LumoELEMTYPE s16(int channels) { return LUMO_S16 | LUMO_CHANNELS(channels); }
+inline LumoELEMTYPE s32(int channels) { return LUMO_S32 | LUMO_CHANNELS(channels); }
+inline LumoELEMTYPE u32(int channels) { return LUMO_U32 | LUMO_CHANNELS(channels); }
+inline LumoELEMTYPE f32(int channels) { return LUMO_F32 | LUMO_CHANNELS(channels); }
+
+// Expects that an operation made one error value with these codes, naming this text, and returned -1.
+void expect_error(int64_t result, const QuelERR& err, uint32_t code, uint32_t cls, const std::string& text);
+
+// Runs body (which makes one call and returns its result) with the first, second, ... allocation failing, until none is
+// left to fail. check(result) is called for every failed one. Expects that nothing stays allocated. Returns how many
+// allocations there were to fail.
+template <class Body, class CheckFn>
+int each_allocation_failing(Body body, CheckFn check) {
+    const KaTESTLIVE before = KaTESTlive();
+    for (int n = 1;; ++n) {
+        KaTESTfailnth(uint64_t(n));
+        const int64_t result = body();
+        const uint64_t made = KaTESTfailnth(0);
+        const KaTESTLIVE after = KaTESTlive();
+        EXPECT_EQ(after.storages, before.storages) << "allocation " << n << " failing";
+        EXPECT_EQ(after.blocks, before.blocks) << "allocation " << n << " failing";
+        EXPECT_EQ(after.bytes, before.bytes) << "allocation " << n << " failing";
+        if (made < uint64_t(n)) return n - 1;
+        check(result);
+        if (n > 10000) {
+            ADD_FAILURE() << "too many allocations";
+            return n;
+        }
+    }
+}
+
+}  // namespace tarn::test
