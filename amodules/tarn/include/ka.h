@@ -36,7 +36,7 @@ typedef struct KaMEMSTG {
     struct KaMEMSTG* child;  /* first record that draws on this one */
     struct KaMEMSTG* next;   /* siblings under one parent */
     struct KaMEMSTG* prev;
-    void* blocks;            /* blocks handed out (storage) or slabs (pool) */
+    void* blocks;            /* pieces in use (storage) or slabs (pool) */
 } KaMEMSTG;
 
 /* A storage: blocks of any size. */
@@ -44,7 +44,10 @@ typedef struct KaSMEMSTG {
     KaMEMSTG base;
     uint64_t block_size; /* smallest piece that is asked of the parent, 0: exact sizes */
     uint64_t used;       /* bytes handed out and not given back */
-    uint64_t reserved[4];
+    uint64_t live;       /* blocks handed out and not given back */
+    void* idle;          /* pieces that hold no block, kept for the next ones */
+    uint64_t idle_bytes;
+    uint64_t idle_count;
 } KaSMEMSTG;
 
 /* A pool: objects of one size. */
@@ -65,7 +68,8 @@ typedef struct KaPOOL {
  * Returns storage, or null. Destroy it with KaMEMSTGdestroy(&storage->base). */
 KA_API KaSMEMSTG* KaSMEMSTGopen(KaSMEMSTG* storage, KaSMEMSTG* parent, uint64_t block_size, struct QuelERR* err);
 
-/* Gives back every block of the storage and destroys what draws on it; the storage stays open. */
+/* Gives back every block of the storage and destroys what draws on it; the storage stays open. The memory is kept for the
+ * next blocks (up to 16 pieces and 256 MiB, the newest), so that a storage cleared step after step doesn't go to the heap. */
 KA_API void KaSMEMSTGclear(KaSMEMSTG* storage);
 
 /* Allocates size bytes (16-byte aligned, not cleared; size 0 gives a unique address).
@@ -76,7 +80,8 @@ KA_API void* KaSMEMSTGalloc(KaSMEMSTG* storage, uint64_t size, uint32_t flags, s
 /* The same at a multiple of alignment bytes, a power of two up to 4096. */
 KA_API void* KaSMEMSTGaalloc(KaSMEMSTG* storage, uint64_t size, uint64_t alignment, uint32_t flags, struct QuelERR* err);
 
-/* Gives one block back; null is ignored. */
+/* Gives one block back; null is ignored. A block that this storage didn't hand out, or that was given back already, ends
+ * the process with a message. */
 KA_API void KaSMEMSTGfree(KaSMEMSTG* storage, void* block);
 
 /* Destroys a storage or a pool: everything in it, everything that draws on it, then the record itself. Null and a
