@@ -45,10 +45,9 @@ CLONES void touch_with(uint8_t* __restrict d, const uint8_t* __restrict a, int64
 
 void copy_streams(const std::vector<Stream>& in, const std::vector<Stream>& out) {
     if (out.empty()) {
-        static volatile uint64_t sink;
         uint64_t s = 0;
         for (const Stream& a : in) s ^= sum(reinterpret_cast<const uint64_t*>(a.data), a.bytes / 8);
-        sink = s;
+        __asm__ volatile("" : : "r"(s));  // the reads are not to be left out
         return;
     }
     if (out.size() == 1) {

@@ -13,8 +13,12 @@ constexpr int kind_of(LumoELEMTYPE type) { return int(type >> 8 & 15); }
 constexpr int channels_of(LumoELEMTYPE type) { return int(type >> 12 & 15); }
 // Kind and channel count in one number, 0x101 to 0x504, for operations that choose with a switch.
 constexpr int key_of(LumoELEMTYPE type) { return int(type & 0xf00) | channels_of(type); }
-// Channel form: the channel count, except that four channels, whose kernels leave the fourth alone, are form 5.
-constexpr int form_of(LumoELEMTYPE type) { return channels_of(type) == 4 ? 5 : channels_of(type); }
+// Channel form: the channel count, except that four channels, whose kernels leave the fourth alone, are form 5. Any other
+// count is form 0, which no table serves.
+constexpr int form_of(LumoELEMTYPE type) {
+    const int channels = channels_of(type);
+    return channels == 4 ? 5 : channels < 4 ? channels : 0;
+}
 // Bytes of one element of a kind; 0 where there is none. Kind 4 has none here, deliberately: only copies serve it.
 constexpr int element_bytes(int kind) {
     constexpr int kBytes[] = {0, 1, 2, 4, 0, 4, 8};

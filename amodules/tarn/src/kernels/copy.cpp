@@ -93,14 +93,20 @@ void copy_row_s16_c3x(uint8_t* d, const uint8_t* s, int64_t n) {
 }
 
 void copy_row_s32_c3x(uint8_t* d, const uint8_t* s, int64_t n) {
-    for (int64_t x = 0; x < n; ++x) {
-        uint64_t a[2], b[2];
-        memcpy(a, s + 16 * x, 16);
-        memcpy(b, d + 16 * x, 16);
-        b[0] = a[0];
-        b[1] = blend(b[1], a[1], uint64_t(0xffffffff));
-        memcpy(d + 16 * x, b, 16);
+    int64_t x = 0;
+#if defined(__AVX512F__)
+    // Four pixels; the fourth lane of each is not stored at all.
+    for (; x + 4 <= n; x += 4) _mm512_mask_storeu_epi32(d + 16 * x, 0x7777, _mm512_loadu_si512(s + 16 * x));
+#elif defined(__SSE2__)
+    const __m128i mask = _mm_set_epi32(0, -1, -1, -1);
+    for (; x < n; ++x) {
+        const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s + 16 * x));
+        const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(d + 16 * x));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(d + 16 * x),
+                         _mm_or_si128(_mm_and_si128(a, mask), _mm_andnot_si128(mask, b)));
     }
+#endif
+    for (; x < n; ++x) memcpy(d + 16 * x, s + 16 * x, 12);
 }
 
 using CopyRow = void(uint8_t* d, const uint8_t* s, int64_t n);

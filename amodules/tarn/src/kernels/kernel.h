@@ -34,12 +34,11 @@ struct Allocator {
 
 // One address per level; calling a kernel reads the level and jumps.
 template <class Fn>
-struct Kernel {
-    Fn* at[kLevelCount];
-    template <class... Args>
-    Status operator()(Args... args) const {
-        return at[active_level](args...);
-    }
+struct Kernel;
+template <class... Args>
+struct Kernel<Status(Args...)> {
+    Status (*at[kLevelCount])(Args...);
+    Status operator()(Args... args) const { return at[active_level](args...); }
 };
 
 #define TARN_DECLARE_AT(level, name, Fn) \
