@@ -7,13 +7,20 @@
 
 #if defined(__SANITIZE_ADDRESS__)
 #define KA_ASAN 1
+#elif defined(__SANITIZE_THREAD__)
+#define KA_TSAN 1
 #elif defined(__has_feature)
 #if __has_feature(address_sanitizer)
 #define KA_ASAN 1
+#elif __has_feature(thread_sanitizer)
+#define KA_TSAN 1
 #endif
 #endif
 #ifndef KA_ASAN
 #define KA_ASAN 0
+#endif
+#ifndef KA_TSAN
+#define KA_TSAN 0
 #endif
 #if KA_ASAN
 #include <sanitizer/asan_interface.h>
@@ -21,8 +28,9 @@
 
 namespace ka {
 
-// Sizes above this are refused before any sum can overflow.
-inline constexpr uint64_t kLargestSize = UINT64_C(1) << 62;
+// Sizes above this are refused before any sum can overflow. The sanitizers' heaps end the process, instead of returning null,
+// when asked for too much: there the limit is what they surely give.
+inline constexpr uint64_t kLargestSize = UINT64_C(1) << (KA_ASAN || KA_TSAN ? 33 : 62);
 inline constexpr uint64_t kLargestAlignment = 4096;
 inline constexpr uint64_t kAlignment = 16;
 
