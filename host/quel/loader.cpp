@@ -53,7 +53,7 @@ bool check_interface(const char* path, const QuelIFACE* iface, QuelERR* err) {
 
 bool open_module(const char* path, Module* module, QuelERR* err) {
     *module = {};
-    if (!file_exists(path)) return refuse(err, path, "there is no such file");
+    if (!file_exists(path)) return refuse(err, path, "there is no such file; build the module or give its path");
     const char* reason = "";
     module->library = open_library(path, &reason);
     if (!module->library) return refuse(err, path, reason);

@@ -133,10 +133,11 @@ enum {
  *   err    context that receives it; null: nothing happens
  *   iface  interface code; code, cls: see above
  *   form   which arguments follow (all const char*):
- *          1: operation name                           "NAME: out of memory"
- *          3: family, operation name, argument text    "FAMILY::NAME: TEXT is out of range"
- *          6: family, operation name, argument text    "FAMILY::NAME: unsupported TEXT"
- *          any other form: none
+ *          1: operation name                           "NAME: out of memory; ..."
+ *          3: family, operation name, argument text    "FAMILY::NAME: TEXT is out of range; ..."
+ *          6: family, operation name, argument text    "FAMILY::NAME: unsupported TEXT; ..."
+ *          any other form: none                        "error CODE of class CLS from interface IFACE"
+ *          "..." says what to do. A text too long for the record ends in "...".
  * The arguments called zero are 0. Returns -1, so that `return QuelMkerr(...)` reads well. */
 KA_API int64_t QuelMkerr(uint64_t zero1, QuelERR* err, uint64_t zero2, uint64_t zero3, uint64_t zero4, uint32_t iface,
                          uint32_t code, uint32_t cls, uint32_t form, ...);
