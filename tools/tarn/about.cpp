@@ -1,0 +1,156 @@
+// Commands about the module itself: its slots, its record, help on its operations. All of it is read from the loaded module.
+#include <dlfcn.h>
+
+#include <cstring>
+#include <iostream>
+
+#include "commands.h"
+#include "error.h"
+#include "options.h"
+
+namespace tarn::tool {
+namespace {
+const char* kind_of(const QuelSLOT& slot) {
+    if (slot.entry == QUEL_ENTRY_DECLARED) return "declared";
+    if (slot.entry) return "implemented";
+    return std::strncmp(slot.name, "reserved", 8) == 0 ? "reserved" : "empty";
+}
+
+nlohmann::ordered_json slot_record(int number, const QuelSLOT& slot) {
+    const std::string kind = kind_of(slot);
+    return {{"slot", number},
+            {"name", slot.name},
+            {"qualified", slot.qualified},
+            {"kind", kind},
+            {"summary", kind == "implemented" ? operation_summary(slot.qualified) : ""}};
+}
+
+struct Ops {
+    bool json = false, markdown = false;
+    std::string kind = "all";
+};
+
+void run_ops(const Ops& options) {
+    if (options.json && options.markdown) usage("--markdown", "can't go with --json", "give one of them");
+    const std::vector<std::string> kinds = {"all", "implemented", "declared", "reserved", "empty"};
+    parse_word(options.kind, "--kind", kinds);
+    const Module module;
+    const QuelIFACE& iface = *QuelHOSTiface(module.host());
+    nlohmann::ordered_json list = nlohmann::ordered_json::array();
+    for (uint64_t i = 0; i < iface.slot_count; ++i) {
+        auto record = slot_record(static_cast<int>(i), iface.slots[i]);
+        if (options.kind == "all" || record["kind"] == options.kind) list.push_back(std::move(record));
+    }
+    if (options.json) {
+        std::cout << list.dump(2) << "\n";
+        return;
+    }
+    if (options.markdown) std::cout << "| slot | name | operation | kind | what it does |\n|---:|---|---|---|---|\n";
+    for (const auto& r : list) {
+        const auto text = [&](const char* key) { return r[key].get<std::string>(); };
+        char line[300];
+        std::snprintf(line, sizeof line, options.markdown ? "| %d | `%s` | `%s` | %s | %s |" : "%3d  %-20s %-34s %-12s %s",
+                      r["slot"].get<int>(), text("name").c_str(), text("qualified").c_str(), text("kind").c_str(),
+                      text("summary").c_str());
+        std::string trimmed = line;
+        while (trimmed.back() == ' ') trimmed.pop_back();
+        std::cout << trimmed << "\n";
+    }
+}
+
+// The processor's level, lowest first, by the features that each asks for. The module chooses its own; this is the same choice.
+const char* processor_level() {
+#if defined(__x86_64__)
+    __builtin_cpu_init();
+    const auto has = [](bool feature) { return feature; };
+    const bool v2 = has(__builtin_cpu_supports("sse4.2")) && has(__builtin_cpu_supports("popcnt"));
+    const bool v3 = v2 && has(__builtin_cpu_supports("avx2")) && has(__builtin_cpu_supports("fma")) &&
+                    has(__builtin_cpu_supports("bmi")) && has(__builtin_cpu_supports("bmi2"));
+    const bool v4 = v3 && has(__builtin_cpu_supports("avx512f")) && has(__builtin_cpu_supports("avx512cd")) &&
+                    has(__builtin_cpu_supports("avx512bw")) && has(__builtin_cpu_supports("avx512dq")) &&
+                    has(__builtin_cpu_supports("avx512vl"));
+    if (v4) return "avx512";
+    if (v3) return "avx2";
+    if (v2) return "sse4.2";
+    if (__builtin_cpu_supports("ssse3")) return "ssse3";
+#endif
+    return "baseline";
+}
+
+// The library file that holds this address.
+std::string file_of(const void* address) {
+    Dl_info found = {};
+    return dladdr(address, &found) && found.dli_fname ? found.dli_fname : "unknown";
+}
+
+void run_info(bool json) {
+    const Module module;
+    const QuelMODULE& descriptor = *QuelHOSTmodule(module.host());
+    const QuelIFACE& iface = *QuelHOSTiface(module.host());
+    const std::string file = file_of(&descriptor);
+    const std::string folder = file.substr(0, file.rfind('/') + 1);
+    nlohmann::ordered_json info = {{"module", descriptor.name},
+                                   {"path key", descriptor.path},
+                                   {"build date", descriptor.build_date},
+                                   {"library", file},
+                                   {"interface", iface.path},
+                                   {"slots", iface.slot_count}};
+    int implemented = 0;
+    for (uint64_t i = 0; i < iface.slot_count; ++i) implemented += std::strcmp(kind_of(iface.slots[i]), "implemented") == 0;
+    info["implemented"] = implemented;
+    const QuelDEPLIST* needs = descriptor.dependencies ? descriptor.dependencies() : nullptr;
+    for (uint64_t i = 0; needs && i < needs->count; ++i) {
+        // the host loads companions from the module's folder
+        void* loaded = dlopen((folder + needs->names[i] + ".so").c_str(), RTLD_LAZY | RTLD_NOLOAD);
+        if (loaded) dlclose(loaded);
+        info[std::string("depends on")] = std::string(needs->names[i]) + (loaded ? " (loaded)" : " (not loaded)");
+    }
+    info["processor level"] = processor_level();
+    print_values(info, json);
+}
+
+void run_help(CLI::App& program, const std::string& topic) {
+    if (topic.empty()) {
+        std::cout << program.help();
+        return;
+    }
+    if (const Command* command = find_command(topic)) {
+        std::cout << program.get_subcommand(command->name)->help();
+        return;
+    }
+    const Module module;
+    const QuelIFACE& iface = *QuelHOSTiface(module.host());
+    for (uint64_t i = 0; i < iface.slot_count; ++i) {
+        const QuelSLOT& slot = iface.slots[i];
+        if (topic != slot.name && topic != slot.qualified && std::string("tarn::") + topic != slot.qualified) continue;
+        auto record = slot_record(static_cast<int>(i), slot);
+        record["command"] = "none";
+        print_values(record, false);
+        return;
+    }
+    usage(topic, "is neither a command nor an operation", "`tarn ops` lists the operations, `tarn help` the commands");
+}
+} // namespace
+
+Run setup_ops(CLI::App& app) {
+    const auto options = std::make_shared<Ops>();
+    add_json(app, options->json);
+    app.add_flag("--markdown", options->markdown, "print a Markdown table");
+    app.add_option("--kind", options->kind, "all (default), implemented, declared, reserved or empty")->type_name("KIND");
+    return [options] { run_ops(*options); };
+}
+
+Run setup_info(CLI::App& app) {
+    const auto json = std::make_shared<bool>(false);
+    add_json(app, *json);
+    return [json] { run_info(*json); };
+}
+
+Run setup_help(CLI::App& app) {
+    const auto topic = std::make_shared<std::string>();
+    app.add_option("OPERATION", *topic, "command or operation to tell about (default: the program)")->type_name("");
+    CLI::App* program = app.get_parent();
+    return [topic, program] { run_help(*program, *topic); };
+}
+
+} // namespace tarn::tool

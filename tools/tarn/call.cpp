@@ -1,0 +1,48 @@
+#include "call.h"
+
+#include <cstdlib>
+#include <cstring>
+
+#include "error.h"
+
+namespace tarn::tool {
+namespace {
+std::string text_of(const QuelERR& err) { return err.count ? err.last.text : "no reason given"; }
+
+// "tarn::scale-resize" is the command scale-resize, "tarn::contour::find" is contour-find.
+std::string command_of(std::string name) {
+    if (name.rfind("tarn::", 0) == 0) name = name.substr(6);
+    for (size_t at; (at = name.find("::")) != std::string::npos;) name.replace(at, 2, "-");
+    return name;
+}
+} // namespace
+
+Module::Module() {
+    QuelERR err = {};
+    host_ = QuelHOSTopen(&err);
+    if (!host_) fail("host", "no memory");
+    const char* path = std::getenv("TARN_MODULE");
+    if (path && !*path) path = nullptr;
+    if (QuelHOSTload(host_, path, &err) == 0) return;
+    QuelHOSTclose(host_);
+    fail(path ? path : "tarn-ipp.so", "can't be loaded: " + text_of(err),
+         path ? "let TARN_MODULE name the module's library" : "build or install the module beside the host library");
+}
+
+Module::~Module() { QuelHOSTclose(host_); }
+
+Operation::Operation(const Module& module, const std::string& name, Timing& timing)
+    : name_(command_of(name)), timing_(timing) {
+    QuelERR err = {};
+    if (QuelHOSTfind(module.host(), name.c_str(), &op_, &err) != 0)
+        fail(name_, text_of(err), "the loaded module is another one than this program was made for");
+}
+
+void Operation::refused(const QuelERR& err, const std::string& given) const {
+    const uint32_t code = err.count ? err.last.code : static_cast<uint32_t>(err.status & 0xffff);
+    if (code == QUEL_E_NOMEM) fail(name_, "out of memory for " + given, "choose a smaller size");
+    if (code == QUEL_E_UNSERVED) fail(name_, text_of(err), "install the module that serves it beside tarn-ipp.so");
+    fail(name_, "refused " + given + " (" + text_of(err) + ")", "see `tarn help " + name_ + "`");
+}
+
+} // namespace tarn::tool

@@ -1,0 +1,87 @@
+#include "commands.h"
+
+namespace tarn::tool {
+namespace {
+constexpr Command kCommands[] = {
+    {"copy", "tarn::copy", "copy a picture, converting the file format", "destination, source",
+     "tarn copy photo.png -o photo.tiff", setup_copy},
+    {"scale-resize", "tarn::scale-resize", "resample a picture or a region of it to another size",
+     "destination, source, region (null: all), value range lo and hi (null: none),\n"
+     "  interpolation code (3 nearest, 4 linear, 5 cubic, 6 lanczos)",
+     "tarn scale-resize photo.jpg -o small.png --size 320x200 --interpolation cubic", setup_scale_resize},
+    {"ops", nullptr, "list the 200 operation slots of the module", nullptr, "tarn ops --kind implemented", setup_ops},
+    {"info", nullptr, "tell about the module and the processor", nullptr, "tarn info --json", setup_info},
+    {"help", nullptr, "tell about a command or an operation", nullptr, "tarn help scale-resize", setup_help},
+};
+
+// What each operation of the interface does; commands above have their own line.
+struct Summary {
+    const char* qualified;
+    const char* text;
+};
+constexpr Summary kSummaries[] = {
+    {"init-once", "choose the processor level; called once by the host"},
+    {"fini-once", "end of use; does nothing"},
+    {"tarn::avgarith-n", "mean of several arrays"},
+    {"tarn::cvtvrange-v", "map arrays to value ranges given by a vector"},
+    {"tarn::cvtvrange-n", "stretch the values of arrays to a range"},
+    {"tarn::add-c", "add a constant per channel"},
+    {"tarn::sub-c", "subtract a constant per channel"},
+    {"tarn::mul-c", "multiply by a constant per channel"},
+    {"tarn::add-n", "add several arrays"},
+    {"tarn::sub-n", "subtract several arrays"},
+    {"tarn::mul-n", "multiply several arrays"},
+    {"tarn::and-c", "bitwise and with a constant per channel"},
+    {"tarn::or-c", "bitwise or with a constant per channel"},
+    {"tarn::xor-c", "bitwise exclusive or with a constant per channel"},
+    {"tarn::and", "bitwise and of two arrays"},
+    {"tarn::or", "bitwise or of two arrays"},
+    {"tarn::xor", "bitwise exclusive or of two arrays"},
+    {"tarn::not", "bitwise complement"},
+    {"tarn::set", "fill with a constant, where a mask says so"},
+    {"tarn::minmax", "smallest and largest value of each channel"},
+    {"tarn::count-in-range", "number of values inside a range"},
+    {"tarn::mean", "mean value of each channel"},
+    {"tarn::threshold", "binarise, with fixed, automatic or local thresholds"},
+    {"tarn::cmp", "compare two arrays, 255 where it holds"},
+    {"tarn::cmp-c", "compare with a constant, 255 where it holds"},
+    {"tarn::cvtorigin", "turn an array top to bottom"},
+    {"tarn::cvtorigin-n", "turn several arrays top to bottom"},
+    {"tarn::reshape", "copy into an array of another shape"},
+    {"tarn::warp-affine", "warp by an affine transform"},
+    {"tarn::warp-affine-quad", "warp a quadrilateral to another"},
+    {"tarn::convert-scale", "convert the element type, scaling values"},
+    {"tarn::copymkb", "copy and make a border"},
+    {"tarn::copy-transform", "copy between layouts, types, colours and value ranges"},
+    {"tarn::filter", "filter by box, minimum, maximum or median"},
+    {"tarn::initmorphstate", "prepare the state of a morphology operation"},
+    {"tarn::morphop-n", "erode, dilate, open, close and the like"},
+    {"tarn::contour::find", "boundaries of regions as nested polygons"},
+    {"tarn::multi-line-neuronet", "evaluate a fully connected network on rows of samples"},
+};
+} // namespace
+
+std::span<const Command> commands() { return kCommands; }
+
+const Command* find_command(const std::string& name) {
+    for (const Command& command : kCommands)
+        if (name == command.name || (command.operation && name == command.operation)) return &command;
+    return nullptr;
+}
+
+std::string help_footer(const Command& command) {
+    std::string text;
+    if (command.operation)
+        text += std::string("Operation:\n  ") + command.operation + "(" + command.arguments + ")\n\n";
+    return text + "Example:\n  " + command.example;
+}
+
+std::string operation_summary(const std::string& qualified) {
+    for (const Command& command : kCommands)
+        if (command.operation && qualified == command.operation) return command.summary;
+    for (const Summary& summary : kSummaries)
+        if (qualified == summary.qualified) return summary.text;
+    return {};
+}
+
+} // namespace tarn::tool

@@ -1,0 +1,42 @@
+// The commands of the program. A new one is a line in the table of commands.cpp and a function in the source of its family.
+#ifndef TARN_TOOLS_COMMANDS_H
+#define TARN_TOOLS_COMMANDS_H
+
+#include <CLI/CLI.hpp>
+#include <functional>
+#include <span>
+#include <string>
+
+namespace tarn::tool {
+
+// Does the command's work after the command line was read; throws Error.
+using Run = std::function<void()>;
+
+struct Command {
+    const char* name;      // sub-command: the qualified name without its family, "::" written "-"
+    const char* operation; // qualified name of the operation; null for commands about the module itself
+    const char* summary;   // one line
+    const char* arguments; // the operation's own arguments as the module takes them, destinations first; null when operation is
+    const char* example;
+    Run (*setup)(CLI::App& app); // registers the options and returns what to run with their values
+};
+
+std::span<const Command> commands();
+const Command* find_command(const std::string& name);
+// What follows the options in the command's help: the operation's arguments and the example.
+std::string help_footer(const Command& command);
+
+// One line on what an operation does, by qualified name; empty for one that is not known.
+std::string operation_summary(const std::string& qualified);
+
+// elementwise.cpp
+Run setup_copy(CLI::App& app);
+// geometry.cpp
+Run setup_scale_resize(CLI::App& app);
+// about.cpp
+Run setup_ops(CLI::App& app);
+Run setup_info(CLI::App& app);
+Run setup_help(CLI::App& app);
+
+} // namespace tarn::tool
+#endif

@@ -1,0 +1,83 @@
+// Commands of the geometry operations.
+#include <cmath>
+
+#include "commands.h"
+#include "error.h"
+#include "options.h"
+#include "progress.h"
+
+namespace tarn::tool {
+namespace {
+struct ScaleResize {
+    Files files;
+    std::string size, scale, region, interpolation = "linear", depth = "same", value_range;
+};
+
+int64_t scaled(int32_t pixels, double factor) {
+    const double size = std::floor(pixels * factor + 0.5);
+    if (size > INT32_MAX) fail("--scale", "makes more than 2147483647 pixels a side", "choose a smaller factor");
+    return size < 1 ? 1 : static_cast<int64_t>(size);
+}
+
+void run_scale_resize(const ScaleResize& options) {
+    const Files& files = options.files;
+    if (options.size.empty() == options.scale.empty())
+        usage(options.size.empty() ? "--size" : "--scale",
+              options.size.empty() ? "the new size is missing" : "can't go with --size", "give either --size WxH or --scale F");
+    const double factor = options.scale.empty() ? 1 : parse_number(options.scale, "--scale");
+    if (factor <= 0) usage("--scale", "'" + options.scale + "' is not above 0", "give a factor such as 0.5");
+    const PixelSize fixed = options.size.empty() ? PixelSize{} : parse_size(options.size, "--size");
+    const uint32_t interpolation =
+        TARN_NEAREST + static_cast<uint32_t>(parse_word(options.interpolation, "--interpolation",
+                                                        {"nearest", "linear", "cubic", "lanczos"}));
+    constexpr Sample kDepths[] = {Sample::u8, Sample::s16, Sample::f32};
+    const size_t depth = parse_word(options.depth, "--depth", {"same", "u8", "s16", "f32"});
+    uint32_t range[2] = {};
+    if (!options.value_range.empty()) {
+        const auto ends = parse_numbers(options.value_range, "--value-range", 2);
+        for (int i = 0; i < 2; ++i) range[i] = std::bit_cast<uint32_t>(static_cast<float>(ends[i]));
+    }
+
+    ImageOutput out(files);
+    Image source = read_input(files);
+    const LumoRECT region = parse_region(options.region, "--region", source, files.inputs[0]);
+    if (depth || !options.value_range.empty()) as_plain_values(source, files.inputs[0]);
+    Shape shape = source.shape;
+    shape.width = options.size.empty() ? scaled(region.right - region.left, factor) : fixed.width;
+    shape.height = options.size.empty() ? scaled(region.bottom - region.top, factor) : fixed.height;
+    if (depth) shape.sample = kDepths[depth - 1];
+    if (shape.sample == Sample::s16 || shape.sample == Sample::f32) shape.white_is_zero = false;
+    out.check(shape);
+
+    const Module module;
+    Timing timing{files.time};
+    Operation resize(module, "tarn::scale-resize", timing);
+    const std::string subject = options.size.empty() ? "--scale" : "--size";
+    const Progress progress("resizing " + files.inputs[0]);
+    const Image result = by_parts(source, shape, subject, [&](Image& to, const Image& from, bool alpha) {
+        LumoMAT dst = to.view();
+        const LumoMAT src = from.view();
+        const uint32_t* values = options.value_range.empty() || alpha ? nullptr : range;
+        resize.call<TarnScaleResize>(describe(from.shape) + " to " + describe(to.shape), &dst, &src, &region, values,
+                                     interpolation);
+    });
+    out.write(result);
+    print_time(files, timing);
+}
+} // namespace
+
+Run setup_scale_resize(CLI::App& app) {
+    const auto options = std::make_shared<ScaleResize>();
+    add_inputs(app, options->files);
+    add_image_output(app, options->files);
+    app.add_option("--size", options->size, "new width and height in pixels")->type_name("WxH");
+    app.add_option("--scale", options->scale, "new size as a multiple of the region's, at least 1 pixel")->type_name("F");
+    app.add_option("--region", options->region, "part of the picture to resample (default: all)")->type_name("L,T,WxH");
+    app.add_option("--interpolation", options->interpolation, "nearest, linear (default), cubic or lanczos")->type_name("MODE");
+    app.add_option("--depth", options->depth, "samples of the result: same (default), u8, s16 or f32; values saturate")
+        ->type_name("TYPE");
+    app.add_option("--value-range", options->value_range, "stretch the result's values to this range")->type_name("LO,HI");
+    return [options] { run_scale_resize(*options); };
+}
+
+} // namespace tarn::tool

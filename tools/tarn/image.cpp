@@ -1,0 +1,199 @@
+#include "image.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+#include "error.h"
+#include "output.h"
+
+namespace tarn::tool {
+namespace {
+struct SampleInfo {
+    const char* name;
+    LumoELEMTYPE type;
+    int bytes;
+};
+constexpr SampleInfo kSamples[] = {{"u8", LUMO_U8, 1},   {"u16", LUMO_S16, 2}, {"s16", LUMO_S16, 2},
+                                   {"s32", LUMO_S32, 4}, {"u32", LUMO_U32, 4}, {"f32", LUMO_F32, 4}};
+const SampleInfo& info(Sample sample) { return kSamples[static_cast<int>(sample)]; }
+
+std::string human_bytes(double bytes) {
+    const char* const units[] = {"bytes", "KB", "MB", "GB", "TB", "PB", "EB"};
+    int unit = 0;
+    for (; bytes >= 1000 && unit < 6; ++unit) bytes /= 1000;
+    char text[40];
+    std::snprintf(text, sizeof text, "%.3g %s", bytes, units[unit]);
+    return text;
+}
+
+// Copies one channel range row by row; both sides step over whole pixels.
+void copy_channels(uint8_t* to, int to_pixel, const uint8_t* from, int from_pixel, int bytes, int64_t count) {
+    for (int64_t x = 0; x < count; ++x) std::memcpy(to + x * to_pixel, from + x * from_pixel, bytes);
+}
+} // namespace
+
+const char* sample_name(Sample sample) { return info(sample).name; }
+LumoELEMTYPE sample_type(Sample sample) { return info(sample).type; }
+int sample_bytes(Sample sample) { return info(sample).bytes; }
+
+std::string describe(const Shape& shape) {
+    return std::to_string(shape.width) + "x" + std::to_string(shape.height) + " " + sample_name(shape.sample) + ", " +
+           std::to_string(shape.channels) + (shape.channels == 1 ? " channel" : " channels");
+}
+
+Image Image::make(const Shape& shape, const std::string& subject) {
+    const std::string size = std::to_string(shape.width) + "x" + std::to_string(shape.height);
+    if (shape.width < 1 || shape.height < 1) fail(subject, "a picture of " + size + " has no pixels", "give a positive size");
+    if (shape.width > INT32_MAX || shape.height > INT32_MAX)
+        fail(subject, size + " is too large", "width and height end at 2147483647");
+    // at most 2^31 * 4 channels * 4 bytes: no overflow
+    const int64_t row = shape.width * shape.channels * sample_bytes(shape.sample);
+    const int64_t stride = (row + 63) / 64 * 64;
+    if (stride > INT32_MAX)
+        fail(subject, "a row of " + std::to_string(shape.width) + " pixels takes " + human_bytes(double(row)),
+             "rows end at 2147483584 bytes; choose a smaller width");
+    const int64_t total = stride * shape.height; // below 2^62
+    const int64_t memory = int64_t(sysconf(_SC_PHYS_PAGES)) * sysconf(_SC_PAGESIZE);
+    const char* const remedy = "choose a smaller size or region";
+    if (total > memory - 64)
+        fail(subject, size + " takes " + human_bytes(double(total)) + " of memory, this machine has " +
+             human_bytes(double(memory)), remedy);
+    Image image;
+    image.shape = shape;
+    image.stride = static_cast<int32_t>(stride);
+    void* pixels = nullptr;
+    if (posix_memalign(&pixels, 64, static_cast<size_t>(total)) != 0)
+        fail(subject, "no memory for " + size + " (" + human_bytes(double(total)) + ")", remedy);
+    image.pixels.reset(static_cast<uint8_t*>(pixels));
+    return image;
+}
+
+std::vector<uint8_t*> Image::rows() {
+    std::vector<uint8_t*> all(static_cast<size_t>(shape.height));
+    for (size_t y = 0; y < all.size(); ++y) all[y] = row(static_cast<int64_t>(y));
+    return all;
+}
+
+LumoMAT Image::view() const {
+    return {nullptr, sample_type(shape.sample) | LUMO_CHANNELS(shape.channels), width(), height(), stride, pixels.get()};
+}
+
+Image take_channels(const Image& image, int first, int count) {
+    Shape shape = image.shape;
+    shape.channels = count;
+    shape.alpha = Alpha::none;
+    Image part = Image::make(shape, "channels");
+    const int bytes = sample_bytes(shape.sample);
+    for (int y = 0; y < image.height(); ++y)
+        copy_channels(part.row(y), count * bytes, image.row(y) + first * bytes, image.shape.channels * bytes, count * bytes,
+                      image.width());
+    return part;
+}
+
+void put_channels(Image& into, const Image& part, int first) {
+    const int bytes = sample_bytes(into.shape.sample), count = part.shape.channels;
+    for (int y = 0; y < into.height(); ++y)
+        copy_channels(into.row(y) + first * bytes, into.shape.channels * bytes, part.row(y), count * bytes, count * bytes,
+                      into.width());
+}
+
+void flip_offset16(uint8_t* row, size_t samples) {
+    // v - 32768 and its reverse are both the change of the top bit
+    uint16_t* values = reinterpret_cast<uint16_t*>(row);
+    for (size_t i = 0; i < samples; ++i) values[i] ^= 0x8000;
+}
+
+void invert(uint8_t* row, size_t samples, Sample sample) {
+    const size_t bytes = samples * sample_bytes(sample);
+    for (size_t i = 0; i < bytes; ++i) row[i] = static_cast<uint8_t>(~row[i]);
+}
+
+void as_plain_values(Image& image, const std::string& subject) {
+    if (image.shape.sample != Sample::u16) return;
+    const size_t samples = static_cast<size_t>(image.shape.width) * image.shape.channels;
+    for (int y = 0; y < image.height(); ++y) {
+        const int16_t* values = reinterpret_cast<const int16_t*>(image.row(y));
+        for (size_t i = 0; i < samples; ++i)
+            if (values[i] >= 0) // kept less the offset
+                fail(subject, "has 16-bit values above 32767, which this command can't take",
+                     "write it with smaller values, or as 32-bit float TIFF");
+    }
+    for (int y = 0; y < image.height(); ++y) flip_offset16(image.row(y), samples);
+    image.shape.sample = Sample::s16;
+}
+
+// ---- Files ------------------------------------------------------------------------------------------------------------
+
+std::vector<uint8_t> read_file(const std::string& path) {
+    struct Close { void operator()(std::FILE* file) const { std::fclose(file); } };
+    std::unique_ptr<std::FILE, Close> file(std::fopen(path.c_str(), "rb"));
+    if (!file) fail(path, "can't be read: " + system_reason(errno), "check the name");
+    struct stat status = {};
+    if (fstat(fileno(file.get()), &status) == 0 && S_ISDIR(status.st_mode)) fail(path, "is a folder", "name a picture in it");
+    std::vector<uint8_t> bytes(S_ISREG(status.st_mode) ? static_cast<size_t>(status.st_size) + 1 : 1 << 16);
+    size_t used = 0;
+    while (size_t got = std::fread(bytes.data() + used, 1, bytes.size() - used, file.get())) {
+        used += got;
+        if (used == bytes.size()) bytes.resize(bytes.size() * 2);
+    }
+    if (std::ferror(file.get())) fail(path, "can't be read: " + system_reason(errno), "check the disk");
+    bytes.resize(used);
+    return bytes;
+}
+
+Image decode_image(std::span<const uint8_t> bytes, const std::string& name) {
+    const auto begins = [&](const char* magic, size_t size) {
+        return bytes.size() >= size && std::memcmp(bytes.data(), magic, size) == 0;
+    };
+    if (bytes.empty()) fail(name, "is empty", "give a PNG, JPEG or TIFF picture");
+    if (begins("\x89PNG\r\n\x1a\n", 8)) return decode_png(bytes, name);
+    if (begins("\xff\xd8\xff", 3)) return decode_jpeg(bytes, name);
+    if (begins("II*\0", 4) || begins("MM\0*", 4) || begins("II+\0", 4) || begins("MM\0+", 4)) return decode_tiff(bytes, name);
+    fail(name, "is not a PNG, JPEG or TIFF picture", "convert it to one of these first");
+}
+
+Image read_image(const std::string& path) { return decode_image(read_file(path), path); }
+
+Format output_format(const std::string& path) {
+    const size_t dot = path.rfind('.'), slash = path.rfind('/');
+    std::string extension;
+    if (dot != std::string::npos && (slash == std::string::npos || dot > slash)) extension = path.substr(dot + 1);
+    std::transform(extension.begin(), extension.end(), extension.begin(), [](unsigned char c) { return std::tolower(c); });
+    if (extension == "png") return Format::png;
+    if (extension == "jpg" || extension == "jpeg") return Format::jpeg;
+    if (extension == "tif" || extension == "tiff") return Format::tiff;
+    usage(path, extension.empty() ? "has no extension to tell the format by" : "unknown extension ." + extension,
+          "write .png, .jpg or .tiff");
+}
+
+void check_format(const Shape& shape, Format format, const std::string& path) {
+    const bool small = shape.sample == Sample::u8 || shape.sample == Sample::u16;
+    if (format == Format::png && !small)
+        fail(path, std::string("PNG can't hold ") + sample_name(shape.sample) + " samples", "write .tiff");
+    if (format == Format::jpeg) {
+        const char* const remedy = small ? "write .png or .tiff" : "write .tiff";
+        if (shape.sample != Sample::u8)
+            fail(path, std::string("JPEG holds 8-bit samples, these are ") + sample_name(shape.sample), remedy);
+        if (shape.channels == 2 || shape.channels == 4) fail(path, "JPEG can't hold an alpha channel", remedy);
+        if (shape.width > 65500 || shape.height > 65500) fail(path, "JPEG ends at 65500 pixels a side", remedy);
+    }
+}
+
+void encode_image(OutputFile& out, const Image& image, Format format, const Encoding& encoding) {
+    check_format(image.shape, format, out.path());
+    switch (format) {
+    case Format::png: return encode_png(out, image);
+    case Format::jpeg: return encode_jpeg(out, image, encoding.jpeg_quality);
+    case Format::tiff: return encode_tiff(out, image);
+    }
+}
+
+void damaged(const std::string& name, const char* format, const std::string& reason) {
+    fail(name, std::string("is a damaged or incomplete ") + format + " picture (" + reason + ")", "get a whole copy of it");
+}
+
+} // namespace tarn::tool

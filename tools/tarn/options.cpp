@@ -1,0 +1,156 @@
+#include "options.h"
+
+#include <cerrno>
+#include <cmath>
+#include <iostream>
+
+#include "error.h"
+#include "progress.h"
+
+namespace tarn::tool {
+namespace {
+std::vector<std::string> split_at(const std::string& text, char separator) {
+    std::vector<std::string> parts(1);
+    for (const char c : text) {
+        if (c == separator) parts.emplace_back();
+        else parts.back() += c;
+    }
+    return parts;
+}
+} // namespace
+
+int64_t parse_integer(const std::string& text, const std::string& option, int64_t low, int64_t high) {
+    errno = 0;
+    char* end = nullptr;
+    const long long value = std::strtoll(text.c_str(), &end, 10);
+    if (text.empty() || std::isspace(static_cast<unsigned char>(text[0])) || *end || errno || value < low || value > high)
+        usage(option, "'" + text + "' is not a whole number from " + std::to_string(low) + " to " + std::to_string(high),
+              "give one");
+    return value;
+}
+
+double parse_number(const std::string& text, const std::string& option) {
+    char* end = nullptr;
+    const double value = std::strtod(text.c_str(), &end);
+    if (text.empty() || std::isspace(static_cast<unsigned char>(text[0])) || *end || !std::isfinite(value))
+        usage(option, "'" + text + "' is not a finite number", "give one such as 0.5");
+    return value;
+}
+
+std::vector<double> parse_numbers(const std::string& text, const std::string& option, size_t count) {
+    std::vector<double> values;
+    for (const std::string& part : split_at(text, ',')) values.push_back(parse_number(part, option));
+    if (count && values.size() != count)
+        usage(option, "'" + text + "' holds " + std::to_string(values.size()) + " numbers, not " + std::to_string(count),
+              "separate them by commas without spaces");
+    return values;
+}
+
+PixelSize parse_size(const std::string& text, const std::string& option) {
+    const auto parts = split_at(text, 'x');
+    if (parts.size() != 2) usage(option, "'" + text + "' is not a size", "give WIDTHxHEIGHT such as 640x480");
+    return {parse_integer(parts[0], option, 1, INT32_MAX), parse_integer(parts[1], option, 1, INT32_MAX)};
+}
+
+LumoRECT parse_region(const std::string& text, const std::string& option, const Image& image, const std::string& name) {
+    if (text.empty()) return {0, 0, image.width(), image.height()};
+    const auto parts = split_at(text, ',');
+    if (parts.size() != 3) usage(option, "'" + text + "' is not a region", "give LEFT,TOP,WIDTHxHEIGHT such as 10,20,300x200");
+    const int64_t left = parse_integer(parts[0], option, INT32_MIN, INT32_MAX);
+    const int64_t top = parse_integer(parts[1], option, INT32_MIN, INT32_MAX);
+    const PixelSize size = parse_size(parts[2], option);
+    if (left < 0 || top < 0 || left + size.width > image.width() || top + size.height > image.height())
+        fail(option, text + " reaches outside " + name + ", which is " + std::to_string(image.width()) + "x" +
+                         std::to_string(image.height()), "choose a region inside it");
+    return {int32_t(left), int32_t(top), int32_t(left + size.width), int32_t(top + size.height)};
+}
+
+size_t parse_word(const std::string& text, const std::string& option, const std::vector<std::string>& words) {
+    std::string all;
+    for (size_t i = 0; i < words.size(); ++i) {
+        if (words[i] == text) return i;
+        all += (i ? i + 1 == words.size() ? " or " : ", " : "") + words[i];
+    }
+    usage(option, "'" + text + "' is not known", "give " + all);
+}
+
+void add_inputs(CLI::App& app, Files& files, size_t least, size_t most) {
+    app.add_option("IN", files.inputs, most == 1 ? "picture to read (PNG, JPEG or TIFF, told by content)"
+                                                 : "pictures to read (PNG, JPEG or TIFF, told by content)")
+        ->required()
+        ->type_name("")
+        ->expected(static_cast<int>(least), most ? static_cast<int>(most) : CLI::detail::expected_max_vector_size);
+    app.add_flag("--time", files.time, "print the milliseconds of the operation's call, best of several repeats");
+}
+
+void add_image_output(CLI::App& app, Files& files) {
+    app.add_option("-o,--output", files.output, "picture to write: .png, .jpg or .tiff")->required()->type_name("OUT");
+    app.add_option("--quality", files.quality, "JPEG quality, 1 to 100 (default 92)")->type_name("N");
+}
+
+void add_text_output(CLI::App& app, Files& files) {
+    app.add_option("-o,--output", files.output, "file to write (default: standard output)")->type_name("OUT");
+}
+
+void add_json(CLI::App& app, bool& json) { app.add_flag("--json", json, "print JSON"); }
+
+Image read_input(const Files& files, size_t index) {
+    const Progress progress("reading " + files.inputs.at(index));
+    return read_image(files.inputs[index]);
+}
+
+std::vector<Image> read_equal_inputs(const Files& files) {
+    std::vector<Image> images;
+    for (size_t i = 0; i < files.inputs.size(); ++i) {
+        images.push_back(read_input(files, i));
+        const std::string first = describe(images[0].shape), other = describe(images[i].shape);
+        if (other != first)
+            fail(files.inputs[i], "is " + other + " but " + files.inputs[0] + " is " + first, "give pictures of one kind");
+    }
+    return images;
+}
+
+ImageOutput::ImageOutput(const Files& files)
+    : format_(output_format(files.output)),
+      encoding_{static_cast<int>(parse_integer(files.quality, "--quality", 1, 100))},
+      file_(files.output) {}
+
+void ImageOutput::check(const Shape& shape) const { check_format(shape, format_, file_.path()); }
+
+void ImageOutput::write(const Image& image) {
+    const Progress progress("writing " + file_.path());
+    encode_image(file_, image, format_, encoding_);
+    file_.commit();
+}
+
+void write_text(const Files& files, const std::string& text) {
+    if (files.output.empty()) {
+        std::cout << text;
+        return;
+    }
+    OutputFile file(files.output);
+    errno = 0;
+    if (std::fwrite(text.data(), 1, text.size(), file.stream()) != text.size()) file.write_failed(errno);
+    file.commit();
+}
+
+void print_values(const nlohmann::ordered_json& values, bool json) {
+    if (json) {
+        std::cout << values.dump(2) << "\n";
+        return;
+    }
+    size_t widest = 0;
+    for (const auto& [name, value] : values.items()) widest = std::max(widest, name.size());
+    for (const auto& [name, value] : values.items())
+        std::cout << name << std::string(widest + 2 - name.size(), ' ')
+                  << (value.is_string() ? value.get<std::string>() : value.dump()) << "\n";
+}
+
+void print_time(const Files& files, const Timing& timing) {
+    if (!files.time) return;
+    char text[40];
+    std::snprintf(text, sizeof text, "%.4f ms", timing.milliseconds);
+    std::cout << text << "\n";
+}
+
+} // namespace tarn::tool

@@ -1,0 +1,76 @@
+// What commands share on the command line: inputs and output, number lists, sizes and regions, printed results.
+#ifndef TARN_TOOLS_OPTIONS_H
+#define TARN_TOOLS_OPTIONS_H
+
+#include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "call.h"
+#include "image.h"
+#include "output.h"
+
+namespace tarn::tool {
+
+// ---- Values: each throws (usage) with the option's name when the text is not what it says ---------------------------------
+
+int64_t parse_integer(const std::string& text, const std::string& option, int64_t low, int64_t high);
+double parse_number(const std::string& text, const std::string& option);
+// "10,20,30"; a count of 0 takes any number of values, at least one.
+std::vector<double> parse_numbers(const std::string& text, const std::string& option, size_t count = 0);
+struct PixelSize {
+    int64_t width, height;
+};
+PixelSize parse_size(const std::string& text, const std::string& option); // "640x480", both 1 to 2147483647
+// "L,T,WxH" or "all" inside the picture; throws (failure) when it reaches beyond it. Empty text: the whole picture.
+LumoRECT parse_region(const std::string& text, const std::string& option, const Image& image, const std::string& name);
+// One of several words, in the order of their codes; returns the index.
+size_t parse_word(const std::string& text, const std::string& option, const std::vector<std::string>& words);
+
+// ---- Options -----------------------------------------------------------------------------------------------------------
+
+struct Files {
+    std::vector<std::string> inputs;
+    std::string output;
+    std::string quality = "92";
+    bool time = false;
+};
+// Positional IN (several where most > 1; most 0: any number), and --time.
+void add_inputs(CLI::App& app, Files& files, size_t least = 1, size_t most = 1);
+// -o OUT and --quality for commands that write a picture.
+void add_image_output(CLI::App& app, Files& files);
+// -o OUT for commands that write text (SVG, JSON), optional: without it the text goes to standard output.
+void add_text_output(CLI::App& app, Files& files);
+void add_json(CLI::App& app, bool& json);
+
+// ---- Input and output -----------------------------------------------------------------------------------------------
+
+// Reads input number index with progress shown.
+Image read_input(const Files& files, size_t index = 0);
+// Reads all inputs; throws when they differ in shape from the first.
+std::vector<Image> read_equal_inputs(const Files& files);
+
+// The picture that a command writes. Made before any work, so that a wrong name is told first.
+class ImageOutput {
+public:
+    explicit ImageOutput(const Files& files);
+    void check(const Shape& shape) const; // throws when the format can't hold such a picture
+    void write(const Image& image);
+
+private:
+    Format format_;
+    Encoding encoding_;
+    OutputFile file_;
+};
+
+// Writes to the -o file, whole or not at all, or to standard output.
+void write_text(const Files& files, const std::string& text);
+// Prints lines of "name value" or, with --json, the object itself.
+void print_values(const nlohmann::ordered_json& values, bool json);
+// Prints what --time asks for.
+void print_time(const Files& files, const Timing& timing);
+
+} // namespace tarn::tool
+#endif
