@@ -66,12 +66,13 @@ template <>
 // Moves n pixels of four elements from a buffer to d, the fourth element of d kept. Whole pixels as integers: they need
 // not be aligned as such.
 template <class D>
-[[maybe_unused]] inline void blend_c3x(const D* buffer, D* d, int64_t n) {
-    for (int64_t x = 0; x < n; ++x) {
-        d[4 * x] = buffer[4 * x];
-        d[4 * x + 1] = buffer[4 * x + 1];
-        d[4 * x + 2] = buffer[4 * x + 2];
-    }
+[[maybe_unused]] inline void blend_c3x(const D* TARN_RESTRICT buffer, D* TARN_RESTRICT d, int64_t n) {
+    static_assert(sizeof(D) == 4);
+    int64_t x = 0;
+#if defined(__AVX512F__)
+    for (; x + 4 <= n; x += 4) _mm512_mask_storeu_epi32(d + 4 * x, 0x7777, _mm512_loadu_si512(buffer + 4 * x));
+#endif
+    for (; x < n; ++x) memcpy(d + 4 * x, buffer + 4 * x, 12);
 }
 template <>
 [[maybe_unused]] inline void blend_c3x(const uint8_t* TARN_RESTRICT buffer, uint8_t* TARN_RESTRICT d, int64_t n) {
