@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstdio>
 
+#include "cases/convert.h"
 #include "cases/copy.h"
 #include "kernels/check.h"
 #include "kernels/runtime.h"
@@ -11,6 +12,7 @@
 using tarn::test::Check;
 
 TEST(kernels, copy) { tarn::cases::copy_cases(Check{}); }
+TEST(kernels, convert) { tarn::cases::convert_cases(Check{}); }
 
 // Last: runs behind the families, in the order of this file.
 TEST(kernels_coverage, every_kernel_has_a_case) {

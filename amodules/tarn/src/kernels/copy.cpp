@@ -5,37 +5,10 @@
 #include "kernels/copy.h"
 
 #include "kernels/body.h"
+#include "kernels/stream.h"
 
 namespace tarn::k::TARN_LEVEL {
 namespace {
-
-// Outputs of at least so many bytes bypass the cache.
-constexpr int64_t kStreamBytes = int64_t(16) << 20;
-
-// Copies a row past the cache. Source and destination must not overlap.
-void stream_row(uint8_t* TARN_RESTRICT dst, const uint8_t* TARN_RESTRICT src, int64_t n) {
-#if defined(__AVX512F__)
-    constexpr int64_t kStep = 64;
-#define TARN_STREAM(d, s) _mm512_stream_si512(reinterpret_cast<__m512i*>(d), _mm512_loadu_si512(s))
-#elif defined(__AVX2__)
-    constexpr int64_t kStep = 32;
-#define TARN_STREAM(d, s) \
-    _mm256_stream_si256(reinterpret_cast<__m256i*>(d), _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s)))
-#elif defined(__SSE2__)
-    constexpr int64_t kStep = 16;
-#define TARN_STREAM(d, s) \
-    _mm_stream_si128(reinterpret_cast<__m128i*>(d), _mm_loadu_si128(reinterpret_cast<const __m128i*>(s)))
-#else
-    constexpr int64_t kStep = 1;
-#define TARN_STREAM(d, s) *(d) = *(s)
-#endif
-    const int64_t head = min<int64_t>(n, -reinterpret_cast<intptr_t>(dst) & (kStep - 1));
-    memcpy(dst, src, size_t(head));
-    int64_t i = head;
-    for (; i + kStep <= n; i += kStep) TARN_STREAM(dst + i, src + i);
-    memcpy(dst + i, src + i, size_t(n - i));
-#undef TARN_STREAM
-}
 
 // True when going from the first row to the last could overwrite source rows not read yet.
 bool from_the_end(const void* src, int32_t src_stride, const void* dst, int32_t dst_stride) {
@@ -54,9 +27,7 @@ Status copy_bytes(const void* src, int32_t src_stride, void* dst, int32_t dst_st
     if (rows.count * rows.length >= kStreamBytes && apart && src_stride == dst_stride) {
         for (int64_t y = 0; y < rows.count; ++y)
             stream_row(row<uint8_t>(dst, dst_stride, y), row<uint8_t>(src, src_stride, y), rows.length);
-#if defined(__SSE2__)
-        _mm_sfence();
-#endif
+        stream_end();
         return kOk;
     }
     for (int64_t i = 0; i < rows.count; ++i) {
