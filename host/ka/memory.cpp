@@ -89,7 +89,8 @@ void make_idle(KaSMEMSTG* storage, Piece* piece) {
 
 // The smallest idle piece with this much room, if it isn't far too large to be spent on it.
 Piece* find_idle(KaSMEMSTG* storage, uint64_t room) {
-    const uint64_t too_large = room < 16384 ? 65536 : 4 * room;
+    uint64_t too_large = room < 16384 ? 65536 : 4 * room;
+    if (too_large < storage->block_size) too_large = storage->block_size;
     Piece* best = nullptr;
     for (Piece* piece = static_cast<Piece*>(storage->idle); piece; piece = piece->next)
         if (piece->capacity >= room && piece->capacity <= too_large && (!best || piece->capacity < best->capacity))

@@ -247,6 +247,16 @@ TEST_F(Memory, a_cleared_storage_uses_its_memory_again) {
         EXPECT_EQ(KaSMEMSTGalloc(&storage, (1 << 20) - layer * 1000, 0, nullptr), first);
     }
     KaMEMSTGdestroy(&storage.base);
+
+    KaSMEMSTGopen(&storage, nullptr, 1 << 20, nullptr);
+    first = KaSMEMSTGalloc(&storage, 10, 0, nullptr);
+    for (int step = 0; step < 10; ++step) {
+        KaSMEMSTGclear(&storage);
+        EXPECT_EQ(KaSMEMSTGalloc(&storage, 20, 0, nullptr), first);
+        KaSMEMSTGalloc(&storage, 3 << 20, 0, nullptr);  // a piece of its own, behind the one for small blocks
+        EXPECT_EQ(KaSMEMSTGalloc(&storage, 20, 0, nullptr), static_cast<char*>(first) + 64);
+    }
+    KaMEMSTGdestroy(&storage.base);
 }
 
 TEST_F(Memory, a_storage_keeps_a_bounded_amount_of_idle_memory) {
