@@ -115,7 +115,7 @@ void run_help(CLI::App& program, const std::string& topic) {
         return;
     }
     if (const Command* command = find_command(topic)) {
-        std::cout << program.get_subcommand(command->name)->help();
+        std::cout << program.get_subcommand(command->name)->help("tarn");
         return;
     }
     const Module module;
