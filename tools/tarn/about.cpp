@@ -111,6 +111,7 @@ void run_info(bool json) {
 
 void run_help(CLI::App& program, const std::string& topic) {
     if (topic.empty()) {
+        program.clear(); // else it would be the help of the command that was chosen
         std::cout << program.help();
         return;
     }
