@@ -111,11 +111,12 @@ void run_info(bool json) {
 
 void run_help(CLI::App& program, const std::string& topic) {
     if (topic.empty()) {
+        program.clear(); // else it would be the help of the command that was chosen
         std::cout << program.help();
         return;
     }
     if (const Command* command = find_command(topic)) {
-        std::cout << program.get_subcommand(command->name)->help();
+        std::cout << program.get_subcommand(command->name)->help("tarn");
         return;
     }
     const Module module;

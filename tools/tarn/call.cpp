@@ -10,10 +10,12 @@ namespace {
 std::string text_of(const QuelERR& err) { return err.count ? err.last.text : "no reason given"; }
 
 // "tarn::scale-resize" is the command scale-resize, "tarn::contour::find" is contour-find.
-std::string command_of(std::string name) {
-    if (name.rfind("tarn::", 0) == 0) name = name.substr(6);
-    for (size_t at; (at = name.find("::")) != std::string::npos;) name.replace(at, 2, "-");
-    return name;
+std::string command_of(const std::string& name) {
+    std::string command;
+    for (size_t i = name.starts_with("tarn::") ? 6 : 0; i < name.size(); ++i)
+        if (name[i] != ':') command += name[i];
+        else if (name[i - 1] == ':') command += '-';
+    return command;
 }
 } // namespace
 

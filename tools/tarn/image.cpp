@@ -188,7 +188,7 @@ void encode_image(OutputFile& out, const Image& image, Format format, const Enco
     switch (format) {
     case Format::png: return encode_png(out, image);
     case Format::jpeg: return encode_jpeg(out, image, encoding.jpeg_quality);
-    case Format::tiff: return encode_tiff(out, image);
+    case Format::tiff: return encode_tiff(out, image, encoding.tiff_compression);
     }
 }
 

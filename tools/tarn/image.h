@@ -77,6 +77,7 @@ enum class Format { png, jpeg, tiff };
 
 struct Encoding {
     int jpeg_quality = 92; // 1 to 100
+    enum class Tiff { none, lzw, deflate } tiff_compression = Tiff::lzw;
 };
 
 std::vector<uint8_t> read_file(const std::string& path);
@@ -97,7 +98,7 @@ Image decode_jpeg(std::span<const uint8_t> bytes, const std::string& name);
 Image decode_tiff(std::span<const uint8_t> bytes, const std::string& name);
 void encode_png(OutputFile& out, const Image& image);
 void encode_jpeg(OutputFile& out, const Image& image, int quality);
-void encode_tiff(OutputFile& out, const Image& image);
+void encode_tiff(OutputFile& out, const Image& image, Encoding::Tiff compression);
 // The reader's error for a file that its library can't decode.
 [[noreturn]] void damaged(const std::string& name, const char* format, const std::string& reason);
 

@@ -1,6 +1,6 @@
 // TIFF by libtiff: grey and RGB, with or without alpha, samples u8, u16, s16, s32, u32 and f32; strips and tiles, channels
 // together or in planes, either byte order, every compression that the library knows. The first picture of a file is read.
-// Written: strips, channels together, LZW with a predictor, BigTIFF when 4 GB would not do.
+// Written: strips, channels together, compressed with a predictor, BigTIFF when 4 GB would not do.
 #include <tiffio.h>
 #include <unistd.h>
 
@@ -177,7 +177,7 @@ void file_samples(uint8_t* row, const Shape& shape) {
         for (int64_t x = 0; x < shape.width; ++x) invert(row + x * shape.channels * bytes, 1, shape.sample);
 }
 
-void set_tags(TIFF* tiff, const Shape& shape) {
+void set_tags(TIFF* tiff, const Shape& shape, Encoding::Tiff compression) {
     const bool grey = shape.channels <= 2;
     const int bits = 8 * sample_bytes(shape.sample);
     TIFFSetField(tiff, TIFFTAG_IMAGEWIDTH, static_cast<uint32_t>(shape.width));
@@ -196,8 +196,10 @@ void set_tags(TIFF* tiff, const Shape& shape) {
                               : shape.alpha == Alpha::unspecified ? EXTRASAMPLE_UNSPECIFIED : EXTRASAMPLE_UNASSALPHA;
         TIFFSetField(tiff, TIFFTAG_EXTRASAMPLES, 1, &kind);
     }
-    TIFFSetField(tiff, TIFFTAG_COMPRESSION, COMPRESSION_LZW);
-    TIFFSetField(tiff, TIFFTAG_PREDICTOR, is_float ? PREDICTOR_FLOATINGPOINT : PREDICTOR_HORIZONTAL);
+    constexpr int kCompressions[] = {COMPRESSION_NONE, COMPRESSION_LZW, COMPRESSION_ADOBE_DEFLATE};
+    TIFFSetField(tiff, TIFFTAG_COMPRESSION, kCompressions[static_cast<int>(compression)]);
+    if (compression != Encoding::Tiff::none)
+        TIFFSetField(tiff, TIFFTAG_PREDICTOR, is_float ? PREDICTOR_FLOATINGPOINT : PREDICTOR_HORIZONTAL);
     TIFFSetField(tiff, TIFFTAG_ROWSPERSTRIP, TIFFDefaultStripSize(tiff, 0));
 }
 } // namespace
@@ -216,7 +218,7 @@ Image decode_tiff(std::span<const uint8_t> bytes, const std::string& name) {
     return image;
 }
 
-void encode_tiff(OutputFile& out, const Image& image) {
+void encode_tiff(OutputFile& out, const Image& image, Encoding::Tiff compression) {
     install_handlers();
     const auto failed = [&] {
         if (errno) out.write_failed(errno);
@@ -228,7 +230,7 @@ void encode_tiff(OutputFile& out, const Image& image) {
     const int file = dup(fileno(out.stream())); // closed with the TIFF
     Tiff tiff(file < 0 ? nullptr : TIFFFdOpen(file, "picture", big ? "w8" : "w"));
     if (!tiff) failed();
-    set_tags(tiff.get(), image.shape);
+    set_tags(tiff.get(), image.shape, compression);
     std::vector<uint8_t> row(image.row_bytes()); // a copy: encoding predictors and byte swaps work in place
     for (int y = 0; y < image.height(); ++y) {
         std::memcpy(row.data(), image.row(y), row.size());

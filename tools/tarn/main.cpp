@@ -20,10 +20,10 @@ using namespace tarn::tool;
         usage(text.substr(0, text.size() + 1 - sizeof required), "is missing", see);
     if (dynamic_cast<const CLI::ExtrasError*>(&error)) {
         const std::string extra = text.substr(text.rfind(": ") == std::string::npos ? 0 : text.rfind(": ") + 2);
-        usage(extra, command.empty() ? "is not an option of tarn" : "is too much for " + command, see);
+        usage(extra, (extra[0] == '-' ? "is not an option of " : "is too much for ") + (command.empty() ? "tarn" : command), see);
     }
-    const size_t colon = text.find(": ");
-    if (text[0] == '-' && colon != std::string::npos) usage(text.substr(0, colon), text.substr(colon + 2), see);
+    const size_t colon = text.find(": "); // "--size: 1 required WxH missing"
+    if (colon != std::string::npos && text.find(' ') > colon) usage(text.substr(0, colon), text.substr(colon + 2), see);
     usage(command.empty() ? "command line" : command, text, see);
 }
 

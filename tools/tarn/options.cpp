@@ -86,6 +86,7 @@ void add_inputs(CLI::App& app, Files& files, size_t least, size_t most) {
 void add_image_output(CLI::App& app, Files& files) {
     app.add_option("-o,--output", files.output, "picture to write: .png, .jpg or .tiff")->required()->type_name("OUT");
     app.add_option("--quality", files.quality, "JPEG quality, 1 to 100 (default 92)")->type_name("N");
+    app.add_option("--compression", files.compression, "of TIFF: none, lzw (default) or deflate")->type_name("KIND");
 }
 
 void add_text_output(CLI::App& app, Files& files) {
@@ -112,7 +113,8 @@ std::vector<Image> read_equal_inputs(const Files& files) {
 
 ImageOutput::ImageOutput(const Files& files)
     : format_(output_format(files.output)),
-      encoding_{static_cast<int>(parse_integer(files.quality, "--quality", 1, 100))},
+      encoding_{static_cast<int>(parse_integer(files.quality, "--quality", 1, 100)),
+                static_cast<Encoding::Tiff>(parse_word(files.compression, "--compression", {"none", "lzw", "deflate"}))},
       file_(files.output) {}
 
 void ImageOutput::check(const Shape& shape) const { check_format(shape, format_, file_.path()); }

@@ -34,12 +34,12 @@ size_t parse_word(const std::string& text, const std::string& option, const std:
 struct Files {
     std::vector<std::string> inputs;
     std::string output;
-    std::string quality = "92";
+    std::string quality = "92", compression = "lzw";
     bool time = false;
 };
 // Positional IN (several where most > 1; most 0: any number), and --time.
 void add_inputs(CLI::App& app, Files& files, size_t least = 1, size_t most = 1);
-// -o OUT and --quality for commands that write a picture.
+// -o OUT, --quality and --compression for commands that write a picture.
 void add_image_output(CLI::App& app, Files& files);
 // -o OUT for commands that write text (SVG, JSON), optional: without it the text goes to standard output.
 void add_text_output(CLI::App& app, Files& files);

@@ -1,0 +1,101 @@
+"""What the commands do with the pictures, and what they tell about the module."""
+import json
+
+import driver
+from pictures import noise, png, read_png, read_tiff, tiff
+
+
+class Commands(driver.ProgramTest):
+    def resized(self, source, *arguments, out="out.png"):
+        self.tarn("scale-resize", source, "-o", out, *arguments)
+        return read_png(self.get(out)) if out.endswith("png") else read_tiff(self.get(out))
+
+    def test_a_region_at_its_own_size_is_cut_out_exactly(self):
+        for bits, high in (8, 255), (16, 65535):
+            for channels in 1, 2, 3, 4:
+                rows = noise(11, 9, channels, 0, high)
+                self.put("in.png", png(11, 9, channels, rows, bits))
+                cut = [row[3 * channels:8 * channels] for row in rows[2:9]]
+                for mode in "nearest", "lanczos":
+                    got = self.resized("in.png", "--scale", 1, "--region", "3,2,5x7", "--interpolation", mode)
+                    self.assertEqual(got, (5, 7, channels, bits, cut))
+
+    def test_nearest_repeats_pixels_of_every_channel(self):
+        for bits, high in (8, 255), (16, 65535):
+            for channels in 1, 2, 3, 4:
+                rows = noise(5, 4, channels, 0, high)
+                self.put("in.png", png(5, 4, channels, rows, bits))
+                wanted = [[v for x in range(5) for _ in range(3) for v in row[x * channels:(x + 1) * channels]]
+                          for row in rows for _ in range(2)]
+                got = self.resized("in.png", "--size", "15x8", "--interpolation", "nearest")
+                self.assertEqual(got, (15, 8, channels, bits, wanted))
+
+    def test_constant_pictures_stay_constant_in_every_mode(self):
+        for bits, value in (8, 201), (16, 51234), (16, 3):
+            pixel = [value, value // 2, 1, value]
+            self.put("in.png", png(9, 9, 4, [pixel * 9] * 9, bits))
+            for mode in "nearest", "linear", "cubic", "lanczos":
+                for scale in 0.5, 2.5:
+                    width, height, _, _, rows = self.resized("in.png", "--scale", scale, "--interpolation", mode)
+                    self.assertEqual(width, int(9 * scale + 0.5))
+                    self.assertEqual(rows, [pixel * width] * height, (mode, scale, bits))
+
+    def test_linear_halving_means_pairs_also_across_the_middle_of_16_bits(self):
+        rows = [[32000, 33000, 0, 65534], [32002, 33002, 2, 65532]]
+        self.put("in.png", png(4, 2, 1, rows, 16))
+        self.assertEqual(self.resized("in.png", "--size", "2x1")[4], [[32501, 32767]])
+
+    def test_depth_converts_the_samples(self):
+        rows = noise(6, 5, 3, 0, 255)
+        self.put("in.png", png(6, 5, 3, rows))
+        for depth, bits, sample_format in ("f32", 32, 3), ("s16", 16, 2):
+            tags, values = self.resized("in.png", "--scale", 1, "--depth", depth, "--compression", "none", out="out.tif")
+            self.assertEqual((tags[258][0], tags[339][0], values), (bits, sample_format, rows))
+        self.put("deep.tif", tiff(3, 1, 1, [[-5, 100, 300]], "s16"))
+        self.assertEqual(self.resized("deep.tif", "--scale", 1, "--depth", "u8")[4], [[0, 100, 255]])
+        self.put("high.png", png(3, 1, 1, [[5, 100, 300]], 16))
+        self.assertEqual(self.resized("high.png", "--scale", 1, "--depth", "u8")[4], [[5, 100, 255]])
+        self.put("higher.png", png(3, 1, 1, [[5, 100, 40000]], 16))
+        self.refused(1, "higher.png", "above 32767", "scale-resize", "higher.png", "-o", "o.png", "--scale", 1, "--depth", "u8")
+
+    def test_time_prints_milliseconds_alone(self):
+        self.put("in.png", png(4, 4, 3, noise(4, 4, 3, 0, 255)))
+        self.assertRegex(self.tarn("copy", "in.png", "-o", "out.png", "--time"), r"\A\d+\.\d{4} ms\n\Z")
+
+    def test_ops_tells_every_slot(self):
+        slots = json.loads(self.tarn("ops", "--json"))
+        self.assertEqual([slot["slot"] for slot in slots], list(range(200)))
+        for number, name, qualified, kind in ((0, "init_once", "init-once", "implemented"), (2, "pod_init", "pod-init", "empty"),
+                                              (41, "calcthresh_otsu", "tarn::calcthresh-otsu", "declared"),
+                                              (57, "copy", "tarn::copy", "implemented"),
+                                              (199, "reserved199", "tarn::reserved199", "reserved")):
+            slot = slots[number]
+            self.assertEqual((slot["name"], slot["qualified"], slot["kind"]), (name, qualified, kind))
+        for slot in slots:  # an operation without a line about it is one that the tables of the program forgot
+            self.assertEqual(bool(slot["summary"]), slot["kind"] == "implemented", slot)
+        lines = self.tarn("ops").splitlines()
+        self.assertEqual(len(lines), 200)
+        self.assertRegex(lines[57], r"^ 57  copy +tarn::copy +implemented +\w")
+        table = self.tarn("ops", "--markdown", "--kind", "declared").splitlines()
+        self.assertTrue(all(line.count("|") == 6 for line in table))
+        self.assertEqual(len(table) - 2, sum(slot["kind"] == "declared" for slot in slots))
+
+    def test_info_names_module_and_processor(self):
+        info = json.loads(self.tarn("info", "--json"))
+        self.assertEqual((info["module"], info["path key"], info["slots"]), ("tarn-ipp", "modules/tarn-ipp", 200))
+        self.assertRegex(info["library"], r"/tarn-ipp\.so$")
+        self.assertRegex(info["depends on"], r"^tarn-c \((not )?loaded\)$")
+        self.assertIn(info["processor level"], ("baseline", "ssse3", "sse4.2", "avx2", "avx512"))
+
+    def test_help_is_the_same_asked_either_way_and_names_every_option(self):
+        self.assertEqual(self.tarn("help", "scale-resize"), self.tarn("scale-resize", "--help"))
+        self.assertEqual(self.tarn("help", "tarn::copy"), self.tarn("help", "copy"))
+        self.assertEqual(self.tarn("help"), self.tarn("--help"))
+        text = self.tarn("help", "scale-resize")
+        for word in "--size", "--scale", "--region", "--interpolation", "tarn::scale-resize(", "Example:\n  tarn scale-resize ":
+            self.assertIn(word, text)
+        self.assertIn("declared", self.tarn("help", "calcthresh-otsu"))
+        self.assertRegex(self.tarn("--version"), r"^tarn \d+\.\d+\.\d+\n$")
+
+
+driver.main()

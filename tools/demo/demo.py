@@ -1,0 +1,212 @@
+#!/usr/bin/env python3
+"""The demonstration: sample pictures through the program `tarn`, and a page that shows what went in and what came out.
+
+Each section is a function that takes a Demo and adds to its page; a new one goes into SECTIONS at the end. Times are those of the
+operation's call alone, as `tarn --time` measures them (best of several repeats), without reading and writing files.
+"""
+import argparse
+import html
+import json
+import os
+import shutil
+import subprocess
+import sys
+import time
+
+STYLE = """
+:root { --ink: #1d2733; --soft: #5b6b7c; --line: #dfe5ec; --accent: #0b6e74; --paper: #f6f8fa; }
+* { box-sizing: border-box; }
+body { margin: 0; font: 16px/1.55 system-ui, "Segoe UI", Roboto, "DejaVu Sans", sans-serif; color: var(--ink);
+  background: var(--paper); }
+header { background: #10222c; color: #eef4f6; padding: 2.6rem 1.5rem 2.2rem; }
+header > *, main { max-width: 1180px; margin-left: auto; margin-right: auto; }
+h1 { margin-top: 0; margin-bottom: .3rem; font-size: 2rem; letter-spacing: -.01em; }
+header p { margin-top: .2rem; margin-bottom: .2rem; color: #b8cbd2; max-width: 1180px; }
+nav { margin-top: 1rem; } nav a { color: #8fd3d6; margin-right: 1.2rem; }
+main { padding: 1rem 1.5rem 4rem; }
+h2 { margin: 2.6rem 0 .3rem; font-size: 1.45rem; } h3 { margin: 1.8rem 0 .4rem; font-size: 1.08rem; }
+p.why { margin: .2rem 0 .8rem; color: var(--soft); max-width: 52rem; }
+.row { display: grid; grid-template-columns: repeat(auto-fill, minmax(255px, 1fr)); gap: 14px; align-items: start; }
+figure { margin: 0; background: #fff; border: 1px solid var(--line); border-radius: 8px; overflow: hidden; }
+figure.source { border-color: var(--accent); box-shadow: 0 0 0 1px var(--accent); }
+.picture { height: 230px; display: flex; align-items: center; justify-content: center; padding: 8px;
+  background: repeating-conic-gradient(#eceff2 0 25%, #fff 0 50%) 0 0 / 16px 16px; }
+.picture img { max-width: 100%; max-height: 100%; }
+.picture.true img { max-width: none; max-height: none; image-rendering: pixelated; }
+.picture.fill img { width: 100%; height: 100%; object-fit: contain; image-rendering: pixelated; }
+figcaption { padding: .55rem .8rem .7rem; border-top: 1px solid var(--line); font-size: .88rem; }
+figcaption b { font-size: .95rem; } figcaption .size { color: var(--soft); float: right; }
+.time { color: var(--accent); font-weight: 600; font-variant-numeric: tabular-nums; }
+code { display: block; margin-top: .35rem; font: 11.5px/1.45 ui-monospace, "DejaVu Sans Mono", monospace; color: var(--soft);
+  overflow-wrap: anywhere; }
+table { border-collapse: collapse; background: #fff; border: 1px solid var(--line); font-variant-numeric: tabular-nums; }
+th, td { padding: .35rem .9rem; border-bottom: 1px solid var(--line); text-align: right; } td:first-child, th:first-child
+{ text-align: left; } th { background: #edf1f4; font-size: .85rem; }
+footer { margin-top: 3rem; border-top: 1px solid var(--line); padding-top: .8rem; color: var(--soft); font-size: .88rem; }
+"""
+MODES = ("nearest", "linear", "cubic", "lanczos")
+VIEWS = {"fit": "picture", "true": "picture true", "fill": "picture fill"}
+
+
+class Demo:
+    """Runs tarn, keeps what it wrote in the output folder, and collects the page."""
+
+    def __init__(self, tarn, samples, out):
+        self.tarn, self.samples, self.out = os.path.abspath(tarn), os.path.abspath(samples), os.path.abspath(out)
+        self.body, self.calls = [], 0
+
+    def run(self, *arguments):
+        done = subprocess.run([self.tarn, *arguments], cwd=self.out, capture_output=True, text=True)
+        if done.returncode:
+            sys.exit(f"demo: `tarn {' '.join(arguments)}` failed: {done.stderr.strip()}")
+        self.calls += 1
+        return done.stdout
+
+    def picture(self, *arguments):
+        """Runs a command that ends in -o OUT; returns the milliseconds of its call."""
+        return float(self.run(*arguments, "--time").split()[0])
+
+    def sample(self, name):
+        """Copies a sample beside the page; returns its name there."""
+        shutil.copy(os.path.join(self.samples, name), os.path.join(self.out, name))
+        return name
+
+    # ---- The page ----
+
+    def section(self, anchor, title, why):
+        self.body.append(f'<h2 id="{anchor}">{html.escape(title)}</h2>\n<p class="why">{html.escape(why)}</p>')
+
+    def heading(self, title, why=""):
+        self.body.append(f"<h3>{html.escape(title)}</h3>" + (f'<p class="why">{html.escape(why)}</p>' if why else ""))
+
+    def figures(self, figures):
+        self.body.append('<div class="row">' + "\n".join(figures) + "</div>")
+
+    def figure(self, file, title, size="", time=None, command="", view="fit", source=False):
+        """One picture. view: fit (scaled to the frame), true (pixel for pixel), fill (enlarged with its pixels visible)."""
+        note = f'<br><span class="time">{time:.3f} ms</span>' if time is not None else ""
+        shown = f"<code>tarn {html.escape(command)}</code>" if command else ""
+        return (f'<figure{" class=source" if source else ""}><div class="{VIEWS[view]}"><a href="{file}">'
+                f'<img src="{file}" alt="{html.escape(title)}"></a></div>'
+                f'<figcaption><span class="size">{size}</span><b>{html.escape(title)}</b>{note}{shown}</figcaption></figure>')
+
+    def table(self, head, rows):
+        cells = lambda tag, row: "<tr>" + "".join(f"<{tag}>{html.escape(str(v))}</{tag}>" for v in row) + "</tr>"
+        self.body.append("<table>" + cells("th", head) + "".join(cells("td", row) for row in rows) + "</table>")
+
+    def write(self, titles):
+        info = json.loads(self.run("info", "--json"))
+        links = "".join(f'<a href="#{anchor}">{html.escape(title)}</a>' for anchor, title in titles)
+        with open(os.path.join(self.samples, "README.md"), encoding="utf-8") as file:
+            credits = [line.split("|")[1:5] for line in file if line.startswith("|") and "." in line.split("|")[1]]
+        thanks = "; ".join(f"{name.strip()}: {what.strip()} ({licence.strip()})" for name, _, what, licence in credits)
+        page = (f'<!doctype html>\n<html lang="en"><head><meta charset="utf-8"><title>tarn-ipp</title>\n'
+                f'<meta name="viewport" content="width=device-width">\n<style>{STYLE}</style></head>\n<body><header>'
+                f'<h1>tarn-ipp</h1><p>Image-processing operations in a plug-in module. Every picture below came out of the program '
+                f'<b>tarn</b> by the command under it.</p><p>Times are the operation\'s call alone, best of several repeats, one '
+                f'thread, processor level {html.escape(info["processor level"])}; files are read and written outside of them.</p>'
+                f'<nav>{links}</nav></header>\n<main>\n' + "\n".join(self.body) +
+                f'\n<footer>Pictures: {html.escape(thanks)}. Made {time.strftime("%Y-%m-%d %H:%M")} with '
+                f'{self.calls} calls of tarn.</footer>\n</main></body></html>\n')
+        path = os.path.join(self.out, "index.html")
+        with open(path + ".new", "w", encoding="utf-8") as file:
+            file.write(page)
+        os.replace(path + ".new", path)
+
+
+def resize_row(demo, source, size, label, region=None, view="fit", shown_size=None):
+    """One picture to one size in every interpolation mode; the source first."""
+    stem = os.path.splitext(source)[0]
+    figures, times = [], []
+    if region:
+        cut = f"{stem}-{label}-region.png"
+        arguments = ["scale-resize", source, "-o", cut, "--scale", "1", "--region", region]
+        figures.append(demo.figure(cut, "the region", region.split(",")[-1].replace("x", " × "), demo.picture(*arguments),
+                                   " ".join(arguments), view, source=True))
+    else:
+        figures.append(demo.figure(source, "input", shown_size, view="fit", source=True))
+    for mode in MODES:
+        out = f"{stem}-{label}-{mode}.png"
+        arguments = ["scale-resize", source, "-o", out, "--size", size, "--interpolation", mode]
+        arguments += ["--region", region] if region else []
+        times.append(demo.picture(*arguments))
+        figures.append(demo.figure(out, mode, size.replace("x", " × "), times[-1], " ".join(arguments), view))
+    demo.figures(figures)
+    return times
+
+
+def resize_section(demo):
+    demo.section("resize", "Resampling", "tarn::scale-resize takes a picture, or a region of it, to any size in four "
+                 "interpolation modes. The alpha channel is resampled on its own.")
+    table = []
+    coffee, rocket, retina, horse = map(demo.sample, ("coffee.png", "rocket.jpg", "retina.jpg", "horse.png"))
+
+    def row(title, why, source, *arguments, **options):
+        demo.heading(title, why)
+        table.append([title] + [f"{t:.3f}" for t in resize_row(demo, source, *arguments, **options)])
+
+    row("Retina down to 200 × 200", "Far smaller: the kernels look at the nearest source pixels only, so fine vessels thin out "
+        "differently in each mode.", retina, "200x200", "down", view="true", shown_size="1411 × 1411")
+    row("Coffee up by 2.5", "The whole picture enlarged.", coffee, "1500x1000", "up", shown_size="600 × 400")
+    row("A region of the coffee up by 8", "A 60 × 40 cut enlarged, its pixels shown as they are: blocks, slopes, and the "
+        "sharper edges of the wider kernels.", coffee, "480x320", "detail", region="270,120,60x40", view="fill")
+    row("A region of the rocket down to a thumbnail", "Taken straight from the region, without a cut in between.", rocket,
+        "160x120", "thumb", region="200,40,320x240", view="true")
+    row("Horse with its transparency", "Four channels: colour and alpha.", horse, "200x164", "alpha", view="true",
+        shown_size="400 × 328")
+    demo.heading("All calls, in milliseconds")
+    demo.table(["call"] + list(MODES), table)
+
+
+def depth_section(demo):
+    demo.section("depth", "Signed 16 bits and float", "The same operation converts the samples on the way. Both results below "
+                 "went to TIFF files, were resampled there, and came back to 8 bits to be shown.")
+    source = demo.sample("coffee.png")
+    figures = [demo.figure(source, "input", "600 × 400", source=True)]
+    for depth, title in ("s16", "16-bit TIFF"), ("f32", "float TIFF"):
+        stem = f"coffee-{depth}"
+        convert = ["scale-resize", source, "-o", f"{stem}.tiff", "--scale", "1", "--depth", depth]
+        resize = ["scale-resize", f"{stem}.tiff", "-o", f"{stem}-half.tiff", "--scale", "0.5", "--interpolation", "cubic"]
+        back = ["scale-resize", f"{stem}-half.tiff", "-o", f"{stem}-half.png", "--scale", "1", "--depth", "u8"]
+        demo.picture(*convert)
+        took = demo.picture(*resize)
+        demo.picture(*back)
+        figures.append(demo.figure(f"{stem}-half.png", title, "300 × 200", took, " ".join(resize), "true"))
+    demo.figures(figures)
+
+
+def copy_section(demo):
+    demo.section("copy", "Copying and formats", "tarn::copy moves pixels; around it the program turns one file format into another "
+                 "without changing a value where the format allows it.")
+    source = demo.sample("rocket.jpg")
+    figures = [demo.figure(source, "JPEG input", "640 × 427", source=True)]
+    for before, out, title in ((source, "rocket-copy.tiff", None), ("rocket-copy.tiff", "rocket-copy.png", "through TIFF to PNG"),
+                               ("rocket-copy.png", "rocket-copy.jpg", "and to JPEG again")):
+        arguments = ["copy", before, "-o", out]
+        took = demo.picture(*arguments)
+        if title:
+            figures.append(demo.figure(out, title, "640 × 427", took, " ".join(arguments)))
+    demo.figures(figures)
+
+
+SECTIONS = [("resize", "Resampling", resize_section), ("depth", "16 bits and float", depth_section),
+            ("copy", "Copying and formats", copy_section)]
+
+
+def main():
+    parser = argparse.ArgumentParser(description="Makes a page of what the program tarn does with the sample pictures.")
+    parser.add_argument("--tarn", default="build/release/bin/tarn", help="the built program")
+    parser.add_argument("--samples", default="samples", help="folder of the sample pictures")
+    parser.add_argument("--out", default="out/demo", help="folder to write; index.html is made there")
+    options = parser.parse_args()
+    if not os.access(options.tarn, os.X_OK):
+        sys.exit(f"demo: {options.tarn} is not there; build it first or name it with --tarn")
+    os.makedirs(options.out, exist_ok=True)
+    demo = Demo(options.tarn, options.samples, options.out)
+    for _, _, section in SECTIONS:
+        section(demo)
+    demo.write([(anchor, title) for anchor, title, _ in SECTIONS])
+    print(f"{demo.calls} calls; page: {os.path.join(options.out, 'index.html')}")
+
+
+main()
