@@ -12,3 +12,5 @@ int64_t op_later(const QuelCALL*, QuelERR*, KaSMEMSTG*);
 int64_t op_copy(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* dst, const LumoMAT* src);
 int64_t op_scaleresize(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* dst, const LumoMAT* src, const LumoRECT* region,
                        const uint32_t* value_range, uint32_t interpolation);
+int64_t op_mlnn(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* output, const LumoMAT* input, uint64_t count,
+                const TarnLayer* layers);
