@@ -8,7 +8,16 @@
 #include <string.h>
 
 #if defined(__x86_64__)
+// g++ 12 takes the deliberately undefined registers inside of these for a mistake.
+#if defined(__GNUC__) && !defined(__clang__)
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+#pragma GCC diagnostic ignored "-Wuninitialized"
+#endif
 #include <immintrin.h>
+#if defined(__GNUC__) && !defined(__clang__)
+#pragma GCC diagnostic pop
+#endif
 #endif
 
 #include "kernels/kernel.h"

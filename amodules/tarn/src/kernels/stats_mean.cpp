@@ -1,0 +1,195 @@
+// Means. Rows are read without regard to channels, three vectors in turn, so that a lane always meets the same channel;
+// channels come apart at the end. Integers are summed exactly in lanes of twice their width: of each pair of elements the
+// upper one by a shift, and both at once by adding the pair as it is, from which the upper ones are taken off at the end.
+// That is two additions and a shift for two elements of any channel. Floats are summed in double in a fixed order.
+#include "kernels/stats.h"
+
+#include "kernels/body.h"
+
+namespace tarn::k::TARN_LEVEL {
+namespace {
+
+// Vectors of pairs of elements, and of doubles with half as many floats.
+#if defined(__AVX512BW__)
+#define TARN_V(op) _mm512_##op
+using Pairs = __m512i;
+using Doubles = __m512d;
+inline Pairs load(const void* p) { return _mm512_loadu_si512(p); }
+inline void store(void* p, Pairs v) { _mm512_storeu_si512(p, v); }
+inline Doubles load_doubles(const float* p) { return _mm512_cvtps_pd(_mm256_loadu_ps(p)); }
+#elif defined(__AVX2__)
+#define TARN_V(op) _mm256_##op
+using Pairs = __m256i;
+using Doubles = __m256d;
+inline Pairs load(const void* p) { return _mm256_loadu_si256(static_cast<const Pairs*>(p)); }
+inline void store(void* p, Pairs v) { _mm256_storeu_si256(static_cast<Pairs*>(p), v); }
+inline Doubles load_doubles(const float* p) { return _mm256_cvtps_pd(_mm_loadu_ps(p)); }
+#elif defined(__SSE2__)
+#define TARN_V(op) _mm_##op
+using Pairs = __m128i;
+using Doubles = __m128d;
+inline Pairs load(const void* p) { return _mm_loadu_si128(static_cast<const Pairs*>(p)); }
+inline void store(void* p, Pairs v) { _mm_storeu_si128(static_cast<Pairs*>(p), v); }
+inline Doubles load_doubles(const float* p) {
+    return _mm_cvtps_pd(_mm_castsi128_ps(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p))));
+}
+#else
+using Pairs = uint32_t;
+using Doubles = double;
+inline Pairs load(const uint8_t* p) { return Pairs(p[0] | p[1] << 8); }
+inline Pairs load(const int16_t* p) { return Pairs(uint16_t(p[0])) | Pairs(uint16_t(p[1])) << 16; }
+inline void store(uint16_t* p, Pairs v) { *p = uint16_t(v); }
+inline void store(uint32_t* p, Pairs v) { *p = v; }
+inline Doubles load_doubles(const float* p) { return *p; }
+#endif
+
+// Elements and how their pairs are added. Signed elements are summed as what they are above the smallest (biased).
+struct SumU8 {
+    using T = uint8_t;
+    using Pair = uint16_t;
+    static constexpr int kBits = 8;
+    static constexpr int64_t kRounds = 256;  // 256 * 255 fits the lane
+    static constexpr T kFill = 0;            // what adds nothing
+#if defined(TARN_V)
+    static constexpr int kLanes = sizeof(Pairs);
+    static Pairs take(const T* p) { return load(p); }
+    static Pairs add(Pairs a, Pairs b) { return TARN_V(add_epi16)(a, b); }
+    static Pairs upper(Pairs a) { return TARN_V(srli_epi16)(a, 8); }
+#else
+    static constexpr int kLanes = 2;
+    static Pairs take(const T* p) { return load(p); }
+    static Pairs add(Pairs a, Pairs b) { return uint16_t(a + b); }
+    static Pairs upper(Pairs a) { return a >> 8; }
+#endif
+};
+struct SumS16 {
+    using T = int16_t;
+    using Pair = uint32_t;
+    static constexpr int kBits = 16;
+    static constexpr int64_t kRounds = 65536;  // 65536 * 65535 fits the lane
+    static constexpr T kFill = -32768;
+#if defined(TARN_V)
+    static constexpr int kLanes = sizeof(Pairs) / 2;
+    static Pairs take(const T* p) { return TARN_V(add_epi16)(load(p), TARN_V(set1_epi16)(-32768)); }
+    static Pairs add(Pairs a, Pairs b) { return TARN_V(add_epi32)(a, b); }
+    static Pairs upper(Pairs a) { return TARN_V(srli_epi32)(a, 16); }
+#else
+    static constexpr int kLanes = 2;
+    static Pairs take(const T* p) { return load(p) ^ 0x80008000u; }
+    static Pairs add(Pairs a, Pairs b) { return a + b; }
+    static Pairs upper(Pairs a) { return a >> 16; }
+#endif
+};
+
+template <class E, int kChannels, int kResults>
+Status mean_integers(const void* src, int32_t stride, Size size, double* means) {
+    using T = typename E::T;
+    using Pair = typename E::Pair;
+    constexpr int kTurn = 3 * E::kLanes, kPairs = kTurn / 2;
+    if (Status s = check(size, src, means)) return s;
+    const Rows rows = rows_of(size, int64_t(size.width) * kChannels, sizeof(T), stride);
+    Pairs both[3] = {}, upper[3] = {};
+    uint64_t lower_sums[kPairs] = {}, upper_sums[kPairs] = {};
+    int64_t room = E::kRounds;
+    const auto take = [&](const T* s) {
+        for (int j = 0; j < 3; ++j) {
+            const Pairs v = E::take(s + j * E::kLanes);
+            both[j] = E::add(both[j], v);
+            upper[j] = E::add(upper[j], E::upper(v));
+        }
+    };
+    const auto empty = [&] {
+        Pair b[kPairs], u[kPairs];
+        for (int j = 0; j < 3; ++j) {
+            store(b + j * kPairs / 3, both[j]);
+            store(u + j * kPairs / 3, upper[j]);
+            both[j] = upper[j] = Pairs{};
+        }
+        for (int e = 0; e < kPairs; ++e) {
+            lower_sums[e] += Pair(b[e] - Pair(u[e] << E::kBits));  // exact modulo the lane, and the lane holds it
+            upper_sums[e] += u[e];
+        }
+        room = E::kRounds;
+    };
+    for (int64_t y = 0; y < rows.count; ++y) {
+        const T* s = row<T>(src, stride, y);
+        int64_t left = rows.length;
+        while (left >= kTurn) {
+            const int64_t turns = min(left / kTurn, room);
+            for (const T* end = s + turns * kTurn; s != end; s += kTurn) take(s);
+            left -= turns * kTurn;
+            if ((room -= turns) == 0) empty();
+        }
+        if (left) {
+            T rest[kTurn];
+            for (T& e : rest) e = E::kFill;
+            memcpy(rest, s, size_t(left) * sizeof(T));
+            take(rest);
+            if (--room == 0) empty();
+        }
+    }
+    empty();
+    uint64_t sums[kChannels] = {};
+    for (int e = 0; e < kPairs; ++e) {
+        sums[2 * e % kChannels] += lower_sums[e];
+        sums[(2 * e + 1) % kChannels] += upper_sums[e];
+    }
+    const int64_t pixels = int64_t(size.width) * size.height;
+    for (int c = 0; c < kResults; ++c) means[c] = double(int64_t(sums[c]) + E::kFill * pixels) / double(pixels);
+    return kOk;
+}
+
+// 48 lanes: a multiple of each channel count, and enough additions at once to hide their latency.
+template <int kChannels, int kResults>
+Status mean_floats(const void* src, int32_t stride, Size size, double* means) {
+    constexpr int kLanes = 48, kWide = sizeof(Doubles) / sizeof(double);
+    if (Status s = check(size, src, means)) return s;
+    Doubles sums[kLanes / kWide] = {};
+    const auto take = [&](const float* s) {
+        for (int j = 0; j < kLanes / kWide; ++j) sums[j] += load_doubles(s + j * kWide);
+    };
+    for (int64_t y = 0; y < size.height; ++y) {
+        const float* s = row<float>(src, stride, y);
+        int64_t left = int64_t(size.width) * kChannels;
+        for (; left >= kLanes; left -= kLanes, s += kLanes) take(s);
+        if (left) {
+            float rest[kLanes] = {};  // a sum that began with +0 does not change by adding +0
+            memcpy(rest, s, size_t(left) * sizeof(float));
+            take(rest);
+        }
+    }
+    double lanes[kLanes];
+    memcpy(lanes, sums, sizeof lanes);
+    double totals[kChannels] = {};
+    for (int e = 0; e < kLanes; ++e) totals[e % kChannels] += lanes[e];
+    for (int c = 0; c < kResults; ++c) {
+        const double mean = totals[c] / (double(size.width) * size.height);
+        means[c] = mean == mean ? mean : __builtin_nan("");  // which NaN came out depends on operand order
+    }
+    return kOk;
+}
+
+}  // namespace
+
+#define MEAN(name, E, channels, results)                                             \
+    Status name(const void* src, int32_t stride, Size size, double* means) {         \
+        return mean_integers<E, channels, results>(src, stride, size, means);        \
+    }
+#define MEAN_F32(name, channels, results)                                            \
+    Status name(const void* src, int32_t stride, Size size, double* means) {         \
+        return mean_floats<channels, results>(src, stride, size, means);             \
+    }
+MEAN(mean_u8_c1, SumU8, 1, 1)
+MEAN(mean_u8_c3, SumU8, 3, 3)
+MEAN(mean_u8_c3x, SumU8, 4, 3)
+MEAN(mean_s16_c1, SumS16, 1, 1)
+MEAN(mean_s16_c3, SumS16, 3, 3)
+MEAN(mean_s16_c3x, SumS16, 4, 3)
+MEAN_F32(mean_f32_c1, 1, 1)
+MEAN_F32(mean_f32_c3, 3, 3)
+MEAN_F32(mean_f32_c3x, 4, 3)
+#undef MEAN
+#undef MEAN_F32
+#undef TARN_V
+
+}  // namespace tarn::k::TARN_LEVEL
