@@ -6,6 +6,7 @@
 
 #include "cases/convert.h"
 #include "cases/copy.h"
+#include "cases/resize.h"
 #include "kernels/check.h"
 #include "kernels/runtime.h"
 
@@ -13,6 +14,7 @@ using tarn::test::Check;
 
 TEST(kernels, copy) { tarn::cases::copy_cases(Check{}); }
 TEST(kernels, convert) { tarn::cases::convert_cases(Check{}); }
+TEST(kernels, resize) { tarn::cases::resize_cases(Check{}); }
 
 // Last: runs behind the families, in the order of this file.
 TEST(kernels_coverage, every_kernel_has_a_case) {
