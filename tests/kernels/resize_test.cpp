@@ -129,7 +129,7 @@ void check_resize(Mode mode, int form, Image image, Axis ax, Axis ay, unsigned s
         for (int x = 0; x < ax.to; ++x)
             for (int c = 0; c < channels; ++c) {
                 const T got = dst[(size_t(y) * ax.to + x) * channels + c];
-                double real = 0, largest = 0;
+                double real = 0, largest = 1e-30;
                 for (size_t i = 0; i < rows.pixel.size(); ++i)
                     for (size_t k = 0; k < columns[x].pixel.size(); ++k) {
                         const double pixel = src[(rows.pixel[i] * src_size.width + columns[x].pixel[k]) * channels + c];
@@ -143,7 +143,7 @@ void check_resize(Mode mode, int form, Image image, Axis ax, Axis ay, unsigned s
                 if (form == 3 && c == 3) {
                     ASSERT_EQ(T(77), got) << where;
                 } else if constexpr (std::is_same_v<T, float>) {
-                    const double ulp = std::ldexp(1.0, std::ilogb(std::max(largest, 1e-30)) - 23);
+                    const double ulp = std::ldexp(1.0, std::ilogb(std::max(largest, std::fabs(real))) - 23);
                     ASSERT_LE(std::fabs(got - real), 4 * ulp) << where;
                 } else {
                     const double lo = std::numeric_limits<T>::min(), hi = std::numeric_limits<T>::max();
