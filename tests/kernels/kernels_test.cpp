@@ -7,6 +7,7 @@
 #include "cases/convert.h"
 #include "cases/copy.h"
 #include "cases/stats.h"
+#include "cases/resize.h"
 #include "kernels/check.h"
 #include "kernels/runtime.h"
 
@@ -15,6 +16,7 @@ using tarn::test::Check;
 TEST(kernels, copy) { tarn::cases::copy_cases(Check{}); }
 TEST(kernels, convert) { tarn::cases::convert_cases(Check{}); }
 TEST(kernels, stats) { tarn::cases::stats_cases(Check{}); }
+TEST(kernels, resize) { tarn::cases::resize_cases(Check{}); }
 
 // Last: runs behind the families, in the order of this file.
 TEST(kernels_coverage, every_kernel_has_a_case) {

@@ -25,6 +25,11 @@ struct Size {
     int32_t width, height;
 };
 
+// A part of a plane: its first pixel and its size.
+struct Region {
+    int32_t x, y, width, height;
+};
+
 // Where a kernel's scratch memory comes from. allocate gives 64-byte aligned memory or null.
 struct Allocator {
     void* (*allocate)(void* context, uint64_t bytes);

@@ -1,0 +1,393 @@
+// For the resize sources only: the separable resampling with a fixed number of taps that linear, cubic and Lanczos share.
+//
+// A strip of columns at a time, narrow enough that its tables and rows stay in the first-level cache. Per strip a ring holds the
+// last kTaps source rows, resampled horizontally, as floats; an output row is their weighted sum, rounded once. Source rows
+// that no output needs are never read. Horizontally the taps of neighbouring outputs are fetched by permutes from a row
+// converted to floats, or, where the image shrinks to less than half (and below AVX2), gathered one by one into a plane per tap.
+//
+// Sums are products added in one order, so all levels give the same bits. For 8-bit sources the horizontal weights are
+// multiples of 2^-15 whose sum is exactly 1: with 9 bits of pixel sums the result fits the 24 bits of a float, nothing is ever
+// rounded, and a fused multiply-add may be used where there is one.
+//
+// A filter is a type with
+//   kTaps                                     2, 4 or 6
+//   weights(const double* f, double (*w)[kBlock])   for kBlock positions at once: the weights of the taps around a position that lies f
+//                                             (0 <= f < 1) to the right of tap kTaps / 2 - 1; their sum is 1
+#pragma once
+
+#include "kernels/resize_taps.h"
+
+namespace tarn::k::TARN_LEVEL {
+namespace {
+
+constexpr int kBlock = 64;  // positions whose weights are computed together
+
+// ---- Elements -------------------------------------------------------------------------------------------------------
+
+template <class T>
+struct Element {
+    static constexpr bool kExact = false;
+};
+template <>
+struct Element<uint8_t> {
+    static constexpr bool kExact = true;  // horizontal sums
+};
+
+[[maybe_unused]] inline int32_t nearest_even(float v) {
+    // Adding 1.5 * 2^23 leaves the nearest integer (ties to even) in the low bits: |v| < 2^22.
+    return __builtin_bit_cast(int32_t, v + 12582912.0f) - 0x4b400000;
+}
+[[maybe_unused]] inline void store(uint8_t* to, float v) { *to = uint8_t(nearest_even(clamp(v, 0.0f, 255.0f))); }
+[[maybe_unused]] inline void store(int16_t* to, float v) { *to = int16_t(nearest_even(clamp(v, -32768.0f, 32767.0f))); }
+// Which operand's NaN a sum hands on depends on the compiler, so NaN gets one pattern.
+[[maybe_unused]] inline void store(float* to, float v) { *to = v == v ? v : __builtin_nanf(""); }
+
+// ---- Sums -----------------------------------------------------------------------------------------------------------
+
+// The sum of kTaps products: small outer ones first, pairs from outside to inside.
+template <int kTaps, class Term>
+inline auto sum_of(Term term) {
+    static_assert(kTaps == 2 || kTaps == 4 || kTaps == 6);
+    if constexpr (kTaps == 2)
+        return term(0) + term(1);
+    else if constexpr (kTaps == 4)
+        return (term(0) + term(3)) + (term(1) + term(2));
+    else
+        return ((term(0) + term(5)) + (term(1) + term(4))) + (term(2) + term(3));
+}
+
+// The first output of a block and the weights of kBlock outputs: first[i] is the source pixel of tap 0.
+template <class Filter, bool kExact>
+void block_of_weights(Walk& walk, int64_t* first, float (*weight)[kBlock]) {
+    constexpr int kTaps = Filter::kTaps;
+    double f[kBlock], w[kTaps][kBlock];
+    for (int i = 0; i < kBlock; ++i, walk.next()) {
+        first[i] = walk.whole - (kTaps / 2 - 1);
+        f[i] = double(walk.rest);
+    }
+    const double denominator = double(walk.denominator);
+    for (int i = 0; i < kBlock; ++i) f[i] = f[i] / denominator;
+    Filter::weights(f, w);
+    if (kExact) {
+        for (int i = 0; i < kBlock; ++i) {
+            double sum = 0;
+            for (int k = 0; k < kTaps; ++k) {
+                constexpr double kNearest = 1.5 * 4503599627370496.0;  // rounds to an integer
+                w[k][i] = (w[k][i] * 32768.0 + kNearest) - kNearest;
+                sum += w[k][i];
+            }
+            const double rest = 32768.0 - sum;
+            w[kTaps / 2 - 1][i] += f[i] < 0.5 ? rest : 0.0;
+            w[kTaps / 2][i] += f[i] < 0.5 ? 0.0 : rest;
+        }
+    }
+    for (int k = 0; k < kTaps; ++k)
+        for (int i = 0; i < kBlock; ++i) weight[k][i] = float(kExact ? w[k][i] / 32768.0 : w[k][i]);
+}
+
+// ---- Strips ---------------------------------------------------------------------------------------------------------
+
+#if defined(__AVX512F__)
+constexpr int kLanes = 16;
+#else
+constexpr int kLanes = 8;
+#endif
+
+// Elements of a strip at most: multiples of 16 and 3.
+template <int kTaps>
+constexpr int64_t kStripElements = kTaps == 2 ? 1536 : kTaps == 4 ? 960 : 624;
+
+enum class Fetch { planes, one_window, two_windows };
+
+// What a strip's rows are made with. Elements: outputs times channels, then up to a whole vector more of no meaning.
+struct Strip {
+    int64_t pixels, elements;
+    float* weight;       // plane after plane of kStripElements: the taps' weights per element
+    int64_t* first;      // source pixel of tap 0 per pixel, from the region's left
+    Fetch fetch;
+    int64_t row_from;    // permutes: first source pixel of the converted row, from the region's left
+    int64_t row_pixels;  // and how many it has
+    int32_t* base;       // per vector of outputs: where its window begins in the converted row
+    int32_t* index;      // per output: tap 0 in the window
+};
+
+// Converts `count` pixels from pixel `from` on to floats, repeating the edge pixels of the row.
+template <class T>
+void convert_row(const T* s, int64_t width, int channels, int64_t from, int64_t count, float* to) {
+    const int64_t left = clamp<int64_t>(-from, 0, count), right = clamp<int64_t>(from + count - width, 0, count);
+    for (int64_t x = 0; x < left; ++x)
+        for (int c = 0; c < channels; ++c) to[x * channels + c] = float(s[c]);
+    const T* middle = s + (from + left) * channels;
+    float* out = to + left * channels;
+    const int64_t n = (count - left - right) * channels;
+    for (int64_t i = 0; i < n; ++i) out[i] = float(middle[i]);
+    for (int64_t x = count - right; x < count; ++x)
+        for (int c = 0; c < channels; ++c) to[x * channels + c] = float(s[(width - 1) * channels + c]);
+}
+
+// Gathers the taps of every output of a strip, a plane of kStripElements per tap.
+template <int kTaps, int kChannels, class T>
+void gather_taps(const T* s, int64_t width, int64_t left, const Strip& strip, float* planes) {
+    for (int64_t x = 0; x < strip.pixels; ++x) {
+        const int64_t at = left + strip.first[x];
+        const bool inside = at >= 0 && at + kTaps <= width;
+        for (int k = 0; k < kTaps; ++k) {
+            const T* pixel = s + (inside ? at + k : clamp<int64_t>(at + k, 0, width - 1)) * kChannels;
+            float* to = planes + k * kStripElements<kTaps> + x * kChannels;
+            for (int c = 0; c < kChannels; ++c) to[c] = float(pixel[c]);
+        }
+    }
+}
+
+template <int kTaps>
+void weigh_planes(const Strip& strip, const float* TARN_RESTRICT planes, float* TARN_RESTRICT out) {
+    const float* TARN_RESTRICT weight = strip.weight;
+    for (int64_t i = 0; i < strip.elements; ++i)
+        out[i] = sum_of<kTaps>([&](int k) {
+            return planes[k * kStripElements<kTaps> + i] * weight[k * kStripElements<kTaps> + i];
+        });
+}
+
+#if defined(__AVX2__)
+
+#if defined(__AVX512F__)
+using Lanes = __m512;
+using Index = __m512i;
+inline Lanes load(const float* p) { return _mm512_loadu_ps(p); }
+inline Index load(const int32_t* p) { return _mm512_loadu_si512(p); }
+inline void store(float* p, Lanes v, int) { _mm512_storeu_ps(p, v); }
+inline Lanes fused(Lanes a, Lanes b, Lanes c) { return _mm512_fmadd_ps(a, b, c); }
+template <bool kTwo>
+inline Lanes pick(const float* p, Index at) {
+    // Zero-masked with nothing masked: g++ 12 warns of its own header's undefined operand in the plain form.
+    return kTwo ? _mm512_permutex2var_ps(load(p), at, load(p + kLanes)) : _mm512_maskz_permutexvar_ps(0xffff, at, load(p));
+}
+#else
+using Lanes = __m256;
+using Index = __m256i;
+inline Lanes load(const float* p) { return _mm256_loadu_ps(p); }
+inline Index load(const int32_t* p) { return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p)); }
+inline void store(float* p, Lanes v, int) { _mm256_storeu_ps(p, v); }
+inline Lanes fused(Lanes a, Lanes b, Lanes c) { return _mm256_fmadd_ps(a, b, c); }
+template <bool kTwo>
+inline Lanes pick(const float* p, Index at) {
+    const Lanes low = _mm256_permutevar8x32_ps(load(p), at);
+    if (!kTwo) return low;
+    const Lanes high = _mm256_permutevar8x32_ps(load(p + kLanes), at);
+    return _mm256_blendv_ps(low, high, _mm256_castsi256_ps(_mm256_slli_epi32(at, 28)));  // bit 3: the second window
+}
+#endif
+
+template <int kTaps, bool kExact, bool kTwo>
+void weigh_windows(const Strip& strip, const float* row, int channels, float* out) {
+    for (int64_t g = 0; g * kLanes < strip.elements; ++g) {
+        const Index at = load(strip.index + g * kLanes);
+        const float* from = row + strip.base[g];
+        const float* weight = strip.weight + g * kLanes;
+        const auto tap = [&](int k) { return pick<kTwo>(from + k * channels, at); };
+        const auto weight_of = [&](int k) { return load(weight + k * kStripElements<kTaps>); };
+        Lanes sum;
+        if constexpr (kExact) {
+            sum = tap(0) * weight_of(0);
+#pragma GCC unroll 6
+            for (int k = 1; k < kTaps; ++k) sum = fused(tap(k), weight_of(k), sum);
+        } else {
+            sum = sum_of<kTaps>([&](int k) { return tap(k) * weight_of(k); });
+        }
+        store(out + g * kLanes, sum, 0);
+    }
+}
+
+// Prepares the permutes of a strip; leaves it to planes when an output lies beyond two windows of its vector.
+inline void find_windows(Strip& strip, int channels) {
+    strip.row_from = strip.first[0];
+    strip.fetch = Fetch::one_window;
+    int64_t x = 0, c = 0;
+    int32_t last = 0;
+    for (int64_t g = 0; g * kLanes < strip.elements; ++g) {
+        int32_t at[kLanes], least = 0x7fffffff, most = 0;
+        for (int i = 0; i < kLanes; ++i) {
+            const bool real = x < strip.pixels;  // outputs of no meaning repeat the last one
+            at[i] = last = real ? int32_t(strip.first[x] - strip.row_from) * channels + int32_t(c) : last;
+            least = min(least, at[i]), most = max(most, at[i]);
+            if (real && ++c == channels) c = 0, ++x;
+        }
+        if (most - least >= 2 * kLanes) {
+            strip.fetch = Fetch::planes;
+            return;
+        }
+        if (most - least >= kLanes) strip.fetch = Fetch::two_windows;
+        strip.base[g] = least;
+        for (int i = 0; i < kLanes; ++i) strip.index[g * kLanes + i] = at[i] - least;
+    }
+}
+constexpr bool kPermutes = true;
+
+#else
+
+template <int kTaps, bool kExact, bool kTwo>
+void weigh_windows(const Strip& strip, const float* row, int, float* out) {
+    weigh_planes<kTaps>(strip, row, out);
+}
+inline void find_windows(Strip&, int) {}
+constexpr bool kPermutes = false;
+
+#endif
+
+// Sets a strip of outputs up: `walk` stands at its first.
+template <class Filter, bool kExact>
+void prepare(Strip& strip, Walk walk, int64_t pixels, int channels, bool may_permute) {
+    constexpr int kTaps = Filter::kTaps;
+    strip.pixels = pixels;
+    strip.elements = (pixels * channels + kLanes - 1) / kLanes * kLanes;
+    for (int64_t done = 0; done < pixels; done += kBlock) {
+        int64_t first[kBlock];
+        float weight[kTaps][kBlock];
+        block_of_weights<Filter, kExact>(walk, first, weight);
+        const int64_t n = min<int64_t>(kBlock, pixels - done);
+        memcpy(strip.first + done, first, size_t(n) * sizeof first[0]);
+        for (int k = 0; k < kTaps; ++k) {
+            float* to = strip.weight + k * kStripElements<kTaps> + done * channels;
+            for (int64_t i = 0; i < n; ++i)
+                for (int c = 0; c < channels; ++c) to[i * channels + c] = weight[k][i];
+        }
+    }
+    for (int k = 0; k < kTaps; ++k)
+        for (int64_t i = pixels * channels; i < strip.elements; ++i) strip.weight[k * kStripElements<kTaps> + i] = 0;
+    strip.fetch = Fetch::planes;
+    if (may_permute) find_windows(strip, channels);
+    strip.row_pixels = strip.first[pixels - 1] - strip.first[0] + kTaps;
+}
+
+// One source row, resampled: `row` is room for the converted row or the planes.
+template <int kTaps, class T>
+void resample_row(const Strip& strip, const T* s, int64_t width, int64_t left, int channels, float* row, float* out) {
+    constexpr bool kExact = Element<T>::kExact;
+    if (strip.fetch != Fetch::planes) {
+        convert_row(s, width, channels, left + strip.row_from, strip.row_pixels, row);
+        if (strip.fetch == Fetch::one_window)
+            weigh_windows<kTaps, kExact, false>(strip, row, channels, out);
+        else
+            weigh_windows<kTaps, kExact, true>(strip, row, channels, out);
+        return;
+    }
+    if (channels == 1)
+        gather_taps<kTaps, 1>(s, width, left, strip, row);
+    else if (channels == 3)
+        gather_taps<kTaps, 3>(s, width, left, strip, row);
+    else
+        gather_taps<kTaps, 4>(s, width, left, strip, row);
+    weigh_planes<kTaps>(strip, row, out);
+}
+
+// ---- Output rows ----------------------------------------------------------------------------------------------------
+
+template <int kTaps, class T>
+void blend_rows(const float* const* rows, const float* weight, int64_t n, T* TARN_RESTRICT dst) {
+    const float* r[kTaps];
+    float w[kTaps];
+    for (int k = 0; k < kTaps; ++k) r[k] = rows[k], w[k] = weight[k];
+    for (int64_t i = 0; i < n; ++i) store(dst + i, sum_of<kTaps>([&](int k) { return r[k][i] * w[k]; }));
+}
+
+// Three channels of four.
+template <class T>
+void copy_kept(const T* s, int64_t pixels, T* d) {
+    for (int64_t x = 0; x < pixels; ++x)
+        for (int c = 0; c < 3; ++c) d[4 * x + c] = s[4 * x + c];
+}
+
+// Which source rows an output row is made of.
+template <int kTaps>
+struct Line {
+    int64_t first;  // of tap 0, from the region's top
+    float weight[kTaps];
+};
+
+template <class Filter, class T>
+Status resample(const Job& j, int channels, bool kept) {
+    constexpr int kTaps = Filter::kTaps;
+    constexpr int64_t kElements = kStripElements<kTaps>;
+    constexpr int64_t kRow = 6 * kElements + 256;  // planes; or twice a strip, the taps, and two windows more
+    if (Status s = check(j)) return s;
+    const int64_t width = j.dst_size.width, height = j.dst_size.height;
+
+    Scratch scratch(j.allocator);
+    scratch.want<Line<kTaps>>(height + kBlock);
+    scratch.want<float>(kTaps * kElements);  // weights
+    scratch.want<float>(kTaps * kElements);  // ring
+    scratch.want<float>(kRow);
+    scratch.want<T>(kElements);
+    scratch.want<int64_t>(kElements);
+    scratch.want<int32_t>(kElements);
+    scratch.want<int32_t>(kElements / kLanes);
+    if (!scratch.allocate()) return kNoMemory;
+    Line<kTaps>* lines = scratch.take<Line<kTaps>>(height + kBlock);
+    Strip strip{};
+    strip.weight = scratch.take<float>(kTaps * kElements);
+    float* ring = scratch.take<float>(kTaps * kElements);
+    float* row_space = scratch.take<float>(kRow);
+    T* out = scratch.take<T>(kElements);
+    strip.first = scratch.take<int64_t>(kElements);
+    strip.index = scratch.take<int32_t>(kElements);
+    strip.base = scratch.take<int32_t>(kElements / kLanes);
+    memset(row_space, 0, sizeof(float) * kRow);
+
+    Walk line(j.region.height, height, height, 0);
+    for (int64_t y = 0; y < height; y += kBlock) {
+        int64_t first[kBlock];
+        float weight[kTaps][kBlock];
+        block_of_weights<Filter, false>(line, first, weight);
+        for (int i = 0; i < kBlock; ++i) {
+            lines[y + i].first = first[i];
+            for (int k = 0; k < kTaps; ++k) lines[y + i].weight[k] = weight[k][i];
+        }
+    }
+
+    // Strips of nearly equal width, in steps that leave no vector half used in the inner ones.
+    const int64_t most = kElements / channels;
+    const int64_t strips = (width + most - 1) / most;
+    const int64_t step = min(most, ((width + strips - 1) / strips + 15) & ~int64_t(15));
+    for (int64_t x = 0; x < width; x += step) {
+        const int64_t pixels = min(step, width - x);
+        prepare<Filter, Element<T>::kExact>(strip, Walk(j.region.width, width, width, x), pixels, channels,
+                                            kPermutes && j.region.width <= 2 * width);
+        int64_t held[kTaps];  // the source row in each slot of the ring
+        for (int64_t& h : held) h = -1;
+        for (int64_t y = 0; y < height; ++y) {
+            const float* rows[kTaps];
+            for (int k = 0; k < kTaps; ++k) {
+                const int64_t source = clamp<int64_t>(j.region.y + lines[y].first + k, 0, j.src_size.height - 1);
+                const int slot = int(source % kTaps);
+                if (held[slot] != source) {
+                    resample_row<kTaps>(strip, row<T>(j.src, j.src_stride, source), j.src_size.width, j.region.x, channels,
+                                        row_space, ring + slot * kElements);
+                    held[slot] = source;
+                }
+                rows[k] = ring + slot * kElements;
+            }
+            T* d = row<T>(j.dst, j.dst_stride, y) + x * channels;
+            blend_rows<kTaps>(rows, lines[y].weight, pixels * channels, kept ? out : d);
+            if (kept) copy_kept(out, pixels, d);
+        }
+    }
+    return kOk;
+}
+
+}  // namespace
+}  // namespace tarn::k::TARN_LEVEL
+
+// A kernel of a filter: planes of equal size are copied.
+#define TARN_RESIZE(mode, suffix, Filter, T, channels, kept)                                                          \
+    Status resize_##mode##_##suffix(const void* src, int32_t src_stride, Size src_size, Region region, void* dst,     \
+                                    int32_t dst_stride, Size dst_size, const Allocator& allocator) {                  \
+        const Job j{src, src_stride, src_size, region, dst, dst_stride, dst_size, allocator};                         \
+        if (same_size(j))                                                                                             \
+            return resize_nearest_##suffix(src, src_stride, src_size, region, dst, dst_stride, dst_size, allocator);  \
+        return resample<Filter, T>(j, channels, kept);                                                                \
+    }
+#define TARN_RESIZES_OF(mode, type, Filter, T)                \
+    TARN_RESIZE(mode, type##_c1, Filter, T, 1, false)         \
+    TARN_RESIZE(mode, type##_c3, Filter, T, 3, false)         \
+    TARN_RESIZE(mode, type##_c4, Filter, T, 4, false)         \
+    TARN_RESIZE(mode, type##_c3x, Filter, T, 4, true)
