@@ -149,7 +149,7 @@ def resize_section(demo):
         "differently in each mode.", retina, "200x200", "down", view="true", shown_size="1411 × 1411")
     row("Coffee up by 2.5", "The whole picture enlarged.", coffee, "1500x1000", "up", shown_size="600 × 400")
     row("A region of the coffee up by 8", "A 60 × 40 cut enlarged, its pixels shown as they are: blocks, slopes, and the "
-        "sharper edges of the wider kernels.", coffee, "480x320", "detail", region="270,120,60x40", view="fill")
+        "sharper edges of the wider kernels.", coffee, "480x320", "detail", region="335,240,60x40", view="fill")
     row("A region of the rocket down to a thumbnail", "Taken straight from the region, without a cut in between.", rocket,
         "160x120", "thumb", region="200,40,320x240", view="true")
     row("Horse with its transparency", "Four channels: colour and alpha.", horse, "200x164", "alpha", view="true",
