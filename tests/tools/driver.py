@@ -7,6 +7,11 @@ import unittest
 
 TARN, SAMPLES = os.path.abspath(sys.argv[1]), os.path.abspath(sys.argv[2])
 
+with open(TARN, "rb") as program:
+    # Sanitizers reserve terabytes of addresses, so a limit on them can't be set.
+    code = program.read()
+    SANITIZED = any(word in code for word in (b"__asan_init", b"__tsan_init"))
+
 
 class ProgramTest(unittest.TestCase):
     def setUp(self):

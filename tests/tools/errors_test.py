@@ -58,8 +58,8 @@ class Errors(driver.ProgramTest):
                     struct.pack("<HHII", 257, 4, 1, 4), struct.pack("<HHII", 257, 4, 1, 2**32 - 1)))):
             with self.subTest(name=name):
                 self.put(name, data)
-                self.refused(1, name, "", "copy", name, "-o", "out.tif",
-                             preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_AS, (2**31, 2**31)))
+                limit = None if driver.SANITIZED else lambda: resource.setrlimit(resource.RLIMIT_AS, (2**31, 2**31))
+                self.refused(1, name, "", "copy", name, "-o", "out.tif", preexec_fn=limit)
 
     def test_kinds_that_are_not_read_say_so(self):
         grey = noise(4, 4, 1, 0, 255)

@@ -19,14 +19,14 @@ STYLE = """
 body { margin: 0; font: 16px/1.55 system-ui, "Segoe UI", Roboto, "DejaVu Sans", sans-serif; color: var(--ink);
   background: var(--paper); }
 header { background: #10222c; color: #eef4f6; padding: 2.6rem 1.5rem 2.2rem; }
-header > *, main { max-width: 1180px; margin-left: auto; margin-right: auto; }
+header > *, main { max-width: 1320px; margin-left: auto; margin-right: auto; }
 h1 { margin-top: 0; margin-bottom: .3rem; font-size: 2rem; letter-spacing: -.01em; }
-header p { margin-top: .2rem; margin-bottom: .2rem; color: #b8cbd2; max-width: 1180px; }
+header p { margin-top: .2rem; margin-bottom: .2rem; color: #b8cbd2; }
 nav { margin-top: 1rem; } nav a { color: #8fd3d6; margin-right: 1.2rem; }
 main { padding: 1rem 1.5rem 4rem; }
 h2 { margin: 2.6rem 0 .3rem; font-size: 1.45rem; } h3 { margin: 1.8rem 0 .4rem; font-size: 1.08rem; }
 p.why { margin: .2rem 0 .8rem; color: var(--soft); max-width: 52rem; }
-.row { display: grid; grid-template-columns: repeat(auto-fill, minmax(255px, 1fr)); gap: 14px; align-items: start; }
+.row { display: grid; grid-template-columns: repeat(auto-fill, minmax(225px, 1fr)); gap: 14px; align-items: start; }
 figure { margin: 0; background: #fff; border: 1px solid var(--line); border-radius: 8px; overflow: hidden; }
 figure.source { border-color: var(--accent); box-shadow: 0 0 0 1px var(--accent); }
 .picture { height: 230px; display: flex; align-items: center; justify-content: center; padding: 8px;
@@ -122,7 +122,7 @@ def resize_row(demo, source, size, label, region=None, view="fit", shown_size=No
         cut = f"{stem}-{label}-region.png"
         arguments = ["scale-resize", source, "-o", cut, "--scale", "1", "--region", region]
         figures.append(demo.figure(cut, "the region", region.split(",")[-1].replace("x", " × "), demo.picture(*arguments),
-                                   " ".join(arguments), view, source=True))
+                                   " ".join(arguments), view if view == "fill" else "fit", source=True))
     else:
         figures.append(demo.figure(source, "input", shown_size, view="fit", source=True))
     for mode in MODES:
@@ -149,7 +149,7 @@ def resize_section(demo):
         "differently in each mode.", retina, "200x200", "down", view="true", shown_size="1411 × 1411")
     row("Coffee up by 2.5", "The whole picture enlarged.", coffee, "1500x1000", "up", shown_size="600 × 400")
     row("A region of the coffee up by 8", "A 60 × 40 cut enlarged, its pixels shown as they are: blocks, slopes, and the "
-        "sharper edges of the wider kernels.", coffee, "480x320", "detail", region="270,120,60x40", view="fill")
+        "sharper edges of the wider kernels.", coffee, "480x320", "detail", region="335,240,60x40", view="fill")
     row("A region of the rocket down to a thumbnail", "Taken straight from the region, without a cut in between.", rocket,
         "160x120", "thumb", region="200,40,320x240", view="true")
     row("Horse with its transparency", "Four channels: colour and alpha.", horse, "200x164", "alpha", view="true",
@@ -166,12 +166,12 @@ def depth_section(demo):
     for depth, title in ("s16", "16-bit TIFF"), ("f32", "float TIFF"):
         stem = f"coffee-{depth}"
         convert = ["scale-resize", source, "-o", f"{stem}.tiff", "--scale", "1", "--depth", depth]
-        resize = ["scale-resize", f"{stem}.tiff", "-o", f"{stem}-half.tiff", "--scale", "0.5", "--interpolation", "cubic"]
-        back = ["scale-resize", f"{stem}-half.tiff", "-o", f"{stem}-half.png", "--scale", "1", "--depth", "u8"]
+        resize = ["scale-resize", f"{stem}.tiff", "-o", f"{stem}-small.tiff", "--scale", "0.35", "--interpolation", "cubic"]
+        back = ["scale-resize", f"{stem}-small.tiff", "-o", f"{stem}-small.png", "--scale", "1", "--depth", "u8"]
         demo.picture(*convert)
         took = demo.picture(*resize)
         demo.picture(*back)
-        figures.append(demo.figure(f"{stem}-half.png", title, "300 × 200", took, " ".join(resize), "true"))
+        figures.append(demo.figure(f"{stem}-small.png", title, "210 × 140", took, " ".join(resize), "true"))
     demo.figures(figures)
 
 

@@ -1,4 +1,5 @@
-// Commands about the module itself: its slots, its record, help on its operations. All of it is read from the loaded module.
+// Commands about the module itself: its slots, its record, help on its operations. All of it is read from the loaded
+// module.
 #include <dlfcn.h>
 
 #include <cstring>
@@ -49,7 +50,8 @@ void run_ops(const Ops& options) {
     for (const auto& r : list) {
         const auto text = [&](const char* key) { return r[key].get<std::string>(); };
         char line[300];
-        std::snprintf(line, sizeof line, options.markdown ? "| %d | `%s` | `%s` | %s | %s |" : "%3d  %-20s %-34s %-12s %s",
+        std::snprintf(line, sizeof line,
+                      options.markdown ? "| %d | `%s` | `%s` | %s | %s |" : "%3d  %-20s %-34s %-12s %s",
                       r["slot"].get<int>(), text("name").c_str(), text("qualified").c_str(), text("kind").c_str(),
                       text("summary").c_str());
         std::string trimmed = line;
@@ -58,7 +60,8 @@ void run_ops(const Ops& options) {
     }
 }
 
-// The processor's level, lowest first, by the features that each asks for. The module chooses its own; this is the same choice.
+// The processor's level, lowest first, by the features that each asks for. The module chooses its own; this is the same
+// choice.
 const char* processor_level() {
 #if defined(__x86_64__)
     __builtin_cpu_init();
@@ -89,29 +92,29 @@ void run_info(bool json) {
     const QuelIFACE& iface = *QuelHOSTiface(module.host());
     const std::string file = file_of(&descriptor);
     const std::string folder = file.substr(0, file.rfind('/') + 1);
-    nlohmann::ordered_json info = {{"module", descriptor.name},
-                                   {"path key", descriptor.path},
-                                   {"build date", descriptor.build_date},
-                                   {"library", file},
-                                   {"interface", iface.path},
-                                   {"slots", iface.slot_count}};
+    nlohmann::ordered_json info = {
+        {"module", descriptor.name}, {"path key", descriptor.path}, {"build date", descriptor.build_date},
+        {"library", file},           {"interface", iface.path},     {"slots", iface.slot_count}};
     int implemented = 0;
-    for (uint64_t i = 0; i < iface.slot_count; ++i) implemented += std::strcmp(kind_of(iface.slots[i]), "implemented") == 0;
+    for (uint64_t i = 0; i < iface.slot_count; ++i)
+        implemented += std::strcmp(kind_of(iface.slots[i]), "implemented") == 0;
     info["implemented"] = implemented;
     const QuelDEPLIST* needs = descriptor.dependencies ? descriptor.dependencies() : nullptr;
+    std::string companions;
     for (uint64_t i = 0; needs && i < needs->count; ++i) {
         // the host loads companions from the module's folder
         void* loaded = dlopen((folder + needs->names[i] + ".so").c_str(), RTLD_LAZY | RTLD_NOLOAD);
         if (loaded) dlclose(loaded);
-        info[std::string("depends on")] = std::string(needs->names[i]) + (loaded ? " (loaded)" : " (not loaded)");
+        companions += std::string(i ? ", " : "") + needs->names[i] + (loaded ? " (loaded)" : " (not loaded)");
     }
+    info["depends on"] = companions;
     info["processor level"] = processor_level();
     print_values(info, json);
 }
 
 void run_help(CLI::App& program, const std::string& topic) {
     if (topic.empty()) {
-        program.clear(); // else it would be the help of the command that was chosen
+        program.clear();  // else it would be the help of the command that was chosen
         std::cout << program.help();
         return;
     }
@@ -131,13 +134,14 @@ void run_help(CLI::App& program, const std::string& topic) {
     }
     usage(topic, "is neither a command nor an operation", "`tarn ops` lists the operations, `tarn help` the commands");
 }
-} // namespace
+}  // namespace
 
 Run setup_ops(CLI::App& app) {
     const auto options = std::make_shared<Ops>();
     add_json(app, options->json);
     app.add_flag("--markdown", options->markdown, "print a Markdown table");
-    app.add_option("--kind", options->kind, "all (default), implemented, declared, reserved or empty")->type_name("KIND");
+    app.add_option("--kind", options->kind, "all (default), implemented, declared, reserved or empty")
+        ->type_name("KIND");
     return [options] { run_ops(*options); };
 }
 
@@ -154,4 +158,4 @@ Run setup_help(CLI::App& app) {
     return [topic, program] { run_help(*program, *topic); };
 }
 
-} // namespace tarn::tool
+}  // namespace tarn::tool

@@ -13,11 +13,13 @@ std::string text_of(const QuelERR& err) { return err.count ? err.last.text : "no
 std::string command_of(const std::string& name) {
     std::string command;
     for (size_t i = name.starts_with("tarn::") ? 6 : 0; i < name.size(); ++i)
-        if (name[i] != ':') command += name[i];
-        else if (name[i - 1] == ':') command += '-';
+        if (name[i] != ':')
+            command += name[i];
+        else if (name[i - 1] == ':')
+            command += '-';
     return command;
 }
-} // namespace
+}  // namespace
 
 Module::Module() {
     QuelERR err = {};
@@ -47,4 +49,4 @@ void Operation::refused(const QuelERR& err, const std::string& given) const {
     fail(name_, "refused " + given + " (" + text_of(err) + ")", "see `tarn help " + name_ + "`");
 }
 
-} // namespace tarn::tool
+}  // namespace tarn::tool

@@ -1,5 +1,5 @@
-// From the program to the module: the host with the module loaded, operations looked up by name and called, error values turned
-// into one line, and the time of a call.
+// From the program to the module: the host with the module loaded, operations looked up by name and called, error
+// values turned into one line, and the time of a call.
 #ifndef TARN_TOOLS_CALL_H
 #define TARN_TOOLS_CALL_H
 
@@ -29,8 +29,9 @@ private:
 // An operation that works in place on its destination must not be repeated: call it with repeat switched off.
 struct Timing {
     bool repeat = false;
-    double milliseconds = 0; // sum over the calls of the command, each at its fastest
-    template <class Call> int64_t operator()(Call&& call) {
+    double milliseconds = 0;  // sum over the calls of the command, each at its fastest
+    template <class Call>
+    int64_t operator()(Call&& call) {
         using Clock = std::chrono::steady_clock;
         int64_t result = 0;
         double best = 0, spent = 0;
@@ -52,9 +53,11 @@ public:
     // Throws when the module has no such operation. name: "tarn::scale-resize".
     Operation(const Module& module, const std::string& name, Timing& timing);
 
-    // Calls it as a Fn (tarn.h) with its own arguments. Throws what its error value says; given describes what it was given
+    // Calls it as a Fn (tarn.h) with its own arguments. Throws what its error value says; given describes what it was
+    // given
     // ("600x400 u8, 3 channels"). Returns the operation's result.
-    template <class Fn, class... Args> int64_t call(const std::string& given, Args... args) {
+    template <class Fn, class... Args>
+    int64_t call(const std::string& given, Args... args) {
         QuelERR err;
         const int64_t result = timing_([&] {
             err = {};
@@ -71,10 +74,11 @@ private:
     Timing& timing_;
 };
 
-// Runs each(destination part, source part) on the colour channels and, when there is an alpha channel, on that alone: kernels
-// leave a fourth channel as it is, and treat two channels in pairs of pixels, neither of which is meant for pictures.
-// to: the result's shape; its channel count is the source's. each's third argument is true for alpha.
-template <class Each> Image by_parts(const Image& source, const Shape& to, const std::string& subject, Each&& each) {
+// Runs each(destination part, source part) on the colour channels and, when there is an alpha channel, on that alone:
+// kernels leave a fourth channel as it is, and treat two channels in pairs of pixels, neither of which is meant for
+// pictures. to: the result's shape; its channel count is the source's. each's third argument is true for alpha.
+template <class Each>
+Image by_parts(const Image& source, const Shape& to, const std::string& subject, Each&& each) {
     Image result = Image::make(to, subject);
     if (!source.has_alpha()) {
         each(result, source, false);
@@ -92,5 +96,5 @@ template <class Each> Image by_parts(const Image& source, const Shape& to, const
     return result;
 }
 
-} // namespace tarn::tool
+}  // namespace tarn::tool
 #endif

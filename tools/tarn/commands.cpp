@@ -59,7 +59,7 @@ constexpr Summary kSummaries[] = {
     {"tarn::contour::find", "boundaries of regions as nested polygons"},
     {"tarn::multi-line-neuronet", "evaluate a fully connected network on rows of samples"},
 };
-} // namespace
+}  // namespace
 
 std::span<const Command> commands() { return kCommands; }
 
@@ -84,4 +84,4 @@ std::string operation_summary(const std::string& qualified) {
     return {};
 }
 
-} // namespace tarn::tool
+}  // namespace tarn::tool

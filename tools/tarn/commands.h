@@ -1,4 +1,5 @@
-// The commands of the program. A new one is a line in the table of commands.cpp and a function in the source of its family.
+// The commands of the program. A new one is a line in the table of commands.cpp and a function in the source of its
+// family.
 #ifndef TARN_TOOLS_COMMANDS_H
 #define TARN_TOOLS_COMMANDS_H
 
@@ -13,12 +14,13 @@ namespace tarn::tool {
 using Run = std::function<void()>;
 
 struct Command {
-    const char* name;      // sub-command: the qualified name without its family, "::" written "-"
-    const char* operation; // qualified name of the operation; null for commands about the module itself
-    const char* summary;   // one line
-    const char* arguments; // the operation's own arguments as the module takes them, destinations first; null when operation is
+    const char* name;       // sub-command: the qualified name without its family, "::" written "-"
+    const char* operation;  // qualified name of the operation; null for commands about the module itself
+    const char* summary;    // one line
+    const char* arguments;  // the operation's own arguments as the module takes them, destinations first; null when
+                            // operation is
     const char* example;
-    Run (*setup)(CLI::App& app); // registers the options and returns what to run with their values
+    Run (*setup)(CLI::App& app);  // registers the options and returns what to run with their values
 };
 
 std::span<const Command> commands();
@@ -38,5 +40,5 @@ Run setup_ops(CLI::App& app);
 Run setup_info(CLI::App& app);
 Run setup_help(CLI::App& app);
 
-} // namespace tarn::tool
+}  // namespace tarn::tool
 #endif

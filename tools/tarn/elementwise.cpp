@@ -26,4 +26,4 @@ Run setup_copy(CLI::App& app) {
     };
 }
 
-} // namespace tarn::tool
+}  // namespace tarn::tool

@@ -16,7 +16,7 @@ std::string one_line(std::string text) {
 [[noreturn]] void raise(int status, const std::string& subject, const std::string& what, const std::string& remedy) {
     throw Error(status, one_line(subject + ": " + what + (remedy.empty() ? "" : "; " + remedy)));
 }
-} // namespace
+}  // namespace
 
 void fail(const std::string& subject, const std::string& what, const std::string& remedy) {
     raise(kFailure, subject, what, remedy);
@@ -32,4 +32,4 @@ std::string system_reason(int error_number) {
     return reason;
 }
 
-} // namespace tarn::tool
+}  // namespace tarn::tool

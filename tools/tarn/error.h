@@ -7,13 +7,13 @@
 
 namespace tarn::tool {
 
-enum { kFailure = 1, kUsage = 2 }; // exit statuses
+enum { kFailure = 1, kUsage = 2 };  // exit statuses
 
 struct Error : std::exception {
     Error(int status, std::string line) : status(status), line(std::move(line)) {}
     const char* what() const noexcept override { return line.c_str(); }
     int status;
-    std::string line; // without the leading "tarn: "
+    std::string line;  // without the leading "tarn: "
 };
 
 // Throws an Error with exit status 1: the work could not be done.
@@ -27,5 +27,5 @@ struct Error : std::exception {
 // A file's failure as the system tells it: "No such file or directory" becomes "no such file or directory".
 std::string system_reason(int error_number);
 
-} // namespace tarn::tool
+}  // namespace tarn::tool
 #endif

@@ -23,7 +23,8 @@ void run_scale_resize(const ScaleResize& options) {
     const Files& files = options.files;
     if (options.size.empty() == options.scale.empty())
         usage(options.size.empty() ? "--size" : "--scale",
-              options.size.empty() ? "the new size is missing" : "can't go with --size", "give either --size WxH or --scale F");
+              options.size.empty() ? "the new size is missing" : "can't go with --size",
+              "give either --size WxH or --scale F");
     const double factor = options.scale.empty() ? 1 : parse_number(options.scale, "--scale");
     if (factor <= 0) usage("--scale", "'" + options.scale + "' is not above 0", "give a factor such as 0.5");
     const PixelSize fixed = options.size.empty() ? PixelSize{} : parse_size(options.size, "--size");
@@ -64,20 +65,23 @@ void run_scale_resize(const ScaleResize& options) {
     out.write(result);
     print_time(files, timing);
 }
-} // namespace
+}  // namespace
 
 Run setup_scale_resize(CLI::App& app) {
     const auto options = std::make_shared<ScaleResize>();
     add_inputs(app, options->files);
     add_image_output(app, options->files);
     app.add_option("--size", options->size, "new width and height in pixels")->type_name("WxH");
-    app.add_option("--scale", options->scale, "new size as a multiple of the region's, at least 1 pixel")->type_name("F");
+    app.add_option("--scale", options->scale, "new size as a multiple of the region's, at least 1 pixel")
+        ->type_name("F");
     app.add_option("--region", options->region, "part of the picture to resample (default: all)")->type_name("L,T,WxH");
-    app.add_option("--interpolation", options->interpolation, "nearest, linear (default), cubic or lanczos")->type_name("MODE");
+    app.add_option("--interpolation", options->interpolation, "nearest, linear (default), cubic or lanczos")
+        ->type_name("MODE");
     app.add_option("--depth", options->depth, "samples of the result: same (default), u8, s16 or f32; values saturate")
         ->type_name("TYPE");
-    app.add_option("--value-range", options->value_range, "stretch the result's values to this range")->type_name("LO,HI");
+    app.add_option("--value-range", options->value_range, "stretch the result's values to this range")
+        ->type_name("LO,HI");
     return [options] { run_scale_resize(*options); };
 }
 
-} // namespace tarn::tool
+}  // namespace tarn::tool

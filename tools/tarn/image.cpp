@@ -34,7 +34,7 @@ std::string human_bytes(double bytes) {
 void copy_channels(uint8_t* to, int to_pixel, const uint8_t* from, int from_pixel, int bytes, int64_t count) {
     for (int64_t x = 0; x < count; ++x) std::memcpy(to + x * to_pixel, from + x * from_pixel, bytes);
 }
-} // namespace
+}  // namespace
 
 const char* sample_name(Sample sample) { return info(sample).name; }
 LumoELEMTYPE sample_type(Sample sample) { return info(sample).type; }
@@ -47,7 +47,8 @@ std::string describe(const Shape& shape) {
 
 Image Image::make(const Shape& shape, const std::string& subject) {
     const std::string size = std::to_string(shape.width) + "x" + std::to_string(shape.height);
-    if (shape.width < 1 || shape.height < 1) fail(subject, "a picture of " + size + " has no pixels", "give a positive size");
+    if (shape.width < 1 || shape.height < 1)
+        fail(subject, "a picture of " + size + " has no pixels", "give a positive size");
     if (shape.width > INT32_MAX || shape.height > INT32_MAX)
         fail(subject, size + " is too large", "width and height end at 2147483647");
     // at most 2^31 * 4 channels * 4 bytes: no overflow
@@ -56,12 +57,14 @@ Image Image::make(const Shape& shape, const std::string& subject) {
     if (stride > INT32_MAX)
         fail(subject, "a row of " + std::to_string(shape.width) + " pixels takes " + human_bytes(double(row)),
              "rows end at 2147483584 bytes; choose a smaller width");
-    const int64_t total = stride * shape.height; // below 2^62
+    const int64_t total = stride * shape.height;  // below 2^62
     const int64_t memory = int64_t(sysconf(_SC_PHYS_PAGES)) * sysconf(_SC_PAGESIZE);
     const char* const remedy = "choose a smaller size or region";
     if (total > memory - 64)
-        fail(subject, size + " takes " + human_bytes(double(total)) + " of memory, this machine has " +
-             human_bytes(double(memory)), remedy);
+        fail(subject,
+             size + " takes " + human_bytes(double(total)) + " of memory, this machine has " +
+                 human_bytes(double(memory)),
+             remedy);
     Image image;
     image.shape = shape;
     image.stride = static_cast<int32_t>(stride);
@@ -79,7 +82,8 @@ std::vector<uint8_t*> Image::rows() {
 }
 
 LumoMAT Image::view() const {
-    return {nullptr, sample_type(shape.sample) | LUMO_CHANNELS(shape.channels), width(), height(), stride, pixels.get()};
+    return {nullptr,     sample_type(shape.sample) | LUMO_CHANNELS(shape.channels), width(), height(), stride,
+            pixels.get()};
 }
 
 Image take_channels(const Image& image, int first, int count) {
@@ -89,16 +93,16 @@ Image take_channels(const Image& image, int first, int count) {
     Image part = Image::make(shape, "channels");
     const int bytes = sample_bytes(shape.sample);
     for (int y = 0; y < image.height(); ++y)
-        copy_channels(part.row(y), count * bytes, image.row(y) + first * bytes, image.shape.channels * bytes, count * bytes,
-                      image.width());
+        copy_channels(part.row(y), count * bytes, image.row(y) + first * bytes, image.shape.channels * bytes,
+                      count * bytes, image.width());
     return part;
 }
 
 void put_channels(Image& into, const Image& part, int first) {
     const int bytes = sample_bytes(into.shape.sample), count = part.shape.channels;
     for (int y = 0; y < into.height(); ++y)
-        copy_channels(into.row(y) + first * bytes, into.shape.channels * bytes, part.row(y), count * bytes, count * bytes,
-                      into.width());
+        copy_channels(into.row(y) + first * bytes, into.shape.channels * bytes, part.row(y), count * bytes,
+                      count * bytes, into.width());
 }
 
 void flip_offset16(uint8_t* row, size_t samples) {
@@ -118,7 +122,7 @@ void as_plain_values(Image& image, const std::string& subject) {
     for (int y = 0; y < image.height(); ++y) {
         const int16_t* values = reinterpret_cast<const int16_t*>(image.row(y));
         for (size_t i = 0; i < samples; ++i)
-            if (values[i] >= 0) // kept less the offset
+            if (values[i] >= 0)  // kept less the offset
                 fail(subject, "has 16-bit values above 32767, which this command can't take",
                      "write it with smaller values, or as 32-bit float TIFF");
     }
@@ -126,14 +130,18 @@ void as_plain_values(Image& image, const std::string& subject) {
     image.shape.sample = Sample::s16;
 }
 
-// ---- Files ------------------------------------------------------------------------------------------------------------
+// ---- Files
+// ------------------------------------------------------------------------------------------------------------
 
 std::vector<uint8_t> read_file(const std::string& path) {
-    struct Close { void operator()(std::FILE* file) const { std::fclose(file); } };
+    struct Close {
+        void operator()(std::FILE* file) const { std::fclose(file); }
+    };
     std::unique_ptr<std::FILE, Close> file(std::fopen(path.c_str(), "rb"));
     if (!file) fail(path, "can't be read: " + system_reason(errno), "check the name");
     struct stat status = {};
-    if (fstat(fileno(file.get()), &status) == 0 && S_ISDIR(status.st_mode)) fail(path, "is a folder", "name a picture in it");
+    if (fstat(fileno(file.get()), &status) == 0 && S_ISDIR(status.st_mode))
+        fail(path, "is a folder", "name a picture in it");
     std::vector<uint8_t> bytes(S_ISREG(status.st_mode) ? static_cast<size_t>(status.st_size) + 1 : 1 << 16);
     size_t used = 0;
     while (size_t got = std::fread(bytes.data() + used, 1, bytes.size() - used, file.get())) {
@@ -152,7 +160,8 @@ Image decode_image(std::span<const uint8_t> bytes, const std::string& name) {
     if (bytes.empty()) fail(name, "is empty", "give a PNG, JPEG or TIFF picture");
     if (begins("\x89PNG\r\n\x1a\n", 8)) return decode_png(bytes, name);
     if (begins("\xff\xd8\xff", 3)) return decode_jpeg(bytes, name);
-    if (begins("II*\0", 4) || begins("MM\0*", 4) || begins("II+\0", 4) || begins("MM\0+", 4)) return decode_tiff(bytes, name);
+    if (begins("II*\0", 4) || begins("MM\0*", 4) || begins("II+\0", 4) || begins("MM\0+", 4))
+        return decode_tiff(bytes, name);
     fail(name, "is not a PNG, JPEG or TIFF picture", "convert it to one of these first");
 }
 
@@ -162,7 +171,8 @@ Format output_format(const std::string& path) {
     const size_t dot = path.rfind('.'), slash = path.rfind('/');
     std::string extension;
     if (dot != std::string::npos && (slash == std::string::npos || dot > slash)) extension = path.substr(dot + 1);
-    std::transform(extension.begin(), extension.end(), extension.begin(), [](unsigned char c) { return std::tolower(c); });
+    std::transform(extension.begin(), extension.end(), extension.begin(),
+                   [](unsigned char c) { return std::tolower(c); });
     if (extension == "png") return Format::png;
     if (extension == "jpg" || extension == "jpeg") return Format::jpeg;
     if (extension == "tif" || extension == "tiff") return Format::tiff;
@@ -186,14 +196,18 @@ void check_format(const Shape& shape, Format format, const std::string& path) {
 void encode_image(OutputFile& out, const Image& image, Format format, const Encoding& encoding) {
     check_format(image.shape, format, out.path());
     switch (format) {
-    case Format::png: return encode_png(out, image);
-    case Format::jpeg: return encode_jpeg(out, image, encoding.jpeg_quality);
-    case Format::tiff: return encode_tiff(out, image, encoding.tiff_compression);
+        case Format::png:
+            return encode_png(out, image);
+        case Format::jpeg:
+            return encode_jpeg(out, image, encoding.jpeg_quality);
+        case Format::tiff:
+            return encode_tiff(out, image, encoding.tiff_compression);
     }
 }
 
 void damaged(const std::string& name, const char* format, const std::string& reason) {
-    fail(name, std::string("is a damaged or incomplete ") + format + " picture (" + reason + ")", "get a whole copy of it");
+    fail(name, std::string("is a damaged or incomplete ") + format + " picture (" + reason + ")",
+         "get a whole copy of it");
 }
 
-} // namespace tarn::tool
+}  // namespace tarn::tool

@@ -1,9 +1,9 @@
 // Pictures in memory, and their way from and to files.
 //
-// A picture owns its pixels and keeps what the file said about them, so that the output is of the same kind as the input.
-// Module kernels know u8, s16, s32, u32 and f32. Unsigned 16-bit samples are kept as s16 by subtracting 32768 (kOffset16):
-// resampling weights add up to one, so geometry commutes with the offset and is exact; commands that look at values call
-// as_plain_values first.
+// A picture owns its pixels and keeps what the file said about them, so that the output is of the same kind as the
+// input. Module kernels know u8, s16, s32, u32 and f32. Unsigned 16-bit samples are kept as s16 by subtracting 32768
+// (kOffset16): resampling weights add up to one, so geometry commutes with the offset and is exact; commands that look
+// at values call as_plain_values first.
 #ifndef TARN_TOOLS_IMAGE_H
 #define TARN_TOOLS_IMAGE_H
 
@@ -19,30 +19,30 @@
 
 namespace tarn::tool {
 
-enum class Sample { u8, u16, s16, s32, u32, f32 }; // what a file's samples mean
-enum class Alpha { none, straight, premultiplied, unspecified }; // the last channel of 2 and 4
+enum class Sample { u8, u16, s16, s32, u32, f32 };                // what a file's samples mean
+enum class Alpha { none, straight, premultiplied, unspecified };  // the last channel of 2 and 4
 
-inline constexpr int kOffset16 = 32768; // a u16 sample v is kept as the s16 v - kOffset16
+inline constexpr int kOffset16 = 32768;  // a u16 sample v is kept as the s16 v - kOffset16
 
 struct Shape {
-    int64_t width = 0, height = 0; // pixels
-    int channels = 1;              // 1 grey, 2 grey and alpha, 3 RGB, 4 RGB and alpha
+    int64_t width = 0, height = 0;  // pixels
+    int channels = 1;               // 1 grey, 2 grey and alpha, 3 RGB, 4 RGB and alpha
     Sample sample = Sample::u8;
     Alpha alpha = Alpha::none;
-    bool white_is_zero = false; // the file counts from white; pixels in memory always count from black
+    bool white_is_zero = false;  // the file counts from white; pixels in memory always count from black
 };
 
-const char* sample_name(Sample sample);        // "u8", "u16", ...
-LumoELEMTYPE sample_type(Sample sample);       // type word of one channel in memory; LUMO_S16 for u16
+const char* sample_name(Sample sample);   // "u8", "u16", ...
+LumoELEMTYPE sample_type(Sample sample);  // type word of one channel in memory; LUMO_S16 for u16
 int sample_bytes(Sample sample);
-std::string describe(const Shape& shape);      // "600x400 u8, 3 channels"
+std::string describe(const Shape& shape);  // "600x400 u8, 3 channels"
 
 struct Image {
     Shape shape;
-    int32_t stride = 0; // bytes, a multiple of 64
+    int32_t stride = 0;  // bytes, a multiple of 64
 
-    // A picture of zeros. Throws, naming subject, when the size is not positive, a row exceeds what a 32-bit stride can tell
-    // or the whole exceeds this machine's memory; all computed in 64 bits before anything is allocated.
+    // A picture of zeros. Throws, naming subject, when the size is not positive, a row exceeds what a 32-bit stride can
+    // tell or the whole exceeds this machine's memory; all computed in 64 bits before anything is allocated.
     static Image make(const Shape& shape, const std::string& subject);
 
     int32_t width() const { return static_cast<int32_t>(shape.width); }
@@ -52,9 +52,11 @@ struct Image {
     uint8_t* row(int64_t y) { return pixels.get() + y * stride; }
     const uint8_t* row(int64_t y) const { return pixels.get() + y * stride; }
     std::vector<uint8_t*> rows();
-    LumoMAT view() const; // valid while the picture lives
+    LumoMAT view() const;  // valid while the picture lives
 
-    struct Free { void operator()(uint8_t* memory) const { std::free(memory); } };
+    struct Free {
+        void operator()(uint8_t* memory) const { std::free(memory); }
+    };
     std::unique_ptr<uint8_t[], Free> pixels;
 };
 
@@ -67,16 +69,17 @@ void flip_offset16(uint8_t* row, size_t samples);
 // White-is-zero rows of unsigned samples <-> black-is-zero, in place.
 void invert(uint8_t* row, size_t samples, Sample sample);
 
-// For commands whose result depends on the values themselves: turns u16 samples into s16 of the same value. Throws, naming
-// subject, when a value is above 32767.
+// For commands whose result depends on the values themselves: turns u16 samples into s16 of the same value. Throws,
+// naming subject, when a value is above 32767.
 void as_plain_values(Image& image, const std::string& subject);
 
-// ---- Files ------------------------------------------------------------------------------------------------------------
+// ---- Files
+// ------------------------------------------------------------------------------------------------------------
 
 enum class Format { png, jpeg, tiff };
 
 struct Encoding {
-    int jpeg_quality = 92; // 1 to 100
+    int jpeg_quality = 92;  // 1 to 100
     enum class Tiff { none, lzw, deflate } tiff_compression = Tiff::lzw;
 };
 
@@ -102,5 +105,5 @@ void encode_tiff(OutputFile& out, const Image& image, Encoding::Tiff compression
 // The reader's error for a file that its library can't decode.
 [[noreturn]] void damaged(const std::string& name, const char* format, const std::string& reason);
 
-} // namespace tarn::tool
+}  // namespace tarn::tool
 #endif

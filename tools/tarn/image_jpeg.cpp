@@ -30,7 +30,7 @@ void on_error(j_common_ptr jpeg) {
 }
 
 void on_message(j_common_ptr jpeg, int level) {
-    if (level >= 0) return; // trace
+    if (level >= 0) return;  // trace
     const int code = jpeg->err->msg_code;
     const bool harmless = code == JWRN_JFIF_MAJOR || code == JWRN_EXTRANEOUS_DATA || code == JWRN_ADOBE_XFORM ||
                           code == JWRN_TOO_MUCH_DATA;
@@ -98,7 +98,7 @@ bool write_rows(Writer& writer, std::FILE* file, const Shape& shape, uint8_t** r
     jpeg_finish_compress(&jpeg);
     return true;
 }
-} // namespace
+}  // namespace
 
 Image decode_jpeg(std::span<const uint8_t> bytes, const std::string& name) {
     Reader reader;
@@ -107,18 +107,20 @@ Image decode_jpeg(std::span<const uint8_t> bytes, const std::string& name) {
     shape.width = reader.jpeg.image_width;
     shape.height = reader.jpeg.image_height;
     switch (reader.jpeg.jpeg_color_space) {
-    case JCS_GRAYSCALE:
-        shape.channels = 1;
-        reader.jpeg.out_color_space = JCS_GRAYSCALE;
-        break;
-    case JCS_YCbCr:
-    case JCS_RGB:
-        shape.channels = 3;
-        reader.jpeg.out_color_space = JCS_RGB;
-        break;
-    case JCS_CMYK:
-    case JCS_YCCK: fail(name, "is a CMYK JPEG, which tarn does not read", "convert it to RGB first");
-    default: fail(name, "is a JPEG of an unknown colour space", "convert it to RGB first");
+        case JCS_GRAYSCALE:
+            shape.channels = 1;
+            reader.jpeg.out_color_space = JCS_GRAYSCALE;
+            break;
+        case JCS_YCbCr:
+        case JCS_RGB:
+            shape.channels = 3;
+            reader.jpeg.out_color_space = JCS_RGB;
+            break;
+        case JCS_CMYK:
+        case JCS_YCCK:
+            fail(name, "is a CMYK JPEG, which tarn does not read", "convert it to RGB first");
+        default:
+            fail(name, "is a JPEG of an unknown colour space", "convert it to RGB first");
     }
     Image image = Image::make(shape, name);
     std::vector<uint8_t*> rows = image.rows();
@@ -128,11 +130,12 @@ Image decode_jpeg(std::span<const uint8_t> bytes, const std::string& name) {
 
 void encode_jpeg(OutputFile& out, const Image& image, int quality) {
     Writer writer;
-    std::vector<uint8_t*> rows = const_cast<Image&>(image).rows(); // the library's rows are not const; it does not write them
+    std::vector<uint8_t*> rows =
+        const_cast<Image&>(image).rows();  // the library's rows are not const; it does not write them
     errno = 0;
     if (write_rows(writer, out.stream(), image.shape, rows.data(), quality)) return;
     if (errno) out.write_failed(errno);
     fail(out.path(), std::string("can't be written as JPEG: ") + writer.errors.text, "write .png or .tiff");
 }
 
-} // namespace tarn::tool
+}  // namespace tarn::tool

@@ -1,7 +1,7 @@
 // PNG by libpng. Palettes, transparent colours and samples below 8 bits are expanded; interlaced files are read too.
 //
-// libpng reports errors by longjmp: what runs under setjmp here holds no object with a destructor, and exceptions are thrown
-// only after it has returned.
+// libpng reports errors by longjmp: what runs under setjmp here holds no object with a destructor, and exceptions are
+// thrown only after it has returned.
 #include <png.h>
 
 #include <bit>
@@ -47,7 +47,7 @@ bool read_header(Reader& reader) {
     png_structp png = reader.png;
     if (setjmp(png_jmpbuf(png))) return false;
     png_set_read_fn(png, &reader, take);
-    png_set_user_limits(png, PNG_UINT_31_MAX, PNG_UINT_31_MAX); // the memory check that follows is the limit
+    png_set_user_limits(png, PNG_UINT_31_MAX, PNG_UINT_31_MAX);  // the memory check that follows is the limit
     png_set_crc_action(png, PNG_CRC_ERROR_QUIT, PNG_CRC_WARN_DISCARD);
     png_read_info(png, reader.info);
     png_set_expand(png);
@@ -75,13 +75,15 @@ struct Writer {
 };
 
 bool write_header(Writer& writer, std::FILE* file, const Image& image) {
-    constexpr int kColour[] = {PNG_COLOR_TYPE_GRAY, PNG_COLOR_TYPE_GRAY_ALPHA, PNG_COLOR_TYPE_RGB, PNG_COLOR_TYPE_RGB_ALPHA};
+    constexpr int kColour[] = {PNG_COLOR_TYPE_GRAY, PNG_COLOR_TYPE_GRAY_ALPHA, PNG_COLOR_TYPE_RGB,
+                               PNG_COLOR_TYPE_RGB_ALPHA};
     png_structp png = writer.png;
     if (setjmp(png_jmpbuf(png))) return false;
     png_init_io(png, file);
     png_set_user_limits(png, PNG_UINT_31_MAX, PNG_UINT_31_MAX);
     png_set_IHDR(png, writer.info, image.width(), image.height(), 8 * sample_bytes(image.shape.sample),
-                 kColour[image.shape.channels - 1], PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
+                 kColour[image.shape.channels - 1], PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT,
+                 PNG_FILTER_TYPE_DEFAULT);
     png_write_info(png, writer.info);
     if (std::endian::native == std::endian::little) png_set_swap(png);
     return true;
@@ -98,7 +100,7 @@ bool write_end(Writer& writer) {
     png_write_end(writer.png, nullptr);
     return true;
 }
-} // namespace
+}  // namespace
 
 Image decode_png(std::span<const uint8_t> bytes, const std::string& name) {
     Message message;
@@ -142,4 +144,4 @@ void encode_png(OutputFile& out, const Image& image) {
     if (!write_end(writer)) failed();
 }
 
-} // namespace tarn::tool
+}  // namespace tarn::tool

@@ -1,6 +1,6 @@
-// TIFF by libtiff: grey and RGB, with or without alpha, samples u8, u16, s16, s32, u32 and f32; strips and tiles, channels
-// together or in planes, either byte order, every compression that the library knows. The first picture of a file is read.
-// Written: strips, channels together, compressed with a predictor, BigTIFF when 4 GB would not do.
+// TIFF by libtiff: grey and RGB, with or without alpha, samples u8, u16, s16, s32, u32 and f32; strips and tiles,
+// channels together or in planes, either byte order, every compression that the library knows. The first picture of a
+// file is read. Written: strips, channels together, compressed with a predictor, BigTIFF when 4 GB would not do.
 #include <tiffio.h>
 #include <unistd.h>
 
@@ -26,7 +26,9 @@ void install_handlers() {
     first_message[0] = 0;
 }
 
-struct CloseTiff { void operator()(TIFF* tiff) const { TIFFClose(tiff); } };
+struct CloseTiff {
+    void operator()(TIFF* tiff) const { TIFFClose(tiff); }
+};
 using Tiff = std::unique_ptr<TIFF, CloseTiff>;
 
 // A file in memory, as libtiff's client functions want it.
@@ -74,8 +76,10 @@ Sample sample_of(TIFF* tiff, const std::string& name) {
         if (bits == 16) return Sample::u16;
         if (bits == 32) return Sample::u32;
     }
-    const char* kind = format == SAMPLEFORMAT_IEEEFP ? "float" : format == SAMPLEFORMAT_INT ? "signed"
-                       : format == SAMPLEFORMAT_UINT ? "unsigned" : "complex or unknown";
+    const char* kind = format == SAMPLEFORMAT_IEEEFP ? "float"
+                       : format == SAMPLEFORMAT_INT  ? "signed"
+                       : format == SAMPLEFORMAT_UINT ? "unsigned"
+                                                     : "complex or unknown";
     fail(name, "has " + std::to_string(bits) + "-bit " + kind + " samples, which tarn does not read",
          "convert it to 8- or 16-bit integers or 32-bit float");
 }
@@ -110,8 +114,9 @@ Shape shape_of(TIFF* tiff, const std::string& name) {
         uint16_t count = 0, *kinds = nullptr;
         TIFFGetField(tiff, TIFFTAG_EXTRASAMPLES, &count, &kinds);
         const uint16_t kind = count ? kinds[0] : uint16_t(EXTRASAMPLE_UNSPECIFIED);
-        shape.alpha = kind == EXTRASAMPLE_UNASSALPHA ? Alpha::straight
-                      : kind == EXTRASAMPLE_ASSOCALPHA ? Alpha::premultiplied : Alpha::unspecified;
+        shape.alpha = kind == EXTRASAMPLE_UNASSALPHA   ? Alpha::straight
+                      : kind == EXTRASAMPLE_ASSOCALPHA ? Alpha::premultiplied
+                                                       : Alpha::unspecified;
     }
     return shape;
 }
@@ -145,7 +150,7 @@ void read_tiles(TIFF* tiff, Image& image, bool planar, const std::string& name) 
     TIFFGetField(tiff, TIFFTAG_TILEWIDTH, &tile_width);
     TIFFGetField(tiff, TIFFTAG_TILELENGTH, &tile_height);
     if (!tile_width || !tile_height) read_failed(name);
-    Shape tile_shape = image.shape; // checked against the memory of the machine like any picture
+    Shape tile_shape = image.shape;  // checked against the memory of the machine like any picture
     tile_shape.width = tile_width;
     tile_shape.height = tile_height;
     tile_shape.channels = tile_pixel / bytes;
@@ -162,13 +167,16 @@ void read_tiles(TIFF* tiff, Image& image, bool planar, const std::string& name) 
                 for (int64_t y = 0; y < rows; ++y) {
                     uint8_t* to = image.row(top + y) + left * pixel_bytes + plane * bytes;
                     const uint8_t* from = tile.pixels.get() + y * tile_row;
-                    if (planar) spread(to, pixel_bytes, from, bytes, columns);
-                    else std::memcpy(to, from, columns * pixel_bytes);
+                    if (planar)
+                        spread(to, pixel_bytes, from, bytes, columns);
+                    else
+                        std::memcpy(to, from, columns * pixel_bytes);
                 }
             }
 }
 
-// Between the file's samples and those in memory; its own reverse. Alpha is no colour and stays when colours are inverted.
+// Between the file's samples and those in memory; its own reverse. Alpha is no colour and stays when colours are
+// inverted.
 void file_samples(uint8_t* row, const Shape& shape) {
     const size_t samples = static_cast<size_t>(shape.width) * shape.channels;
     const int bytes = sample_bytes(shape.sample);
@@ -184,16 +192,22 @@ void set_tags(TIFF* tiff, const Shape& shape, Encoding::Tiff compression) {
     TIFFSetField(tiff, TIFFTAG_IMAGELENGTH, static_cast<uint32_t>(shape.height));
     TIFFSetField(tiff, TIFFTAG_SAMPLESPERPIXEL, shape.channels);
     TIFFSetField(tiff, TIFFTAG_BITSPERSAMPLE, bits);
-    const bool is_signed = shape.sample == Sample::s16 || shape.sample == Sample::s32, is_float = shape.sample == Sample::f32;
+    const bool is_signed = shape.sample == Sample::s16 || shape.sample == Sample::s32,
+               is_float = shape.sample == Sample::f32;
     TIFFSetField(tiff, TIFFTAG_SAMPLEFORMAT,
-                 is_float ? SAMPLEFORMAT_IEEEFP : is_signed ? SAMPLEFORMAT_INT : SAMPLEFORMAT_UINT);
+                 is_float    ? SAMPLEFORMAT_IEEEFP
+                 : is_signed ? SAMPLEFORMAT_INT
+                             : SAMPLEFORMAT_UINT);
     TIFFSetField(tiff, TIFFTAG_PHOTOMETRIC,
-                 !grey ? PHOTOMETRIC_RGB : shape.white_is_zero ? PHOTOMETRIC_MINISWHITE : PHOTOMETRIC_MINISBLACK);
+                 !grey                 ? PHOTOMETRIC_RGB
+                 : shape.white_is_zero ? PHOTOMETRIC_MINISWHITE
+                                       : PHOTOMETRIC_MINISBLACK);
     TIFFSetField(tiff, TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG);
     TIFFSetField(tiff, TIFFTAG_ORIENTATION, ORIENTATION_TOPLEFT);
     if (shape.channels == 2 || shape.channels == 4) {
         const uint16_t kind = shape.alpha == Alpha::premultiplied ? EXTRASAMPLE_ASSOCALPHA
-                              : shape.alpha == Alpha::unspecified ? EXTRASAMPLE_UNSPECIFIED : EXTRASAMPLE_UNASSALPHA;
+                              : shape.alpha == Alpha::unspecified ? EXTRASAMPLE_UNSPECIFIED
+                                                                  : EXTRASAMPLE_UNASSALPHA;
         TIFFSetField(tiff, TIFFTAG_EXTRASAMPLES, 1, &kind);
     }
     constexpr int kCompressions[] = {COMPRESSION_NONE, COMPRESSION_LZW, COMPRESSION_ADOBE_DEFLATE};
@@ -202,7 +216,7 @@ void set_tags(TIFF* tiff, const Shape& shape, Encoding::Tiff compression) {
         TIFFSetField(tiff, TIFFTAG_PREDICTOR, is_float ? PREDICTOR_FLOATINGPOINT : PREDICTOR_HORIZONTAL);
     TIFFSetField(tiff, TIFFTAG_ROWSPERSTRIP, TIFFDefaultStripSize(tiff, 0));
 }
-} // namespace
+}  // namespace
 
 Image decode_tiff(std::span<const uint8_t> bytes, const std::string& name) {
     install_handlers();
@@ -212,8 +226,10 @@ Image decode_tiff(std::span<const uint8_t> bytes, const std::string& name) {
     if (!tiff) read_failed(name);
     const bool planar = tag(tiff.get(), TIFFTAG_PLANARCONFIG) == PLANARCONFIG_SEPARATE;
     Image image = Image::make(shape_of(tiff.get(), name), name);
-    if (TIFFIsTiled(tiff.get())) read_tiles(tiff.get(), image, planar, name);
-    else read_strips(tiff.get(), image, planar, name);
+    if (TIFFIsTiled(tiff.get()))
+        read_tiles(tiff.get(), image, planar, name);
+    else
+        read_strips(tiff.get(), image, planar, name);
     for (int y = 0; y < image.height(); ++y) file_samples(image.row(y), image.shape);
     return image;
 }
@@ -227,11 +243,11 @@ void encode_tiff(OutputFile& out, const Image& image, Encoding::Tiff compression
     errno = 0;
     // LZW can grow incompressible data by half
     const bool big = uint64_t(image.row_bytes()) * image.shape.height > UINT32_MAX / 2;
-    const int file = dup(fileno(out.stream())); // closed with the TIFF
+    const int file = dup(fileno(out.stream()));  // closed with the TIFF
     Tiff tiff(file < 0 ? nullptr : TIFFFdOpen(file, "picture", big ? "w8" : "w"));
     if (!tiff) failed();
     set_tags(tiff.get(), image.shape, compression);
-    std::vector<uint8_t> row(image.row_bytes()); // a copy: encoding predictors and byte swaps work in place
+    std::vector<uint8_t> row(image.row_bytes());  // a copy: encoding predictors and byte swaps work in place
     for (int y = 0; y < image.height(); ++y) {
         std::memcpy(row.data(), image.row(y), row.size());
         file_samples(row.data(), image.shape);
@@ -242,4 +258,4 @@ void encode_tiff(OutputFile& out, const Image& image, Encoding::Tiff compression
     if (first_message[0]) failed();
 }
 
-} // namespace tarn::tool
+}  // namespace tarn::tool

@@ -20,9 +20,11 @@ using namespace tarn::tool;
         usage(text.substr(0, text.size() + 1 - sizeof required), "is missing", see);
     if (dynamic_cast<const CLI::ExtrasError*>(&error)) {
         const std::string extra = text.substr(text.rfind(": ") == std::string::npos ? 0 : text.rfind(": ") + 2);
-        usage(extra, (extra[0] == '-' ? "is not an option of " : "is too much for ") + (command.empty() ? "tarn" : command), see);
+        usage(extra,
+              (extra[0] == '-' ? "is not an option of " : "is too much for ") + (command.empty() ? "tarn" : command),
+              see);
     }
-    const size_t colon = text.find(": "); // "--size: 1 required WxH missing"
+    const size_t colon = text.find(": ");  // "--size: 1 required WxH missing"
     if (colon != std::string::npos && text.find(' ') > colon) usage(text.substr(0, colon), text.substr(colon + 2), see);
     usage(command.empty() ? "command line" : command, text, see);
 }
@@ -32,10 +34,11 @@ void run(int argc, char** argv) {
     app.set_version_flag("--version", "tarn " TARN_VERSION);
     app.require_subcommand(0, 1);
     app.set_help_flag("-h,--help", "print this help");
-    app.footer("Pictures: 8- and 16-bit PNG, 8-bit JPEG, 8-, 16-, 32-bit and float TIFF; grey or RGB, with or without alpha.\n"
-               "The alpha channel is worked on by itself. Orientation tags are not applied and metadata are not copied.\n"
-               "Environment: TARN_MODULE names another module library.\n"
-               "Exit status: 0 done, 1 the work failed, 2 the command line is wrong.");
+    app.footer(
+        "Pictures: 8- and 16-bit PNG, 8-bit JPEG, 8-, 16-, 32-bit and float TIFF; grey or RGB, with or without alpha.\n"
+        "The alpha channel is worked on by itself. Orientation tags are not applied and metadata are not copied.\n"
+        "Environment: TARN_MODULE names another module library.\n"
+        "Exit status: 0 done, 1 the work failed, 2 the command line is wrong.");
     Run chosen;
     for (const Command& command : commands()) {
         CLI::App* sub = app.add_subcommand(command.name, command.summary);
@@ -47,7 +50,7 @@ void run(int argc, char** argv) {
         usage(argv[1], "is not a command", "`tarn help` lists them");
     try {
         app.parse(argc, argv);
-    } catch (const CLI::Success& wanted) { // help and version
+    } catch (const CLI::Success& wanted) {  // help and version
         app.exit(wanted, std::cout, std::cerr);
         return;
     } catch (const CLI::ParseError& error) {
@@ -57,7 +60,7 @@ void run(int argc, char** argv) {
     chosen();
     if (!std::cout.flush()) fail("standard output", "can't be written", "make room or redirect it elsewhere");
 }
-} // namespace
+}  // namespace
 
 int main(int argc, char** argv) {
     install_signal_handlers();

@@ -12,19 +12,23 @@ namespace {
 std::vector<std::string> split_at(const std::string& text, char separator) {
     std::vector<std::string> parts(1);
     for (const char c : text) {
-        if (c == separator) parts.emplace_back();
-        else parts.back() += c;
+        if (c == separator)
+            parts.emplace_back();
+        else
+            parts.back() += c;
     }
     return parts;
 }
-} // namespace
+}  // namespace
 
 int64_t parse_integer(const std::string& text, const std::string& option, int64_t low, int64_t high) {
     errno = 0;
     char* end = nullptr;
     const long long value = std::strtoll(text.c_str(), &end, 10);
-    if (text.empty() || std::isspace(static_cast<unsigned char>(text[0])) || *end || errno || value < low || value > high)
-        usage(option, "'" + text + "' is not a whole number from " + std::to_string(low) + " to " + std::to_string(high),
+    if (text.empty() || std::isspace(static_cast<unsigned char>(text[0])) || *end || errno || value < low ||
+        value > high)
+        usage(option,
+              "'" + text + "' is not a whole number from " + std::to_string(low) + " to " + std::to_string(high),
               "give one");
     return value;
 }
@@ -41,7 +45,8 @@ std::vector<double> parse_numbers(const std::string& text, const std::string& op
     std::vector<double> values;
     for (const std::string& part : split_at(text, ',')) values.push_back(parse_number(part, option));
     if (count && values.size() != count)
-        usage(option, "'" + text + "' holds " + std::to_string(values.size()) + " numbers, not " + std::to_string(count),
+        usage(option,
+              "'" + text + "' holds " + std::to_string(values.size()) + " numbers, not " + std::to_string(count),
               "separate them by commas without spaces");
     return values;
 }
@@ -55,13 +60,16 @@ PixelSize parse_size(const std::string& text, const std::string& option) {
 LumoRECT parse_region(const std::string& text, const std::string& option, const Image& image, const std::string& name) {
     if (text.empty()) return {0, 0, image.width(), image.height()};
     const auto parts = split_at(text, ',');
-    if (parts.size() != 3) usage(option, "'" + text + "' is not a region", "give LEFT,TOP,WIDTHxHEIGHT such as 10,20,300x200");
+    if (parts.size() != 3)
+        usage(option, "'" + text + "' is not a region", "give LEFT,TOP,WIDTHxHEIGHT such as 10,20,300x200");
     const int64_t left = parse_integer(parts[0], option, INT32_MIN, INT32_MAX);
     const int64_t top = parse_integer(parts[1], option, INT32_MIN, INT32_MAX);
     const PixelSize size = parse_size(parts[2], option);
     if (left < 0 || top < 0 || left + size.width > image.width() || top + size.height > image.height())
-        fail(option, text + " reaches outside " + name + ", which is " + std::to_string(image.width()) + "x" +
-                         std::to_string(image.height()), "choose a region inside it");
+        fail(option,
+             text + " reaches outside " + name + ", which is " + std::to_string(image.width()) + "x" +
+                 std::to_string(image.height()),
+             "choose a region inside it");
     return {int32_t(left), int32_t(top), int32_t(left + size.width), int32_t(top + size.height)};
 }
 
@@ -75,8 +83,9 @@ size_t parse_word(const std::string& text, const std::string& option, const std:
 }
 
 void add_inputs(CLI::App& app, Files& files, size_t least, size_t most) {
-    app.add_option("IN", files.inputs, most == 1 ? "picture to read (PNG, JPEG or TIFF, told by content)"
-                                                 : "pictures to read (PNG, JPEG or TIFF, told by content)")
+    app.add_option("IN", files.inputs,
+                   most == 1 ? "picture to read (PNG, JPEG or TIFF, told by content)"
+                             : "pictures to read (PNG, JPEG or TIFF, told by content)")
         ->required()
         ->type_name("")
         ->expected(static_cast<int>(least), most ? static_cast<int>(most) : CLI::detail::expected_max_vector_size);
@@ -106,15 +115,17 @@ std::vector<Image> read_equal_inputs(const Files& files) {
         images.push_back(read_input(files, i));
         const std::string first = describe(images[0].shape), other = describe(images[i].shape);
         if (other != first)
-            fail(files.inputs[i], "is " + other + " but " + files.inputs[0] + " is " + first, "give pictures of one kind");
+            fail(files.inputs[i], "is " + other + " but " + files.inputs[0] + " is " + first,
+                 "give pictures of one kind");
     }
     return images;
 }
 
 ImageOutput::ImageOutput(const Files& files)
     : format_(output_format(files.output)),
-      encoding_{static_cast<int>(parse_integer(files.quality, "--quality", 1, 100)),
-                static_cast<Encoding::Tiff>(parse_word(files.compression, "--compression", {"none", "lzw", "deflate"}))},
+      encoding_{
+          static_cast<int>(parse_integer(files.quality, "--quality", 1, 100)),
+          static_cast<Encoding::Tiff>(parse_word(files.compression, "--compression", {"none", "lzw", "deflate"}))},
       file_(files.output) {}
 
 void ImageOutput::check(const Shape& shape) const { check_format(shape, format_, file_.path()); }
@@ -155,4 +166,4 @@ void print_time(const Files& files, const Timing& timing) {
     std::cout << text << "\n";
 }
 
-} // namespace tarn::tool
+}  // namespace tarn::tool

@@ -14,7 +14,8 @@
 
 namespace tarn::tool {
 
-// ---- Values: each throws (usage) with the option's name when the text is not what it says ---------------------------------
+// ---- Values: each throws (usage) with the option's name when the text is not what it says
+// ---------------------------------
 
 int64_t parse_integer(const std::string& text, const std::string& option, int64_t low, int64_t high);
 double parse_number(const std::string& text, const std::string& option);
@@ -23,13 +24,14 @@ std::vector<double> parse_numbers(const std::string& text, const std::string& op
 struct PixelSize {
     int64_t width, height;
 };
-PixelSize parse_size(const std::string& text, const std::string& option); // "640x480", both 1 to 2147483647
+PixelSize parse_size(const std::string& text, const std::string& option);  // "640x480", both 1 to 2147483647
 // "L,T,WxH" or "all" inside the picture; throws (failure) when it reaches beyond it. Empty text: the whole picture.
 LumoRECT parse_region(const std::string& text, const std::string& option, const Image& image, const std::string& name);
 // One of several words, in the order of their codes; returns the index.
 size_t parse_word(const std::string& text, const std::string& option, const std::vector<std::string>& words);
 
-// ---- Options -----------------------------------------------------------------------------------------------------------
+// ---- Options
+// -----------------------------------------------------------------------------------------------------------
 
 struct Files {
     std::vector<std::string> inputs;
@@ -56,7 +58,7 @@ std::vector<Image> read_equal_inputs(const Files& files);
 class ImageOutput {
 public:
     explicit ImageOutput(const Files& files);
-    void check(const Shape& shape) const; // throws when the format can't hold such a picture
+    void check(const Shape& shape) const;  // throws when the format can't hold such a picture
     void write(const Image& image);
 
 private:
@@ -72,5 +74,5 @@ void print_values(const nlohmann::ordered_json& values, bool json);
 // Prints what --time asks for.
 void print_time(const Files& files, const Timing& timing);
 
-} // namespace tarn::tool
+}  // namespace tarn::tool
 #endif

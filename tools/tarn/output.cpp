@@ -23,10 +23,11 @@ void remove_and_end(int signal_number) {
     signal(signal_number, SIG_DFL);
     raise(signal_number);
 }
-} // namespace
+}  // namespace
 
 void install_signal_handlers() {
-    for (int number : {SIGINT, SIGTERM, SIGHUP}) signal(number, remove_and_end);
+    for (int number : {SIGINT, SIGTERM, SIGHUP})
+        if (signal(number, remove_and_end) == SIG_IGN) signal(number, SIG_IGN);  // as nohup asked
     signal(SIGXFSZ, SIG_IGN);
 }
 
@@ -35,7 +36,8 @@ OutputFile::OutputFile(const std::string& path) : path_(path), target_(path) {
     const bool exists = stat(path.c_str(), &old) == 0;
     if (exists) {
         if (!S_ISREG(old.st_mode)) fail(path, "is not a regular file", "name a file to write");
-        if (access(path.c_str(), W_OK) != 0) fail(path, "can't be written: " + system_reason(errno), "name another output");
+        if (access(path.c_str(), W_OK) != 0)
+            fail(path, "can't be written: " + system_reason(errno), "name another output");
         // Through a symbolic link the file that it names is replaced, not the link.
         if (char* real = realpath(path.c_str(), nullptr)) {
             target_ = real;
@@ -45,9 +47,11 @@ OutputFile::OutputFile(const std::string& path) : path_(path), target_(path) {
     const size_t slash = target_.rfind('/');
     const std::string folder = slash == std::string::npos ? "" : target_.substr(0, slash + 1);
     temporary_ = folder + ".tarn-XXXXXX";
-    if (temporary_.size() >= sizeof temporary_name) fail(path.substr(0, 60) + "...", "name is too long", "name another output");
+    if (temporary_.size() >= sizeof temporary_name)
+        fail(path.substr(0, 60) + "...", "name is too long", "name another output");
     const int file = mkostemp(temporary_.data(), O_CLOEXEC);
-    if (file < 0) fail(path, "can't be written: " + system_reason(errno), "name an output in a folder that can be written");
+    if (file < 0)
+        fail(path, "can't be written: " + system_reason(errno), "name an output in a folder that can be written");
     std::memcpy(temporary_name, temporary_.c_str(), temporary_.size() + 1);
     temporary_exists = true;
     // mkostemp makes a private file; the output gets the mode of the file it replaces, or that of any new file.
@@ -72,7 +76,8 @@ OutputFile::~OutputFile() {
 }
 
 void OutputFile::write_failed(int error_number) const {
-    fail(path_, "can't be written: " + system_reason(error_number), "nothing was left there; make room or name another output");
+    fail(path_, "can't be written: " + system_reason(error_number),
+         "nothing was left there; make room or name another output");
 }
 
 void OutputFile::commit() {
@@ -87,4 +92,4 @@ void OutputFile::commit() {
     temporary_exists = false;
 }
 
-} // namespace tarn::tool
+}  // namespace tarn::tool

@@ -7,13 +7,13 @@
 
 namespace tarn::tool {
 
-// Opened before the work begins, so that a folder that can't be written is told at once and not after the work. One at a time:
-// the name of the temporary is kept where the handler of signals finds it.
+// Opened before the work begins, so that a folder that can't be written is told at once and not after the work. One at
+// a time: the name of the temporary is kept where the handler of signals finds it.
 class OutputFile {
 public:
     // Makes the temporary file; throws when that fails or when path is a folder or a read-only file.
     explicit OutputFile(const std::string& path);
-    ~OutputFile(); // removes the temporary unless commit was called
+    ~OutputFile();  // removes the temporary unless commit was called
     OutputFile(const OutputFile&) = delete;
     OutputFile& operator=(const OutputFile&) = delete;
 
@@ -29,9 +29,9 @@ private:
     std::FILE* stream_ = nullptr;
 };
 
-// Interrupt, termination and hang-up remove the temporary before they end the program; a file size limit is an error like a
-// full disk. Call once at the start.
+// Interrupt, termination and hang-up remove the temporary before they end the program; a file size limit is an error
+// like a full disk. Call once at the start.
 void install_signal_handlers();
 
-} // namespace tarn::tool
+}  // namespace tarn::tool
 #endif

@@ -29,4 +29,4 @@ void Progress::show(const std::string& step) {
     if (seconds) std::fprintf(stderr, "\r\033[K");
 }
 
-} // namespace tarn::tool
+}  // namespace tarn::tool

@@ -1,5 +1,5 @@
-// A line on the terminal for steps that take longer than a second: "tarn: reading big.tiff ... 3 s". Nothing is written, and no
-// thread started, when standard error is not a terminal.
+// A line on the terminal for steps that take longer than a second: "tarn: reading big.tiff ... 3 s". Nothing is
+// written, and no thread started, when standard error is not a terminal.
 #ifndef TARN_TOOLS_PROGRESS_H
 #define TARN_TOOLS_PROGRESS_H
 
@@ -13,7 +13,7 @@ namespace tarn::tool {
 class Progress {
 public:
     explicit Progress(std::string step);
-    ~Progress(); // takes the line away
+    ~Progress();  // takes the line away
 
 private:
     void show(const std::string& step);
@@ -23,5 +23,5 @@ private:
     std::thread thread_;
 };
 
-} // namespace tarn::tool
+}  // namespace tarn::tool
 #endif
