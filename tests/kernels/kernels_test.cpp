@@ -4,8 +4,12 @@
 #include <algorithm>
 #include <cstdio>
 
+#include "cases/arith.h"
+#include "cases/compare.h"
 #include "cases/convert.h"
 #include "cases/copy.h"
+#include "cases/logic.h"
+#include "cases/set.h"
 #include "cases/stats.h"
 #include "cases/resize.h"
 #include "kernels/check.h"
@@ -14,7 +18,11 @@
 using tarn::test::Check;
 
 TEST(kernels, copy) { tarn::cases::copy_cases(Check{}); }
+TEST(kernels, arith) { tarn::cases::arith_cases(Check{}); }
+TEST(kernels, compare) { tarn::cases::compare_cases(Check{}); }
 TEST(kernels, convert) { tarn::cases::convert_cases(Check{}); }
+TEST(kernels, logic) { tarn::cases::logic_cases(Check{}); }
+TEST(kernels, set) { tarn::cases::set_cases(Check{}); }
 TEST(kernels, stats) { tarn::cases::stats_cases(Check{}); }
 TEST(kernels, resize) { tarn::cases::resize_cases(Check{}); }
 

@@ -70,8 +70,8 @@ struct Rows {
 // row_bytes: bytes of a row's pixels in each plane, followed by its stride, plane after plane.
 template <class... Strides>
 [[maybe_unused]] inline Rows rows_of(Size size, int64_t elements, int64_t element_bytes, Strides... strides) {
-    if (((strides == elements * element_bytes) && ...)) return {1, elements * size.height};
-    return {size.height, elements};
+    const bool packed = (... && (strides == elements * element_bytes));
+    return packed ? Rows{1, elements * size.height} : Rows{size.height, elements};
 }
 
 }  // namespace

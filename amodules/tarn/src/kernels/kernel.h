@@ -59,5 +59,10 @@ struct Kernel<Status(Args...)> {
 
 // Signatures, by shape. Data as void*: one operation table mixes element types, so a kernel casts once at its door.
 using Copy = Status(const void* src, int32_t src_stride, void* dst, int32_t dst_stride, Size size);
+// dst := a op b; the second operand comes first.
+using Binary = Status(const void* b, int32_t b_stride, const void* a, int32_t a_stride, void* dst, int32_t dst_stride,
+                      Size size);
+// dst := dst op constant; one constant per channel worked on, of the element type.
+using ConstantInPlace = Status(const void* constant, void* dst, int32_t dst_stride, Size size);
 
 }  // namespace tarn::k

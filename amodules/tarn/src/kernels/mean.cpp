@@ -1,0 +1,186 @@
+// Means of lists of planes. 8 bits: exact sums, divided as a float division rounded to the nearest even would (proven over every
+// sum and count by the tests). 16 bits and floats: the fold's own sum, divided while the strip is in the cache.
+#include "kernels/arith.h"
+
+#include "kernels/fold.h"
+
+namespace tarn::k::TARN_LEVEL {
+namespace {
+
+constexpr int64_t kStripSums = 4096;  // elements whose sums stay in the cache beside their sources
+static_assert(kMeanScratch == 5 * kStripSums);
+
+// s / n for 16-bit sums s <= 255 n, n from 1 to 256: nearest, ties to even.
+struct Divide16 {
+    explicit Divide16(int32_t n)
+        : n(broadcast(uint16_t(n))),
+          half(broadcast(uint16_t(n / 2))),
+          reciprocal(broadcast(uint16_t(n == 1 ? 65535 : 65536 / n))),
+          even(broadcast(uint16_t(n % 2 == 0))) {}
+    Bytes operator()(Bytes s) const {
+        using V = Vec<uint16_t>;
+        const V t = (V)s + (V)half;  // <= 65408
+        // The reciprocal is at most one part in 65536 too small: the quotient is right or one too small.
+        V q = (V)mulhi_u16((Bytes)t, reciprocal);
+        V r = t - q * (V)n;
+        const V more = (V)((Vec<int16_t>)r >= (Vec<int16_t>)n);  // all ones, which is -1
+        q -= more;
+        r -= more & (V)n;
+        // No rest behind the added half: s was halfway, and q is its upper neighbour.
+        q -= (V)(r == V{}) & q & (V)even;
+        return (Bytes)q;
+    }
+    Bytes n, half, reciprocal, even;
+};
+
+// Takes kCount planes into the 16-bit sums; the last planes' sums are divided and stored at once.
+template <bool kKept, int kCount, bool kFirst, bool kLast>
+void mean_strip(uint8_t* d, const uint8_t* const* sources, uint8_t* sums, int64_t n, const Divide16& by) {
+    const uint8_t* p[kCount];
+    for (int j = 0; j < kCount; ++j) p[j] = sources[j];
+    const Divide16 divide = by;
+    const Bytes mask = colour_mask<uint8_t>();
+    each_single_vector(n, [=](auto io, int64_t i) {
+        using V = Vec<uint16_t>;
+        V low = {}, high = {};
+        if constexpr (!kFirst) {
+            low = (V)Whole{}.load(sums + 2 * i);
+            high = (V)Whole{}.load(sums + 2 * i + kVector);
+        }
+        for (int j = 0; j < kCount; ++j) {
+            const Bytes s = io.load(p[j] + i);
+            low += (V)unpack_lo8(s, Bytes{});
+            high += (V)unpack_hi8(s, Bytes{});
+        }
+        if constexpr (kLast) {
+            Bytes r = pack_s16_u8(divide((Bytes)low), divide((Bytes)high));
+            if constexpr (kKept) r = select(mask, r, io.load(d + i));
+            io.store(d + i, r);
+        } else {
+            Whole{}.store(sums + 2 * i, (Bytes)low);
+            Whole{}.store(sums + 2 * i + kVector, (Bytes)high);
+        }
+    });
+}
+
+template <bool kKept, bool kFirst>
+void mean_last(uint8_t* d, const uint8_t* const* sources, int32_t count, uint8_t* sums, int64_t n, const Divide16& by) {
+    if (count == 4) mean_strip<kKept, 4, kFirst, true>(d, sources, sums, n, by);
+    else if (count == 3) mean_strip<kKept, 3, kFirst, true>(d, sources, sums, n, by);
+    else if (count == 2) mean_strip<kKept, 2, kFirst, true>(d, sources, sums, n, by);
+    else mean_strip<kKept, 1, kFirst, true>(d, sources, sums, n, by);
+}
+
+// More planes than 16-bit sums hold: float sums in the order of the list (exact up to 65793 planes) and a float division.
+template <bool kKept>
+void mean_of_many(const Sources& sources, int32_t divisor, uint8_t* d, int64_t y, int64_t x, int64_t n, void* scratch) {
+    float* sums = static_cast<float*>(scratch);
+    uint8_t* means = reinterpret_cast<uint8_t*>(sums + kStripSums);
+    for (int32_t i = 0; i < sources.count; ++i) {
+        const uint8_t* s = place(sources, i, y, x);
+        if (i == 0)
+            for (int64_t j = 0; j < n; ++j) sums[j] = float(s[j]);
+        else
+            for (int64_t j = 0; j < n; ++j) sums[j] += float(s[j]);
+    }
+    const float by = float(divisor);
+    for (int64_t j = 0; j < n; ++j) {
+        const float rounded = sums[j] / by + 8388608.0f - 8388608.0f;  // above 2^23 floats are whole: nearest, ties to even
+        means[j] = uint8_t(int32_t(min(rounded, 255.0f)));
+    }
+    const Bytes mask = colour_mask<uint8_t>();
+    each_vector(n, [=](auto io, int64_t i, auto) {
+        const Bytes r = io.load(means + i);
+        io.store(d + i, kKept ? select(mask, r, io.load(d + i)) : r);
+    });
+}
+
+template <int kChannels, bool kKept>
+Status mean_u8(const Sources* sources, int32_t divisor, void* dst, int32_t dst_stride, Size size, void* scratch) {
+    if (Status s = check_sources(size, sources, dst)) return s;
+    if (!scratch) return kNull;
+    const int32_t count = sources->count;
+    const Divide16 by(min(divisor, 256));
+    uint8_t* sums = static_cast<uint8_t*>(scratch);
+    each_strip(*sources, dst_stride, size, kChannels, kStripSums, [=](int64_t y, int64_t x, int64_t n) {
+        uint8_t* d = row<uint8_t>(dst, dst_stride, y) + x;
+        if (count > 256) return mean_of_many<kKept>(*sources, divisor, d, y, x, n, scratch);
+        for (int32_t i = 0; i < count; i += 4) {
+            const uint8_t* p[4];
+            const int32_t group = min(4, count - i);
+            for (int32_t j = 0; j < group; ++j) p[j] = place(*sources, i + j, y, x);
+            if (count <= 4) mean_last<kKept, true>(d, p, group, sums, n, by);
+            else if (i == 0) mean_strip<kKept, 4, true, false>(d, p, sums, n, by);
+            else if (i + 4 < count) mean_strip<kKept, 4, false, false>(d, p, sums, n, by);
+            else mean_last<kKept, false>(d, p, group, sums, n, by);
+        }
+    });
+    return kOk;
+}
+
+// 16-bit quotients by float division: a float holds both numbers, and a quotient that is not halfway between two integers is
+// further from it than a float's rounding reaches.
+template <bool kKept>
+void divide_strip_s16(uint8_t* d, int64_t n, int16_t divisor) {
+    using F = Vec<float>;
+    using I = Vec<int32_t>;
+    const F by = F{} + float(divisor), whole = F{} + 12582912.0f;  // 1.5 * 2^23: its neighbours are the integers
+    const Bytes mask = colour_mask<int16_t>();
+    const auto quotient = [=](Bytes twice) {
+        const F q = __builtin_convertvector((I)twice >> 16, F) / by;
+        return (Bytes)((I)(q + whole) - (I)whole);
+    };
+    each_single_vector(n, [=](auto io, int64_t i) {
+        const Bytes v = io.load(d + i);
+        Bytes r = pack_s32_s16(quotient(unpack_lo16(v, v)), quotient(unpack_hi16(v, v)));
+        if constexpr (kKept) r = select(mask, r, v);
+        io.store(d + i, r);
+    });
+}
+
+template <int kChannels, bool kKept>
+Status mean_s16(const Sources* sources, int32_t divisor, void* dst, int32_t dst_stride, Size size, void*) {
+    if (Status s = check_sources(size, sources, dst)) return s;
+    const int16_t by = int16_t(divisor);
+    each_strip(*sources, dst_stride, size, kChannels * 2, kStrip, [=](int64_t y, int64_t x, int64_t n) {
+        uint8_t* d = row<uint8_t>(dst, dst_stride, y) + x;
+        fold_sources<AddS16, kKept>(*sources, d, y, x, n);
+        if (by != 0) divide_strip_s16<kKept>(d, n, by);
+    });
+    return by == 0 ? kBadArg : kOk;
+}
+
+template <int kChannels, bool kKept>
+Status mean_f32(const Sources* sources, int32_t divisor, void* dst, int32_t dst_stride, Size size, void*) {
+    if (Status s = check_sources(size, sources, dst)) return s;
+    const Vec<float> by = Vec<float>{} + float(divisor);
+    const Bytes mask = colour_mask<float>();
+    each_strip(*sources, dst_stride, size, kChannels * 4, kStrip, [=](int64_t y, int64_t x, int64_t n) {
+        uint8_t* d = row<uint8_t>(dst, dst_stride, y) + x;
+        fold_sources<AddF32, kKept>(*sources, d, y, x, n);
+        each_single_vector(n, [=](auto io, int64_t i) {
+            const Bytes v = io.load(d + i), r = (Bytes)((Vec<float>)v / by);
+            io.store(d + i, kKept ? select(mask, r, v) : r);
+        });
+    });
+    return kOk;
+}
+
+}  // namespace
+
+#define MEAN(name, mean, channels, kept)                                                                            \
+    Status name(const Sources* sources, int32_t divisor, void* dst, int32_t dst_stride, Size size, void* scratch) { \
+        return mean<channels, kept>(sources, divisor, dst, dst_stride, size, scratch);                              \
+    }
+MEAN(mean_u8_c1, mean_u8, 1, false)
+MEAN(mean_u8_c3, mean_u8, 3, false)
+MEAN(mean_u8_c3x, mean_u8, 4, true)
+MEAN(mean_s16_c1, mean_s16, 1, false)
+MEAN(mean_s16_c3, mean_s16, 3, false)
+MEAN(mean_s16_c3x, mean_s16, 4, true)
+MEAN(mean_f32_c1, mean_f32, 1, false)
+MEAN(mean_f32_c3, mean_f32, 3, false)
+MEAN(mean_f32_c3x, mean_f32, 4, true)
+#undef MEAN
+
+}  // namespace tarn::k::TARN_LEVEL
