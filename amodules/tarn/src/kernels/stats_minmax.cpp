@@ -125,16 +125,22 @@ Status minmax(const void* src, int32_t stride, Size size, float* smallest, float
         }
     }
 
-    for (int j = 0; j < kTurns; ++j) {
-        T l[kLanes], h[kLanes];
-        E::store(l, lo[j]);
-        E::store(h, hi[j]);
-        for (int e = 0; e < kLanes; ++e) {
-            const int c = (j * kLanes + e) % kChannels;
-            low[c] = l[e] < low[c] ? l[e] : low[c];
-            high[c] = h[e] > high[c] ? h[e] : high[c];
-        }
+    // Accumulators of the same channels, then lanes of the same channel.
+    constexpr int kApart = kChannels == 3 ? 3 : 1;
+    for (int j = kApart; j < kTurns; ++j) {
+        lo[j % kApart] = E::smaller(lo[j], lo[j % kApart]);
+        hi[j % kApart] = E::larger(hi[j], hi[j % kApart]);
     }
+    T l[kApart * kLanes], h[kApart * kLanes];
+    for (int j = 0; j < kApart; ++j) {
+        E::store(l + j * kLanes, lo[j]);
+        E::store(h + j * kLanes, hi[j]);
+    }
+    for (int e = 0; e < kApart * kLanes; e += kChannels)
+        for (int c = 0; c < kChannels; ++c) {
+            low[c] = l[e + c] < low[c] ? l[e + c] : low[c];
+            high[c] = h[e + c] > high[c] ? h[e + c] : high[c];
+        }
     for (int c = 0; c < kResults; ++c) {
         const bool none = low[c] > high[c];  // nothing but NaN
         // Adding +0 settles the sign of a zero, which depends on the order of comparisons.
