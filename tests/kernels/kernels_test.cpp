@@ -7,11 +7,13 @@
 #include "cases/convert.h"
 #include "cases/copy.h"
 #include "cases/stats.h"
+#include "cases/net.h"
 #include "kernels/check.h"
 #include "kernels/runtime.h"
 
 using tarn::test::Check;
 
+TEST(kernels, net) { tarn::cases::net_cases(Check{}); }
 TEST(kernels, copy) { tarn::cases::copy_cases(Check{}); }
 TEST(kernels, convert) { tarn::cases::convert_cases(Check{}); }
 TEST(kernels, stats) { tarn::cases::stats_cases(Check{}); }
