@@ -12,11 +12,13 @@
 #include "cases/set.h"
 #include "cases/stats.h"
 #include "cases/resize.h"
+#include "cases/net.h"
 #include "kernels/check.h"
 #include "kernels/runtime.h"
 
 using tarn::test::Check;
 
+TEST(kernels, net) { tarn::cases::net_cases(Check{}); }
 TEST(kernels, copy) { tarn::cases::copy_cases(Check{}); }
 TEST(kernels, arith) { tarn::cases::arith_cases(Check{}); }
 TEST(kernels, compare) { tarn::cases::compare_cases(Check{}); }

@@ -151,12 +151,16 @@ inline void finish(const Lanes* acc, const float* bias, float* const* y, int row
     sums = _mm512_mask_blend_ps(_mm512_cmp_ps_mask(sums, sums, _CMP_UNORD_Q), sums, nan);
     if constexpr (kPerRow == kTile) {
         _mm512_mask_storeu_ps(y[0], used, sums);
+    } else if (neurons == 4) {
+        _mm_storeu_ps(y[0], _mm512_maskz_extractf32x4_ps(kQuad, sums, 0));
+        if (rows > 1) _mm_storeu_ps(y[1], _mm512_maskz_extractf32x4_ps(kQuad, sums, 1));
+        if (rows > 2) _mm_storeu_ps(y[2], _mm512_maskz_extractf32x4_ps(kQuad, sums, 2));
+        if (rows > 3) _mm_storeu_ps(y[3], _mm512_maskz_extractf32x4_ps(kQuad, sums, 3));
     } else {
-        const __mmask8 quad = __mmask8(used);
-        _mm_mask_storeu_ps(y[0], quad, _mm512_maskz_extractf32x4_ps(kQuad, sums, 0));
-        if (rows > 1) _mm_mask_storeu_ps(y[1], quad, _mm512_maskz_extractf32x4_ps(kQuad, sums, 1));
-        if (rows > 2) _mm_mask_storeu_ps(y[2], quad, _mm512_maskz_extractf32x4_ps(kQuad, sums, 2));
-        if (rows > 3) _mm_mask_storeu_ps(y[3], quad, _mm512_maskz_extractf32x4_ps(kQuad, sums, 3));
+        // Not by a masked store: GCC makes one instruction of it and the extraction, which faults for elements masked off.
+        float all[kTile];
+        _mm512_storeu_ps(all, sums);
+        for (int r = 0; r < rows; ++r) memcpy(y[r], all + r * kPerRow, size_t(neurons) * sizeof(float));
     }
 }
 
@@ -175,24 +179,26 @@ inline void finish(const Lanes* acc, const float* bias, float* const* y, int row
 
 #endif
 
-// A tile of kRows samples by kPerRow neurons. Those beyond `rows` and `neurons` repeat the last one and are not stored.
+// A tile of kRows samples by kPerRow neurons. x, w and y hold an address for each of its rows; those beyond `rows` and
+// `neurons` repeat another one and are not stored.
 template <int kRows, int kPerRow>
-inline void tile(const float* x, int64_t x_stride, const float* w, int64_t w_stride, const float* bias, float* y,
-                 int64_t y_stride, int64_t k, int rows, int neurons) {
+inline void tile(const float* const* x, const float* const* w, const float* bias, float* const* y, int64_t column, int64_t k,
+                 int rows, int neurons) {
     static_assert(kRows * kPerRow == kTile);
     constexpr int kStepRows = min(kRows, kRowsAtOnce), kStepNeurons = kRows == 1 ? kNeuronsAtOnce * 2 : kNeuronsAtOnce;
-    const float *xs[kRows], *ws[kPerRow];
-    float* ys[kRows];
-    for (int r = 0; r < kRows; ++r) {
-        xs[r] = row<float>(static_cast<const void*>(x), int32_t(x_stride), min(r, rows - 1));
-        ys[r] = row<float>(static_cast<void*>(y), int32_t(y_stride), min(r, rows - 1));
-    }
-    for (int n = 0; n < kPerRow; ++n) ws[n] = row<float>(static_cast<const void*>(w), int32_t(w_stride), min(n, neurons - 1));
     Lanes acc[kTile];
     for (int r = 0; r < kRows; r += kStepRows)
         for (int n = 0; n < kPerRow; n += kStepNeurons)
-            accumulate<kStepRows, kStepNeurons>(xs + r, ws + n, k, acc + r * kPerRow + n, kPerRow);
+            accumulate<kStepRows, kStepNeurons>(x + r, w + n, k, acc + r * kPerRow + n, kPerRow);
+    float* ys[kRows];
+    for (int r = 0; r < kRows; ++r) ys[r] = y[r] + column;
     finish<kPerRow>(acc, bias, ys, rows, neurons);
+}
+
+// Addresses of rows first, first + 1, ... of a plane of `height` rows; the last one repeats.
+template <class T, class Void>
+inline void addresses(Void* data, int32_t stride, int64_t first, int64_t height, int count, T** out) {
+    for (int i = 0; i < count; ++i) out[i] = row<T>(data, stride, min(first + i, height - 1));
 }
 
 // Elements `step` floats apart: each sixteen of them collected first.
@@ -227,22 +233,30 @@ Status net_product_f32(const void* x, int32_t x_stride, const void* w, int32_t w
                                                                       b ? b + j * step : nullptr, k, step);
         return kOk;
     }
-    // Samples that stay in the first-level cache while all weights pass by.
-    constexpr int64_t kNear = 28 << 10;
-    const int64_t near = clamp<int64_t>(kNear / (int64_t(k) * 4 + 1) / 4 * 4, 4, 64);
-    for (int64_t top = 0; top < size.height; top += near) {
-        const int64_t bottom = min<int64_t>(top + near, size.height);
-        if (bottom - top == 1) {
-            for (int64_t j = 0; j < size.width; j += kTile)
-                tile<1, kTile>(row<float>(x, x_stride, top), x_stride, row<float>(w, w_stride, j), w_stride, b ? b + j : nullptr,
-                               row<float>(y, y_stride, top) + j, y_stride, k, 1, int(min<int64_t>(size.width - j, kTile)));
-            continue;
+    if (size.height == 1) {
+        const float *xs[] = {row<float>(x, x_stride, 0)}, *ws[kTile];
+        float* ys[] = {row<float>(y, y_stride, 0)};
+        for (int64_t j = 0; j < size.width; j += kTile) {
+            addresses(w, w_stride, j, size.width, kTile, ws);
+            tile<1, kTile>(xs, ws, b ? b + j : nullptr, ys, j, k, 1, int(min<int64_t>(size.width - j, kTile)));
         }
-        for (int64_t j = 0; j < size.width; j += 4)
-            for (int64_t r = top; r < bottom; r += 4)
-                tile<4, 4>(row<float>(x, x_stride, r), x_stride, row<float>(w, w_stride, j), w_stride, b ? b + j : nullptr,
-                           row<float>(y, y_stride, r) + j, y_stride, k, int(min<int64_t>(bottom - r, 4)),
-                           int(min<int64_t>(size.width - j, 4)));
+        return kOk;
+    }
+    // Samples that stay in the first-level cache while all weights pass by.
+    constexpr int64_t kNear = 28 << 10, kMost = 64;
+    const int64_t near = clamp<int64_t>(kNear / (int64_t(k) * 4 + 1) / 4 * 4, 4, kMost);
+    const float *xs[kMost], *ws[4];
+    float* ys[kMost];
+    for (int64_t top = 0; top < size.height; top += near) {
+        const int64_t count = min<int64_t>(near, size.height - top);
+        addresses(x, x_stride, top, size.height, int((count + 3) / 4 * 4), xs);
+        addresses(y, y_stride, top, size.height, int((count + 3) / 4 * 4), ys);
+        for (int64_t j = 0; j < size.width; j += 4) {
+            addresses(w, w_stride, j, size.width, 4, ws);
+            const int neurons = int(min<int64_t>(size.width - j, 4));
+            for (int64_t r = 0; r < count; r += 4)
+                tile<4, 4>(xs + r, ws, b ? b + j : nullptr, ys + r, j, k, int(min<int64_t>(count - r, 4)), neurons);
+        }
     }
     return kOk;
 }
