@@ -4,12 +4,14 @@
 #include <algorithm>
 #include <cstdio>
 
+#include "cases/contour.h"
 #include "cases/copy.h"
 #include "kernels/check.h"
 #include "kernels/runtime.h"
 
 using tarn::test::Check;
 
+TEST(kernels, contour) { tarn::cases::contour_cases(Check{}); }
 TEST(kernels, copy) { tarn::cases::copy_cases(Check{}); }
 
 // Last: runs behind the families, in the order of this file.

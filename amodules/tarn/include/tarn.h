@@ -7,6 +7,7 @@
 #define TARN_TARN_H
 
 #include "lumo.h"
+#include "tarn_contour.h"
 
 #ifdef __cplusplus
 extern "C" {

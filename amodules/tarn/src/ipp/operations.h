@@ -12,3 +12,4 @@ int64_t op_later(const QuelCALL*, QuelERR*, KaSMEMSTG*);
 int64_t op_copy(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* dst, const LumoMAT* src);
 int64_t op_scaleresize(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* dst, const LumoMAT* src, const LumoRECT* region,
                        const uint32_t* value_range, uint32_t interpolation);
+int64_t op_contr_find(const QuelCALL*, QuelERR*, KaSMEMSTG*, TarnCONTOURS* output, const LumoMAT* image, uint32_t flags);
