@@ -7,6 +7,7 @@
 #include "cases/arith.h"
 #include "cases/compare.h"
 #include "cases/convert.h"
+#include "cases/contour.h"
 #include "cases/copy.h"
 #include "cases/logic.h"
 #include "cases/set.h"
@@ -19,6 +20,7 @@
 using tarn::test::Check;
 
 TEST(kernels, net) { tarn::cases::net_cases(Check{}); }
+TEST(kernels, contour) { tarn::cases::contour_cases(Check{}); }
 TEST(kernels, copy) { tarn::cases::copy_cases(Check{}); }
 TEST(kernels, arith) { tarn::cases::arith_cases(Check{}); }
 TEST(kernels, compare) { tarn::cases::compare_cases(Check{}); }

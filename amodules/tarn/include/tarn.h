@@ -8,6 +8,7 @@
 
 #include "lumo.h"
 #include "tarn_net.h"
+#include "tarn_contour.h"
 
 #ifdef __cplusplus
 extern "C" {

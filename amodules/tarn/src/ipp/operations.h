@@ -14,3 +14,4 @@ int64_t op_scaleresize(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* dst, cons
                        const uint32_t* value_range, uint32_t interpolation);
 int64_t op_mlnn(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* output, const LumoMAT* input, uint64_t count,
                 const TarnLayer* layers);
+int64_t op_contr_find(const QuelCALL*, QuelERR*, KaSMEMSTG*, TarnCONTOURS* output, const LumoMAT* image, uint32_t flags);

@@ -1,0 +1,101 @@
+// "tarn::contour::find": the outlines of the regions of a binary image, in one pass over its rows. Rows become bits, one row of
+// 64-bit words after the other; the lines between them, with an empty row before the first and behind the last, are traced
+// from left to right. An outline is held as a list of vertices with two ends that run down to the line, so memory is that of a
+// few rows and of the vertices of what is open.
+#include "ipp/contours.h"
+
+#include "ipp/operations.h"
+
+namespace k = tarn::k;
+
+namespace {
+
+constexpr char kTextArray[] = "@arr(.elem-type, .nchannels)";
+
+// Which values' outlines to find, as bits: 1 for zeros, 2 for ones.
+uint32_t value_mask(uint32_t flags) {
+    if (flags & TARN_CONTOURS_OF_ONES) return 2;  // deliberate: also when zeros are asked for
+    return flags & TARN_CONTOURS_OF_ZEROS ? 1 : 3;
+}
+
+// The rows, ends and corners of a tracer. False when memory is out.
+bool open_tracer(Tracer& t, KaSMEMSTG* storage, int32_t width, int value, uint32_t flags, QuelERR* err) {
+    const uint64_t words = (uint64_t(width) + 63) / 64, positions = uint64_t(width) + 1;
+    t = {};
+    t.diagonal = flags & (value ? TARN_CONTOURS_DIAGONAL_ONES : TARN_CONTOURS_DIAGONAL_ZEROS);
+    t.value_bit = value ? TARN_CONTOUR_VALUE : 0;
+    t.above = static_cast<uint64_t*>(KaSMEMSTGaalloc(storage, 2 * words * 8, 8, 1, err));
+    t.ends = static_cast<TarnCONTOUR**>(KaSMEMSTGaalloc(storage, positions * sizeof *t.ends, 8, 1, err));
+    t.corners = static_cast<k::Corner*>(KaSMEMSTGaalloc(storage, positions * sizeof *t.corners, 8, 0, err));
+    t.below = t.above + words;
+    return t.above && t.ends && t.corners;
+}
+
+// Fills the row below line y from the image, or clears it behind the last row, and finds the line's corners.
+void read_line(Tracer& t, const LumoMAT& image, int value, int32_t y) {
+    const uint64_t words = (uint64_t(image.width) + 63) / 64;
+    if (y < image.height)
+        k::binarise_u8_c1(pixel_at(image, 0, y, 1), image.stride, t.below, int32_t(words * 8), k::Size{image.width, 1}, value);
+    else
+        for (uint64_t w = 0; w < words; ++w) t.below[w] = 0;
+    k::find_corners(t.above, t.below, image.width, t.corners, &t.corner_count);
+}
+
+void next_line(Tracer& t) {
+    uint64_t* row = t.above;
+    t.above = t.below;
+    t.below = row;
+}
+
+// The pass itself: one tracer for one value, both for both.
+int64_t find(Search& s, Tracer* tracers, uint32_t mask, const LumoMAT& image) {
+    for (int32_t y = 0;; ++y) {
+        int64_t corners = 0;
+        for (int v = 0; v < 2; ++v)
+            if (mask >> v & 1) {
+                read_line(tracers[v], image, v, y);
+                corners += tracers[v].corner_count;
+            }
+        if (!reserve_line(s, corners)) return -1;
+        int64_t status = 0;
+        if (mask == 3 && y > 0 && y < image.height)
+            status = trace_line(s, tracers[1], tracers[0], y);
+        else
+            for (int v = 1; v >= 0 && status >= 0; --v)
+                if (mask >> v & 1) status = trace_line(s, tracers[v], y);
+        if (status < 0) return status;
+        if (y == image.height) return notify_top(s);
+        next_line(tracers[0]);
+        next_line(tracers[1]);
+    }
+}
+
+}  // namespace
+
+// "tarn::contour::find": hands the outlines of the regions of `image` to `output`; see tarn_contour.h.
+int64_t op_contr_find(const QuelCALL* call, QuelERR* err, KaSMEMSTG* storage, TarnCONTOURS* output, const LumoMAT* image,
+                      uint32_t flags) {
+    if (key_of(image->elemtype) != 0x101) return refuse(call, err, QUEL_E_TYPE, QUEL_C_ARGUMENT, 6, kTextArray);
+    if (image->width <= 0 || image->height <= 0) return 0;  // no pixel, no outline
+
+    KaSMEMSTG scratch;
+    if (!KaSMEMSTGopen(&scratch, storage, 0, err)) return -1;
+    Search s = {};
+    s.output = output;
+    s.err = err;
+    s.width = image->width;
+    s.height = image->height;
+    make_root(s);
+    const uint32_t mask = value_mask(flags);
+    Tracer tracers[2] = {};
+    bool ready = KaPOOLopen(&s.contour_pool, &scratch, sizeof(TarnCONTOUR), 8, err) &&
+                 KaPOOLopen(&s.point_pool, &scratch, sizeof(TarnPOINT), 8, err);
+    for (int v = 0; v < 2; ++v)
+        if (mask >> v & 1) ready = ready && open_tracer(tracers[v], &scratch, image->width, v, flags, err);
+    const int64_t status = ready ? find(s, tracers, mask, *image) : -1;
+    if (status < 0) release_all(s);
+    KaMEMSTGdestroy(&s.point_pool.base);
+    KaMEMSTGdestroy(&s.contour_pool.base);
+    KaMEMSTGdestroy(&scratch.base);
+    return status;
+}

@@ -1,0 +1,98 @@
+// Rows as bits, 64 pixels a word: ends of runs are then the set bits of the row XORed with itself shifted by one, found by
+// counting trailing zeros, and words that equal those of the row above are skipped whole. An outline can turn only where the
+// two rows begin or cease to differ, or where they differ and both change.
+#include "kernels/contour.h"
+
+#include "kernels/body.h"
+
+namespace tarn::k::TARN_LEVEL {
+namespace {
+
+// Bit i: p[i] > 0, for 64 pixels.
+inline uint64_t bits_of_64(const uint8_t* p) {
+#if defined(__AVX512BW__)
+    const __m512i v = _mm512_loadu_si512(p);
+    return _mm512_test_epi8_mask(v, v);
+#elif defined(__AVX2__)
+    const __m256i zero = _mm256_setzero_si256();
+    const auto half = [&](const uint8_t* q) {
+        const __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(q));
+        return uint64_t(uint32_t(~_mm256_movemask_epi8(_mm256_cmpeq_epi8(v, zero))));
+    };
+    return half(p) | half(p + 32) << 32;
+#elif defined(__SSE2__)
+    const __m128i zero = _mm_setzero_si128();
+    const auto quarter = [&](const uint8_t* q) {
+        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(q));
+        return uint64_t(uint16_t(~_mm_movemask_epi8(_mm_cmpeq_epi8(v, zero))));
+    };
+    return quarter(p) | quarter(p + 16) << 16 | quarter(p + 32) << 32 | quarter(p + 48) << 48;
+#else
+    uint64_t bits = 0;
+    for (int i = 0; i < 64; ++i) bits |= uint64_t(p[i] > 0) << i;
+    return bits;
+#endif
+}
+
+inline uint64_t load_word(const void* row, int64_t w) {
+    uint64_t word;
+    memcpy(&word, static_cast<const uint8_t*>(row) + 8 * w, 8);
+    return word;
+}
+
+inline int trailing_zeros(uint64_t word) { return __builtin_ctzll(word); }
+
+}  // namespace
+
+Status binarise_u8_c1(const void* src, int32_t src_stride, void* bits, int32_t bits_stride, Size size, int32_t value) {
+    if (Status s = check(size, src, bits)) return s;
+    const uint64_t flip = value ? 0 : ~uint64_t(0);
+    const int64_t whole = size.width / 64, rest = size.width % 64;
+    for (int64_t y = 0; y < size.height; ++y) {
+        const uint8_t* s = row<uint8_t>(src, src_stride, y);
+        uint8_t* d = row<uint8_t>(bits, bits_stride, y);
+        for (int64_t w = 0; w < whole; ++w) {
+            const uint64_t word = bits_of_64(s + 64 * w) ^ flip;
+            memcpy(d + 8 * w, &word, 8);
+        }
+        if (rest) {
+            uint8_t last[64] = {};
+            memcpy(last, s + 64 * whole, size_t(rest));
+            const uint64_t word = (bits_of_64(last) ^ flip) & ((uint64_t(1) << rest) - 1);
+            memcpy(d + 8 * whole, &word, 8);
+        }
+    }
+    return kOk;
+}
+
+Status find_corners(const void* above, const void* below, int32_t width, Corner* corners, int64_t* count) {
+    if (Status s = check({width, 1}, above, below, corners, count)) return s;
+    const int64_t whole = width / 64, rest = width % 64;
+    Corner* out = corners;
+    uint64_t a_before = 0, differ_before = 0;  // the pixel left of the word, in the lowest bit
+    for (int64_t w = 0; w <= whole; ++w) {
+        uint64_t a = 0, b = 0;
+        if (w < whole) {
+            a = load_word(above, w);
+            b = load_word(below, w);
+        } else if (rest) {
+            const uint64_t inside = (uint64_t(1) << rest) - 1;
+            a = load_word(above, w) & inside;
+            b = load_word(below, w) & inside;
+        }
+        const uint64_t differ = a ^ b, left = differ << 1 | differ_before, up = a ^ (a << 1 | a_before);
+        uint64_t turns = (differ ^ left) | (differ & left & up);
+        while (turns) {
+            const int i = trailing_zeros(turns);
+            const auto bit = [i](uint64_t word) { return uint32_t(word >> i) & 1; };
+            *out++ = {int32_t(64 * w + i), bit(up) * kEdgeUp | bit(left) * kEdgeLeft | bit(differ) * kEdgeRight | bit(a) * kAboveSet};
+            turns &= turns - 1;
+        }
+        a_before = a >> 63;
+        differ_before = differ >> 63;
+    }
+    *count = out - corners;
+    return kOk;
+}
+
+}  // namespace tarn::k::TARN_LEVEL
