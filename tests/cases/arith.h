@@ -73,12 +73,12 @@ void fold_case(const char* name, const k::Kernel<k::Fold>& kernel, int channels,
 }
 
 template <class T>
-void mean_case(const char* name, const k::Kernel<k::Mean>& kernel, int channels, bool kept, const auto& visit) {
+void mean_case(const char* name, const k::Kernel<k::Average>& kernel, int channels, bool kept, const auto& visit) {
     for (const int count : {1, 2, 3, 4, 6}) {
         Case c{std::string(name) + " of " + std::to_string(count),
                list_planes(count, in<T>(channels), kept ? inout<T>(channels) : out<T>(channels)), {}, {}};
         c.run = [&kernel, count](const View* v, Size n) {
-            alignas(64) static uint8_t scratch[k::kMeanScratch];
+            alignas(64) static uint8_t scratch[k::kAverageScratch];
             const ViewList list(v, count);
             return kernel(&list.sources, count, v[count].data, v[count].stride, n, scratch);
         };
@@ -119,9 +119,9 @@ void arith_cases(Visit&& visit) {
 #undef TARN_TYPES
 #undef TARN_ARITH
 #define TARN_MEAN(type, T)                                                    \
-    mean_case<T>("mean_" #type "_c1", k::mean_##type##_c1, 1, false, visit);  \
-    mean_case<T>("mean_" #type "_c3", k::mean_##type##_c3, 3, false, visit);  \
-    mean_case<T>("mean_" #type "_c3x", k::mean_##type##_c3x, 4, true, visit);
+    mean_case<T>("average_" #type "_c1", k::average_##type##_c1, 1, false, visit);  \
+    mean_case<T>("average_" #type "_c3", k::average_##type##_c3, 3, false, visit);  \
+    mean_case<T>("average_" #type "_c3x", k::average_##type##_c3x, 4, true, visit);
     TARN_MEAN(u8, uint8_t)
     TARN_MEAN(s16, int16_t)
     TARN_MEAN(f32, float)

@@ -8,7 +8,7 @@ namespace tarn::k::TARN_LEVEL {
 namespace {
 
 constexpr int64_t kStripSums = 4096;  // elements whose sums stay in the cache beside their sources
-static_assert(kMeanScratch == 5 * kStripSums);
+static_assert(kAverageScratch == 5 * kStripSums);
 
 // s / n for 16-bit sums s <= 255 n, n from 1 to 256: nearest, ties to even.
 struct Divide16 {
@@ -172,15 +172,15 @@ Status mean_f32(const Sources* sources, int32_t divisor, void* dst, int32_t dst_
     Status name(const Sources* sources, int32_t divisor, void* dst, int32_t dst_stride, Size size, void* scratch) { \
         return mean<channels, kept>(sources, divisor, dst, dst_stride, size, scratch);                              \
     }
-MEAN(mean_u8_c1, mean_u8, 1, false)
-MEAN(mean_u8_c3, mean_u8, 3, false)
-MEAN(mean_u8_c3x, mean_u8, 4, true)
-MEAN(mean_s16_c1, mean_s16, 1, false)
-MEAN(mean_s16_c3, mean_s16, 3, false)
-MEAN(mean_s16_c3x, mean_s16, 4, true)
-MEAN(mean_f32_c1, mean_f32, 1, false)
-MEAN(mean_f32_c3, mean_f32, 3, false)
-MEAN(mean_f32_c3x, mean_f32, 4, true)
+MEAN(average_u8_c1, mean_u8, 1, false)
+MEAN(average_u8_c3, mean_u8, 3, false)
+MEAN(average_u8_c3x, mean_u8, 4, true)
+MEAN(average_s16_c1, mean_s16, 1, false)
+MEAN(average_s16_c3, mean_s16, 3, false)
+MEAN(average_s16_c3x, mean_s16, 4, true)
+MEAN(average_f32_c1, mean_f32, 1, false)
+MEAN(average_f32_c3, mean_f32, 3, false)
+MEAN(average_f32_c3x, mean_f32, 4, true)
 #undef MEAN
 
 }  // namespace tarn::k::TARN_LEVEL
