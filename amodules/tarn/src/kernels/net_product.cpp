@@ -217,6 +217,14 @@ float strided_output(const float* x, const float* w, const float* bias, int64_t 
     return result;
 }
 
+// Asks for part `part` of `parts` of the bytes of rows first..last - 1, to be in the second-level cache when they are needed.
+inline void ask_for(const void* data, int32_t stride, int64_t first, int64_t last, int64_t row_bytes, int64_t part, int64_t parts) {
+    constexpr int64_t kLine = 64;
+    const int64_t lines = (row_bytes + kLine - 1) / kLine, end = (last - first) * lines * (part + 1) / parts;
+    for (int64_t i = (last - first) * lines * part / parts; i < end; ++i)
+        __builtin_prefetch(row<char>(data, stride, first + i / lines) + i % lines * kLine, 0, 2);
+}
+
 }  // namespace
 
 Status net_product_f32(const void* x, int32_t x_stride, const void* w, int32_t w_stride, const void* bias, void* y,
@@ -243,7 +251,7 @@ Status net_product_f32(const void* x, int32_t x_stride, const void* w, int32_t w
         return kOk;
     }
     // Samples that stay in the first-level cache while all weights pass by.
-    constexpr int64_t kNear = 28 << 10, kMost = 64;
+    constexpr int64_t kNear = 26 << 10, kMost = 64;
     const int64_t near = clamp<int64_t>(kNear / (int64_t(k) * 4 + 1) / 4 * 4, 4, kMost);
     const float *xs[kMost], *ws[4];
     float* ys[kMost];
@@ -254,6 +262,7 @@ Status net_product_f32(const void* x, int32_t x_stride, const void* w, int32_t w
         for (int64_t j = 0; j < size.width; j += 4) {
             addresses(w, w_stride, j, size.width, 4, ws);
             const int neurons = int(min<int64_t>(size.width - j, 4));
+            ask_for(x, x_stride, top + count, min<int64_t>(top + 2 * count, size.height), int64_t(k) * 4, j, size.width);
             for (int64_t r = 0; r < count; r += 4)
                 tile<4, 4>(xs + r, ws, b ? b + j : nullptr, ys + r, j, k, int(min<int64_t>(count - r, 4)), neurons);
         }
