@@ -111,16 +111,30 @@ struct Strip {
     int32_t* index;      // per output: tap 0 in the window
 };
 
+// Widens n elements to floats.
+template <class T>
+void to_floats(const T* TARN_RESTRICT s, int64_t n, float* TARN_RESTRICT to) {
+    int64_t i = 0;
+#if defined(__AVX512F__)
+    if constexpr (sizeof(T) < 4) {
+        for (; i + kLanes <= n; i += kLanes) {
+            const __m512i wide =
+                sizeof(T) == 1 ? _mm512_cvtepu8_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(s + i)))
+                               : _mm512_cvtepi16_epi32(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(s + i)));
+            _mm512_storeu_ps(to + i, _mm512_cvtepi32_ps(wide));
+        }
+    }
+#endif
+    for (; i < n; ++i) to[i] = float(s[i]);
+}
+
 // Converts `count` pixels from pixel `from` on to floats, repeating the edge pixels of the row.
 template <class T>
 void convert_row(const T* s, int64_t width, int channels, int64_t from, int64_t count, float* to) {
     const int64_t left = clamp<int64_t>(-from, 0, count), right = clamp<int64_t>(from + count - width, 0, count);
     for (int64_t x = 0; x < left; ++x)
         for (int c = 0; c < channels; ++c) to[x * channels + c] = float(s[c]);
-    const T* middle = s + (from + left) * channels;
-    float* out = to + left * channels;
-    const int64_t n = (count - left - right) * channels;
-    for (int64_t i = 0; i < n; ++i) out[i] = float(middle[i]);
+    to_floats(s + (from + left) * channels, (count - left - right) * channels, to + left * channels);
     for (int64_t x = count - right; x < count; ++x)
         for (int c = 0; c < channels; ++c) to[x * channels + c] = float(s[(width - 1) * channels + c]);
 }
@@ -282,20 +296,69 @@ void resample_row(const Strip& strip, const T* s, int64_t width, int64_t left, i
 
 // ---- Output rows ----------------------------------------------------------------------------------------------------
 
-template <int kTaps, class T>
+#if defined(__AVX512F__)
+
+// Stores 64 rounded elements, or those of a mask.
+inline void store_rounded(uint8_t* to, const Lanes* v, __mmask64 mask) {
+    const __m512i low = _mm512_packs_epi32(_mm512_cvtps_epi32(v[0]), _mm512_cvtps_epi32(v[1]));
+    const __m512i high = _mm512_packs_epi32(_mm512_cvtps_epi32(v[2]), _mm512_cvtps_epi32(v[3]));
+    // Packing works within quarters of the register: put their pieces in order.
+    const __m512i order = _mm512_setr_epi32(0, 4, 8, 12, 1, 5, 9, 13, 2, 6, 10, 14, 3, 7, 11, 15);
+    _mm512_mask_storeu_epi8(to, mask, _mm512_maskz_permutexvar_epi32(0xffff, order, _mm512_packus_epi16(low, high)));
+}
+inline void store_rounded(int16_t* to, const Lanes* v, __mmask64 mask) {
+    const __m512i order = _mm512_setr_epi64(0, 2, 4, 6, 1, 3, 5, 7);
+    for (int i = 0; i < 2; ++i) {
+        const __m512i both = _mm512_packs_epi32(_mm512_cvtps_epi32(v[2 * i]), _mm512_cvtps_epi32(v[2 * i + 1]));
+        _mm512_mask_storeu_epi16(to + 32 * i, __mmask32(mask >> (32 * i)), _mm512_maskz_permutexvar_epi64(0xff, order, both));
+    }
+}
+inline void store_rounded(float* to, const Lanes* v, __mmask64 mask) {
+    const Lanes nan = _mm512_set1_ps(__builtin_nanf(""));
+    for (int i = 0; i < 4; ++i)
+        _mm512_mask_storeu_ps(to + 16 * i, __mmask16(mask >> (16 * i)),
+                              _mm512_mask_mov_ps(v[i], _mm512_cmp_ps_mask(v[i], v[i], _CMP_UNORD_Q), nan));
+}
+
+// Rows must be readable up to a multiple of 64 elements.
+template <int kTaps, bool kKept, class T>
+void blend_rows(const float* const* rows, const float* weight, int64_t n, T* dst) {
+    const float* r[kTaps];
+    Lanes w[kTaps];
+    for (int k = 0; k < kTaps; ++k) r[k] = rows[k], w[k] = _mm512_set1_ps(weight[k]);
+    const __mmask64 carried = kKept ? 0x7777777777777777 : ~__mmask64(0);
+    for (int64_t i = 0; i < n; i += 64) {
+        Lanes v[4];
+#pragma GCC unroll 4
+        for (int part = 0; part < 4; ++part)
+            v[part] = sum_of<kTaps>([&](int k) { return load(r[k] + i + 16 * part) * w[k]; });
+        store_rounded(dst + i, v, n - i >= 64 ? carried : carried & ((__mmask64(1) << (n - i)) - 1));
+    }
+}
+
+#else
+
+template <int kTaps, bool kKept, class T>
 void blend_rows(const float* const* rows, const float* weight, int64_t n, T* TARN_RESTRICT dst) {
     const float* r[kTaps];
     float w[kTaps];
     for (int k = 0; k < kTaps; ++k) r[k] = rows[k], w[k] = weight[k];
-    for (int64_t i = 0; i < n; ++i) store(dst + i, sum_of<kTaps>([&](int k) { return r[k][i] * w[k]; }));
+    const auto at = [&](int64_t i) { return sum_of<kTaps>([&](int k) { return r[k][i] * w[k]; }); };
+    if (kKept) {
+        // Blocks of whole pixels through a buffer: the sums as vectors, the three channels one by one.
+        T block[64];
+        for (int64_t i = 0; i < n; i += 64) {
+            const int64_t count = min<int64_t>(64, n - i);
+            for (int64_t e = 0; e < count; ++e) store(block + e, at(i + e));
+            for (int64_t e = 0; e < count; e += 4)
+                for (int c = 0; c < 3; ++c) dst[i + e + c] = block[e + c];
+        }
+    } else {
+        for (int64_t i = 0; i < n; ++i) store(dst + i, at(i));
+    }
 }
 
-// Three channels of four.
-template <class T>
-void copy_kept(const T* s, int64_t pixels, T* d) {
-    for (int64_t x = 0; x < pixels; ++x)
-        for (int c = 0; c < 3; ++c) d[4 * x + c] = s[4 * x + c];
-}
+#endif
 
 // Which source rows an output row is made of.
 template <int kTaps>
@@ -304,8 +367,8 @@ struct Line {
     float weight[kTaps];
 };
 
-template <class Filter, class T>
-Status resample(const Job& j, int channels, bool kept) {
+template <class Filter, class T, bool kKept>
+Status resample(const Job& j, int channels) {
     constexpr int kTaps = Filter::kTaps;
     constexpr int64_t kElements = kStripElements<kTaps>;
     constexpr int64_t kRow = 6 * kElements + 256;  // planes; or twice a strip, the taps, and two windows more
@@ -315,9 +378,8 @@ Status resample(const Job& j, int channels, bool kept) {
     Scratch scratch(j.allocator);
     scratch.want<Line<kTaps>>(height + kBlock);
     scratch.want<float>(kTaps * kElements);  // weights
-    scratch.want<float>(kTaps * kElements);  // ring
+    scratch.want<float>(kTaps * kElements + 64);  // ring, read up to a multiple of 64
     scratch.want<float>(kRow);
-    scratch.want<T>(kElements);
     scratch.want<int64_t>(kElements);
     scratch.want<int32_t>(kElements);
     scratch.want<int32_t>(kElements / kLanes);
@@ -325,9 +387,8 @@ Status resample(const Job& j, int channels, bool kept) {
     Line<kTaps>* lines = scratch.take<Line<kTaps>>(height + kBlock);
     Strip strip{};
     strip.weight = scratch.take<float>(kTaps * kElements);
-    float* ring = scratch.take<float>(kTaps * kElements);
+    float* ring = scratch.take<float>(kTaps * kElements + 64);
     float* row_space = scratch.take<float>(kRow);
-    T* out = scratch.take<T>(kElements);
     strip.first = scratch.take<int64_t>(kElements);
     strip.index = scratch.take<int32_t>(kElements);
     strip.base = scratch.take<int32_t>(kElements / kLanes);
@@ -366,9 +427,7 @@ Status resample(const Job& j, int channels, bool kept) {
                 }
                 rows[k] = ring + slot * kElements;
             }
-            T* d = row<T>(j.dst, j.dst_stride, y) + x * channels;
-            blend_rows<kTaps>(rows, lines[y].weight, pixels * channels, kept ? out : d);
-            if (kept) copy_kept(out, pixels, d);
+            blend_rows<kTaps, kKept>(rows, lines[y].weight, pixels * channels, row<T>(j.dst, j.dst_stride, y) + x * channels);
         }
     }
     return kOk;
@@ -384,7 +443,7 @@ Status resample(const Job& j, int channels, bool kept) {
         const Job j{src, src_stride, src_size, region, dst, dst_stride, dst_size, allocator};                         \
         if (same_size(j))                                                                                             \
             return resize_nearest_##suffix(src, src_stride, src_size, region, dst, dst_stride, dst_size, allocator);  \
-        return resample<Filter, T>(j, channels, kept);                                                                \
+        return resample<Filter, T, kept>(j, channels);                                                                \
     }
 #define TARN_RESIZES_OF(mode, type, Filter, T)                \
     TARN_RESIZE(mode, type##_c1, Filter, T, 1, false)         \
