@@ -109,6 +109,7 @@ struct Strip {
     int64_t row_pixels;  // and how many it has
     int32_t* base;       // per vector of outputs: where its window begins in the converted row
     int32_t* index;      // per output: tap 0 in the window
+    int32_t reach;       // the largest index
 };
 
 // Widens n elements to floats.
@@ -169,53 +170,76 @@ using Lanes = __m512;
 using Index = __m512i;
 inline Lanes load(const float* p) { return _mm512_loadu_ps(p); }
 inline Index load(const int32_t* p) { return _mm512_loadu_si512(p); }
+inline Index later(Index at, int elements) { return _mm512_add_epi32(at, _mm512_set1_epi32(elements)); }
 inline void store(float* p, Lanes v, int) { _mm512_storeu_ps(p, v); }
 inline Lanes fused(Lanes a, Lanes b, Lanes c) { return _mm512_fmadd_ps(a, b, c); }
-template <bool kTwo>
-inline Lanes pick(const float* p, Index at) {
-    // Zero-masked with nothing masked: g++ 12 warns of its own header's undefined operand in the plain form.
-    return kTwo ? _mm512_permutex2var_ps(load(p), at, load(p + kLanes)) : _mm512_maskz_permutexvar_ps(0xffff, at, load(p));
-}
+inline Lanes pick(Lanes window, Index at) { return _mm512_permutexvar_ps(at, window); }
+inline Lanes pick(Lanes low, Lanes high, Index at) { return _mm512_permutex2var_ps(low, at, high); }
 #else
 using Lanes = __m256;
 using Index = __m256i;
 inline Lanes load(const float* p) { return _mm256_loadu_ps(p); }
 inline Index load(const int32_t* p) { return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p)); }
+inline Index later(Index at, int elements) { return _mm256_add_epi32(at, _mm256_set1_epi32(elements)); }
 inline void store(float* p, Lanes v, int) { _mm256_storeu_ps(p, v); }
 inline Lanes fused(Lanes a, Lanes b, Lanes c) { return _mm256_fmadd_ps(a, b, c); }
-template <bool kTwo>
-inline Lanes pick(const float* p, Index at) {
-    const Lanes low = _mm256_permutevar8x32_ps(load(p), at);
-    if (!kTwo) return low;
-    const Lanes high = _mm256_permutevar8x32_ps(load(p + kLanes), at);
-    return _mm256_blendv_ps(low, high, _mm256_castsi256_ps(_mm256_slli_epi32(at, 28)));  // bit 3: the second window
+inline Lanes pick(Lanes window, Index at) { return _mm256_permutevar8x32_ps(window, at); }
+inline Lanes pick(Lanes low, Lanes high, Index at) {
+    const Lanes second = _mm256_castsi256_ps(_mm256_slli_epi32(at, 28));  // bit 3: from the second window
+    return _mm256_blendv_ps(pick(low, at), pick(high, at), second);
 }
 #endif
 
-template <int kTaps, bool kExact, bool kTwo>
+// kWindows: how many vectors of the converted row hold the taps of a vector of outputs; kShare: for how many taps in turn one
+// load of them serves.
+template <int kTaps, bool kExact, int kWindows, int kShare>
 void weigh_windows(const Strip& strip, const float* row, int channels, float* out) {
     for (int64_t g = 0; g * kLanes < strip.elements; ++g) {
-        const Index at = load(strip.index + g * kLanes);
+        const Index first = load(strip.index + g * kLanes);
         const float* from = row + strip.base[g];
         const float* weight = strip.weight + g * kLanes;
-        const auto tap = [&](int k) { return pick<kTwo>(from + k * channels, at); };
+        Lanes tap[kTaps], low{}, high{};
+#pragma GCC unroll 6
+        for (int k = 0; k < kTaps; ++k) {
+            if (k % kShare == 0) {
+                low = load(from + k * channels);
+                if (kWindows == 2) high = load(from + k * channels + kLanes);
+            }
+            const Index at = k % kShare ? later(first, k % kShare * channels) : first;
+            tap[k] = kWindows == 2 ? pick(low, high, at) : pick(low, at);
+        }
         const auto weight_of = [&](int k) { return load(weight + k * kStripElements<kTaps>); };
         Lanes sum;
         if constexpr (kExact) {
-            sum = tap(0) * weight_of(0);
+            sum = tap[0] * weight_of(0);
 #pragma GCC unroll 6
-            for (int k = 1; k < kTaps; ++k) sum = fused(tap(k), weight_of(k), sum);
+            for (int k = 1; k < kTaps; ++k) sum = fused(tap[k], weight_of(k), sum);
         } else {
-            sum = sum_of<kTaps>([&](int k) { return tap(k) * weight_of(k); });
+            sum = sum_of<kTaps>([&](int k) { return tap[k] * weight_of(k); });
         }
         store(out + g * kLanes, sum, 0);
     }
 }
 
+// As many taps from one load as the windows hold.
+template <int kTaps, bool kExact, int kWindows>
+void weigh_windows(const Strip& strip, const float* row, int channels, float* out) {
+    const int more = (kWindows * kLanes - 1 - strip.reach) / channels;  // taps beyond the first within the windows
+    if (more >= kTaps - 1)
+        weigh_windows<kTaps, kExact, kWindows, kTaps>(strip, row, channels, out);
+    else if (kTaps > 2 && more >= kTaps / 2 - 1)
+        weigh_windows<kTaps, kExact, kWindows, kTaps / 2>(strip, row, channels, out);
+    else if (kTaps == 6 && more >= 1)
+        weigh_windows<kTaps, kExact, kWindows, 2>(strip, row, channels, out);
+    else
+        weigh_windows<kTaps, kExact, kWindows, 1>(strip, row, channels, out);
+}
+
 // Prepares the permutes of a strip; leaves it to planes when an output lies beyond two windows of its vector.
-inline void find_windows(Strip& strip, int channels) {
+template <int kTaps>
+void find_windows(Strip& strip, int channels) {
     strip.row_from = strip.first[0];
-    strip.fetch = Fetch::one_window;
+    strip.reach = 0;
     int64_t x = 0, c = 0;
     int32_t last = 0;
     for (int64_t g = 0; g * kLanes < strip.elements; ++g) {
@@ -230,20 +254,23 @@ inline void find_windows(Strip& strip, int channels) {
             strip.fetch = Fetch::planes;
             return;
         }
-        if (most - least >= kLanes) strip.fetch = Fetch::two_windows;
+        strip.reach = max(strip.reach, most - least);
         strip.base[g] = least;
         for (int i = 0; i < kLanes; ++i) strip.index[g * kLanes + i] = at[i] - least;
     }
+    // Two windows may hold all taps where one does not. Picking from two is one instruction in the widest registers only.
+    const int all = strip.reach + (kTaps - 1) * channels;
+    const bool one = kLanes == 16 ? strip.reach < kLanes && (all < kLanes || all >= 2 * kLanes) : strip.reach < kLanes;
+    strip.fetch = one ? Fetch::one_window : Fetch::two_windows;
 }
 constexpr bool kPermutes = true;
 
 #else
 
-template <int kTaps, bool kExact, bool kTwo>
-void weigh_windows(const Strip& strip, const float* row, int, float* out) {
-    weigh_planes<kTaps>(strip, row, out);
-}
-inline void find_windows(Strip&, int) {}
+template <int kTaps, bool kExact, int kWindows>
+void weigh_windows(const Strip&, const float*, int, float*) {}
+template <int kTaps>
+void find_windows(Strip&, int) {}
 constexpr bool kPermutes = false;
 
 #endif
@@ -269,7 +296,7 @@ void prepare(Strip& strip, Walk walk, int64_t pixels, int channels, bool may_per
     for (int k = 0; k < kTaps; ++k)
         for (int64_t i = pixels * channels; i < strip.elements; ++i) strip.weight[k * kStripElements<kTaps> + i] = 0;
     strip.fetch = Fetch::planes;
-    if (may_permute) find_windows(strip, channels);
+    if (may_permute) find_windows<kTaps>(strip, channels);
     strip.row_pixels = strip.first[pixels - 1] - strip.first[0] + kTaps;
 }
 
@@ -280,9 +307,9 @@ void resample_row(const Strip& strip, const T* s, int64_t width, int64_t left, i
     if (strip.fetch != Fetch::planes) {
         convert_row(s, width, channels, left + strip.row_from, strip.row_pixels, row);
         if (strip.fetch == Fetch::one_window)
-            weigh_windows<kTaps, kExact, false>(strip, row, channels, out);
+            weigh_windows<kTaps, kExact, 1>(strip, row, channels, out);
         else
-            weigh_windows<kTaps, kExact, true>(strip, row, channels, out);
+            weigh_windows<kTaps, kExact, 2>(strip, row, channels, out);
         return;
     }
     if (channels == 1)
@@ -304,13 +331,13 @@ inline void store_rounded(uint8_t* to, const Lanes* v, __mmask64 mask) {
     const __m512i high = _mm512_packs_epi32(_mm512_cvtps_epi32(v[2]), _mm512_cvtps_epi32(v[3]));
     // Packing works within quarters of the register: put their pieces in order.
     const __m512i order = _mm512_setr_epi32(0, 4, 8, 12, 1, 5, 9, 13, 2, 6, 10, 14, 3, 7, 11, 15);
-    _mm512_mask_storeu_epi8(to, mask, _mm512_maskz_permutexvar_epi32(0xffff, order, _mm512_packus_epi16(low, high)));
+    _mm512_mask_storeu_epi8(to, mask, _mm512_permutexvar_epi32(order, _mm512_packus_epi16(low, high)));
 }
 inline void store_rounded(int16_t* to, const Lanes* v, __mmask64 mask) {
     const __m512i order = _mm512_setr_epi64(0, 2, 4, 6, 1, 3, 5, 7);
     for (int i = 0; i < 2; ++i) {
         const __m512i both = _mm512_packs_epi32(_mm512_cvtps_epi32(v[2 * i]), _mm512_cvtps_epi32(v[2 * i + 1]));
-        _mm512_mask_storeu_epi16(to + 32 * i, __mmask32(mask >> (32 * i)), _mm512_maskz_permutexvar_epi64(0xff, order, both));
+        _mm512_mask_storeu_epi16(to + 32 * i, __mmask32(mask >> (32 * i)), _mm512_permutexvar_epi64(order, both));
     }
 }
 inline void store_rounded(float* to, const Lanes* v, __mmask64 mask) {
