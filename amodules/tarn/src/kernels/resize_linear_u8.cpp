@@ -9,7 +9,7 @@
 //
 // Horizontally 8 outputs find their pixels in one or two 16-byte windows of the source row; where they reach further, and below
 // SSSE3, pixel by pixel.
-#include "kernels/resize_taps.h"
+#include "kernels/resize_half_u8.h"
 
 namespace tarn::k::TARN_LEVEL {
 namespace {
@@ -17,6 +17,13 @@ namespace {
 constexpr int64_t kStripElements = 2016;  // at most; tables and ring stay in the first-level cache
 constexpr int64_t kRingElements = 2048;   // a ring row, readable by whole vectors
 constexpr int kGroup = 8;                 // outputs that share windows
+#if defined(TARN_VECTORS)
+constexpr int kGroups = kLanes / kGroup;  // of a register
+constexpr bool kHasWindows = true;
+#else
+constexpr int kGroups = 1;
+constexpr bool kHasWindows = false;
+#endif
 
 // What the rows of a strip of columns are made with.
 struct Strip {
@@ -29,85 +36,6 @@ struct Strip {
     uint8_t *low, *high;    // 16 per group: a and b of each output in the first and in the second window, 0x80 for none
     int8_t* base;           // 16 per group: -128 at that of a and b that the sum starts from
 };
-
-// ---- Arithmetic -----------------------------------------------------------------------------------------------------
-
-// The product of two fractions, rounded: what pmulhrsw does.
-[[maybe_unused]] inline int32_t multiply(int32_t a, int32_t b) { return (a * b + 0x4000) >> 15; }
-
-// 7 fraction bits to none: ties to even.
-[[maybe_unused]] inline uint8_t round_even(int32_t v) { return uint8_t((v + 63 + (v >> 7 & 1)) >> 7); }
-
-#if defined(__AVX512BW__)
-#define TARN_VECTORS
-using Vector = __m512i;
-inline Vector load(const void* p) { return _mm512_loadu_si512(p); }
-inline void store(void* p, Vector v) { _mm512_storeu_si512(p, v); }
-inline Vector all16(int v) { return _mm512_set1_epi16(int16_t(v)); }
-inline Vector add16(Vector a, Vector b) { return _mm512_add_epi16(a, b); }
-inline Vector sub16(Vector a, Vector b) { return _mm512_sub_epi16(a, b); }
-inline Vector multiply(Vector a, Vector b) { return _mm512_mulhrs_epi16(a, b); }
-inline Vector down7(Vector v) { return _mm512_srli_epi16(v, 7); }
-inline Vector bits(Vector a, Vector b) { return _mm512_and_si512(a, b); }
-inline Vector either(Vector a, Vector b) { return _mm512_or_si512(a, b); }
-inline Vector shuffle(Vector v, Vector at) { return _mm512_shuffle_epi8(v, at); }
-inline Vector weigh_pairs(Vector bytes, Vector weights) { return _mm512_maddubs_epi16(bytes, weights); }
-inline Vector to_bytes(Vector a, Vector b) {
-    return _mm512_permutexvar_epi64(_mm512_setr_epi64(0, 2, 4, 6, 1, 3, 5, 7), _mm512_packus_epi16(a, b));
-}
-inline __m128i window(const uint8_t* p) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p)); }
-inline Vector windows(const uint8_t* s, const int64_t* from) {
-    Vector v = _mm512_castsi128_si512(window(s + from[0]));
-    v = _mm512_mask_broadcast_i32x4(v, 0x00f0, window(s + from[1]));
-    v = _mm512_mask_broadcast_i32x4(v, 0x0f00, window(s + from[2]));
-    return _mm512_mask_broadcast_i32x4(v, 0xf000, window(s + from[3]));
-}
-#elif defined(__AVX2__)
-#define TARN_VECTORS
-using Vector = __m256i;
-inline Vector load(const void* p) { return _mm256_loadu_si256(static_cast<const Vector*>(p)); }
-inline void store(void* p, Vector v) { _mm256_storeu_si256(static_cast<Vector*>(p), v); }
-inline Vector all16(int v) { return _mm256_set1_epi16(int16_t(v)); }
-inline Vector add16(Vector a, Vector b) { return _mm256_add_epi16(a, b); }
-inline Vector sub16(Vector a, Vector b) { return _mm256_sub_epi16(a, b); }
-inline Vector multiply(Vector a, Vector b) { return _mm256_mulhrs_epi16(a, b); }
-inline Vector down7(Vector v) { return _mm256_srli_epi16(v, 7); }
-inline Vector bits(Vector a, Vector b) { return _mm256_and_si256(a, b); }
-inline Vector either(Vector a, Vector b) { return _mm256_or_si256(a, b); }
-inline Vector shuffle(Vector v, Vector at) { return _mm256_shuffle_epi8(v, at); }
-inline Vector weigh_pairs(Vector bytes, Vector weights) { return _mm256_maddubs_epi16(bytes, weights); }
-inline Vector to_bytes(Vector a, Vector b) { return _mm256_permute4x64_epi64(_mm256_packus_epi16(a, b), 0xd8); }
-inline __m128i window(const uint8_t* p) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p)); }
-inline Vector windows(const uint8_t* s, const int64_t* from) {
-    return _mm256_inserti128_si256(_mm256_castsi128_si256(window(s + from[0])), window(s + from[1]), 1);
-}
-#elif defined(__SSSE3__)
-#define TARN_VECTORS
-using Vector = __m128i;
-inline Vector load(const void* p) { return _mm_loadu_si128(static_cast<const Vector*>(p)); }
-inline void store(void* p, Vector v) { _mm_storeu_si128(static_cast<Vector*>(p), v); }
-inline Vector all16(int v) { return _mm_set1_epi16(int16_t(v)); }
-inline Vector add16(Vector a, Vector b) { return _mm_add_epi16(a, b); }
-inline Vector sub16(Vector a, Vector b) { return _mm_sub_epi16(a, b); }
-inline Vector multiply(Vector a, Vector b) { return _mm_mulhrs_epi16(a, b); }
-inline Vector down7(Vector v) { return _mm_srli_epi16(v, 7); }
-inline Vector bits(Vector a, Vector b) { return _mm_and_si128(a, b); }
-inline Vector either(Vector a, Vector b) { return _mm_or_si128(a, b); }
-inline Vector shuffle(Vector v, Vector at) { return _mm_shuffle_epi8(v, at); }
-inline Vector weigh_pairs(Vector bytes, Vector weights) { return _mm_maddubs_epi16(bytes, weights); }
-inline Vector to_bytes(Vector a, Vector b) { return _mm_packus_epi16(a, b); }
-inline Vector windows(const uint8_t* s, const int64_t* from) { return load(s + from[0]); }
-#endif
-
-#if defined(TARN_VECTORS)
-constexpr int kBytes = int(sizeof(Vector));  // of a register
-constexpr int kLanes = kBytes / 2;           // 16-bit ones
-constexpr int kGroups = kLanes / kGroup;
-constexpr bool kHasWindows = true;
-#else
-constexpr int kGroups = 1;
-constexpr bool kHasWindows = false;
-#endif
 
 // ---- Rows -----------------------------------------------------------------------------------------------------------
 
@@ -140,32 +68,15 @@ void resample_by_windows(const Strip& strip, const uint8_t* s, int16_t* out) {
 template <bool kKept>
 void blend_rows(const int16_t* upper, const int16_t* lower, int32_t fraction, int64_t n, uint8_t* dst) {
     const int16_t* start = fraction < 0 ? lower : upper;
-    const Vector factor = all16(fraction), almost_half = all16(63), one = all16(1);
+    const Vector factor = all16(fraction);
     const auto rounded = [&](int64_t i) {
         const Vector more = multiply(sub16(load(lower + i), load(upper + i)), factor);
-        const Vector v = add16(load(start + i), more);
-        return down7(add16(add16(v, almost_half), bits(down7(v), one)));
+        return round_even<7>(add16(load(start + i), more));
     };
-#if defined(__AVX512BW__)
-    const __mmask64 carried = kKept ? 0x7777777777777777 : ~__mmask64(0);
-    for (int64_t i = 0; i < n; i += kBytes) {
-        const __mmask64 mask = n - i >= kBytes ? carried : carried & ((__mmask64(1) << (n - i)) - 1);
-        _mm512_mask_storeu_epi8(dst + i, mask, to_bytes(rounded(i), rounded(i + kLanes)));
-    }
-#else
-    for (int64_t i = 0; i < n; i += kBytes) {
-        uint8_t bytes[kBytes];
-        const Vector v = to_bytes(rounded(i), rounded(i + kLanes));
-        if (!kKept && n - i >= kBytes) {
-            store(dst + i, v);
-            continue;
-        }
-        store(bytes, v);
-        const int64_t count = min<int64_t>(kBytes, n - i);
-        for (int64_t e = 0; e < count; ++e)
-            if (!kKept || e % 4 != 3) dst[i + e] = bytes[e];
-    }
-#endif
+    int64_t i = 0;
+    if (!kKept)
+        for (; n - i >= kBytes; i += kBytes) store(dst + i, to_bytes(rounded(i), rounded(i + kLanes)));
+    for (; i < n; i += kBytes) store_some<kKept>(dst + i, to_bytes(rounded(i), rounded(i + kLanes)), n - i);
 }
 
 #else
@@ -178,7 +89,7 @@ void blend_rows(const int16_t* TARN_RESTRICT upper, const int16_t* TARN_RESTRICT
                 uint8_t* TARN_RESTRICT dst) {
     const int16_t* TARN_RESTRICT start = fraction < 0 ? lower : upper;
     for (int64_t i = 0; i < n; ++i)
-        if (!kKept || i % 4 != 3) dst[i] = round_even(start[i] + multiply(lower[i] - upper[i], fraction));
+        if (!kKept || i % 4 != 3) dst[i] = uint8_t(round_even<7>(start[i] + multiply(lower[i] - upper[i], fraction)));
 }
 
 #endif
@@ -196,34 +107,29 @@ inline int64_t split(const Walk& walk, int32_t* fraction) {
     return a;
 }
 
-// Finds the windows of every group; leaves the strip to single pixels when one reaches beyond two windows.
-void find_windows(Strip& strip, int channels, int64_t src_row_bytes) {
-    strip.windows = kHasWindows && src_row_bytes >= 32;
-    strip.two_windows = false;
-    if (!strip.windows) return;
+// Fills the tables of windows that together have `bytes` bytes; false when a group reaches beyond them.
+bool find_windows(Strip& strip, int channels, int64_t src_row_bytes, int bytes) {
+    if (src_row_bytes < bytes) return false;
     int64_t x = 0;
     int c = 0;
     for (int64_t g = 0; g < strip.groups; ++g) {
-        int64_t at[2 * kGroup], first = src_row_bytes - 32;
+        int64_t at[2 * kGroup], first = src_row_bytes - bytes;
         for (int i = 0; i < kGroup; ++i) {
             at[2 * i] = int64_t(strip.left[x]) * channels + c;
             at[2 * i + 1] = int64_t(strip.right[x]) * channels + c;
             first = min(first, at[2 * i]);
-            if (x * channels + c + 1 < strip.pixels * channels && ++c == channels) c = 0, ++x;  // past the end: the last again
+            if (x * channels + c + 1 < strip.elements && ++c == channels) c = 0, ++x;  // past the end: the last again
         }
         strip.from[g] = first;
         for (int i = 0; i < 2 * kGroup; ++i) {
             const int64_t byte = at[i] - first;
-            if (byte >= 32) {
-                strip.windows = false;
-                return;
-            }
-            if (byte >= 16) strip.two_windows = true;
+            if (byte >= bytes) return false;
             strip.low[g * 16 + i] = byte < 16 ? uint8_t(byte) : 0x80;
             strip.high[g * 16 + i] = byte < 16 ? 0x80 : uint8_t(byte - 16);
             strip.base[g * 16 + i] = (strip.fraction[g * kGroup + i / 2] < 0) == (i % 2 == 1) ? -128 : 0;
         }
     }
+    return true;
 }
 
 void prepare(Strip& strip, const Job& j, int64_t x, int64_t pixels, int channels) {
@@ -239,12 +145,15 @@ void prepare(Strip& strip, const Job& j, int64_t x, int64_t pixels, int channels
         for (int c = 0; c < channels; ++c) strip.fraction[i * channels + c] = int16_t(fraction);
     }
     for (int64_t e = strip.elements; e < strip.groups * kGroup; ++e) strip.fraction[e] = 0;
-    find_windows(strip, channels, int64_t(j.src_size.width) * channels);
+    const int64_t src_row_bytes = int64_t(j.src_size.width) * channels;
+    strip.two_windows = !find_windows(strip, channels, src_row_bytes, 16);
+    strip.windows = kHasWindows && (!strip.two_windows || find_windows(strip, channels, src_row_bytes, 32));
 }
 
 template <bool kKept>
 Status linear(const Job& j, int channels) {
     if (Status s = check(j)) return s;
+    if (halves(j) && channels != 3) return channels == 1 ? half<1, kKept>(j) : half<4, kKept>(j);
     const int64_t width = j.dst_size.width, height = j.dst_size.height;
     Scratch scratch(j.allocator);
     for (int i = 0; i < 2; ++i) scratch.want<int16_t>(kRingElements);
