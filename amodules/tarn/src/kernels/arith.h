@@ -24,9 +24,9 @@ using Fold = Status(const Sources* sources, void* dst, int32_t dst_stride, Size 
 // dst := (the sum of the sources) / divisor, to the nearest, ties to even. s16: the sum saturates after every step and
 // the divisor is cut to 16 bits (0 is a bad argument: dst then holds the sum). The destination may be source 0; for u8 it
 // may be any source, and the divisor is the count.
-//   scratch  u8: kMeanScratch bytes, aligned to 16; others: not used
-using Mean = Status(const Sources* sources, int32_t divisor, void* dst, int32_t dst_stride, Size size, void* scratch);
-inline constexpr int64_t kMeanScratch = 5 * 4096;
+//   scratch  u8: kAverageScratch bytes, aligned to 16; others: not used
+using Average = Status(const Sources* sources, int32_t divisor, void* dst, int32_t dst_stride, Size size, void* scratch);
+inline constexpr int64_t kAverageScratch = 5 * 4096;
 
 #define KERNEL(name, Fn) TARN_KERNEL(name, Fn)
 #include "kernels/arith.def"
