@@ -11,6 +11,7 @@
 #include "cases/copy.h"
 #include "cases/logic.h"
 #include "cases/set.h"
+#include "cases/mapping.h"
 #include "cases/stats.h"
 #include "cases/resize.h"
 #include "cases/net.h"
@@ -29,6 +30,7 @@ TEST(kernels, logic) { tarn::cases::logic_cases(Check{}); }
 TEST(kernels, set) { tarn::cases::set_cases(Check{}); }
 TEST(kernels, stats) { tarn::cases::stats_cases(Check{}); }
 TEST(kernels, resize) { tarn::cases::resize_cases(Check{}); }
+TEST(kernels, mapping) { tarn::cases::mapping_cases(Check{}); }
 
 // Last: runs behind the families, in the order of this file.
 TEST(kernels_coverage, every_kernel_has_a_case) {
