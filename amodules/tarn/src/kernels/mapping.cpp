@@ -65,6 +65,119 @@ void map_strip(const S* s, D* d, int64_t n, const Line& line) {
     }
 }
 
+#if defined(__AVX2__)
+// Bytes to bytes, where arithmetic and not memory is the limit. A byte v under the bits of 2^23 is the float 2^23 + v, and
+// fma(2^23 + v, scale, -2^23 scale) is v * scale rounded once, as the product alone would be: that saves the conversion. With
+// results known to fit 32 bits none is cut off before packing. Bytes are spread so that packing puts them back in order.
+struct ByteLine {
+    Floats scale[3], back[3], offset[3];
+    bool fits = true;
+    ByteLine(const float* s, const float* o, int channels) {
+        for (int c = 0; c < channels; ++c) {
+            const float reach = (s[c] < 0 ? -s[c] : s[c]) * 255 + (o[c] < 0 ? -o[c] : o[c]);
+            fits = fits && reach < 2e9f;  // not so with NaN
+        }
+        for (int j = 0; j < 3; ++j) {
+            float scales[kFloats], backs[kFloats], offsets[kFloats];
+            for (int e = 0; e < kFloats; ++e) {
+                const int c = (16 * (e / 4) + 4 * j + e % 4) % channels;
+                scales[e] = s[c];
+                backs[e] = -8388608.0f * s[c];
+                offsets[e] = o[c];
+            }
+            scale[j] = load(scales);
+            back[j] = load(backs);
+            offset[j] = load(offsets);
+        }
+    }
+};
+
+#if defined(__AVX512BW__)
+// Bytes 4 at .. 4 at + 3 of each 128-bit lane, each as 2^23 + v.
+inline Floats spread(Ints v, int at) {
+    const Ints from = _mm512_add_epi8(_mm512_set4_epi32(3, 2, 1, 0), _mm512_set1_epi32(4 * at));
+    return _mm512_castsi512_ps(_mm512_mask_shuffle_epi8(_mm512_set1_epi32(0x4b000000), 0x1111111111111111, v, from));
+}
+inline Ints rounded(Floats v, Floats scale, Floats back, Floats offset) {
+    return _mm512_cvtps_epi32(_mm512_add_ps(_mm512_fmadd_ps(v, scale, back), offset));
+}
+inline Ints load_bytes(const uint8_t* s) { return _mm512_loadu_si512(s); }
+inline Ints packed(Ints a, Ints b, Ints c, Ints d) {
+    return _mm512_packus_epi16(_mm512_packs_epi32(a, b), _mm512_packs_epi32(c, d));
+}
+#else
+inline Floats spread(Ints v, int at) {
+    const Ints from = _mm256_add_epi32(_mm256_set_epi32(int(0x80808003), int(0x80808002), int(0x80808001), int(0x80808000),
+                                                        int(0x80808003), int(0x80808002), int(0x80808001), int(0x80808000)),
+                                       _mm256_set1_epi32(4 * at));
+    return _mm256_castsi256_ps(_mm256_or_si256(_mm256_shuffle_epi8(v, from), _mm256_set1_epi32(0x4b000000)));
+}
+inline Ints rounded(Floats v, Floats scale, Floats back, Floats offset) {
+    return _mm256_cvtps_epi32(_mm256_add_ps(_mm256_fmadd_ps(v, scale, back), offset));
+}
+inline Ints load_bytes(const uint8_t* s) { return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s)); }
+inline Ints packed(Ints a, Ints b, Ints c, Ints d) {
+    return _mm256_packus_epi16(_mm256_packs_epi32(a, b), _mm256_packs_epi32(c, d));
+}
+#endif
+
+// A block of which the first bytes meet entry j of the line; the next block is kBlock % 3 entries further.
+inline void map_bytes(const uint8_t* s, uint8_t* d, const ByteLine& line, int j) {
+    const Ints v = load_bytes(s);
+    const auto mapped = [&](int at) {
+        const int l = (j + at) % 3;
+        return rounded(spread(v, at), line.scale[l], line.back[l], line.offset[l]);
+    };
+    const Ints a = mapped(0), b = mapped(1), c = mapped(2), e = mapped(3);
+    store(d, packed(a, b, c, e));
+}
+
+void map_strip(const uint8_t* s, uint8_t* d, int64_t n, const ByteLine& line) {
+    constexpr int kNext = kBlock % 3;
+    int64_t i = 0;
+    for (; i + 3 * kBlock <= n; i += 3 * kBlock) {
+        map_bytes(s + i, d + i, line, 0);
+        map_bytes(s + i + kBlock, d + i + kBlock, line, kNext);
+        map_bytes(s + i + 2 * kBlock, d + i + 2 * kBlock, line, 2 * kNext);
+    }
+    for (int j = 0; i < n; j += kNext, i += kBlock) {
+        if (i + kBlock <= n) {
+            map_bytes(s + i, d + i, line, j);
+        } else {
+            uint8_t block[kBlock] = {};
+            memcpy(block, s + i, size_t(n - i));
+            map_bytes(block, block, line, j);
+            memcpy(d + i, block, size_t(n - i));
+        }
+    }
+}
+
+// The mapping of a plane's strips: by bytes where that serves.
+template <class S, class D>
+struct Mapping {
+    Mapping(const float* s, const float* o, int channels) : line(s, o, channels) {}
+    void operator()(const S* s, D* d, int64_t n) const { map_strip(s, d, n, line); }
+    Line line;
+};
+template <>
+struct Mapping<uint8_t, uint8_t> {
+    Mapping(const float* s, const float* o, int channels) : line(s, o, channels), bytes(s, o, channels) {}
+    void operator()(const uint8_t* s, uint8_t* d, int64_t n) const {
+        if (bytes.fits) map_strip(s, d, n, bytes);
+        else map_strip(s, d, n, line);
+    }
+    Line line;
+    ByteLine bytes;
+};
+#else
+template <class S, class D>
+struct Mapping {
+    Mapping(const float* s, const float* o, int channels) : line(s, o, channels) {}
+    void operator()(const S* s, D* d, int64_t n) const { map_strip(s, d, n, line); }
+    Line line;
+};
+#endif
+
 // Where a constant is NaN, so is every result; which NaN would depend on the operands' order, so it is set.
 void settle_nan(float* d, int64_t n, const float* scale, const float* offset, int channels) {
     for (int c = 0; c < channels; ++c)
@@ -92,7 +205,7 @@ struct Strip {
 template <class S, class D, int kChannels, bool kKept>
 void map_plane(D* strip, const void* src, int32_t src_stride, void* dst, int32_t dst_stride, Size size, const float* scale,
                const float* offset) {
-    const Line line(scale, offset, kChannels);
+    const Mapping<S, D> map(scale, offset, kChannels);
     const int64_t elements = int64_t(size.width) * kChannels;
     const bool packed = src_stride == elements * int64_t(sizeof(S)) && dst_stride == elements * int64_t(sizeof(D));
     const Rows rows = packed ? Rows{1, elements * size.height} : Rows{size.height, elements};
@@ -101,13 +214,13 @@ void map_plane(D* strip, const void* src, int32_t src_stride, void* dst, int32_t
         const S* s = row<S>(src, src_stride, y);
         D* d = row<D>(dst, dst_stride, y);
         if (!kKept && !streamed) {
-            map_strip(s, d, rows.length, line);
+            map(s, d, rows.length);
             settle_nan(d, rows.length, scale, offset, kChannels);
             continue;
         }
         for (int64_t i = 0; i < rows.length; i += kStrip) {
             const int64_t n = min(kStrip, rows.length - i);
-            map_strip(s + i, strip, n, line);
+            map(s + i, strip, n);
             settle_nan(strip, n, scale, offset, kChannels);
             if (kKept) blend_c3x(strip, d + i, n / 4);
             else stream_row(reinterpret_cast<uint8_t*>(d + i), reinterpret_cast<const uint8_t*>(strip), n * int64_t(sizeof(D)));
