@@ -2,20 +2,14 @@
 #pragma once
 
 #include <cmath>
-#include <cstdlib>
 
 #include "cases/convert.h"
+#include "cases/heap.h"
 #include "kernels/mapping.h"
 
 namespace tarn::cases {
 
-inline const k::Allocator& heap() {
-    static const k::Allocator allocator{[](void*, uint64_t bytes) { return std::aligned_alloc(64, (bytes + 63) / 64 * 64); },
-                                        [](void*, void* block) { std::free(block); }, nullptr};
-    return allocator;
-}
-
-// The told arithmetic on one value: the product rounded to float, then the sum.
+// The arithmetic on one value: the product rounded to float, then the sum.
 template <class D, class S>
 D mapped(S v, float scale, float offset) {
     const volatile float product = float(v) * scale;
@@ -27,7 +21,7 @@ Case scale_case(const char* name, const k::Kernel<k::ScaleMap>& kernel, int chan
     static const float kScale[] = {0.5f, -1.75f, 3.1415926f, 0.1f}, kOffset[] = {0.25f, 300.0f, -7.0f, 1e-3f};
     Case c{name, {in<S>(channels), kept ? inout<D>(channels) : out<D>(channels)}, {}, {}};
     c.run = [&kernel](const View* v, Size n) {
-        return kernel(heap(), v[0].data, v[0].stride, v[1].data, v[1].stride, n, kScale, kOffset);
+        return kernel(v[0].data, v[0].stride, v[1].data, v[1].stride, n, kScale, kOffset, heap());
     };
     c.expect = [channels, kept](const View* v, Size n) {
         each_element(n, channels, [&](int x, int y, int ch) {
@@ -44,7 +38,7 @@ Case range_case(const char* name, const k::Kernel<k::RangeMap>& kernel, int chan
     static constexpr float kLo = -10.5f, kHi = 200.0f;
     Case c{name, {in<S>(channels), kept ? inout<D>(channels) : out<D>(channels)}, {}, {}};
     c.run = [&kernel](const View* v, Size n) {
-        return kernel(heap(), v[0].data, v[0].stride, v[1].data, v[1].stride, n, kLo, kHi);
+        return kernel(v[0].data, v[0].stride, v[1].data, v[1].stride, n, kLo, kHi, heap());
     };
     c.expect = [channels, kept, pairs](const View* v, Size n) {
         for (int ch = 0; ch < channels - kept; ++ch) {

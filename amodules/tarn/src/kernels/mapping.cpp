@@ -152,13 +152,16 @@ void map_strip(const uint8_t* s, uint8_t* d, int64_t n, const ByteLine& line) {
     }
 }
 
-// The mapping of a plane's strips: by bytes where that serves.
+#endif
+
+// The mapping of strips: by bytes where that serves.
 template <class S, class D>
 struct Mapping {
     Mapping(const float* s, const float* o, int channels) : line(s, o, channels) {}
     void operator()(const S* s, D* d, int64_t n) const { map_strip(s, d, n, line); }
     Line line;
 };
+#if defined(__AVX2__)
 template <>
 struct Mapping<uint8_t, uint8_t> {
     Mapping(const float* s, const float* o, int channels) : line(s, o, channels), bytes(s, o, channels) {}
@@ -168,13 +171,6 @@ struct Mapping<uint8_t, uint8_t> {
     }
     Line line;
     ByteLine bytes;
-};
-#else
-template <class S, class D>
-struct Mapping {
-    Mapping(const float* s, const float* o, int channels) : line(s, o, channels) {}
-    void operator()(const S* s, D* d, int64_t n) const { map_strip(s, d, n, line); }
-    Line line;
 };
 #endif
 
@@ -230,8 +226,8 @@ void map_plane(D* strip, const void* src, int32_t src_stride, void* dst, int32_t
 }
 
 template <class S, class D, int kChannels, bool kKept>
-Status scale_map(const Allocator& scratch, const void* src, int32_t src_stride, void* dst, int32_t dst_stride, Size size,
-                 const float* scale, const float* offset) {
+Status scale_map(const void* src, int32_t src_stride, void* dst, int32_t dst_stride, Size size, const float* scale,
+                 const float* offset, const Allocator& scratch) {
     if (Status s = check(size, src, dst, scale, offset)) return s;
     const Strip<D> strip(scratch);
     if (!strip.data) return kNoMemory;
@@ -267,8 +263,8 @@ inline Status minmax(const float*, int channels, const void* s, int32_t stride, 
 
 // kPairs: the four elements of a pixel are two pixels of two channels.
 template <class S, class D, int kChannels, bool kKept, bool kPairs>
-Status range_map(const Allocator& scratch, const void* src, int32_t src_stride, void* dst, int32_t dst_stride, Size size,
-                 float lo, float hi) {
+Status range_map(const void* src, int32_t src_stride, void* dst, int32_t dst_stride, Size size, float lo, float hi,
+                 const Allocator& scratch) {
     if (Status s = check(size, src, dst)) return s;
     const Strip<D> strip(scratch);
     if (!strip.data) return kNoMemory;
@@ -295,15 +291,15 @@ Status range_map(const Allocator& scratch, const void* src, int32_t src_stride, 
 
 }  // namespace
 
-#define SCALE(name, S, D, channels, kept)                                                                                   \
-    Status name(const Allocator& scratch, const void* src, int32_t src_stride, void* dst, int32_t dst_stride, Size size,    \
-                const float* scale, const float* offset) {                                                                 \
-        return scale_map<S, D, channels, kept>(scratch, src, src_stride, dst, dst_stride, size, scale, offset);             \
+#define SCALE(name, S, D, channels, kept)                                                                            \
+    Status name(const void* src, int32_t src_stride, void* dst, int32_t dst_stride, Size size, const float* scale,   \
+                const float* offset, Allocator scratch) {                                                            \
+        return scale_map<S, D, channels, kept>(src, src_stride, dst, dst_stride, size, scale, offset, scratch);      \
     }
-#define RANGE(name, S, D, channels, kept, pairs)                                                                            \
-    Status name(const Allocator& scratch, const void* src, int32_t src_stride, void* dst, int32_t dst_stride, Size size,    \
-                float lo, float hi) {                                                                                      \
-        return range_map<S, D, channels, kept, pairs>(scratch, src, src_stride, dst, dst_stride, size, lo, hi);             \
+#define RANGE(name, S, D, channels, kept, pairs)                                                                     \
+    Status name(const void* src, int32_t src_stride, void* dst, int32_t dst_stride, Size size, float lo, float hi,   \
+                Allocator scratch) {                                                                                 \
+        return range_map<S, D, channels, kept, pairs>(src, src_stride, dst, dst_stride, size, lo, hi, scratch);      \
     }
 #define PAIR(S, s, D, d)                            \
     SCALE(scale_##s##_##d##_c1, S, D, 1, false)      \
