@@ -5,6 +5,9 @@ namespace {
 constexpr Command kCommands[] = {
     {"copy", "tarn::copy", "copy a picture, converting the file format", "destination, source",
      "tarn copy photo.png -o photo.tiff", setup_copy},
+    {"multi-line-neuronet", "tarn::multi-line-neuronet", "evaluate a fully connected network on rows of samples",
+     "output, input, number of layers, layers (weights, bias or null, activation)",
+     "tarn multi-line-neuronet test.npy --layer w1.npy,b1.npy,rectifier --layer w2.npy,b2.npy,softmax --classes", setup_neuronet},
     {"scale-resize", "tarn::scale-resize", "resample a picture or a region of it to another size",
      "destination, source, region (null: all), value range lo and hi (null: none),\n"
      "  interpolation code (3 nearest, 4 linear, 5 cubic, 6 lanczos)",
@@ -57,7 +60,6 @@ constexpr Summary kSummaries[] = {
     {"tarn::initmorphstate", "prepare the state of a morphology operation"},
     {"tarn::morphop-n", "erode, dilate, open, close and the like"},
     {"tarn::contour::find", "boundaries of regions as nested polygons"},
-    {"tarn::multi-line-neuronet", "evaluate a fully connected network on rows of samples"},
 };
 }  // namespace
 

@@ -33,6 +33,8 @@ std::string operation_summary(const std::string& qualified);
 
 // elementwise.cpp
 Run setup_copy(CLI::App& app);
+// neuronet.cpp
+Run setup_neuronet(CLI::App& app);
 // geometry.cpp
 Run setup_scale_resize(CLI::App& app);
 // about.cpp
