@@ -10,11 +10,11 @@
 #include "cases/convert.h"
 #include "cases/copy.h"
 #include "cases/logic.h"
+#include "cases/mapping.h"
+#include "cases/mirror.h"
 #include "cases/net.h"
 #include "cases/resize.h"
 #include "cases/set.h"
-#include "cases/mapping.h"
-#include "cases/mirror.h"
 #include "cases/stats.h"
 #include "kernels/check.h"
 #include "kernels/runtime.h"
@@ -27,13 +27,12 @@ TEST(kernels, contour) { tarn::cases::contour_cases(Check{}); }
 TEST(kernels, convert) { tarn::cases::convert_cases(Check{}); }
 TEST(kernels, copy) { tarn::cases::copy_cases(Check{}); }
 TEST(kernels, logic) { tarn::cases::logic_cases(Check{}); }
+TEST(kernels, mapping) { tarn::cases::mapping_cases(Check{}); }
+TEST(kernels, mirror) { tarn::cases::mirror_cases(Check{}); }
 TEST(kernels, net) { tarn::cases::net_cases(Check{}); }
 TEST(kernels, resize) { tarn::cases::resize_cases(Check{}); }
 TEST(kernels, set) { tarn::cases::set_cases(Check{}); }
 TEST(kernels, stats) { tarn::cases::stats_cases(Check{}); }
-TEST(kernels, resize) { tarn::cases::resize_cases(Check{}); }
-TEST(kernels, mapping) { tarn::cases::mapping_cases(Check{}); }
-TEST(kernels, mirror) { tarn::cases::mirror_cases(Check{}); }
 
 // Last: runs behind the families, in the order of this file.
 TEST(kernels_coverage, every_kernel_has_a_case) {
