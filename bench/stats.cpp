@@ -45,10 +45,10 @@ void run(Bench& b) {
     const auto mean = [&](const char* name, int type) {
         b.peer(name, "OpenCV", [=](const View* v, Size) { v[1].row<double>(0)[0] = cv::mean(mat(v[0], type))[0]; });
     };
-    mean("mean_u8_c1", CV_8UC1);
-    mean("mean_u8_c3", CV_8UC3);
-    mean("mean_s16_c1", CV_16SC1);
-    mean("mean_f32_c1", CV_32FC1);
+    mean("plane_mean_u8_c1", CV_8UC1);
+    mean("plane_mean_u8_c3", CV_8UC3);
+    mean("plane_mean_s16_c1", CV_16SC1);
+    mean("plane_mean_f32_c1", CV_32FC1);
     cases::stats_cases(Measure{b});
 }
 

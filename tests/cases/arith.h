@@ -73,7 +73,7 @@ void fold_case(const char* name, const k::Kernel<k::Fold>& kernel, int channels,
 }
 
 template <class T>
-void mean_case(const char* name, const k::Kernel<k::Average>& kernel, int channels, bool kept, const auto& visit) {
+void average_case(const char* name, const k::Kernel<k::Average>& kernel, int channels, bool kept, const auto& visit) {
     for (const int count : {1, 2, 3, 4, 6}) {
         Case c{std::string(name) + " of " + std::to_string(count),
                list_planes(count, in<T>(channels), kept ? inout<T>(channels) : out<T>(channels)), {}, {}};
@@ -118,14 +118,14 @@ void arith_cases(Visit&& visit) {
     TARN_TYPES(mul, Mul)
 #undef TARN_TYPES
 #undef TARN_ARITH
-#define TARN_MEAN(type, T)                                                    \
-    mean_case<T>("average_" #type "_c1", k::average_##type##_c1, 1, false, visit);  \
-    mean_case<T>("average_" #type "_c3", k::average_##type##_c3, 3, false, visit);  \
-    mean_case<T>("average_" #type "_c3x", k::average_##type##_c3x, 4, true, visit);
-    TARN_MEAN(u8, uint8_t)
-    TARN_MEAN(s16, int16_t)
-    TARN_MEAN(f32, float)
-#undef TARN_MEAN
+#define TARN_AVERAGE(type, T)                                                    \
+    average_case<T>("avg_n_" #type "_c1", k::avg_n_##type##_c1, 1, false, visit);  \
+    average_case<T>("avg_n_" #type "_c3", k::avg_n_##type##_c3, 3, false, visit);  \
+    average_case<T>("avg_n_" #type "_c3x", k::avg_n_##type##_c3x, 4, true, visit);
+    TARN_AVERAGE(u8, uint8_t)
+    TARN_AVERAGE(s16, int16_t)
+    TARN_AVERAGE(f32, float)
+#undef TARN_AVERAGE
 }
 
 }  // namespace tarn::cases

@@ -5,14 +5,10 @@
 #include <cstdlib>
 
 #include "cases/case.h"
+#include "cases/heap.h"
 #include "kernels/resize.h"
 
 namespace tarn::cases {
-
-inline k::Allocator heap() {
-    return {[](void*, uint64_t bytes) { return std::aligned_alloc(64, size_t((bytes + 63) & ~uint64_t(63))); },
-            [](void*, void* block) { std::free(block); }, nullptr};
-}
 
 // How a source is made from a destination's size: the region's size as a ratio, and the pixels around it.
 struct Shape {

@@ -59,7 +59,7 @@ Case count_case(const char* name, const k::Kernel<k::CountInRange>& kernel, int 
 }
 
 template <class T>
-Case mean_case(const char* name, const k::Kernel<k::Mean>& kernel, int channels, int results_count) {
+Case plane_mean_case(const char* name, const k::Kernel<k::PlaneMean>& kernel, int channels, int results_count) {
     Case c{name, {in<T>(channels), results<double>(results_count)}, {}, {}};
     c.run = [&kernel](const View* v, Size n) { return kernel(v[0].data, v[0].stride, n, v[1].row<double>(0)); };
     c.expect = [channels, results_count](const View* v, Size n) {
@@ -74,8 +74,8 @@ Case mean_case(const char* name, const k::Kernel<k::Mean>& kernel, int channels,
     return c;
 }
 // The order of a float sum decides its last bits: the expectation adds in the same lanes.
-inline Case mean_floats_case(const char* name, const k::Kernel<k::Mean>& kernel, int channels, int results_count) {
-    Case c = mean_case<float>(name, kernel, channels, results_count);
+inline Case plane_mean_floats_case(const char* name, const k::Kernel<k::PlaneMean>& kernel, int channels, int results_count) {
+    Case c = plane_mean_case<float>(name, kernel, channels, results_count);
     c.expect = [channels, results_count](const View* v, Size n) {
         std::vector<double> lanes(48);
         for (int y = 0; y < n.height; ++y)
@@ -106,15 +106,15 @@ void stats_cases(Visit&& visit) {
     visit(count_case<float>("count_in_range_f32_c1", k::count_in_range_f32_c1, 1, 1));
     visit(count_case<float>("count_in_range_f32_c3", k::count_in_range_f32_c3, 3, 3));
     visit(count_case<float>("count_in_range_f32_c3x", k::count_in_range_f32_c3x, 4, 3));
-    visit(mean_case<uint8_t>("mean_u8_c1", k::mean_u8_c1, 1, 1));
-    visit(mean_case<uint8_t>("mean_u8_c3", k::mean_u8_c3, 3, 3));
-    visit(mean_case<uint8_t>("mean_u8_c3x", k::mean_u8_c3x, 4, 3));
-    visit(mean_case<int16_t>("mean_s16_c1", k::mean_s16_c1, 1, 1));
-    visit(mean_case<int16_t>("mean_s16_c3", k::mean_s16_c3, 3, 3));
-    visit(mean_case<int16_t>("mean_s16_c3x", k::mean_s16_c3x, 4, 3));
-    visit(mean_floats_case("mean_f32_c1", k::mean_f32_c1, 1, 1));
-    visit(mean_floats_case("mean_f32_c3", k::mean_f32_c3, 3, 3));
-    visit(mean_floats_case("mean_f32_c3x", k::mean_f32_c3x, 4, 3));
+    visit(plane_mean_case<uint8_t>("plane_mean_u8_c1", k::plane_mean_u8_c1, 1, 1));
+    visit(plane_mean_case<uint8_t>("plane_mean_u8_c3", k::plane_mean_u8_c3, 3, 3));
+    visit(plane_mean_case<uint8_t>("plane_mean_u8_c3x", k::plane_mean_u8_c3x, 4, 3));
+    visit(plane_mean_case<int16_t>("plane_mean_s16_c1", k::plane_mean_s16_c1, 1, 1));
+    visit(plane_mean_case<int16_t>("plane_mean_s16_c3", k::plane_mean_s16_c3, 3, 3));
+    visit(plane_mean_case<int16_t>("plane_mean_s16_c3x", k::plane_mean_s16_c3x, 4, 3));
+    visit(plane_mean_floats_case("plane_mean_f32_c1", k::plane_mean_f32_c1, 1, 1));
+    visit(plane_mean_floats_case("plane_mean_f32_c3", k::plane_mean_f32_c3, 3, 3));
+    visit(plane_mean_floats_case("plane_mean_f32_c3x", k::plane_mean_f32_c3x, 4, 3));
 }
 
 }  // namespace tarn::cases

@@ -10,6 +10,8 @@
 #include "cases/convert.h"
 #include "cases/copy.h"
 #include "cases/logic.h"
+#include "cases/mapping.h"
+#include "cases/mirror.h"
 #include "cases/net.h"
 #include "cases/resize.h"
 #include "cases/set.h"
@@ -25,6 +27,8 @@ TEST(kernels, contour) { tarn::cases::contour_cases(Check{}); }
 TEST(kernels, convert) { tarn::cases::convert_cases(Check{}); }
 TEST(kernels, copy) { tarn::cases::copy_cases(Check{}); }
 TEST(kernels, logic) { tarn::cases::logic_cases(Check{}); }
+TEST(kernels, mapping) { tarn::cases::mapping_cases(Check{}); }
+TEST(kernels, mirror) { tarn::cases::mirror_cases(Check{}); }
 TEST(kernels, net) { tarn::cases::net_cases(Check{}); }
 TEST(kernels, resize) { tarn::cases::resize_cases(Check{}); }
 TEST(kernels, set) { tarn::cases::set_cases(Check{}); }

@@ -130,12 +130,16 @@ void check_resize(Mode mode, int form, Image image, Axis ax, Axis ay, unsigned s
             for (int c = 0; c < channels; ++c) {
                 const T got = dst[(size_t(y) * ax.to + x) * channels + c];
                 double real = 0, largest = 1e-30;
-                for (size_t i = 0; i < rows.pixel.size(); ++i)
+                for (size_t i = 0; i < rows.pixel.size(); ++i) {
+                    double sum = 0;
                     for (size_t k = 0; k < columns[x].pixel.size(); ++k) {
                         const double pixel = src[(rows.pixel[i] * src_size.width + columns[x].pixel[k]) * channels + c];
-                        real += rows.weight[i] * (columns[x].weight[k] * pixel);
+                        sum += columns[x].weight[k] * pixel;
                         largest = std::max(largest, std::fabs(pixel));
                     }
+                    real += rows.weight[i] * sum;
+                    largest = std::max(largest, std::fabs(sum));
+                }
                 const std::string where = std::string(kModeNames[mode]) + " form " + std::to_string(form) + " image " +
                                           std::to_string(int(image)) + " " + std::to_string(ax.from) + "x" +
                                           std::to_string(ay.from) + " to " + std::to_string(ax.to) + "x" +

@@ -84,7 +84,7 @@ class Demo:
 
     def figure(self, file, title, size="", time=None, command="", view="fit", source=False):
         """One picture. view: fit (scaled to the frame), true (pixel for pixel), fill (enlarged with its pixels visible)."""
-        note = f'<br><span class="time">{time:.3f} ms</span>' if time is not None else ""
+        note = f'<br><span class="time">{time:.{3 if time >= 0.01 else 4}f} ms</span>' if time is not None else ""
         shown = f"<code>tarn {html.escape(command)}</code>" if command else ""
         return (f'<figure{" class=source" if source else ""}><div class="{VIEWS[view]}"><a href="{file}">'
                 f'<img src="{file}" alt="{html.escape(title)}"></a></div>'

@@ -50,6 +50,26 @@ bool read_header(Reader& reader) {
     png_set_user_limits(png, PNG_UINT_31_MAX, PNG_UINT_31_MAX);  // the memory check that follows is the limit
     png_set_crc_action(png, PNG_CRC_ERROR_QUIT, PNG_CRC_WARN_DISCARD);
     png_read_info(png, reader.info);
+    return true;
+}
+
+// What the picture will be once palettes, transparent colours and small samples are expanded.
+Shape expanded_shape(const Reader& reader) {
+    const int colour = png_get_color_type(reader.png, reader.info);
+    const bool alpha = colour & PNG_COLOR_MASK_ALPHA || png_get_valid(reader.png, reader.info, PNG_INFO_tRNS);
+    Shape shape;
+    shape.width = png_get_image_width(reader.png, reader.info);
+    shape.height = png_get_image_height(reader.png, reader.info);
+    shape.channels = (colour & PNG_COLOR_MASK_COLOR ? 3 : 1) + alpha;
+    shape.sample = png_get_bit_depth(reader.png, reader.info) == 16 ? Sample::u16 : Sample::u8;
+    if (alpha) shape.alpha = Alpha::straight;
+    return shape;
+}
+
+// Makes libpng's row buffers, as wide as the header claims: only after the size was found to be possible.
+bool start_rows(Reader& reader) {
+    png_structp png = reader.png;
+    if (setjmp(png_jmpbuf(png))) return false;
     png_set_expand(png);
     if (std::endian::native == std::endian::little) png_set_swap(png);
     png_set_interlace_handling(png);
@@ -107,13 +127,10 @@ Image decode_png(std::span<const uint8_t> bytes, const std::string& name) {
     Reader reader(bytes, &message);
     if (!reader.info) fail(name, "no memory to read it");
     if (!read_header(reader)) damaged(name, "PNG", message.text);
-    Shape shape;
-    shape.width = png_get_image_width(reader.png, reader.info);
-    shape.height = png_get_image_height(reader.png, reader.info);
-    shape.channels = png_get_channels(reader.png, reader.info);
-    shape.sample = png_get_bit_depth(reader.png, reader.info) == 16 ? Sample::u16 : Sample::u8;
-    if (shape.channels == 2 || shape.channels == 4) shape.alpha = Alpha::straight;
+    const Shape shape = expanded_shape(reader);
     Image image = Image::make(shape, name);
+    if (!start_rows(reader)) damaged(name, "PNG", message.text);
+    if (png_get_rowbytes(reader.png, reader.info) != image.row_bytes()) damaged(name, "PNG", "its row size is odd");
     std::vector<uint8_t*> rows = image.rows();
     if (!read_rows(reader, rows.data())) damaged(name, "PNG", message.text);
     if (shape.sample == Sample::u16)

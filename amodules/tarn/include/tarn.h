@@ -32,6 +32,65 @@ typedef int64_t (*TarnOnce)(const QuelCALL*, QuelERR*, KaSMEMSTG*);
  * destination's); any other type copies nothing. Always returns 0. */
 typedef int64_t (*TarnCopy)(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* dst, const LumoMAT* src);
 
+/* "tarn::and", "tarn::or", "tarn::xor": dst := a op b, bit by bit, over the size of the first operand; dst's fourth channel
+ * is kept. One of a and b may be null: then dst := dst op the other. a or b may be dst. Kinds u8, s16, s32 with 1, 3 or 4
+ * channels (dst's); any other type ends the process. Always returns 0. */
+typedef int64_t (*TarnLogic)(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* dst, const LumoMAT* a, const LumoMAT* b);
+
+/* "tarn::not": dst := the complement of src (null: of dst) over the source's size, the fourth channel kept. u8 with 1, 3 or 4
+ * channels; any other type ends the process. Always returns 0. */
+typedef int64_t (*TarnNot)(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* dst, const LumoMAT* src);
+
+/* Comparison codes of "tarn::cmp" and "tarn::cmp-c"; with any other nothing is written. */
+enum { TARN_LESS = 3, TARN_LESS_EQUAL = 4, TARN_EQUAL = 5, TARN_GREATER_EQUAL = 6, TARN_GREATER = 7 };
+
+/* "tarn::cmp": dst (u8, one channel) := 255 where a compared with b holds in every channel, else 0, over dst's size. Four
+ * channels: the first three count. Two channels: one result for two pixels. Nothing holds for a NaN. Kinds u8, s16, f32
+ * (a's); any other type writes nothing. Always returns 0. */
+typedef int64_t (*TarnCmp)(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* dst, const LumoMAT* a, const LumoMAT* b,
+                           uint32_t comparison);
+
+/* "tarn::and-c", "tarn::or-c", "tarn::xor-c": dst := src op constants over dst's size; src null: dst.
+ *   constants  one word per channel, its low 8 or 16 bits or all 32 (null: dst := src). u8 with four channels reads three and
+ *              keeps the fourth channel; s16 and s32 with four channels read four.
+ * Kinds u8, s16, s32 with 1, 3 or 4 channels (dst's); any other type ends the process. Always returns 0. */
+typedef int64_t (*TarnLogicC)(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* dst, const LumoMAT* src,
+                              const uint32_t* constants);
+
+/* "tarn::set": dst := constants, everywhere or where mask (u8, one channel, dst's size; may be null) is not zero.
+ *   constants  one float for one channel, three for three and four (the fourth channel is kept); null: zeros. Integers take
+ *              the floor, cut to the element's low bits: 256 is 0 and -1 is 255 for u8.
+ * Kinds u8, s16, s32, f32 with 1, 3 or 4 channels; any other type ends the process. Always returns 0. */
+typedef int64_t (*TarnSet)(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* dst, const float* constants,
+                           const LumoMAT* mask);
+
+/* "tarn::cmp-c": as "tarn::cmp", with constants as second operand: one float for one channel, three for three and four.
+ * Integers take the nearest integer (halves away from zero), cut to the element's low bits: 300 is 44 for u8. Kinds u8,
+ * s16, f32 with 1, 3 or 4 channels (src's); any other type ends the process. Always returns 0. */
+typedef int64_t (*TarnCmpC)(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* dst, const LumoMAT* src,
+                            const float* constants, uint32_t comparison);
+
+/* "tarn::add-c", "tarn::sub-c", "tarn::mul-c": dst := src op constants over dst's size, saturated; src null: dst. src is copied
+ * into dst first unless both have one data pointer.
+ *   constants  one float for one channel, three for three and four (the fourth channel is kept); null: only the copy.
+ *              Integers take the floor, cut to the element's low bits: -1 is 255 for u8.
+ * Kinds s16 and f32 (dst's); any other is processed as u8. Channel counts other than 1, 3 and 4 are left after the copy.
+ * Where a pixel and its constant are both NaN, the pixel's NaN stays. Returns 1, or 0 without constants. */
+typedef int64_t (*TarnArithC)(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* dst, const LumoMAT* src,
+                              const float* constants);
+
+/* "tarn::add-n", "tarn::sub-n", "tarn::mul-n": dst := ((source 0 op source 1) op source 2) ..., integers saturated after every
+ * step, over dst's size, the fourth channel kept. dst may be among the sources: it then takes part with what the steps before
+ * have made of it. Kinds s16 and f32 (dst's); any other is processed as u8. Channel counts other than 1, 3 and 4 end the
+ * process when count is 2 or more. count 1 copies; 0 and less do nothing. Returns count.
+ *
+ * "tarn::avgarith-n": dst := the mean of the sources, nearest, ties to even. u8: of the exact sum (up to 65793 sources; a
+ * float sum beyond). s16: of the sum saturated after every step, divided by the low 16 bits of count. f32: of the float sum.
+ * Any other kind is left alone. Uses scratch memory for u8. Returns count, or -1 without an error value when there is no
+ * memory: the error context's status word then names the interface in its upper half. */
+typedef int64_t (*TarnArithN)(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* dst, int32_t count,
+                              const LumoMAT* const* sources);
+
 /* "tarn::scale-resize": resamples a region of src to the whole of dst.
  *   region         part of src, or null for all; cut to src
  *   value_range    lo and hi (two floats), or null: dst's values are stretched to lo..hi afterwards

@@ -1,6 +1,8 @@
 // Error values and scratch storage, each in one place for all operations.
 #include "ipp/arguments.h"
 
+#include <stdlib.h>
+
 namespace {
 
 uint32_t interface_code(const QuelCALL* call) { return uint32_t(call->iface->packed_code >> 48); }
@@ -28,6 +30,12 @@ int64_t refuse(const QuelCALL* call, QuelERR* err, uint32_t code, uint32_t cls, 
 int64_t mark_failed(const QuelCALL* call, QuelERR* err) {
     if (err) err->status = (err->status & 0xffff) | uint64_t(interface_code(call)) << 16;
     return -1;
+}
+
+void unsupported(const QuelCALL* call, LumoELEMTYPE type) {
+    LumoLOGprintf(_G_Lumo_default_logger, 1, "%s: unsupported %s x %d", call->iface->slots[call->slot].qualified,
+                  LumoELEMTYPEshow(type), channels_of(type));
+    abort();
 }
 
 KaSMEMSTG* Storage::get(QuelERR* err) {

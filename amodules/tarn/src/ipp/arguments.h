@@ -69,6 +69,9 @@ int64_t refuse(const QuelCALL* call, QuelERR* err, uint32_t code, uint32_t cls, 
 // to 31 beside the low half that the host has set. Returns -1.
 int64_t mark_failed(const QuelCALL* call, QuelERR* err);
 
+// Ends the process after a line in the log: the operation has no kernel for the type and no error value to say so.
+[[noreturn]] void unsupported(const QuelCALL* call, LumoELEMTYPE type);
+
 // ---- Storage ----------------------------------------------------------------------------------------------------------
 
 // The scratch storage of a call: the caller's, or one of its own that is opened when first needed and destroyed on every path.

@@ -11,3 +11,6 @@ extern const KernelTable<tarn::k::Copy> kCopy;
 // kNoKernel for an unsupported cell.
 tarn::k::Status copy_plane(int kind, int form, const void* src, int32_t src_stride, void* dst, int32_t dst_stride,
                            tarn::k::Size size);
+
+// The kernels' number of a comparison code; -1, which they refuse, for a code that is none.
+int32_t kernel_comparison(uint32_t code);

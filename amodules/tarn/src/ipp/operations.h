@@ -10,6 +10,24 @@ int64_t op_init_once(const QuelCALL*, QuelERR*, KaSMEMSTG*);
 int64_t op_fini_once(const QuelCALL*, QuelERR*, KaSMEMSTG*);
 int64_t op_later(const QuelCALL*, QuelERR*, KaSMEMSTG*);
 int64_t op_copy(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* dst, const LumoMAT* src);
+int64_t op_and(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* dst, const LumoMAT* a, const LumoMAT* b);
+int64_t op_or(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* dst, const LumoMAT* a, const LumoMAT* b);
+int64_t op_xor(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* dst, const LumoMAT* a, const LumoMAT* b);
+int64_t op_not(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* dst, const LumoMAT* src);
+int64_t op_cmp(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* dst, const LumoMAT* a, const LumoMAT* b, uint32_t comparison);
+int64_t op_and_c(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* dst, const LumoMAT* src, const uint32_t* constants);
+int64_t op_or_c(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* dst, const LumoMAT* src, const uint32_t* constants);
+int64_t op_xor_c(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* dst, const LumoMAT* src, const uint32_t* constants);
+int64_t op_set(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* dst, const float* constants, const LumoMAT* mask);
+int64_t op_cmp_c(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* dst, const LumoMAT* src, const float* constants,
+                 uint32_t comparison);
+int64_t op_add_c(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* dst, const LumoMAT* src, const float* constants);
+int64_t op_sub_c(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* dst, const LumoMAT* src, const float* constants);
+int64_t op_mul_c(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* dst, const LumoMAT* src, const float* constants);
+int64_t op_add_n(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* dst, int32_t count, const LumoMAT* const* sources);
+int64_t op_sub_n(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* dst, int32_t count, const LumoMAT* const* sources);
+int64_t op_mul_n(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* dst, int32_t count, const LumoMAT* const* sources);
+int64_t op_avgarith_n(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* dst, int32_t count, const LumoMAT* const* sources);
 int64_t op_scaleresize(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* dst, const LumoMAT* src, const LumoRECT* region,
                        const uint32_t* value_range, uint32_t interpolation);
 int64_t op_mlnn(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* output, const LumoMAT* input, uint64_t count,

@@ -1,4 +1,4 @@
-// Means of lists of planes. 8 bits: exact sums, divided as a float division rounded to the nearest even would (proven over every
+// Averages of lists of planes. 8 bits: exact sums, divided as a float division rounded to the nearest even would (proven over every
 // sum and count by the tests). 16 bits and floats: the fold's own sum, divided while the strip is in the cache.
 #include "kernels/arith.h"
 
@@ -35,7 +35,7 @@ struct Divide16 {
 
 // Takes kCount planes into the 16-bit sums; the last planes' sums are divided and stored at once.
 template <bool kKept, int kCount, bool kFirst, bool kLast>
-void mean_strip(uint8_t* d, const uint8_t* const* sources, uint8_t* sums, int64_t n, const Divide16& by) {
+void average_strip(uint8_t* d, const uint8_t* const* sources, uint8_t* sums, int64_t n, const Divide16& by) {
     const uint8_t* p[kCount];
     for (int j = 0; j < kCount; ++j) p[j] = sources[j];
     const Divide16 divide = by;
@@ -64,18 +64,18 @@ void mean_strip(uint8_t* d, const uint8_t* const* sources, uint8_t* sums, int64_
 }
 
 template <bool kKept, bool kFirst>
-void mean_last(uint8_t* d, const uint8_t* const* sources, int32_t count, uint8_t* sums, int64_t n, const Divide16& by) {
-    if (count == 4) mean_strip<kKept, 4, kFirst, true>(d, sources, sums, n, by);
-    else if (count == 3) mean_strip<kKept, 3, kFirst, true>(d, sources, sums, n, by);
-    else if (count == 2) mean_strip<kKept, 2, kFirst, true>(d, sources, sums, n, by);
-    else mean_strip<kKept, 1, kFirst, true>(d, sources, sums, n, by);
+void average_last(uint8_t* d, const uint8_t* const* sources, int32_t count, uint8_t* sums, int64_t n, const Divide16& by) {
+    if (count == 4) average_strip<kKept, 4, kFirst, true>(d, sources, sums, n, by);
+    else if (count == 3) average_strip<kKept, 3, kFirst, true>(d, sources, sums, n, by);
+    else if (count == 2) average_strip<kKept, 2, kFirst, true>(d, sources, sums, n, by);
+    else average_strip<kKept, 1, kFirst, true>(d, sources, sums, n, by);
 }
 
 // More planes than 16-bit sums hold: float sums in the order of the list (exact up to 65793 planes) and a float division.
 template <bool kKept>
-void mean_of_many(const Sources& sources, int32_t divisor, uint8_t* d, int64_t y, int64_t x, int64_t n, void* scratch) {
+void average_of_many(const Sources& sources, int32_t divisor, uint8_t* d, int64_t y, int64_t x, int64_t n, void* scratch) {
     float* sums = static_cast<float*>(scratch);
-    uint8_t* means = reinterpret_cast<uint8_t*>(sums + kStripSums);
+    uint8_t* averages = reinterpret_cast<uint8_t*>(sums + kStripSums);
     for (int32_t i = 0; i < sources.count; ++i) {
         const uint8_t* s = place(sources, i, y, x);
         if (i == 0)
@@ -86,17 +86,17 @@ void mean_of_many(const Sources& sources, int32_t divisor, uint8_t* d, int64_t y
     const float by = float(divisor);
     for (int64_t j = 0; j < n; ++j) {
         const float rounded = sums[j] / by + 8388608.0f - 8388608.0f;  // above 2^23 floats are whole: nearest, ties to even
-        means[j] = uint8_t(int32_t(min(rounded, 255.0f)));
+        averages[j] = uint8_t(int32_t(min(rounded, 255.0f)));
     }
     const Bytes mask = colour_mask<uint8_t>();
     each_vector(n, [=](auto io, int64_t i, auto) {
-        const Bytes r = io.load(means + i);
+        const Bytes r = io.load(averages + i);
         io.store(d + i, kKept ? select(mask, r, io.load(d + i)) : r);
     });
 }
 
 template <int kChannels, bool kKept>
-Status mean_u8(const Sources* sources, int32_t divisor, void* dst, int32_t dst_stride, Size size, void* scratch) {
+Status average_u8(const Sources* sources, int32_t divisor, void* dst, int32_t dst_stride, Size size, void* scratch) {
     if (Status s = check_sources(size, sources, dst)) return s;
     if (!scratch) return kNull;
     const int32_t count = sources->count;
@@ -104,15 +104,15 @@ Status mean_u8(const Sources* sources, int32_t divisor, void* dst, int32_t dst_s
     uint8_t* sums = static_cast<uint8_t*>(scratch);
     each_strip(*sources, dst_stride, size, kChannels, kStripSums, [=](int64_t y, int64_t x, int64_t n) {
         uint8_t* d = row<uint8_t>(dst, dst_stride, y) + x;
-        if (count > 256) return mean_of_many<kKept>(*sources, divisor, d, y, x, n, scratch);
+        if (count > 256) return average_of_many<kKept>(*sources, divisor, d, y, x, n, scratch);
         for (int32_t i = 0; i < count; i += 4) {
             const uint8_t* p[4];
             const int32_t group = min(4, count - i);
             for (int32_t j = 0; j < group; ++j) p[j] = place(*sources, i + j, y, x);
-            if (count <= 4) mean_last<kKept, true>(d, p, group, sums, n, by);
-            else if (i == 0) mean_strip<kKept, 4, true, false>(d, p, sums, n, by);
-            else if (i + 4 < count) mean_strip<kKept, 4, false, false>(d, p, sums, n, by);
-            else mean_last<kKept, false>(d, p, group, sums, n, by);
+            if (count <= 4) average_last<kKept, true>(d, p, group, sums, n, by);
+            else if (i == 0) average_strip<kKept, 4, true, false>(d, p, sums, n, by);
+            else if (i + 4 < count) average_strip<kKept, 4, false, false>(d, p, sums, n, by);
+            else average_last<kKept, false>(d, p, group, sums, n, by);
         }
     });
     return kOk;
@@ -139,7 +139,7 @@ void divide_strip_s16(uint8_t* d, int64_t n, int16_t divisor) {
 }
 
 template <int kChannels, bool kKept>
-Status mean_s16(const Sources* sources, int32_t divisor, void* dst, int32_t dst_stride, Size size, void*) {
+Status average_s16(const Sources* sources, int32_t divisor, void* dst, int32_t dst_stride, Size size, void*) {
     if (Status s = check_sources(size, sources, dst)) return s;
     const int16_t by = int16_t(divisor);
     each_strip(*sources, dst_stride, size, kChannels * 2, kStrip, [=](int64_t y, int64_t x, int64_t n) {
@@ -151,7 +151,7 @@ Status mean_s16(const Sources* sources, int32_t divisor, void* dst, int32_t dst_
 }
 
 template <int kChannels, bool kKept>
-Status mean_f32(const Sources* sources, int32_t divisor, void* dst, int32_t dst_stride, Size size, void*) {
+Status average_f32(const Sources* sources, int32_t divisor, void* dst, int32_t dst_stride, Size size, void*) {
     if (Status s = check_sources(size, sources, dst)) return s;
     const Vec<float> by = Vec<float>{} + float(divisor);
     const Bytes mask = colour_mask<float>();
@@ -168,19 +168,19 @@ Status mean_f32(const Sources* sources, int32_t divisor, void* dst, int32_t dst_
 
 }  // namespace
 
-#define MEAN(name, mean, channels, kept)                                                                            \
+#define AVERAGE(name, average, channels, kept)                                                                            \
     Status name(const Sources* sources, int32_t divisor, void* dst, int32_t dst_stride, Size size, void* scratch) { \
-        return mean<channels, kept>(sources, divisor, dst, dst_stride, size, scratch);                              \
+        return average<channels, kept>(sources, divisor, dst, dst_stride, size, scratch);                              \
     }
-MEAN(average_u8_c1, mean_u8, 1, false)
-MEAN(average_u8_c3, mean_u8, 3, false)
-MEAN(average_u8_c3x, mean_u8, 4, true)
-MEAN(average_s16_c1, mean_s16, 1, false)
-MEAN(average_s16_c3, mean_s16, 3, false)
-MEAN(average_s16_c3x, mean_s16, 4, true)
-MEAN(average_f32_c1, mean_f32, 1, false)
-MEAN(average_f32_c3, mean_f32, 3, false)
-MEAN(average_f32_c3x, mean_f32, 4, true)
-#undef MEAN
+AVERAGE(avg_n_u8_c1, average_u8, 1, false)
+AVERAGE(avg_n_u8_c3, average_u8, 3, false)
+AVERAGE(avg_n_u8_c3x, average_u8, 4, true)
+AVERAGE(avg_n_s16_c1, average_s16, 1, false)
+AVERAGE(avg_n_s16_c3, average_s16, 3, false)
+AVERAGE(avg_n_s16_c3x, average_s16, 4, true)
+AVERAGE(avg_n_f32_c1, average_f32, 1, false)
+AVERAGE(avg_n_f32_c3, average_f32, 3, false)
+AVERAGE(avg_n_f32_c3x, average_f32, 4, true)
+#undef AVERAGE
 
 }  // namespace tarn::k::TARN_LEVEL

@@ -109,7 +109,25 @@ struct Strip {
     int64_t row_pixels;  // and how many it has
     int32_t* base;       // per vector of outputs: where its window begins in the converted row
     int32_t* index;      // per output: tap 0 in the window
+    int32_t reach;       // the largest index
 };
+
+// Widens n elements to floats.
+template <class T>
+void to_floats(const T* TARN_RESTRICT s, int64_t n, float* TARN_RESTRICT to) {
+    int64_t i = 0;
+#if defined(__AVX512F__)
+    if constexpr (sizeof(T) < 4) {
+        for (; i + kLanes <= n; i += kLanes) {
+            const __m512i wide =
+                sizeof(T) == 1 ? _mm512_cvtepu8_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(s + i)))
+                               : _mm512_cvtepi16_epi32(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(s + i)));
+            _mm512_storeu_ps(to + i, _mm512_cvtepi32_ps(wide));
+        }
+    }
+#endif
+    for (; i < n; ++i) to[i] = float(s[i]);
+}
 
 // Converts `count` pixels from pixel `from` on to floats, repeating the edge pixels of the row.
 template <class T>
@@ -117,10 +135,7 @@ void convert_row(const T* s, int64_t width, int channels, int64_t from, int64_t 
     const int64_t left = clamp<int64_t>(-from, 0, count), right = clamp<int64_t>(from + count - width, 0, count);
     for (int64_t x = 0; x < left; ++x)
         for (int c = 0; c < channels; ++c) to[x * channels + c] = float(s[c]);
-    const T* middle = s + (from + left) * channels;
-    float* out = to + left * channels;
-    const int64_t n = (count - left - right) * channels;
-    for (int64_t i = 0; i < n; ++i) out[i] = float(middle[i]);
+    to_floats(s + (from + left) * channels, (count - left - right) * channels, to + left * channels);
     for (int64_t x = count - right; x < count; ++x)
         for (int c = 0; c < channels; ++c) to[x * channels + c] = float(s[(width - 1) * channels + c]);
 }
@@ -155,53 +170,76 @@ using Lanes = __m512;
 using Index = __m512i;
 inline Lanes load(const float* p) { return _mm512_loadu_ps(p); }
 inline Index load(const int32_t* p) { return _mm512_loadu_si512(p); }
+inline Index later(Index at, int elements) { return _mm512_add_epi32(at, _mm512_set1_epi32(elements)); }
 inline void store(float* p, Lanes v, int) { _mm512_storeu_ps(p, v); }
 inline Lanes fused(Lanes a, Lanes b, Lanes c) { return _mm512_fmadd_ps(a, b, c); }
-template <bool kTwo>
-inline Lanes pick(const float* p, Index at) {
-    // Zero-masked with nothing masked: g++ 12 warns of its own header's undefined operand in the plain form.
-    return kTwo ? _mm512_permutex2var_ps(load(p), at, load(p + kLanes)) : _mm512_maskz_permutexvar_ps(0xffff, at, load(p));
-}
+inline Lanes pick(Lanes window, Index at) { return _mm512_permutexvar_ps(at, window); }
+inline Lanes pick(Lanes low, Lanes high, Index at) { return _mm512_permutex2var_ps(low, at, high); }
 #else
 using Lanes = __m256;
 using Index = __m256i;
 inline Lanes load(const float* p) { return _mm256_loadu_ps(p); }
 inline Index load(const int32_t* p) { return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p)); }
+inline Index later(Index at, int elements) { return _mm256_add_epi32(at, _mm256_set1_epi32(elements)); }
 inline void store(float* p, Lanes v, int) { _mm256_storeu_ps(p, v); }
 inline Lanes fused(Lanes a, Lanes b, Lanes c) { return _mm256_fmadd_ps(a, b, c); }
-template <bool kTwo>
-inline Lanes pick(const float* p, Index at) {
-    const Lanes low = _mm256_permutevar8x32_ps(load(p), at);
-    if (!kTwo) return low;
-    const Lanes high = _mm256_permutevar8x32_ps(load(p + kLanes), at);
-    return _mm256_blendv_ps(low, high, _mm256_castsi256_ps(_mm256_slli_epi32(at, 28)));  // bit 3: the second window
+inline Lanes pick(Lanes window, Index at) { return _mm256_permutevar8x32_ps(window, at); }
+inline Lanes pick(Lanes low, Lanes high, Index at) {
+    const Lanes second = _mm256_castsi256_ps(_mm256_slli_epi32(at, 28));  // bit 3: from the second window
+    return _mm256_blendv_ps(pick(low, at), pick(high, at), second);
 }
 #endif
 
-template <int kTaps, bool kExact, bool kTwo>
+// kWindows: how many vectors of the converted row hold the taps of a vector of outputs; kShare: for how many taps in turn one
+// load of them serves.
+template <int kTaps, bool kExact, int kWindows, int kShare>
 void weigh_windows(const Strip& strip, const float* row, int channels, float* out) {
     for (int64_t g = 0; g * kLanes < strip.elements; ++g) {
-        const Index at = load(strip.index + g * kLanes);
+        const Index first = load(strip.index + g * kLanes);
         const float* from = row + strip.base[g];
         const float* weight = strip.weight + g * kLanes;
-        const auto tap = [&](int k) { return pick<kTwo>(from + k * channels, at); };
+        Lanes tap[kTaps], low{}, high{};
+#pragma GCC unroll 6
+        for (int k = 0; k < kTaps; ++k) {
+            if (k % kShare == 0) {
+                low = load(from + k * channels);
+                if (kWindows == 2) high = load(from + k * channels + kLanes);
+            }
+            const Index at = k % kShare ? later(first, k % kShare * channels) : first;
+            tap[k] = kWindows == 2 ? pick(low, high, at) : pick(low, at);
+        }
         const auto weight_of = [&](int k) { return load(weight + k * kStripElements<kTaps>); };
         Lanes sum;
         if constexpr (kExact) {
-            sum = tap(0) * weight_of(0);
+            sum = tap[0] * weight_of(0);
 #pragma GCC unroll 6
-            for (int k = 1; k < kTaps; ++k) sum = fused(tap(k), weight_of(k), sum);
+            for (int k = 1; k < kTaps; ++k) sum = fused(tap[k], weight_of(k), sum);
         } else {
-            sum = sum_of<kTaps>([&](int k) { return tap(k) * weight_of(k); });
+            sum = sum_of<kTaps>([&](int k) { return tap[k] * weight_of(k); });
         }
         store(out + g * kLanes, sum, 0);
     }
 }
 
+// As many taps from one load as the windows hold.
+template <int kTaps, bool kExact, int kWindows>
+void weigh_windows(const Strip& strip, const float* row, int channels, float* out) {
+    const int more = (kWindows * kLanes - 1 - strip.reach) / channels;  // taps beyond the first within the windows
+    if (more >= kTaps - 1)
+        weigh_windows<kTaps, kExact, kWindows, kTaps>(strip, row, channels, out);
+    else if (kTaps > 2 && more >= kTaps / 2 - 1)
+        weigh_windows<kTaps, kExact, kWindows, kTaps / 2>(strip, row, channels, out);
+    else if (kTaps == 6 && more >= 1)
+        weigh_windows<kTaps, kExact, kWindows, 2>(strip, row, channels, out);
+    else
+        weigh_windows<kTaps, kExact, kWindows, 1>(strip, row, channels, out);
+}
+
 // Prepares the permutes of a strip; leaves it to planes when an output lies beyond two windows of its vector.
-inline void find_windows(Strip& strip, int channels) {
+template <int kTaps>
+void find_windows(Strip& strip, int channels) {
     strip.row_from = strip.first[0];
-    strip.fetch = Fetch::one_window;
+    strip.reach = 0;
     int64_t x = 0, c = 0;
     int32_t last = 0;
     for (int64_t g = 0; g * kLanes < strip.elements; ++g) {
@@ -216,20 +254,23 @@ inline void find_windows(Strip& strip, int channels) {
             strip.fetch = Fetch::planes;
             return;
         }
-        if (most - least >= kLanes) strip.fetch = Fetch::two_windows;
+        strip.reach = max(strip.reach, most - least);
         strip.base[g] = least;
         for (int i = 0; i < kLanes; ++i) strip.index[g * kLanes + i] = at[i] - least;
     }
+    // Two windows may hold all taps where one does not. Picking from two is one instruction in the widest registers only.
+    const int all = strip.reach + (kTaps - 1) * channels;
+    const bool one = kLanes == 16 ? strip.reach < kLanes && (all < kLanes || all >= 2 * kLanes) : strip.reach < kLanes;
+    strip.fetch = one ? Fetch::one_window : Fetch::two_windows;
 }
 constexpr bool kPermutes = true;
 
 #else
 
-template <int kTaps, bool kExact, bool kTwo>
-void weigh_windows(const Strip& strip, const float* row, int, float* out) {
-    weigh_planes<kTaps>(strip, row, out);
-}
-inline void find_windows(Strip&, int) {}
+template <int kTaps, bool kExact, int kWindows>
+void weigh_windows(const Strip&, const float*, int, float*) {}
+template <int kTaps>
+void find_windows(Strip&, int) {}
 constexpr bool kPermutes = false;
 
 #endif
@@ -255,7 +296,7 @@ void prepare(Strip& strip, Walk walk, int64_t pixels, int channels, bool may_per
     for (int k = 0; k < kTaps; ++k)
         for (int64_t i = pixels * channels; i < strip.elements; ++i) strip.weight[k * kStripElements<kTaps> + i] = 0;
     strip.fetch = Fetch::planes;
-    if (may_permute) find_windows(strip, channels);
+    if (may_permute) find_windows<kTaps>(strip, channels);
     strip.row_pixels = strip.first[pixels - 1] - strip.first[0] + kTaps;
 }
 
@@ -266,9 +307,9 @@ void resample_row(const Strip& strip, const T* s, int64_t width, int64_t left, i
     if (strip.fetch != Fetch::planes) {
         convert_row(s, width, channels, left + strip.row_from, strip.row_pixels, row);
         if (strip.fetch == Fetch::one_window)
-            weigh_windows<kTaps, kExact, false>(strip, row, channels, out);
+            weigh_windows<kTaps, kExact, 1>(strip, row, channels, out);
         else
-            weigh_windows<kTaps, kExact, true>(strip, row, channels, out);
+            weigh_windows<kTaps, kExact, 2>(strip, row, channels, out);
         return;
     }
     if (channels == 1)
@@ -282,20 +323,69 @@ void resample_row(const Strip& strip, const T* s, int64_t width, int64_t left, i
 
 // ---- Output rows ----------------------------------------------------------------------------------------------------
 
-template <int kTaps, class T>
+#if defined(__AVX512F__)
+
+// Stores 64 rounded elements, or those of a mask.
+inline void store_rounded(uint8_t* to, const Lanes* v, __mmask64 mask) {
+    const __m512i low = _mm512_packs_epi32(_mm512_cvtps_epi32(v[0]), _mm512_cvtps_epi32(v[1]));
+    const __m512i high = _mm512_packs_epi32(_mm512_cvtps_epi32(v[2]), _mm512_cvtps_epi32(v[3]));
+    // Packing works within quarters of the register: put their pieces in order.
+    const __m512i order = _mm512_setr_epi32(0, 4, 8, 12, 1, 5, 9, 13, 2, 6, 10, 14, 3, 7, 11, 15);
+    _mm512_mask_storeu_epi8(to, mask, _mm512_permutexvar_epi32(order, _mm512_packus_epi16(low, high)));
+}
+inline void store_rounded(int16_t* to, const Lanes* v, __mmask64 mask) {
+    const __m512i order = _mm512_setr_epi64(0, 2, 4, 6, 1, 3, 5, 7);
+    for (int i = 0; i < 2; ++i) {
+        const __m512i both = _mm512_packs_epi32(_mm512_cvtps_epi32(v[2 * i]), _mm512_cvtps_epi32(v[2 * i + 1]));
+        _mm512_mask_storeu_epi16(to + 32 * i, __mmask32(mask >> (32 * i)), _mm512_permutexvar_epi64(order, both));
+    }
+}
+inline void store_rounded(float* to, const Lanes* v, __mmask64 mask) {
+    const Lanes nan = _mm512_set1_ps(__builtin_nanf(""));
+    for (int i = 0; i < 4; ++i)
+        _mm512_mask_storeu_ps(to + 16 * i, __mmask16(mask >> (16 * i)),
+                              _mm512_mask_mov_ps(v[i], _mm512_cmp_ps_mask(v[i], v[i], _CMP_UNORD_Q), nan));
+}
+
+// Rows must be readable up to a multiple of 64 elements.
+template <int kTaps, bool kKept, class T>
+void blend_rows(const float* const* rows, const float* weight, int64_t n, T* dst) {
+    const float* r[kTaps];
+    Lanes w[kTaps];
+    for (int k = 0; k < kTaps; ++k) r[k] = rows[k], w[k] = _mm512_set1_ps(weight[k]);
+    const __mmask64 carried = kKept ? 0x7777777777777777 : ~__mmask64(0);
+    for (int64_t i = 0; i < n; i += 64) {
+        Lanes v[4];
+#pragma GCC unroll 4
+        for (int part = 0; part < 4; ++part)
+            v[part] = sum_of<kTaps>([&](int k) { return load(r[k] + i + 16 * part) * w[k]; });
+        store_rounded(dst + i, v, n - i >= 64 ? carried : carried & ((__mmask64(1) << (n - i)) - 1));
+    }
+}
+
+#else
+
+template <int kTaps, bool kKept, class T>
 void blend_rows(const float* const* rows, const float* weight, int64_t n, T* TARN_RESTRICT dst) {
     const float* r[kTaps];
     float w[kTaps];
     for (int k = 0; k < kTaps; ++k) r[k] = rows[k], w[k] = weight[k];
-    for (int64_t i = 0; i < n; ++i) store(dst + i, sum_of<kTaps>([&](int k) { return r[k][i] * w[k]; }));
+    const auto at = [&](int64_t i) { return sum_of<kTaps>([&](int k) { return r[k][i] * w[k]; }); };
+    if (kKept) {
+        // Blocks of whole pixels through a buffer: the sums as vectors, the three channels one by one.
+        T block[64];
+        for (int64_t i = 0; i < n; i += 64) {
+            const int64_t count = min<int64_t>(64, n - i);
+            for (int64_t e = 0; e < count; ++e) store(block + e, at(i + e));
+            for (int64_t e = 0; e < count; e += 4)
+                for (int c = 0; c < 3; ++c) dst[i + e + c] = block[e + c];
+        }
+    } else {
+        for (int64_t i = 0; i < n; ++i) store(dst + i, at(i));
+    }
 }
 
-// Three channels of four.
-template <class T>
-void copy_kept(const T* s, int64_t pixels, T* d) {
-    for (int64_t x = 0; x < pixels; ++x)
-        for (int c = 0; c < 3; ++c) d[4 * x + c] = s[4 * x + c];
-}
+#endif
 
 // Which source rows an output row is made of.
 template <int kTaps>
@@ -304,8 +394,8 @@ struct Line {
     float weight[kTaps];
 };
 
-template <class Filter, class T>
-Status resample(const Job& j, int channels, bool kept) {
+template <class Filter, class T, bool kKept>
+Status resample(const Job& j, int channels) {
     constexpr int kTaps = Filter::kTaps;
     constexpr int64_t kElements = kStripElements<kTaps>;
     constexpr int64_t kRow = 6 * kElements + 256;  // planes; or twice a strip, the taps, and two windows more
@@ -315,9 +405,8 @@ Status resample(const Job& j, int channels, bool kept) {
     Scratch scratch(j.allocator);
     scratch.want<Line<kTaps>>(height + kBlock);
     scratch.want<float>(kTaps * kElements);  // weights
-    scratch.want<float>(kTaps * kElements);  // ring
+    scratch.want<float>(kTaps * kElements + 64);  // ring, read up to a multiple of 64
     scratch.want<float>(kRow);
-    scratch.want<T>(kElements);
     scratch.want<int64_t>(kElements);
     scratch.want<int32_t>(kElements);
     scratch.want<int32_t>(kElements / kLanes);
@@ -325,9 +414,8 @@ Status resample(const Job& j, int channels, bool kept) {
     Line<kTaps>* lines = scratch.take<Line<kTaps>>(height + kBlock);
     Strip strip{};
     strip.weight = scratch.take<float>(kTaps * kElements);
-    float* ring = scratch.take<float>(kTaps * kElements);
+    float* ring = scratch.take<float>(kTaps * kElements + 64);
     float* row_space = scratch.take<float>(kRow);
-    T* out = scratch.take<T>(kElements);
     strip.first = scratch.take<int64_t>(kElements);
     strip.index = scratch.take<int32_t>(kElements);
     strip.base = scratch.take<int32_t>(kElements / kLanes);
@@ -366,9 +454,7 @@ Status resample(const Job& j, int channels, bool kept) {
                 }
                 rows[k] = ring + slot * kElements;
             }
-            T* d = row<T>(j.dst, j.dst_stride, y) + x * channels;
-            blend_rows<kTaps>(rows, lines[y].weight, pixels * channels, kept ? out : d);
-            if (kept) copy_kept(out, pixels, d);
+            blend_rows<kTaps, kKept>(rows, lines[y].weight, pixels * channels, row<T>(j.dst, j.dst_stride, y) + x * channels);
         }
     }
     return kOk;
@@ -384,7 +470,7 @@ Status resample(const Job& j, int channels, bool kept) {
         const Job j{src, src_stride, src_size, region, dst, dst_stride, dst_size, allocator};                         \
         if (same_size(j))                                                                                             \
             return resize_nearest_##suffix(src, src_stride, src_size, region, dst, dst_stride, dst_size, allocator);  \
-        return resample<Filter, T>(j, channels, kept);                                                                \
+        return resample<Filter, T, kept>(j, channels);                                                                \
     }
 #define TARN_RESIZES_OF(mode, type, Filter, T)                \
     TARN_RESIZE(mode, type##_c1, Filter, T, 1, false)         \

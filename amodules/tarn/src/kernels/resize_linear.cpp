@@ -1,4 +1,4 @@
-// Linear resize.
+// Linear resize of 16-bit and float pixels.
 #include "kernels/resize_filter.h"
 
 namespace tarn::k::TARN_LEVEL {
@@ -16,7 +16,6 @@ struct Linear {
 
 }  // namespace
 
-TARN_RESIZES_OF(linear, u8, Linear, uint8_t)
 TARN_RESIZES_OF(linear, s16, Linear, int16_t)
 TARN_RESIZES_OF(linear, f32, Linear, float)
 

@@ -16,7 +16,7 @@ using CountInRange = Status(const void* src, int32_t src_stride, Size size, cons
 
 // Mean of each channel. Integers are summed exactly. Floats are summed in double in 48 lanes: element i of a row into lane
 // i modulo 48, the lanes of a channel then from the first to the last; any NaN is the positive quiet NaN.
-using Mean = Status(const void* src, int32_t src_stride, Size size, double* means);
+using PlaneMean = Status(const void* src, int32_t src_stride, Size size, double* means);
 
 #define KERNEL(name, Fn) TARN_KERNEL(name, Fn)
 #include "kernels/stats.def"

@@ -207,7 +207,7 @@ Status mean_floats(const void* src, int32_t stride, Size size, double* means) {
         return mean_floats<channels, results>(src, stride, size, means);             \
     }
 #if defined(TARN_V)
-Status mean_u8_c1(const void* src, int32_t stride, Size size, double* means) {
+Status plane_mean_u8_c1(const void* src, int32_t stride, Size size, double* means) {
     if (Status s = check(size, src, means)) return s;
     const Rows rows = rows_of(size, size.width, 1, stride);
     uint64_t sum = 0;
@@ -216,16 +216,16 @@ Status mean_u8_c1(const void* src, int32_t stride, Size size, double* means) {
     return kOk;
 }
 #else
-MEAN(mean_u8_c1, SumU8, 1, 1)
+MEAN(plane_mean_u8_c1, SumU8, 1, 1)
 #endif
-MEAN(mean_u8_c3, SumU8, 3, 3)
-MEAN(mean_u8_c3x, SumU8, 4, 3)
-MEAN(mean_s16_c1, SumS16, 1, 1)
-MEAN(mean_s16_c3, SumS16, 3, 3)
-MEAN(mean_s16_c3x, SumS16, 4, 3)
-MEAN_F32(mean_f32_c1, 1, 1)
-MEAN_F32(mean_f32_c3, 3, 3)
-MEAN_F32(mean_f32_c3x, 4, 3)
+MEAN(plane_mean_u8_c3, SumU8, 3, 3)
+MEAN(plane_mean_u8_c3x, SumU8, 4, 3)
+MEAN(plane_mean_s16_c1, SumS16, 1, 1)
+MEAN(plane_mean_s16_c3, SumS16, 3, 3)
+MEAN(plane_mean_s16_c3x, SumS16, 4, 3)
+MEAN_F32(plane_mean_f32_c1, 1, 1)
+MEAN_F32(plane_mean_f32_c3, 3, 3)
+MEAN_F32(plane_mean_f32_c3x, 4, 3)
 #undef MEAN
 #undef MEAN_F32
 #undef TARN_V
