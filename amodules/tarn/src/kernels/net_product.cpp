@@ -70,7 +70,7 @@ inline Lanes load_part(const float* p, int64_t n) {
 }
 // A fused multiply-add without the instruction (Boldo and Melquiond, 2008): the product is exact in double; the sum, rounded to
 // odd with the help of its own error (Knuth's two-sum), keeps enough to be narrowed as if it had been exact.
-inline Lanes fma(Lanes a, Lanes b, Lanes c) {
+inline Lanes fma_by_rounding_to_odd(Lanes a, Lanes b, Lanes c) {
     Lanes r;
     for (int i = 0; i < kLanes; ++i) {
         const double p = double(a.v[i]) * double(b.v[i]), q = c.v[i];
@@ -85,6 +85,31 @@ inline Lanes fma(Lanes a, Lanes b, Lanes c) {
     }
     return r;
 }
+#if defined(__SSE2__)
+// The plain sum in double, narrowed, is the same unless it lies half-way between two floats, where its own rounding may have
+// brought it, or narrows to a denormal, which has other half-ways.
+inline Lanes fma(Lanes a, Lanes b, Lanes c) {
+    const __m128i dropped = _mm_set1_epi64x(0x1fffffff), half_way = _mm_set1_epi64x(0x1'10000000);  // the upper half never matches
+    const __m128d least_normal = _mm_set1_pd(0x1p-126), sign = _mm_set1_pd(-0.0), nothing = _mm_setzero_pd();
+    Lanes r;
+    __m128i doubtful = _mm_setzero_si128();
+    const auto two = [&](__m128 x, __m128 y, __m128 z) {
+        const __m128d s = _mm_add_pd(_mm_mul_pd(_mm_cvtps_pd(x), _mm_cvtps_pd(y)), _mm_cvtps_pd(z));
+        const __m128i tie = _mm_cmpeq_epi32(_mm_and_si128(_mm_castpd_si128(s), dropped), half_way);
+        const __m128d small = _mm_and_pd(_mm_cmplt_pd(_mm_andnot_pd(sign, s), least_normal), _mm_cmpneq_pd(s, nothing));
+        doubtful = _mm_or_si128(doubtful, _mm_or_si128(tie, _mm_castpd_si128(small)));
+        return _mm_cvtpd_ps(s);
+    };
+    for (int i = 0; i < kLanes; i += 4) {
+        const __m128 x = _mm_loadu_ps(a.v + i), y = _mm_loadu_ps(b.v + i), z = _mm_loadu_ps(c.v + i);
+        const __m128 low = two(x, y, z), high = two(_mm_movehl_ps(x, x), _mm_movehl_ps(y, y), _mm_movehl_ps(z, z));
+        _mm_storeu_ps(r.v + i, _mm_movelh_ps(low, high));
+    }
+    return _mm_movemask_epi8(doubtful) ? fma_by_rounding_to_odd(a, b, c) : r;
+}
+#else
+inline Lanes fma(Lanes a, Lanes b, Lanes c) { return fma_by_rounding_to_odd(a, b, c); }
+#endif
 inline float sum(Lanes a) {
     for (int apart = kLanes / 2; apart > 0; apart /= 2)
         for (int i = 0; i < apart; ++i) a.v[i] += a.v[i + apart];
