@@ -15,8 +15,7 @@ namespace {
 constexpr int kLanes = 16;
 constexpr int kTile = 16;
 
-// ---- Lanes: the partial sums of one output, or sixteen elements of a row
-// ----------------------------------------------------
+// ---- Lanes: the partial sums of one output, or sixteen elements of a row --------------------------------------------
 
 #if defined(__AVX512F__)
 
@@ -94,8 +93,8 @@ inline Lanes fma_by_rounding_to_odd(Lanes a, Lanes b, Lanes c) {
 // The plain sum in double, narrowed, is the same unless it lies half-way between two floats, where its own rounding may
 // have brought it, or narrows to a denormal, which has other half-ways.
 inline Lanes fma(Lanes a, Lanes b, Lanes c) {
-    const __m128i dropped = _mm_set1_epi64x(0x1fffffff),
-                  half_way = _mm_set1_epi64x(0x1'10000000);  // the upper half never matches
+    const __m128i dropped = _mm_set1_epi64x(0x1fffffff);
+    const __m128i half_way = _mm_set1_epi64x(0x1'10000000);  // the upper half never matches
     const __m128d least_normal = _mm_set1_pd(0x1p-126), sign = _mm_set1_pd(-0.0), nothing = _mm_setzero_pd();
     Lanes r;
     __m128i doubtful = _mm_setzero_si128();
@@ -124,8 +123,7 @@ inline float sum(Lanes a) {
 
 #endif
 
-// ---- Tiles
-// ------------------------------------------------------------------------------------------------------------------
+// ---- Tiles ----------------------------------------------------------------------------------------------------------
 
 // The sums of kRows x kNeurons outputs over k elements, into acc[row * stride + neuron].
 template <int kRows, int kNeurons>
@@ -154,8 +152,7 @@ constexpr uint32_t kNan = 0x7fc00000;
 // `neurons` of each.
 #if defined(__AVX512F__)
 
-// Lanes `distance` apart of a and of b: their sums, a's where the mask is 0, b's where it is 1. `other` brings each
-// lane's partner to the place of the lane.
+// Adds to each lane its partner: lanes of a where the mask is 0, lanes of b where it is 1. `other` brings the partners.
 inline __m512 fold(__m512 a, __m512 b, __mmask16 mask, __m512i other) {
     return _mm512_add_ps(_mm512_mask_blend_ps(mask, a, b), _mm512_permutex2var_ps(a, other, b));
 }
@@ -191,8 +188,7 @@ inline void finish(const Lanes* acc, const float* bias, float* const* y, int row
         if (rows > 2) _mm_storeu_ps(y[2], _mm512_maskz_extractf32x4_ps(kQuad, sums, 2));
         if (rows > 3) _mm_storeu_ps(y[3], _mm512_maskz_extractf32x4_ps(kQuad, sums, 3));
     } else {
-        // Not by a masked store: GCC makes one instruction of it and the extraction, which faults for elements masked
-        // off.
+        // Not by a masked store: GCC makes one instruction of it and the extraction, which faults for masked elements.
         float all[kTile];
         _mm512_storeu_ps(all, sums);
         for (int r = 0; r < rows; ++r) memcpy(y[r], all + r * kPerRow, size_t(neurons) * sizeof(float));
