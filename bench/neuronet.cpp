@@ -1,24 +1,45 @@
 // A small classifier (784-256-128-10, rectifier and softmax) and square products beside Eigen and OpenBLAS, on one thread.
 // Weights lie a row per neuron everywhere. The peers get the activations written as plain loops where they have none of their
 // own; all of them compute the whole network, bias included.
-#include <cblas.h>
+#include <dlfcn.h>
 
 #include <Eigen/Core>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <random>
 
 #include "bench.h"
+#include "kernels/runtime.h"
 #include "quel/host.h"
 #include "tarn.h"
-
-extern "C" void openblas_set_num_threads(int);
 
 namespace tarn::bench {
 namespace {
 
 using Matrix = Eigen::Matrix<float, Eigen::Dynamic, Eigen::Dynamic, Eigen::RowMajor>;
 using Map = Eigen::Map<Matrix, Eigen::Aligned64>;
+
+// OpenBLAS, loaded here because its choice of kernels has to be made before: it takes a processor that is younger than itself for a
+// very old one.
+struct Blas {
+    Blas() {
+        setenv("OPENBLAS_CORETYPE", k::active_level == 4 ? "SkylakeX" : k::active_level == 3 ? "Haswell" : "Prescott", 0);
+        setenv("OPENBLAS_NUM_THREADS", "1", 1);
+        void* library = dlopen("libopenblas.so.0", RTLD_NOW | RTLD_LOCAL);
+        if (!library) return;
+        gemv = reinterpret_cast<decltype(gemv)>(dlsym(library, "cblas_sgemv"));
+        gemm = reinterpret_cast<decltype(gemm)>(dlsym(library, "cblas_sgemm"));
+    }
+    void (*gemv)(int, int, int, int, float, const float*, int, const float*, int, float, float*, int) = nullptr;
+    void (*gemm)(int, int, int, int, int, int, float, const float*, int, const float*, int, float, float*, int) = nullptr;
+};
+enum { kRowMajor = 101, kPlain = 111, kTransposed = 112 };
+
+const Blas& blas_library() {
+    static const Blas blas;
+    return blas;
+}
 
 struct Layer {
     Matrix weights;
@@ -94,9 +115,10 @@ struct Network {
         for (size_t i = 0; i < layers.size(); ++i) {
             const Matrix &x = i ? blas[i - 1] : input, &w = layers[i].weights;
             const int m = int(x.rows()), n = int(w.rows()), k = int(w.cols());
-            if (m == 1) cblas_sgemv(CblasRowMajor, CblasNoTrans, n, k, 1, w.data(), k, x.data(), 1, 0, blas[i].data(), 1);
+            const Blas& lib = blas_library();
+            if (m == 1) lib.gemv(kRowMajor, kPlain, n, k, 1, w.data(), k, x.data(), 1, 0, blas[i].data(), 1);
             else
-                cblas_sgemm(CblasRowMajor, CblasNoTrans, CblasTrans, m, n, k, 1, x.data(), k, w.data(), k, 0, blas[i].data(), n);
+                lib.gemm(kRowMajor, kPlain, kTransposed, m, n, k, 1, x.data(), k, w.data(), k, 0, blas[i].data(), n);
             if (records[i].bias) blas[i].rowwise() += layers[i].bias;
             activate(blas[i], layers[i].activation);
         }
@@ -116,7 +138,7 @@ struct Network {
 };
 
 void run(Bench& b) {
-    openblas_set_num_threads(1);
+    if (!blas_library().gemm) return void(std::fprintf(stderr, "neuronet: libopenblas.so.0 could not be loaded\n"));
     QuelHOST* host = QuelHOSTopen(nullptr);
     if (QuelHOSTload(host, TARN_MODULE_FILE, nullptr) != 0) {
         std::fprintf(stderr, "neuronet: the module could not be loaded\n");

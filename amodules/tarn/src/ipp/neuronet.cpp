@@ -10,7 +10,7 @@ namespace k = tarn::k;
 
 namespace {
 
-constexpr int32_t kStrip = 64;
+constexpr int32_t kStrip = 256;
 
 // Null for no activation.
 const k::Kernel<k::NetActivation>* activation_of(int32_t code) {

@@ -1,5 +1,5 @@
 // The activations of a fully connected layer, in place. Each element goes through the same operations at every level and at every
-// place of a row; plain loops, which compilers turn into vectors. Rows whose elements do not lie side by side pass through a buffer.
+// place of a row: plain loops, which compilers turn into vectors.
 //
 // The exponential is computed in double lanes: x = n ln 2 + r, a polynomial for e^r, the exponent n set by its bits, then one
 // rounding to float, which is what decides the error: just over half a unit in the last place, denormals included.
@@ -39,17 +39,33 @@ inline float exponential(float value) {
     return settle(float(p * __builtin_bit_cast(double, exponent)));
 }
 
-// fn(first, count, index) over a row in pieces that lie side by side; index is a multiple of the lanes.
+// Up to sixteen elements, `step` floats apart, into a buffer filled up with `pad`, and back.
+inline void collect(float* buffer, const float* p, int64_t count, int64_t step, float pad) {
+#if defined(__AVX512F__)
+    if (step == 1) return _mm512_storeu_ps(buffer, _mm512_mask_loadu_ps(_mm512_set1_ps(pad), __mmask16((1u << count) - 1), p));
+#endif
+    for (int64_t l = 0; l < kLanes; ++l) buffer[l] = l < count ? p[l * step] : pad;
+}
+inline void spread(float* p, const float* buffer, int64_t count, int64_t step) {
+#if defined(__AVX512F__)
+    if (step == 1) return _mm512_mask_storeu_ps(p, __mmask16((1u << count) - 1), _mm512_loadu_ps(buffer));
+#endif
+    for (int64_t l = 0; l < count; ++l) p[l * step] = buffer[l];
+}
+
+// fn over a row, sixteen elements at a time: loops of a known length, which become vectors whole. The last ones and elements that
+// do not lie side by side pass through a buffer.
 template <class Fn>
-inline void pieces(float* p, int64_t n, int64_t step, Fn fn) {
-    if (step == 1) return fn(p, n, int64_t(0));
-    constexpr int64_t kPiece = 16 * kLanes;
-    float buffer[kPiece];
-    for (int64_t i = 0; i < n; i += kPiece) {
-        const int64_t count = min(kPiece, n - i);
-        for (int64_t j = 0; j < count; ++j) buffer[j] = p[(i + j) * step];
-        fn(buffer, count, i);
-        for (int64_t j = 0; j < count; ++j) p[(i + j) * step] = buffer[j];
+[[gnu::always_inline]] inline void sixteens(float* p, int64_t n, int64_t step, float pad, Fn fn) {
+    int64_t i = 0;
+    if (step == 1)
+        for (; i + kLanes <= n; i += kLanes) fn(p + i);
+    for (; i < n; i += kLanes) {
+        float buffer[kLanes];
+        const int64_t count = min<int64_t>(kLanes, n - i);
+        collect(buffer, p + i * step, count, step, pad);
+        fn(buffer);
+        spread(p + i * step, buffer, count, step);
     }
 }
 
@@ -58,45 +74,70 @@ inline Status each(void* y, int32_t stride, int32_t element_stride, Size size, F
     if (Status s = check(size, y)) return s;
     if (element_stride <= 0 || element_stride % 4) return kBadArg;
     for (int64_t r = 0; r < size.height; ++r)
-        pieces(row<float>(y, stride, r), size.width, element_stride / 4, [fn](float* p, int64_t n, int64_t) {
-            for (int64_t i = 0; i < n; ++i) p[i] = fn(p[i]);
+        sixteens(row<float>(y, stride, r), size.width, element_stride / 4, 0.0f, [fn](float* p) {
+            for (int l = 0; l < kLanes; ++l) p[l] = fn(p[l]);
         });
     return kOk;
 }
 
-// Folds a row in sixteen lanes by index, then lanes 8, 4, 2 and 1 apart.
+// Sixteen lanes to one: those 8 apart, then 4, 2 and 1 apart.
 template <class T, class Fold>
-inline void fold_into(T (&lanes)[kLanes], const float* p, int64_t n, Fold fold) {
-    int64_t i = 0;
-    for (; i + kLanes <= n; i += kLanes)
-        for (int l = 0; l < kLanes; ++l) lanes[l] = fold(lanes[l], T(p[i + l]));
-    for (int l = 0; i + l < n; ++l) lanes[l] = fold(lanes[l], T(p[i + l]));
-}
-template <class T, class Fold>
-inline T fold_lanes(T (&lanes)[kLanes], Fold fold) {
-    for (int apart = kLanes / 2; apart > 0; apart /= 2)
-        for (int l = 0; l < apart; ++l) lanes[l] = fold(lanes[l], lanes[l + apart]);
-    return lanes[0];
+inline T fold_lanes(const T (&lanes)[kLanes], Fold fold) {
+    T by8[8], by4[4];
+    for (int l = 0; l < 8; ++l) by8[l] = fold(lanes[l], lanes[l + 8]);
+    for (int l = 0; l < 4; ++l) by4[l] = fold(by8[l], by8[l + 4]);
+    return fold(fold(by4[0], by4[2]), fold(by4[1], by4[3]));
 }
 
+// The softmax's steps over sixteen elements. GCC 12 unrolls such short loops before it could make vectors of them, so level 4
+// has them written out.
+#if defined(__AVX512F__)
+inline __m512d low(__m512 v) { return _mm512_maskz_cvtps_pd(0xff, _mm512_castps512_ps256(v)); }
+inline __m512d high(__m512 v) { return low(_mm512_maskz_shuffle_f32x4(0xffff, v, v, 0xee)); }
+inline void raise_to(float* most, const float* q) {
+    _mm512_storeu_ps(most, _mm512_maskz_max_ps(0xffff, _mm512_loadu_ps(most), _mm512_loadu_ps(q)));
+}
+inline void add_to(double* sums, const float* q) {
+    const __m512 v = _mm512_loadu_ps(q);
+    _mm512_storeu_pd(sums, _mm512_add_pd(_mm512_loadu_pd(sums), low(v)));
+    _mm512_storeu_pd(sums + 8, _mm512_add_pd(_mm512_loadu_pd(sums + 8), high(v)));
+}
+inline void divide(float* q, double divisor) {
+    const __m512 v = _mm512_loadu_ps(q);
+    const __m512d d = _mm512_set1_pd(divisor);
+    const __m256 a = _mm512_maskz_cvtpd_ps(0xff, _mm512_div_pd(low(v), d)), b = _mm512_maskz_cvtpd_ps(0xff, _mm512_div_pd(high(v), d));
+    const __m256 nan = _mm256_castsi256_ps(_mm256_set1_epi32(kNan));
+    _mm256_storeu_ps(q, _mm256_mask_blend_ps(_mm256_cmp_ps_mask(a, a, _CMP_UNORD_Q), a, nan));
+    _mm256_storeu_ps(q + 8, _mm256_mask_blend_ps(_mm256_cmp_ps_mask(b, b, _CMP_UNORD_Q), b, nan));
+}
+#else
+inline void raise_to(float* most, const float* q) {
+    for (int l = 0; l < kLanes; ++l) most[l] = max(most[l], q[l]);
+}
+inline void add_to(double* sums, const float* q) {
+    for (int l = 0; l < kLanes; ++l) sums[l] += double(q[l]);
+}
+inline void divide(float* q, double divisor) {
+    for (int l = 0; l < kLanes; ++l) q[l] = settle(float(q[l] / divisor));
+}
+#endif
+
+// Filling up with -infinity adds e^-infinity = 0 to the sum.
 void softmax_row(float* p, int64_t n, int64_t step) {
+    constexpr float kLeast = -__builtin_inff();
     // A NaN may be missed by the maximum but not by the sum, which makes the whole row NaN.
-    float largest[kLanes];
-    for (float& v : largest) v = p[0];
-    const auto greater = [](float a, float b) { return a < b ? b : a; };
-    pieces(p, n, step, [&](const float* q, int64_t count, int64_t) { fold_into(largest, q, count, greater); });
-    const float m = fold_lanes(largest, greater);
+    float most[kLanes];
+    for (float& v : most) v = kLeast;
+    sixteens(p, n, step, kLeast, [&](const float* q) { raise_to(most, q); });
+    const float m = fold_lanes(most, [](float a, float b) { return max(a, b); });
     double sums[kLanes] = {};
-    const auto plus = [](double a, double b) { return a + b; };
-    pieces(p, n, step, [&](float* q, int64_t count, int64_t) {
-        for (int64_t i = 0; i < count; ++i) q[i] = exponential(q[i] - m);
-        fold_into(sums, q, count, plus);
+    sixteens(p, n, step, kLeast, [&](float* q) {
+        for (int l = 0; l < kLanes; ++l) q[l] = exponential(q[l] - m);
+        add_to(sums, q);
     });
     // Divided in double: the shares' own roundings are all that keeps them from adding up to 1.
-    const double sum = fold_lanes(sums, plus);
-    pieces(p, n, step, [sum](float* q, int64_t count, int64_t) {
-        for (int64_t i = 0; i < count; ++i) q[i] = settle(float(q[i] / sum));
-    });
+    const double sum = fold_lanes(sums, [](double a, double b) { return a + b; });
+    sixteens(p, n, step, 0.0f, [sum](float* q) { divide(q, sum); });
 }
 
 }  // namespace

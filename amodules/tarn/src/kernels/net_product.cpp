@@ -70,7 +70,7 @@ inline Lanes load_part(const float* p, int64_t n) {
 }
 // A fused multiply-add without the instruction (Boldo and Melquiond, 2008): the product is exact in double; the sum, rounded to
 // odd with the help of its own error (Knuth's two-sum), keeps enough to be narrowed as if it had been exact.
-inline Lanes fma(Lanes a, Lanes b, Lanes c) {
+inline Lanes fma_by_rounding_to_odd(Lanes a, Lanes b, Lanes c) {
     Lanes r;
     for (int i = 0; i < kLanes; ++i) {
         const double p = double(a.v[i]) * double(b.v[i]), q = c.v[i];
@@ -85,6 +85,31 @@ inline Lanes fma(Lanes a, Lanes b, Lanes c) {
     }
     return r;
 }
+#if defined(__SSE2__)
+// The plain sum in double, narrowed, is the same unless it lies half-way between two floats, where its own rounding may have
+// brought it, or narrows to a denormal, which has other half-ways.
+inline Lanes fma(Lanes a, Lanes b, Lanes c) {
+    const __m128i dropped = _mm_set1_epi64x(0x1fffffff), half_way = _mm_set1_epi64x(0x1'10000000);  // the upper half never matches
+    const __m128d least_normal = _mm_set1_pd(0x1p-126), sign = _mm_set1_pd(-0.0), nothing = _mm_setzero_pd();
+    Lanes r;
+    __m128i doubtful = _mm_setzero_si128();
+    const auto two = [&](__m128 x, __m128 y, __m128 z) {
+        const __m128d s = _mm_add_pd(_mm_mul_pd(_mm_cvtps_pd(x), _mm_cvtps_pd(y)), _mm_cvtps_pd(z));
+        const __m128i tie = _mm_cmpeq_epi32(_mm_and_si128(_mm_castpd_si128(s), dropped), half_way);
+        const __m128d small = _mm_and_pd(_mm_cmplt_pd(_mm_andnot_pd(sign, s), least_normal), _mm_cmpneq_pd(s, nothing));
+        doubtful = _mm_or_si128(doubtful, _mm_or_si128(tie, _mm_castpd_si128(small)));
+        return _mm_cvtpd_ps(s);
+    };
+    for (int i = 0; i < kLanes; i += 4) {
+        const __m128 x = _mm_loadu_ps(a.v + i), y = _mm_loadu_ps(b.v + i), z = _mm_loadu_ps(c.v + i);
+        const __m128 low = two(x, y, z), high = two(_mm_movehl_ps(x, x), _mm_movehl_ps(y, y), _mm_movehl_ps(z, z));
+        _mm_storeu_ps(r.v + i, _mm_movelh_ps(low, high));
+    }
+    return _mm_movemask_epi8(doubtful) ? fma_by_rounding_to_odd(a, b, c) : r;
+}
+#else
+inline Lanes fma(Lanes a, Lanes b, Lanes c) { return fma_by_rounding_to_odd(a, b, c); }
+#endif
 inline float sum(Lanes a) {
     for (int apart = kLanes / 2; apart > 0; apart /= 2)
         for (int i = 0; i < apart; ++i) a.v[i] += a.v[i + apart];
@@ -217,6 +242,14 @@ float strided_output(const float* x, const float* w, const float* bias, int64_t 
     return result;
 }
 
+// Asks for part `part` of `parts` of the bytes of rows first..last - 1, to be in the second-level cache when they are needed.
+inline void ask_for(const void* data, int32_t stride, int64_t first, int64_t last, int64_t row_bytes, int64_t part, int64_t parts) {
+    constexpr int64_t kLine = 64;
+    const int64_t lines = (row_bytes + kLine - 1) / kLine, end = (last - first) * lines * (part + 1) / parts;
+    for (int64_t i = (last - first) * lines * part / parts; i < end; ++i)
+        __builtin_prefetch(row<char>(data, stride, first + i / lines) + i % lines * kLine, 0, 2);
+}
+
 }  // namespace
 
 Status net_product_f32(const void* x, int32_t x_stride, const void* w, int32_t w_stride, const void* bias, void* y,
@@ -243,7 +276,7 @@ Status net_product_f32(const void* x, int32_t x_stride, const void* w, int32_t w
         return kOk;
     }
     // Samples that stay in the first-level cache while all weights pass by.
-    constexpr int64_t kNear = 28 << 10, kMost = 64;
+    constexpr int64_t kNear = 26 << 10, kMost = 64;
     const int64_t near = clamp<int64_t>(kNear / (int64_t(k) * 4 + 1) / 4 * 4, 4, kMost);
     const float *xs[kMost], *ws[4];
     float* ys[kMost];
@@ -254,6 +287,7 @@ Status net_product_f32(const void* x, int32_t x_stride, const void* w, int32_t w
         for (int64_t j = 0; j < size.width; j += 4) {
             addresses(w, w_stride, j, size.width, 4, ws);
             const int neurons = int(min<int64_t>(size.width - j, 4));
+            ask_for(x, x_stride, top + count, min<int64_t>(top + 2 * count, size.height), int64_t(k) * 4, j, size.width);
             for (int64_t r = 0; r < count; r += 4)
                 tile<4, 4>(xs + r, ws, b ? b + j : nullptr, ys + r, j, k, int(min<int64_t>(count - r, 4)), neurons);
         }
