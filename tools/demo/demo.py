@@ -189,8 +189,29 @@ def copy_section(demo):
     demo.figures(figures)
 
 
+def contour_section(demo):
+    demo.section("contours", "Outlines", "tarn::contour::find gives the boundaries of regions as closed polygons on pixel corners, "
+                 "nested as the regions are, in one pass. Drawn over the pictures: outer outlines red, holes blue; of both values, "
+                 "outlines around ones red, around zeros blue.")
+    figures = []
+    for source, size, title, options in (
+            ("horse.png", "400 × 328", "a silhouette", ("--threshold", "127", "--values", "zeros")),
+            ("coffee.png", "600 × 400", "Otsu's threshold", ("--otsu", "--diagonal", "ones")),
+            ("coffee.png", "600 × 400", "both values, each outline once", ("--threshold", "60", "--values", "both", "--diagonal", "ones")),
+            ("retina.jpg", "1411 × 1411", "a fundus photograph", ("--threshold", "75", "--diagonal", "ones"))):
+        demo.sample(source)
+        stem = os.path.splitext(source)[0] + options[-3].strip("-") * (len(options) > 3) + "-outlines"
+        arguments = ["contour-find", source, *options, "-o", f"{stem}.svg"]
+        took = demo.picture(*arguments)
+        polygons = json.loads(demo.run("contour-find", source, *options))["features"]
+        deepest = max(p["properties"]["depth"] for p in polygons)
+        figures.append(demo.figure(f"{stem}.svg", f"{title}: {len(polygons)} outlines, {deepest + 1} deep", size, took,
+                                   " ".join(arguments)))
+    demo.figures(figures)
+
+
 SECTIONS = [("resize", "Resampling", resize_section), ("depth", "16 bits and float", depth_section),
-            ("copy", "Copying and formats", copy_section)]
+            ("copy", "Copying and formats", copy_section), ("contours", "Outlines", contour_section)]
 
 
 def main():
