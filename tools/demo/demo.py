@@ -194,19 +194,19 @@ def contour_section(demo):
                  "nested as the regions are, in one pass. Drawn over the pictures: outer outlines red, holes blue; of both values, "
                  "outlines around ones red, around zeros blue.")
     figures = []
-    for source, size, title, options in (
-            ("horse.png", "400 × 328", "a silhouette", ("--threshold", "127", "--values", "zeros")),
-            ("coffee.png", "600 × 400", "Otsu's threshold", ("--otsu", "--diagonal", "ones")),
-            ("coffee.png", "600 × 400", "both values, each outline once", ("--threshold", "60", "--values", "both", "--diagonal", "ones")),
-            ("retina.jpg", "1411 × 1411", "a fundus photograph", ("--threshold", "75", "--diagonal", "ones"))):
-        demo.sample(source)
-        stem = os.path.splitext(source)[0] + options[-3].strip("-") * (len(options) > 3) + "-outlines"
-        arguments = ["contour-find", source, *options, "-o", f"{stem}.svg"]
+    for source, out, size, title, options in (
+            ("horse.png", "horse-outlines.svg", "400 × 328", "a silhouette", ("--threshold", "127", "--values", "zeros")),
+            ("coffee.png", "coffee-outlines.svg", "600 × 400", "Otsu's threshold", ("--otsu", "--diagonal", "ones")),
+            ("coffee.png", "coffee-outlines-both.svg", "600 × 400", "both values, each outline once",
+             ("--threshold", "60", "--values", "both", "--diagonal", "ones")),
+            ("retina.jpg", "retina-outlines.svg", "1411 × 1411", "a fundus photograph",
+             ("--threshold", "75", "--diagonal", "ones"))):
+        arguments = ["contour-find", demo.sample(source), *options, "-o", out]
         took = demo.picture(*arguments)
         polygons = json.loads(demo.run("contour-find", source, *options))["features"]
         deepest = max(p["properties"]["depth"] for p in polygons)
-        figures.append(demo.figure(f"{stem}.svg", f"{title}: {len(polygons)} outlines, {deepest + 1} deep", size, took,
-                                   " ".join(arguments)))
+        title += f": {len(polygons)} outlines, {deepest + 1} deep"
+        figures.append(demo.figure(out, title, size, took, " ".join(arguments)))
     demo.figures(figures)
 
 
