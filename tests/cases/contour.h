@@ -49,11 +49,11 @@ inline Case find_stretches_case(const char* name, bool diagonal) {
             const bool four = turns && left && right;
             const bool end_up = four ? pixel(0, x - 1) != diagonal : up, start_up = four ? !end_up : up;
             if (turns && left) {
-                s.x2 = x;
-                s.up2 = end_up;
+                s.x[1] = x;
+                s.up[1] = end_up;
                 v[2].row<k::Stretch>(0)[found++] = s;
             }
-            if (turns && right) s = {x, 0, start_up, 0, pixel(0, x), 0};
+            if (turns && right) s = {{x, 0}, {start_up, 0}, pixel(0, x), 0};
         }
         *v[3].row<int32_t>(0) = found;
     };

@@ -17,7 +17,7 @@ struct Tracer {
     TarnCONTOUR** ends;
     tarn::k::Stretch* stretches;  // of the line between the two rows
     int32_t stretch_count;
-    // How far edge_before has looked along `below`, and the last edge that it has passed there.
+    // How many words of `below` have been searched for the last edge in them, and that edge, -1 for none.
     int32_t searched_words, last_edge;
 };
 

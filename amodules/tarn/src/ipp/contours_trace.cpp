@@ -2,6 +2,8 @@
 // and each end goes on up, where an open contour's end arrives, or down, where one leaves. So a stretch joins two open
 // ends, moves one, or starts a contour, and the ends that run straight down are not touched at all. Where four edges meet, the
 // diagonal rule says which two belong together.
+#include <stddef.h>
+
 #include "ipp/contours.h"
 
 namespace k = tarn::k;
@@ -31,6 +33,8 @@ inline TarnPOINT* take_pair(Search& s, int32_t x1, int32_t x2, int32_t y) {
 TarnCONTOUR* new_contour(Search& s, uint32_t value_bit) {
     TarnCONTOUR* c = s.free_contours;
     s.free_contours = c->next;
+    __builtin_prefetch(s.free_contours, 1);
+    __builtin_prefetch(reinterpret_cast<char*>(s.free_contours) + 64, 1);
     --s.free_contour_count;
     init_contour(c, value_bit);
     append(s.open, c);
@@ -50,42 +54,27 @@ void merge(Search& s, TarnCONTOUR* first, TarnCONTOUR* second) {
     ++s.free_contour_count;
 }
 
-// Joins a stretch of line y to what it meets. at_x1, at_x2: the contours whose ends arrive from above there, if it goes on upwards.
-// An outline keeps its region to the right, so it comes `from` the right end of the stretch when the region is above.
-inline Joined join(Search& s, Tracer& t, const k::Stretch& stretch, TarnCONTOUR* at_x1, TarnCONTOUR* at_x2, int32_t y) {
-    const bool west = stretch.above;
-    const int32_t from = west ? stretch.x2 : stretch.x1, to = west ? stretch.x1 : stretch.x2;
-    TarnCONTOUR* arriving = west ? at_x2 : at_x1;  // its tail is at `from`
-    TarnCONTOUR* leaving = west ? at_x1 : at_x2;   // its head is at `to`
-    const bool arrives = west ? stretch.up2 : stretch.up1, leaves = west ? stretch.up1 : stretch.up2;
-    TarnPOINT* first = take_pair(s, from, to, y);
-    TarnPOINT* second = first->next;
-    if (!arrives && !leaves) {
-        first->prev = second->next = nullptr;
-        TarnCONTOUR* c = new_contour(s, t.value_bit);
-        c->points = {first, second, 2};
-        t.ends[from] = t.ends[to] = c;
-        c->left = &t.ends[from];
-        c->right = &t.ends[to];
-        return {c, false};
-    }
-    if (!arrives) {
-        TarnPOINTLIST& points = leaving->points;
-        first->prev = nullptr;
-        second->next = points.head;
-        points.head->prev = second;
-        points.head = first;
-        points.count += 2;
-        t.ends[from] = leaving;
-        leaving->left = &t.ends[from];
-        return {leaving, false};
-    }
+// Starts a contour on a stretch: both ends go downwards.
+TarnCONTOUR* start(Search& s, Tracer& t, TarnPOINT* first) {
+    TarnPOINT* second = first + 1;
+    TarnCONTOUR* c = new_contour(s, t.value_bit);
+    first->prev = second->next = nullptr;
+    c->points = {first, second, 2};
+    c->left = &t.ends[first->x];
+    c->right = &t.ends[second->x];
+    *c->left = *c->right = c;
+    return c;
+}
+
+// Two ends arrive, the tail of one contour and the head of the same or another one.
+Joined join_ends(Search& s, TarnCONTOUR* arriving, TarnCONTOUR* leaving, TarnPOINT* first) {
+    TarnPOINT* second = first + 1;
     TarnPOINTLIST& points = arriving->points;
+    points.count += 2;
     first->prev = points.tail;
     points.tail->next = first;
-    points.count += 2;
-    if (leaves && arriving == leaving) {
-        // Closed: `from` becomes the last point and `to` the first.
+    if (arriving == leaving) {
+        // Closed: the pair's first becomes the last point, its second the first.
         first->next = nullptr;
         points.tail = first;
         second->prev = nullptr;
@@ -94,26 +83,59 @@ inline Joined join(Search& s, Tracer& t, const k::Stretch& stretch, TarnCONTOUR*
         points.head = second;
         return {arriving, true};
     }
-    second->next = nullptr;
     points.tail = second;
-    if (leaves) {
-        merge(s, arriving, leaving);
-    } else {
-        t.ends[to] = arriving;
-        arriving->right = &t.ends[to];
-    }
+    second->next = nullptr;
+    merge(s, arriving, leaving);
     return {arriving, false};
+}
+
+// A member chosen by a condition without a branch.
+template <class Member>
+inline Member& either(void* record, size_t when_false, size_t when_true, bool condition) {
+    return *reinterpret_cast<Member*>(static_cast<char*>(record) + when_false + (when_true - when_false) * condition);
+}
+inline TarnPOINT*& next_or_prev(TarnPOINT* p, bool prev) {
+    return either<TarnPOINT*>(p, offsetof(TarnPOINT, next), offsetof(TarnPOINT, prev), prev);
+}
+inline TarnPOINT*& head_or_tail(TarnCONTOUR* c, bool tail) {
+    return either<TarnPOINT*>(c, offsetof(TarnCONTOUR, points.head), offsetof(TarnCONTOUR, points.tail), tail);
+}
+inline TarnCONTOUR**& left_or_right(TarnCONTOUR* c, bool right) {
+    return either<TarnCONTOUR**>(c, offsetof(TarnCONTOUR, left), offsetof(TarnCONTOUR, right), right);
+}
+
+// Joins a stretch of line y to what it meets. at: the contours whose ends arrive from above at its two ends, if it goes on
+// upwards there. An outline keeps its region to the right, so it runs west when the region is above the stretch.
+inline Joined join(Search& s, Tracer& t, const k::Stretch& stretch, TarnCONTOUR* const (&at)[2], int32_t y) {
+    const int west = stretch.above, up = stretch.up[0];
+    TarnPOINT* pair = take_pair(s, stretch.x[west], stretch.x[1 - west], y);
+    if (up == stretch.up[1])
+        return up ? join_ends(s, at[west], at[1 - west], pair) : Joined{start(s, t, pair), false};
+    // One end moves, from the corner `up` to the other: nearly always so, and no branch tells which of the four ways it is.
+    TarnCONTOUR* c = at[1 - up];
+    const bool tail = up != west;
+    TarnPOINT *near = pair + !tail, *far = pair + tail;
+    TarnPOINT*& end = head_or_tail(c, tail);
+    next_or_prev(near, tail) = end;
+    next_or_prev(end, !tail) = near;
+    next_or_prev(far, !tail) = nullptr;
+    end = far;
+    TarnCONTOUR** to = &t.ends[stretch.x[up]];
+    left_or_right(c, tail) = to;
+    *to = c;
+    c->points.count += 2;
+    return {c, false};
 }
 
 // The contour whose end arrives at the start of a stretch. Where it meets the stretch before it, that one may have
 // moved its own end there since; displaced is what was there before.
 inline TarnCONTOUR* arriving_at_start(const Tracer& t, int64_t i, TarnCONTOUR* displaced) {
     const k::Stretch* stretch = t.stretches + i;
-    return i && stretch[-1].x2 == stretch->x1 ? displaced : t.ends[stretch->x1];
+    return i && stretch[-1].x[1] == stretch->x[0] ? displaced : t.ends[stretch->x[0]];
 }
 
 // The contour at the last edge of the row below at or before x: it is the nearest one around what ends there. The root
-// when there is none. Called with growing x along a line, so that it looks at each word of the row once or twice.
+// when there is none. Called with growing x along a line; no word of the row is looked at twice in search of an edge.
 TarnCONTOUR* contour_before(Search& s, Tracer& t, int32_t x) {
     const auto edges = [&](int32_t w) {
         const uint64_t before = w ? t.below[w - 1] >> 63 : 0;
@@ -121,11 +143,14 @@ TarnCONTOUR* contour_before(Search& s, Tracer& t, int32_t x) {
     };
     const auto last_of = [](int32_t w, uint64_t bits) { return w * 64 + 63 - __builtin_clzll(bits); };
     const int32_t word = x / 64;
-    for (; t.searched_words < word; ++t.searched_words)
-        if (const uint64_t bits = edges(t.searched_words)) t.last_edge = last_of(t.searched_words, bits);
-    const uint64_t here = edges(word) & (~uint64_t(0) >> (63 - x % 64));
-    const int32_t edge = here ? last_of(word, here) : t.last_edge;
-    return edge < 0 ? &s.root : t.ends[edge];
+    if (const uint64_t here = edges(word) & (~uint64_t(0) >> (63 - x % 64))) return t.ends[last_of(word, here)];
+    for (int32_t w = word - 1; w >= t.searched_words; --w)
+        if (const uint64_t bits = edges(w)) {
+            t.last_edge = last_of(w, bits);
+            break;
+        }
+    t.searched_words = word;
+    return t.last_edge < 0 ? &s.root : t.ends[t.last_edge];
 }
 
 void start_line(Tracer& t) {
@@ -157,14 +182,14 @@ bool reserve_line(Search& s, int64_t corners) {
 
 int64_t trace_line(Search& s, Tracer& t, int32_t y) {
     start_line(t);
-    TarnCONTOUR* at_x2 = nullptr;
+    TarnCONTOUR* at[2] = {};
     for (int64_t i = 0; i < t.stretch_count; ++i) {
         const k::Stretch& stretch = t.stretches[i];
-        TarnCONTOUR* at_x1 = arriving_at_start(t, i, at_x2);
-        at_x2 = t.ends[stretch.x2];
-        const Joined joined = join(s, t, stretch, at_x1, at_x2, y);
+        at[0] = arriving_at_start(t, i, at[1]);
+        at[1] = t.ends[stretch.x[1]];
+        const Joined joined = join(s, t, stretch, at, y);
         if (!joined.closed) continue;
-        TarnCONTOUR* parent = contour_before(s, t, stretch.x1);
+        TarnCONTOUR* parent = contour_before(s, t, stretch.x[0]);
         const int64_t status = stretch.above ? deliver_outer(s, joined.contour, parent)
                                              : deliver_hole(s, joined.contour, parent);
         if (status < 0) return status;
@@ -177,14 +202,15 @@ int64_t trace_line(Search& s, Tracer& ones, Tracer& zeros, int32_t y) {
     start_line(zeros);
     // Inside of the image both have the same stretches; on each, one has its region above, the other below.
     const bool crossing = ones.diagonal && zeros.diagonal;
-    TarnCONTOUR *ones_at_x2 = nullptr, *zeros_at_x2 = nullptr;
+    TarnCONTOUR *at1[2] = {}, *at0[2] = {};
     for (int64_t i = 0; i < ones.stretch_count; ++i) {
         const k::Stretch &stretch1 = ones.stretches[i], &stretch0 = zeros.stretches[i];
-        TarnCONTOUR *ones_at_x1 = arriving_at_start(ones, i, ones_at_x2), *zeros_at_x1 = arriving_at_start(zeros, i, zeros_at_x2);
-        ones_at_x2 = ones.ends[stretch1.x2];
-        zeros_at_x2 = zeros.ends[stretch0.x2];
-        const Joined joined1 = join(s, ones, stretch1, ones_at_x1, ones_at_x2, y);
-        const Joined joined0 = join(s, zeros, stretch0, zeros_at_x1, zeros_at_x2, y);
+        at1[0] = arriving_at_start(ones, i, at1[1]);
+        at0[0] = arriving_at_start(zeros, i, at0[1]);
+        at1[1] = ones.ends[stretch1.x[1]];
+        at0[1] = zeros.ends[stretch0.x[1]];
+        const Joined joined1 = join(s, ones, stretch1, at1, y);
+        const Joined joined0 = join(s, zeros, stretch0, at0, y);
         if (!joined1.closed && !joined0.closed) continue;
 
         // The outline of the region above can close as an outer one here, that of the region below as a hole.
@@ -192,8 +218,8 @@ int64_t trace_line(Search& s, Tracer& ones, Tracer& zeros, int32_t y) {
         Tracer &over = one_above ? ones : zeros, &under = one_above ? zeros : ones;
         const Joined &outer = one_above ? joined1 : joined0, &hole = one_above ? joined0 : joined1;
         // A region that ends on this stretch lies next to the outline under it.
-        TarnCONTOUR* outer_parent = crossing ? contour_before(s, over, stretch1.x1) : hole.contour;
-        TarnCONTOUR* hole_parent = contour_before(s, under, stretch1.x1);
+        TarnCONTOUR* outer_parent = crossing ? contour_before(s, over, stretch1.x[0]) : hole.contour;
+        TarnCONTOUR* hole_parent = contour_before(s, under, stretch1.x[0]);
         const int64_t status = !hole.closed    ? deliver_outer(s, outer.contour, outer_parent)
                                : !outer.closed ? deliver_hole(s, hole.contour, hole_parent)
                                                : deliver_both(s, hole.contour, hole_parent, outer.contour, outer_parent);

@@ -91,14 +91,14 @@ Status find_stretches(const void* above, const void* below, int32_t width, int32
             const int32_t x = int32_t(64 * w);
             for (uint64_t starts = (differ & ~left) | four; starts; starts &= starts - 1, ++start) {
                 const int i = trailing_zeros(starts);
-                start->x1 = x + i;
-                start->up1 = uint8_t(start_up >> i & 1);
+                start->x[0] = x + i;
+                start->up[0] = uint8_t(start_up >> i & 1);
                 start->above = uint8_t(a >> i & 1);
             }
             for (uint64_t ends = (left & ~differ) | four; ends; ends &= ends - 1, ++end) {
                 const int i = trailing_zeros(ends);
-                end->x2 = x + i;
-                end->up2 = uint8_t(end_up >> i & 1);
+                end->x[1] = x + i;
+                end->up[1] = uint8_t(end_up >> i & 1);
                 end->unused = 0;
             }
         }

@@ -7,12 +7,12 @@
 
 namespace tarn::k {
 
-// A stretch of outline on the line between two rows: from corner x1 to corner x2 one pixel above or below the line is set and
-// the other is not, everywhere the same one. At either end the outline goes on along a vertical edge, up or down.
+// A stretch of outline on the line between two rows: along it, of the pixels above and below the line one is set and the other
+// is not, everywhere the same one. At either end the outline goes on along a vertical edge, up or down.
 struct Stretch {
-    int32_t x1, x2;       // 0 <= x1 < x2 <= width
-    uint8_t up1, up2;     // 1: goes on upwards at that end, 0: downwards
-    uint8_t above;        // 1: the row above is set along the stretch, 0: the row below
+    int32_t x[2];   // its left and right end, 0 <= x[0] < x[1] <= width
+    uint8_t up[2];  // at each end, 1: goes on upwards, 0: downwards
+    uint8_t above;  // 1: the row above is set along the stretch, 0: the row below
     uint8_t unused;
 };
 
