@@ -12,6 +12,9 @@ constexpr Command kCommands[] = {
      "destination, source, region (null: all), value range lo and hi (null: none),\n"
      "  interpolation code (3 nearest, 4 linear, 5 cubic, 6 lanczos)",
      "tarn scale-resize photo.jpg -o small.png --size 320x200 --interpolation cubic", setup_scale_resize},
+    {"contour-find", "tarn::contour::find", "outlines of regions, over the picture or as nested polygons",
+     "output object, source (one channel of u8), flags (1 ones, 2 zeros; 4 zeros, 8 ones connect diagonally)",
+     "tarn contour-find photo.jpg --otsu --diagonal ones -o outlines.svg", setup_contour_find},
     {"ops", nullptr, "list the 200 operation slots of the module", nullptr, "tarn ops --kind implemented", setup_ops},
     {"info", nullptr, "tell about the module and the processor", nullptr, "tarn info --json", setup_info},
     {"help", nullptr, "tell about a command or an operation", nullptr, "tarn help scale-resize", setup_help},
@@ -60,6 +63,7 @@ constexpr Summary kSummaries[] = {
     {"tarn::initmorphstate", "prepare the state of a morphology operation"},
     {"tarn::morphop-n", "erode, dilate, open, close and the like"},
     {"tarn::contour::find", "boundaries of regions as nested polygons"},
+    {"tarn::multi-line-neuronet", "evaluate a fully connected network on rows of samples"},
 };
 }  // namespace
 

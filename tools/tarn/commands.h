@@ -37,6 +37,8 @@ Run setup_copy(CLI::App& app);
 Run setup_neuronet(CLI::App& app);
 // geometry.cpp
 Run setup_scale_resize(CLI::App& app);
+// contours.cpp
+Run setup_contour_find(CLI::App& app);
 // about.cpp
 Run setup_ops(CLI::App& app);
 Run setup_info(CLI::App& app);

@@ -1,6 +1,6 @@
 // Rows as bits, 64 pixels a word: ends of runs are then the set bits of the row XORed with itself shifted by one, found by
-// counting trailing zeros, and words that equal those of the row above are skipped whole. An outline can turn only where the
-// two rows begin or cease to differ, or where they differ and both change.
+// counting trailing zeros, and words that equal those of the row above are skipped whole. Between two rows, outlines run where
+// they differ, and turn where they begin or cease to, or where they differ and both change.
 #include "kernels/contour.h"
 
 #include "kernels/body.h"
@@ -65,11 +65,13 @@ Status binarise_u8_c1(const void* src, int32_t src_stride, void* bits, int32_t b
     return kOk;
 }
 
-Status find_corners(const void* above, const void* below, int32_t width, Corner* corners, int64_t* count) {
-    if (Status s = check({width, 1}, above, below, corners, count)) return s;
+Status find_stretches(const void* above, const void* below, int32_t width, int32_t diagonal, Stretch* stretches,
+                      int32_t* count) {
+    if (Status s = check({width, 1}, above, below, stretches, count)) return s;
+    const uint64_t join = diagonal ? ~uint64_t(0) : 0;
     const int64_t whole = width / 64, rest = width % 64;
-    Corner* out = corners;
-    uint64_t a_before = 0, differ_before = 0;  // the pixel left of the word, in the lowest bit
+    Stretch *start = stretches, *end = stretches;  // whose start, whose end comes next
+    uint64_t a_before = 0, differ_before = 0;      // the pixel left of the word, in the lowest bit
     for (int64_t w = 0; w <= whole; ++w) {
         uint64_t a = 0, b = 0;
         if (w < whole) {
@@ -80,18 +82,30 @@ Status find_corners(const void* above, const void* below, int32_t width, Corner*
             a = load_word(above, w) & inside;
             b = load_word(below, w) & inside;
         }
-        const uint64_t differ = a ^ b, left = differ << 1 | differ_before, up = a ^ (a << 1 | a_before);
-        uint64_t turns = (differ ^ left) | (differ & left & up);
-        while (turns) {
-            const int i = trailing_zeros(turns);
-            const auto bit = [i](uint64_t word) { return uint32_t(word >> i) & 1; };
-            *out++ = {int32_t(64 * w + i), bit(up) * kEdgeUp | bit(left) * kEdgeLeft | bit(differ) * kEdgeRight | bit(a) * kAboveSet};
-            turns &= turns - 1;
+        const uint64_t differ = a ^ b;
+        if (differ | differ_before) {
+            // Bit i speaks of the corner left of pixel i.
+            const uint64_t left = differ << 1 | differ_before, up = a ^ (a << 1 | a_before);
+            const uint64_t four = differ & left & up;
+            const uint64_t end_up = (up & ~four) | (four & (join ^ ~a)), start_up = (up & ~four) | (four & ~end_up);
+            const int32_t x = int32_t(64 * w);
+            for (uint64_t starts = (differ & ~left) | four; starts; starts &= starts - 1, ++start) {
+                const int i = trailing_zeros(starts);
+                start->x[0] = x + i;
+                start->up[0] = uint8_t(start_up >> i & 1);
+                start->above = uint8_t(a >> i & 1);
+            }
+            for (uint64_t ends = (left & ~differ) | four; ends; ends &= ends - 1, ++end) {
+                const int i = trailing_zeros(ends);
+                end->x[1] = x + i;
+                end->up[1] = uint8_t(end_up >> i & 1);
+                end->unused = 0;
+            }
         }
         a_before = a >> 63;
         differ_before = differ >> 63;
     }
-    *count = out - corners;
+    *count = int32_t(end - stretches);
     return kOk;
 }
 
