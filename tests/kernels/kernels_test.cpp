@@ -33,8 +33,6 @@ TEST(kernels, net) { tarn::cases::net_cases(Check{}); }
 TEST(kernels, resize) { tarn::cases::resize_cases(Check{}); }
 TEST(kernels, set) { tarn::cases::set_cases(Check{}); }
 TEST(kernels, stats) { tarn::cases::stats_cases(Check{}); }
-TEST(kernels, mapping) { tarn::cases::mapping_cases(Check{}); }
-TEST(kernels, mirror) { tarn::cases::mirror_cases(Check{}); }
 
 // Last: runs behind the families, in the order of this file.
 TEST(kernels_coverage, every_kernel_has_a_case) {
