@@ -249,8 +249,6 @@ def digits_section(demo):
     demo.body.append(f"<p><code>tarn {html.escape(' '.join(arguments))} --labels labels.npy --classes -o shares.npy</code></p>")
 
 
-SECTIONS = [("resize", "Resampling", resize_section), ("digits", "Handwritten digits", digits_section),
-            ("depth", "16 bits and float", depth_section), ("copy", "Copying and formats", copy_section)]
 def contour_section(demo):
     demo.section("contours", "Outlines", "tarn::contour::find gives the boundaries of regions as closed polygons on pixel corners, "
                  "nested as the regions are, in one pass. Drawn over the pictures: outer outlines red, holes blue; of both values, "
@@ -272,8 +270,13 @@ def contour_section(demo):
     demo.figures(figures)
 
 
-SECTIONS = [("resize", "Resampling", resize_section), ("depth", "16 bits and float", depth_section),
-            ("copy", "Copying and formats", copy_section), ("contours", "Outlines", contour_section)]
+SECTIONS = [
+    ("resize", "Resampling", resize_section),
+    ("contours", "Outlines", contour_section),
+    ("digits", "Handwritten digits", digits_section),
+    ("depth", "16 bits and float", depth_section),
+    ("copy", "Copying and formats", copy_section),
+]
 
 
 def main():
