@@ -13,6 +13,7 @@
 //   kTaps                                     2, 4 or 6
 //   weights(const double* f, double (*w)[kBlock])   for kBlock positions at once: the weights of the taps around a position that lies f
 //                                             (0 <= f < 1) to the right of tap kTaps / 2 - 1; their sum is 1
+//   half(const Job&)                          with 2 taps: one channel at exactly half the size
 #pragma once
 
 #include "kernels/resize_taps.h"
@@ -366,20 +367,24 @@ inline void store_rounded(float* to, const Lanes* v, __mmask64 mask) {
                               _mm512_mask_mov_ps(v[i], _mm512_cmp_ps_mask(v[i], v[i], _CMP_UNORD_Q), nan));
 }
 
-// Rows must be readable up to a multiple of 64 elements.
+// Rows must be readable up to a multiple of 64 elements. Inlined: handed over in memory, the rows' addresses would be read before
+// they have got there.
 template <int kTaps, bool kKept, class T>
-void blend_rows(const float* const* rows, const float* weight, int64_t n, T* dst) {
+[[gnu::always_inline]] inline void blend_rows(const float* const* rows, const float* weight, int64_t n, T* dst) {
     const float* r[kTaps];
     Lanes w[kTaps];
     for (int k = 0; k < kTaps; ++k) r[k] = rows[k], w[k] = _mm512_set1_ps(weight[k]);
     const __mmask64 carried = kKept ? 0x7777777777777777 : ~__mmask64(0);
-    for (int64_t i = 0; i < n; i += 64) {
+    const auto blend = [&](int64_t i, __mmask64 mask) {
         Lanes v[4];
 #pragma GCC unroll 4
         for (int part = 0; part < 4; ++part)
             v[part] = sum_of<kTaps, false>([&](int k) { return load(r[k] + i + 16 * part); }, [&](int k) { return w[k]; });
-        store_rounded(dst + i, v, n - i >= 64 ? carried : carried & ((__mmask64(1) << (n - i)) - 1));
-    }
+        store_rounded(dst + i, v, mask);
+    };
+    int64_t i = 0;
+    for (; n - i >= 64; i += 64) blend(i, carried);
+    if (i < n) blend(i, carried & ((__mmask64(1) << (n - i)) - 1));
 }
 
 #else
@@ -419,6 +424,8 @@ Status resample(const Job& j, int channels) {
     constexpr int64_t kElements = kStripElements<kTaps>;
     constexpr int64_t kRow = 6 * kElements + 256;  // planes; or twice a strip, the taps, and two windows more
     if (Status s = check(j)) return s;
+    if constexpr (kTaps == 2)
+        if (channels == 1 && halves(j)) return Filter::template half<T>(j);
     const int64_t width = j.dst_size.width, height = j.dst_size.height;
 
     Scratch scratch(j.allocator);
