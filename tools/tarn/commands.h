@@ -39,6 +39,17 @@ Run setup_neuronet(CLI::App& app);
 Run setup_scale_resize(CLI::App& app);
 // contours.cpp
 Run setup_contour_find(CLI::App& app);
+// conversion.cpp
+Run setup_convert_scale(CLI::App& app);
+Run setup_cvtorigin(CLI::App& app);
+Run setup_cvtorigin_n(CLI::App& app);
+Run setup_cvtvrange_n(CLI::App& app);
+Run setup_cvtvrange_v(CLI::App& app);
+Run setup_reshape(CLI::App& app);
+// statistics.cpp
+Run setup_count_in_range(CLI::App& app);
+Run setup_mean(CLI::App& app);
+Run setup_minmax(CLI::App& app);
 // about.cpp
 Run setup_ops(CLI::App& app);
 Run setup_info(CLI::App& app);
