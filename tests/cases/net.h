@@ -1,5 +1,5 @@
-// Cases of the fully connected networks: the product against its order of summation written out, the activations against
-// their formulas in double.
+// Cases of the fully connected networks: the product against its order of summation written out, the activations
+// against their formulas in double.
 #pragma once
 
 #include <cmath>
@@ -31,8 +31,8 @@ inline Case net_product_case(const char* name, bool with_bias, Values values, in
     c.planes[1].size_of = [columns](Size n) { return Size{columns(n), n.width}; };
     c.planes[2].size_of = [](Size n) { return Size{n.width, 1}; };
     c.run = [=](const View* v, Size n) {
-        return k::net_product_f32(v[0].data, v[0].stride, v[1].data, v[1].stride, with_bias ? v[2].data : nullptr, v[3].data,
-                                  v[3].stride, 4 * step, columns(n), n);
+        return k::net_product_f32(v[0].data, v[0].stride, v[1].data, v[1].stride, with_bias ? v[2].data : nullptr,
+                                  v[3].data, v[3].stride, 4 * step, columns(n), n);
     };
     c.expect = [=](const View* v, Size n) {
         for (int r = 0; r < n.height; ++r)
@@ -97,7 +97,8 @@ void net_cases(Visit&& visit) {
     visit(net_product_case("net_product_f32 of every second float", true, Values::unit, 2));
     visit(net_case("net_exp_f32", k::net_exp_f32, 1, [](double x) { return std::exp(x); }));
     // Three roundings: of e^x, of the sum and of the quotient.
-    visit(net_case("net_sigmoid_f32", k::net_sigmoid_f32, 3, [](double x) { return 1 / (1 + double(float(std::exp(-x)))); }));
+    visit(net_case("net_sigmoid_f32", k::net_sigmoid_f32, 3,
+                   [](double x) { return 1 / (1 + double(float(std::exp(-x)))); }));
     visit(net_case("net_mirrored_sigmoid_f32", k::net_mirrored_sigmoid_f32, 3,
                    [](double x) { return 1 / (1 + double(float(std::exp(x)))); }));
     visit(net_case("net_rectifier_f32", k::net_rectifier_f32, 0, [](double x) { return x < 0 ? 0 : x; }));

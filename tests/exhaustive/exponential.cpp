@@ -1,5 +1,6 @@
-// Walks all 2^32 floats through the exponential kernel: its greatest error against the C library's double exp (whose own error
-// is below 2^-29 of a float's last place), and the same bits at every level this machine has. Minutes; ./dev exhaustive.
+// Walks all 2^32 floats through the exponential kernel: its greatest error against the C library's double exp (whose
+// own error is below 2^-29 of a float's last place), and the same bits at every level this machine has. Minutes; ./dev
+// exhaustive.
 #include <bit>
 #include <cmath>
 #include <cstdio>
@@ -27,8 +28,10 @@ void check(uint32_t bits, float got, Worst& worst) {
     const float x = std::bit_cast<float>(bits);
     const double exact = std::exp(double(x));
     const float nearest = float(exact);
-    if (std::isnan(x)) worst.failures += std::bit_cast<uint32_t>(got) != 0x7fc00000;
-    else if (std::isinf(nearest) || nearest == 0) worst.failures += got != nearest || std::signbit(got);
+    if (std::isnan(x))
+        worst.failures += std::bit_cast<uint32_t>(got) != 0x7fc00000;
+    else if (std::isinf(nearest) || nearest == 0)
+        worst.failures += got != nearest || std::signbit(got);
     else {
         const double ulps = std::fabs(got - exact) / unit_at(exact);
         worst.not_nearest += got != nearest;
@@ -58,9 +61,11 @@ int main() {
         for (uint32_t i = 0; i < kPiece; ++i) check(uint32_t(first) + i, got[i], worst);
     }
     const float x = std::bit_cast<float>(worst.bits);
-    std::printf("exponential, all 2^32 floats, levels 0 to %d: greatest error %.5f ulp at %.9g (%a); %llu not the nearest float;\n"
-                "%llu beyond 1 ulp or wrong at the ends; %llu blocks with other bits at a lower level\n",
-                highest, worst.ulps, double(x), double(x), static_cast<unsigned long long>(worst.not_nearest),
-                static_cast<unsigned long long>(worst.failures), static_cast<unsigned long long>(other_bits));
+    std::printf(
+        "exponential, all 2^32 floats, levels 0 to %d: greatest error %.5f ulp at %.9g (%a); %llu not the nearest "
+        "float;\n"
+        "%llu beyond 1 ulp or wrong at the ends; %llu blocks with other bits at a lower level\n",
+        highest, worst.ulps, double(x), double(x), static_cast<unsigned long long>(worst.not_nearest),
+        static_cast<unsigned long long>(worst.failures), static_cast<unsigned long long>(other_bits));
     return worst.failures || other_bits ? 1 : 0;
 }

@@ -68,18 +68,37 @@ TEST(mlnn, activations_of_single_values) {
         double expected;
     };
     const Row rows[] = {
-        {0, -3.5f, -3.5},   {0, kInf, kInf},
-        {3, 2.0f, 1 / (1 + std::exp(2.0))}, {3, 0.0f, 0.5}, {3, kInf, 0}, {3, -kInf, 1}, {3, 200.0f, 0}, {3, -200.0f, 1},
-        {4, 0.0f, 0.5}, {4, 2.0f, 1 / (1 + std::exp(-2.0))}, {4, kInf, 1}, {4, -kInf, 0}, {4, -88.0f, 1 / (1 + std::exp(88.0))},
-        {5, -3.0f, 0}, {5, 3.0f, 3}, {5, -kInf, 0}, {5, kInf, kInf},
-        {6, -3.0f, -0.03f}, {6, 3.0f, 3}, {6, -kInf, -kInf}, {6, 0.0f, 0},
-        {7, 5.0f, 1}, {7, -1e30f, 1},
+        {0, -3.5f, -3.5},
+        {0, kInf, kInf},
+        {3, 2.0f, 1 / (1 + std::exp(2.0))},
+        {3, 0.0f, 0.5},
+        {3, kInf, 0},
+        {3, -kInf, 1},
+        {3, 200.0f, 0},
+        {3, -200.0f, 1},
+        {4, 0.0f, 0.5},
+        {4, 2.0f, 1 / (1 + std::exp(-2.0))},
+        {4, kInf, 1},
+        {4, -kInf, 0},
+        {4, -88.0f, 1 / (1 + std::exp(88.0))},
+        {5, -3.0f, 0},
+        {5, 3.0f, 3},
+        {5, -kInf, 0},
+        {5, kInf, kInf},
+        {6, -3.0f, -0.03f},
+        {6, 3.0f, 3},
+        {6, -kInf, -kInf},
+        {6, 0.0f, 0},
+        {7, 5.0f, 1},
+        {7, -1e30f, 1},
     };
     for (const Row& r : rows) {
         SCOPED_TRACE(testing::Message() << "activation " << r.activation << " of " << r.value);
         const float got = activate_one(r.value, r.activation);
-        if (std::isinf(r.expected) || r.expected == 0) EXPECT_EQ(got, float(r.expected));
-        else EXPECT_LE(ulps(got, r.expected), 2) << got;
+        if (std::isinf(r.expected) || r.expected == 0)
+            EXPECT_EQ(got, float(r.expected));
+        else
+            EXPECT_LE(ulps(got, r.expected), 2) << got;
     }
     // NaN stays NaN, whatever its payload was, as one quiet NaN; so do a softmax's undefined shares.
     for (const int32_t activation : {0, 3, 4, 5, 6, 7})
@@ -128,16 +147,26 @@ TEST(mlnn, without_layers_does_nothing) {
 }
 
 TEST(mlnn, layers_in_turn_equal_their_formula_within_the_error_of_float_sums) {
-    // Shapes around the tiles and blocks, up to thousands; rows padded and upwards; with and without bias; one to four layers.
+    // Shapes around the tiles and blocks, up to thousands; rows padded and upwards; with and without bias; one to four
+    // layers.
     struct Row {
         int samples;
         std::vector<int> widths;
     };
-    const Row rows[] = {{1, {1, 1}}, {5, {1, 3, 1}}, {1, {16, 16}}, {3, {17, 5, 33}}, {4, {784, 256, 128, 10}}, {1, {784, 256, 128, 10}},
-                        {67, {31, 9, 15, 7, 2}}, {2, {3001, 2, 1500}}, {2050, {3, 2}}, {130, {64, 19}}};
+    const Row rows[] = {{1, {1, 1}},
+                        {5, {1, 3, 1}},
+                        {1, {16, 16}},
+                        {3, {17, 5, 33}},
+                        {4, {784, 256, 128, 10}},
+                        {1, {784, 256, 128, 10}},
+                        {67, {31, 9, 15, 7, 2}},
+                        {2, {3001, 2, 1500}},
+                        {2050, {3, 2}},
+                        {130, {64, 19}}};
     for (const Row& shape : rows)
         for (const bool upwards : {false, true}) {
-            SCOPED_TRACE(testing::Message() << shape.samples << " samples, " << shape.widths[0] << " columns, upwards " << upwards);
+            SCOPED_TRACE(testing::Message()
+                         << shape.samples << " samples, " << shape.widths[0] << " columns, upwards " << upwards);
             const size_t count = shape.widths.size() - 1;
             Array in = random(shape.widths[0], shape.samples, 5, 1, 12, upwards);
             Array out = output(shape.widths.back(), shape.samples, 8, upwards);
@@ -152,12 +181,13 @@ TEST(mlnn, layers_in_turn_equal_their_formula_within_the_error_of_float_sums) {
             ASSERT_EQ(mlnn(&out, &in, layers), 0);
             EXPECT_TRUE(out.intact());
             EXPECT_TRUE(in.intact());
-            for (int s = 0; s < shape.samples; s += shape.samples > 100 ? 97 : 1) {
+            for (int s = 0; s<shape.samples; s += shape.samples> 100 ? 97 : 1) {
                 std::vector<double> x(in.row<float>(s), in.row<float>(s) + shape.widths[0]), error(x.size(), 0.0);
                 for (size_t i = 0; i < count; ++i) {
                     std::vector<double> y, e;
                     for (int j = 0; j < shape.widths[i + 1]; ++j) {
-                        double sum = layers[i].bias ? arrays[2 * i + 1].at<float>(j, 0) : 0, size = std::fabs(sum), carried = 0;
+                        double sum = layers[i].bias ? arrays[2 * i + 1].at<float>(j, 0) : 0, size = std::fabs(sum),
+                               carried = 0;
                         for (size_t k = 0; k < x.size(); ++k) {
                             const double w = arrays[2 * i].at<float>(int(k), j);
                             sum += x[k] * w;
@@ -170,14 +200,16 @@ TEST(mlnn, layers_in_turn_equal_their_formula_within_the_error_of_float_sums) {
                     }
                     x = y, error = e;
                 }
-                for (size_t j = 0; j < x.size(); ++j) ASSERT_NEAR(out.at<float>(int(j), s), x[j], error[j]) << s << ", " << j;
+                for (size_t j = 0; j < x.size(); ++j)
+                    ASSERT_NEAR(out.at<float>(int(j), s), x[j], error[j]) << s << ", " << j;
             }
         }
 }
 
 TEST(mlnn, a_sample_has_the_same_bits_alone_and_in_any_batch) {
     for (const int features : {1, 15, 16, 100, 784, 2000}) {
-        Array in = random(features, 131, 2, 1), w = random(features, 37, 3, 1), b = random(37, 1, 4, 1), v = random(37, 11, 5, 1);
+        Array in = random(features, 131, 2, 1), w = random(features, 37, 3, 1), b = random(37, 1, 4, 1),
+              v = random(37, 11, 5, 1);
         const std::vector<TarnLayer> layers = {{&w, &b, 4, 0}, {&v, nullptr, 7, 0}};
         Array all = output(11, 131);
         ASSERT_EQ(mlnn(&all, &in, layers), 0);
@@ -189,7 +221,8 @@ TEST(mlnn, a_sample_has_the_same_bits_alone_and_in_any_batch) {
                 Array out = output(11, batch);
                 ASSERT_EQ(mlnn(&out, &some, layers), 0);
                 for (int r = 0; r < batch; ++r)
-                    ASSERT_EQ(memcmp(out.row<float>(r), all.row<float>(first + r), 44), 0) << features << ", " << batch << ", " << first;
+                    ASSERT_EQ(memcmp(out.row<float>(r), all.row<float>(first + r), 44), 0)
+                        << features << ", " << batch << ", " << first;
             }
     }
 }
@@ -206,8 +239,8 @@ TEST(mlnn, products_overflow_and_cancel_as_exact_fused_sums) {
         {{big, 1}, {big, 1}, kInf},
         {{tiny, 1}, {0.5f, 0}, 0},  // half the least denormal: a tie, to even
         {{tiny, 1}, {0.75f, 0}, tiny},
-        {{-0.0f}, {1}, 0},          // a chain starts at +0
-        {x, w, 0x1p-40f},           // two products of one lane: the square is not rounded before it is added
+        {{-0.0f}, {1}, 0},  // a chain starts at +0
+        {x, w, 0x1p-40f},   // two products of one lane: the square is not rounded before it is added
     };
     for (const Row& r : rows) {
         Array in = row_of(r.x), weights = row_of(r.w), out = output(1, 1);
@@ -266,13 +299,16 @@ TEST(mlnn, that_cannot_make_a_matrix_returns_minus_one_without_an_error_value) {
 
 TEST(mlnn, of_other_element_kinds_writes_no_byte_outside_of_its_output) {
     for (const LumoELEMTYPE type : {LUMO_U8, LUMO_S16, LUMO_S32, LUMO_U32, LUMO_F64}) {
-        Array in(type | LUMO_CHANNELS(1), 5, 3), w(type | LUMO_CHANNELS(1), 5, 4), out(type | LUMO_CHANNELS(1), 4, 3, 8);
+        Array in(type | LUMO_CHANNELS(1), 5, 3), w(type | LUMO_CHANNELS(1), 5, 4),
+            out(type | LUMO_CHANNELS(1), 4, 3, 8);
         in.fill(1), w.fill(2), out.fill(3);
         out.mat.cls = &in;
         const auto before = out.pixels();
         EXPECT_EQ(mlnn(&out, &in, {{&w, nullptr, 7, 0}}), 0);
         EXPECT_TRUE(out.intact()) << LumoELEMTYPEshow(type);
-        if (type == LUMO_U8 || type == LUMO_S16 || type == LUMO_U32) EXPECT_EQ(out.pixels(), before) << LumoELEMTYPEshow(type);
-        else EXPECT_NE(out.pixels(), before) << LumoELEMTYPEshow(type);
+        if (type == LUMO_U8 || type == LUMO_S16 || type == LUMO_U32)
+            EXPECT_EQ(out.pixels(), before) << LumoELEMTYPEshow(type);
+        else
+            EXPECT_NE(out.pixels(), before) << LumoELEMTYPEshow(type);
     }
 }

@@ -64,14 +64,16 @@ class Neuronet(driver.ProgramTest):
 
     def test_files_that_are_no_float_matrices_are_told_apart(self):
         self.put("w.npy", npy("(2, 3)", [0] * 6))
-        for data, words in ((b"", "is not a .npy file"), (b"\x93NUMPY\x01", "is not a .npy file"), (b"P6 1 1 255 abc", "is not a .npy file"),
-                            (npy("(1, 3)", [0] * 6, "<f8"), "'<f8', not 32-bit floats"), (npy("(1, 3)", [0] * 3, ">f4"), "not 32-bit floats"),
-                            (npy("(1, 3)", [0] * 3, order=True), "Fortran order"), (npy("(1, 1, 3)", [0] * 3), "1 x 1 x 3, not a matrix"),
-                            (npy("()", [0]), "not a matrix"), (npy("(0, 3)", []), "holds no values"), (npy("(2, 3)", [0] * 5), "ends too early"),
-                            (npy("(1, 3)", [0] * 4), "4 bytes behind"), (npy("(1, 3)", [0] * 3)[:40], "ends too early"),
-                            (npy("(-1, 3)", [0] * 3), "no shape"), (npy("(99999999999, 3)", [0] * 3), "too large"),
-                            (npy("(2147483647, 500000000)", [0] * 3), "ends too early"),
-                            (npy("(1, 3)", [0] * 3).replace(b"<f4", b"foo"), "not 32-bit floats")):
+        zeros = [0] * 6
+        for data, words in (
+                (b"", "is not a .npy file"), (b"\x93NUMPY\x01", "is not a .npy file"), (b"P6 1 1 255 abc", "is not a .npy file"),
+                (npy("(1, 3)", zeros, "<f8"), "'<f8', not 32-bit floats"), (npy("(1, 3)", zeros[:3], ">f4"), "not 32-bit floats"),
+                (npy("(1, 3)", zeros[:3]).replace(b"<f4", b"foo"), "not 32-bit floats"),
+                (npy("(1, 3)", zeros[:3], order=True), "Fortran order"), (npy("(1, 1, 3)", zeros[:3]), "1 x 1 x 3, not a matrix"),
+                (npy("()", [0]), "not a matrix"), (npy("(0, 3)", []), "holds no values"), (npy("(-1, 3)", zeros[:3]), "no shape"),
+                (npy("(2, 3)", zeros[:5]), "ends too early"), (npy("(1, 3)", zeros[:3])[:40], "ends too early"),
+                (npy("(2147483647, 500000000)", zeros[:3]), "ends too early"), (npy("(1, 3)", zeros[:4]), "4 bytes behind"),
+                (npy("(99999999999, 3)", zeros[:3]), "too large")):
             self.put("x.npy", data)
             self.no_net(1, "x.npy", words, "x.npy", "--layer", "w.npy", "-o", "y.npy")
         self.no_net(1, "none.npy", "no such file", "none.npy", "--layer", "w.npy", "-o", "y.npy")

@@ -249,7 +249,8 @@ def digit_image(values):
 
 def digits_section(demo):
     demo.section("digits", "Handwritten digits", "tarn::multi-line-neuronet evaluates a network of 64, 64, 32 and 10 neurons on "
-                 "360 digits that it was not trained on, most of them by other writers. Under each picture: the class that the network gives it and its share.")
+                 "360 digits that it was not trained on, most of them by other writers. Under each picture: the class that the "
+                 "network gives it and its share.")
     for name in os.listdir(os.path.join(demo.samples, "digits")):
         if name.endswith(".npy"):
             shutil.copy(os.path.join(demo.samples, "digits", name), os.path.join(demo.out, name))

@@ -1,10 +1,10 @@
 #!/usr/bin/env python3
 """Trains the digit classifier of samples/digits: 64-64-32-10, rectifiers and softmax, on 8 x 8 handwritten digits.
 
-The data are the 1797 digits that the distribution's package python3-sklearn ships (digits.csv.gz: 64 values of 0 to 16 and the
-class). They are ordered by writer: the first 1437 are trained on, the last 360, from other writers, are the test set. Inputs are
-divided by 16. Training shifts some pictures by up to one pixel; Adam (Kingma and Ba, 2015), cross-entropy, in double, from a
-fixed seed, so that the same numpy gives the same files.
+The data are the 1797 digits that the distribution's package python3-sklearn ships (digits.csv.gz: 64 values of 0 to 16
+and the class). They are ordered by writer: the first 1437 are trained on; the last 360, most of them by other writers,
+are the test set. Inputs are divided by 16. Training shifts some pictures by up to one pixel; Adam (Kingma and Ba, 2015),
+cross-entropy, in double, from a fixed seed, so that the same numpy gives the same files.
 
 Needs numpy; the data file is --data, or that of the installed package.
 """

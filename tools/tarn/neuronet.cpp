@@ -1,4 +1,5 @@
-// The command of the network operation: weights and samples from .npy files, results to a .npy file, or the classes they mean.
+// The command of the network operation: weights and samples from .npy files, results to a .npy file, or the classes
+// they mean.
 #include <algorithm>
 #include <iostream>
 
@@ -18,7 +19,7 @@ struct Neuronet {
 };
 
 struct Layer {
-    std::string name; // of the weights' file
+    std::string name;  // of the weights' file
     Matrix weights, bias;
     int32_t activation = TARN_ACTIVATION_NONE;
 };
@@ -35,8 +36,8 @@ constexpr struct {
 
 bool is_npy(const std::string& text) { return text.ends_with(".npy"); }
 
-// "weights.npy", "weights.npy,bias.npy", "weights.npy,softmax", "weights.npy,bias.npy,softmax"; inputs: the width of what
-// comes in, told as `from`.
+// "weights.npy", "weights.npy,bias.npy", "weights.npy,softmax", "weights.npy,bias.npy,softmax"; inputs: the width of
+// what comes in, told as `from`.
 Layer read_layer(const std::string& text, int32_t inputs, const std::string& from) {
     std::vector<std::string> parts;
     for (size_t begin = 0; begin <= text.size();) {
@@ -46,7 +47,8 @@ Layer read_layer(const std::string& text, int32_t inputs, const std::string& fro
     }
     const size_t files = size_t(std::count_if(parts.begin(), parts.end(), is_npy));
     if (!is_npy(parts[0]) || files > 2 || parts.size() > files + 1 || (files == 2 && !is_npy(parts[1])))
-        usage("--layer", "'" + text + "' is not a layer", "give WEIGHTS.npy, then if wanted BIAS.npy, then the activation");
+        usage("--layer", "'" + text + "' is not a layer",
+              "give WEIGHTS.npy, then if wanted BIAS.npy, then the activation");
     Layer layer;
     layer.name = parts[0];
     if (parts.size() > files) {
@@ -54,17 +56,23 @@ Layer read_layer(const std::string& text, int32_t inputs, const std::string& fro
         const auto* found = std::find_if(std::begin(kActivations), std::end(kActivations),
                                          [&](const auto& a) { return parts.back() == a.word; });
         for (const auto& a : kActivations) words += std::string(words.empty() ? "" : ", ") + a.word;
-        if (found == std::end(kActivations)) usage("--layer", "'" + parts.back() + "' is no activation", "choose one of " + words);
+        if (found == std::end(kActivations))
+            usage("--layer", "'" + parts.back() + "' is no activation", "choose one of " + words);
         layer.activation = found->code;
     }
     layer.weights = read_npy(parts[0]);
     if (layer.weights.columns != inputs)
-        fail(parts[0], "has rows of " + std::to_string(layer.weights.columns) + " weights, but " + from + " gives " + std::to_string(inputs) + " values",
-             "store a row per neuron, one weight per input; a transposed matrix is saved with numpy.ascontiguousarray(w.T)");
+        fail(parts[0],
+             "has rows of " + std::to_string(layer.weights.columns) + " weights, but " + from + " gives " +
+                 std::to_string(inputs) + " values",
+             "store a row per neuron, one weight per input; a transposed matrix is saved with "
+             "numpy.ascontiguousarray(w.T)");
     if (files == 2) {
         layer.bias = read_npy(parts[1]);
         if (layer.bias.values.size() != size_t(layer.weights.rows))
-            fail(parts[1], "has " + std::to_string(layer.bias.values.size()) + " values for the " + std::to_string(layer.weights.rows) + " neurons of " + parts[0],
+            fail(parts[1],
+                 "has " + std::to_string(layer.bias.values.size()) + " values for the " +
+                     std::to_string(layer.weights.rows) + " neurons of " + parts[0],
                  "give one value per neuron");
         layer.bias.columns = layer.weights.rows, layer.bias.rows = 1;
     }
@@ -77,20 +85,25 @@ void run_neuronet(const Neuronet& options) {
         usage("-o", "nothing is to be written or told", "give -o OUT.npy, --classes, --labels or --time");
     std::optional<OutputFile> out;
     if (!files.output.empty()) {
-        if (!is_npy(files.output)) usage("-o", "'" + files.output + "' does not end in .npy", "results are written as .npy");
+        if (!is_npy(files.output))
+            usage("-o", "'" + files.output + "' does not end in .npy", "results are written as .npy");
         out.emplace(files.output);
     }
     const Matrix samples = read_npy(files.inputs[0]);
     std::vector<Layer> layers;
     for (const std::string& text : options.layers) {
-        if (layers.empty()) layers.push_back(read_layer(text, samples.columns, files.inputs[0]));
-        else layers.push_back(read_layer(text, layers.back().weights.rows, layers.back().name));
+        if (layers.empty())
+            layers.push_back(read_layer(text, samples.columns, files.inputs[0]));
+        else
+            layers.push_back(read_layer(text, layers.back().weights.rows, layers.back().name));
     }
     Matrix labels;
     if (!options.labels.empty()) {
         labels = read_npy(options.labels);
         if (labels.values.size() != size_t(samples.rows))
-            fail(options.labels, "has " + std::to_string(labels.values.size()) + " classes for " + std::to_string(samples.rows) + " samples",
+            fail(options.labels,
+                 "has " + std::to_string(labels.values.size()) + " classes for " + std::to_string(samples.rows) +
+                     " samples",
                  "give one class per sample");
     }
 
@@ -112,7 +125,8 @@ void run_neuronet(const Neuronet& options) {
         const Progress progress("evaluating " + files.inputs[0]);
         LumoMAT output = result.view();
         const LumoMAT input = samples.view();
-        const std::string given = std::to_string(samples.rows) + " samples of " + std::to_string(samples.columns) + " values";
+        const std::string given =
+            std::to_string(samples.rows) + " samples of " + std::to_string(samples.columns) + " values";
         network.call<TarnMultiLineNeuronet>(given, &output, &input, uint64_t(records.size()), records.data());
     }
     if (out) {
@@ -126,7 +140,8 @@ void run_neuronet(const Neuronet& options) {
         classes.push_back(int32_t(std::max_element(row, row + result.columns) - row));
     }
     nlohmann::ordered_json told;
-    if (options.classes && options.json) told["classes"] = classes;
+    if (options.classes && options.json)
+        told["classes"] = classes;
     else if (options.classes)
         for (const int32_t c : classes) std::cout << c << "\n";
     if (!options.labels.empty()) {
@@ -139,7 +154,7 @@ void run_neuronet(const Neuronet& options) {
     if (!told.empty()) print_values(told, options.json);
     print_time(files, timing);
 }
-} // namespace
+}  // namespace
 
 Run setup_neuronet(CLI::App& app) {
     const auto options = std::make_shared<Neuronet>();
@@ -148,17 +163,20 @@ Run setup_neuronet(CLI::App& app) {
         ->type_name("")
         ->expected(1);
     app.add_option("--layer", options->layers,
-                   "a layer, the first one first: weights (a row per neuron), if wanted a bias (a value per neuron) and an activation: "
+                   "a layer, the first one first: weights (a row per neuron), if wanted a bias (a value per neuron) "
+                   "and an activation: "
                    "none (default), sigmoid, mirrored-sigmoid, rectifier, leaky-rectifier or softmax")
         ->required()
         ->allow_extra_args(false)
         ->type_name("W.npy[,B.npy][,ACT]");
     app.add_option("-o,--output", options->files.output, "results to write, a row per sample")->type_name("OUT.npy");
     app.add_flag("--classes", options->classes, "print each sample's class: the column of its largest result, from 0");
-    app.add_option("--labels", options->labels, "the samples' true classes; prints how many were found")->type_name("L.npy");
-    app.add_flag("--time", options->files.time, "print the milliseconds of the operation's call, best of several repeats");
+    app.add_option("--labels", options->labels, "the samples' true classes; prints how many were found")
+        ->type_name("L.npy");
+    app.add_flag("--time", options->files.time,
+                 "print the milliseconds of the operation's call, best of several repeats");
     add_json(app, options->json);
     return [options] { run_neuronet(*options); };
 }
 
-} // namespace tarn::tool
+}  // namespace tarn::tool

@@ -51,7 +51,7 @@ std::string describe(const std::vector<int64_t>& shape) {
     for (const int64_t n : shape) text += (text.empty() ? "" : " x ") + std::to_string(n);
     return text.empty() ? "a single value" : text;
 }
-} // namespace
+}  // namespace
 
 LumoMAT Matrix::view() const {
     return {"", LUMO_F32 | LUMO_CHANNELS(1), columns, rows, columns * 4, const_cast<float*>(values.data())};
@@ -67,7 +67,8 @@ Matrix read_npy(const std::string& path) {
         fail(path, "ends too early", "save it again; it may be a part of a file");
     };
     uint8_t start[8] = {};
-    if (std::fread(start, 1, 8, file.get()) != 8 || std::memcmp(start, "\x93NUMPY", 6) != 0 || start[6] < 1 || start[6] > 3)
+    if (std::fread(start, 1, 8, file.get()) != 8 || std::memcmp(start, "\x93NUMPY", 6) != 0 || start[6] < 1 ||
+        start[6] > 3)
         fail(path, "is not a .npy file", kRemedy);
     uint32_t header_bytes = 0;
     read(&header_bytes, start[6] == 1 ? 2 : 4);
@@ -77,13 +78,18 @@ Matrix read_npy(const std::string& path) {
 
     const std::string type = entry(header, "descr"), order = entry(header, "fortran_order");
     if (type.compare(1, 3, "<f4") != 0)
-        fail(path, "holds " + (type.empty() || type[0] == '[' ? "records" : "elements of type " + type.substr(0, type.find(','))) + ", not 32-bit floats",
+        fail(path,
+             "holds " +
+                 (type.empty() || type[0] == '[' ? "records" : "elements of type " + type.substr(0, type.find(','))) +
+                 ", not 32-bit floats",
              kRemedy);
     if (order.compare(0, 5, "False") != 0) fail(path, "holds its columns one after the other (Fortran order)", kRemedy);
     const std::vector<int64_t> shape = parse_shape(entry(header, "shape"), path);
-    if (shape.empty() || shape.size() > 2) fail(path, "holds " + describe(shape) + ", not a matrix", "save an array of one or two axes");
+    if (shape.empty() || shape.size() > 2)
+        fail(path, "holds " + describe(shape) + ", not a matrix", "save an array of one or two axes");
     const int64_t rows = shape.size() == 2 ? shape[0] : 1, columns = shape.back();
-    if (rows < 1 || columns < 1) fail(path, "holds no values (" + describe(shape) + ")", "save at least one row and column");
+    if (rows < 1 || columns < 1)
+        fail(path, "holds no values (" + describe(shape) + ")", "save at least one row and column");
     if (rows > INT32_MAX || columns > INT32_MAX / 4) fail(path, "is too large (" + describe(shape) + ")", "split it");
 
     // The size that the header tells is believed only when the file has it.
@@ -95,7 +101,8 @@ Matrix read_npy(const std::string& path) {
     if (there < needed)
         fail(path, "ends too early: " + std::to_string(there) + " of " + std::to_string(needed) + " bytes of values",
              "save it again; it may be a part of a file");
-    if (there > needed) fail(path, "has " + std::to_string(there - needed) + " bytes behind its values", "save it again");
+    if (there > needed)
+        fail(path, "has " + std::to_string(there - needed) + " bytes behind its values", "save it again");
     Matrix matrix{int32_t(rows), int32_t(columns), {}};
     matrix.values.resize(static_cast<size_t>(rows * columns));
     read(matrix.values.data(), static_cast<size_t>(needed));
@@ -118,4 +125,4 @@ void write_npy(OutputFile& file, const Matrix& matrix) {
         file.write_failed(errno);
 }
 
-} // namespace tarn::tool
+}  // namespace tarn::tool

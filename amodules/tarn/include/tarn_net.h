@@ -32,10 +32,12 @@ typedef struct TarnLayer {
  *   input   a sample per row; one channel of 32-bit floats
  *   count   number of layers; with 0 nothing is done
  *   layers  first layer first
- * Widths are not compared: weights must be as wide as their input, a bias at least as wide as its layer has neurons. Results do
- * not depend on the processor or on how many samples are given at once. A NaN result is always the quiet NaN 0x7fc00000.
- * Matrices of other element kinds are read as floats at the kind's element stride (s32, f64), or not computed at all (u8, s16, u32).
- * Returns 0, or -1 when a matrix could not be made: no error value, the code is in the low half of the error context's status. */
+ * Widths are not compared: weights must be as wide as their input, a bias must hold a value per neuron. Results do not
+ * depend on the processor or on how many samples are given at once. A NaN result is always the quiet NaN 0x7fc00000.
+ * Matrices of other element kinds are read as floats at the kind's element stride (s32, f64), or not computed at all (u8,
+ * s16, u32).
+ * Returns 0, or -1 when a matrix could not be made: no error value, but the code in the low half of the error context's
+ * status. */
 typedef int64_t (*TarnMultiLineNeuronet)(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* output, const LumoMAT* input,
                                          uint64_t count, const TarnLayer* layers);
 

@@ -1,6 +1,6 @@
-// Fully connected networks. Layers are computed in turn, each into a matrix of its own; two storages take turns, so that the
-// one about to be cleared never holds the layer's input. Rows do not depend on each other: a layer is computed in strips of rows
-// that are still in the cache when the activation comes to them.
+// Fully connected networks. Layers are computed in turn, each into a matrix of its own; two storages take turns, so
+// that the one about to be cleared never holds the layer's input. Rows do not depend on each other: a layer is computed
+// in strips of rows that are still in the cache when the activation comes to them.
 #include <stdlib.h>
 
 #include "ipp/operations.h"
@@ -15,13 +15,20 @@ constexpr int32_t kStrip = 256;
 // Null for no activation.
 const k::Kernel<k::NetActivation>* activation_of(int32_t code) {
     switch (code) {
-        case TARN_ACTIVATION_NONE: return nullptr;
-        case TARN_ACTIVATION_MIRRORED_SIGMOID: return &k::net_mirrored_sigmoid_f32;
-        case TARN_ACTIVATION_SIGMOID: return &k::net_sigmoid_f32;
-        case TARN_ACTIVATION_RECTIFIER: return &k::net_rectifier_f32;
-        case TARN_ACTIVATION_LEAKY_RECTIFIER: return &k::net_leaky_rectifier_f32;
-        case TARN_ACTIVATION_SOFTMAX: return &k::net_softmax_f32;
-        default: abort();  // deliberate: codes are trusted, and a network that means another function must not run
+        case TARN_ACTIVATION_NONE:
+            return nullptr;
+        case TARN_ACTIVATION_MIRRORED_SIGMOID:
+            return &k::net_mirrored_sigmoid_f32;
+        case TARN_ACTIVATION_SIGMOID:
+            return &k::net_sigmoid_f32;
+        case TARN_ACTIVATION_RECTIFIER:
+            return &k::net_rectifier_f32;
+        case TARN_ACTIVATION_LEAKY_RECTIFIER:
+            return &k::net_leaky_rectifier_f32;
+        case TARN_ACTIVATION_SOFTMAX:
+            return &k::net_softmax_f32;
+        default:
+            abort();  // deliberate: codes are trusted, and a network that means another function must not run
     }
 }
 
@@ -45,8 +52,8 @@ void compute_layer(const LumoMAT& y, const LumoMAT& x, const TarnLayer& layer) {
 
 }  // namespace
 
-int64_t op_mlnn(const QuelCALL*, QuelERR* err, KaSMEMSTG* storage, LumoMAT* output, const LumoMAT* input, uint64_t count,
-                const TarnLayer* layers) {
+int64_t op_mlnn(const QuelCALL*, QuelERR* err, KaSMEMSTG* storage, LumoMAT* output, const LumoMAT* input,
+                uint64_t count, const TarnLayer* layers) {
     const FloatState float_state;
     KaSMEMSTG own[2] = {};
     int64_t result = 0;

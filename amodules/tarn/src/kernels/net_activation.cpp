@@ -1,8 +1,9 @@
-// The activations of a fully connected layer, in place. Each element goes through the same operations at every level and at every
-// place of a row: plain loops, which compilers turn into vectors.
+// The activations of a fully connected layer, in place. Each element goes through the same operations at every level
+// and at every place of a row: plain loops, which compilers turn into vectors.
 //
-// The exponential is computed in double lanes: x = n ln 2 + r, a polynomial for e^r, the exponent n set by its bits, then one
-// rounding to float, which is what decides the error: just over half a unit in the last place, denormals included.
+// The exponential is computed in double lanes: x = n ln 2 + r, a polynomial for e^r, the exponent n set by its bits,
+// then one rounding to float, which is what decides the error: just over half a unit in the last place, denormals
+// included.
 #include "kernels/net.h"
 
 #include "kernels/body.h"
@@ -42,7 +43,8 @@ inline float exponential(float value) {
 // Up to sixteen elements, `step` floats apart, into a buffer filled up with `pad`, and back.
 inline void collect(float* buffer, const float* p, int64_t count, int64_t step, float pad) {
 #if defined(__AVX512F__)
-    if (step == 1) return _mm512_storeu_ps(buffer, _mm512_mask_loadu_ps(_mm512_set1_ps(pad), __mmask16((1u << count) - 1), p));
+    if (step == 1)
+        return _mm512_storeu_ps(buffer, _mm512_mask_loadu_ps(_mm512_set1_ps(pad), __mmask16((1u << count) - 1), p));
 #endif
     for (int64_t l = 0; l < kLanes; ++l) buffer[l] = l < count ? p[l * step] : pad;
 }
@@ -53,8 +55,8 @@ inline void spread(float* p, const float* buffer, int64_t count, int64_t step) {
     for (int64_t l = 0; l < count; ++l) p[l * step] = buffer[l];
 }
 
-// fn over a row, sixteen elements at a time: loops of a known length, which become vectors whole. The last ones and elements that
-// do not lie side by side pass through a buffer.
+// fn over a row, sixteen elements at a time: loops of a known length, which become vectors whole. The last ones and
+// elements that do not lie side by side pass through a buffer.
 template <class Fn>
 [[gnu::always_inline]] inline void sixteens(float* p, int64_t n, int64_t step, float pad, Fn fn) {
     int64_t i = 0;
@@ -89,8 +91,8 @@ inline T fold_lanes(const T (&lanes)[kLanes], Fold fold) {
     return fold(fold(by4[0], by4[2]), fold(by4[1], by4[3]));
 }
 
-// The softmax's steps over sixteen elements. GCC 12 unrolls such short loops before it could make vectors of them, so level 4
-// has them written out.
+// The softmax's steps over sixteen elements. GCC 12 unrolls such short loops before it could make vectors of them, so
+// level 4 has them written out.
 #if defined(__AVX512F__)
 inline __m512d low(__m512 v) { return _mm512_maskz_cvtps_pd(0xff, _mm512_castps512_ps256(v)); }
 inline __m512d high(__m512 v) { return low(_mm512_maskz_shuffle_f32x4(0xffff, v, v, 0xee)); }
@@ -105,7 +107,8 @@ inline void add_to(double* sums, const float* q) {
 inline void divide(float* q, double divisor) {
     const __m512 v = _mm512_loadu_ps(q);
     const __m512d d = _mm512_set1_pd(divisor);
-    const __m256 a = _mm512_maskz_cvtpd_ps(0xff, _mm512_div_pd(low(v), d)), b = _mm512_maskz_cvtpd_ps(0xff, _mm512_div_pd(high(v), d));
+    const __m256 a = _mm512_maskz_cvtpd_ps(0xff, _mm512_div_pd(low(v), d)),
+                 b = _mm512_maskz_cvtpd_ps(0xff, _mm512_div_pd(high(v), d));
     const __m256 nan = _mm256_castsi256_ps(_mm256_set1_epi32(kNan));
     _mm256_storeu_ps(q, _mm256_mask_blend_ps(_mm256_cmp_ps_mask(a, a, _CMP_UNORD_Q), a, nan));
     _mm256_storeu_ps(q + 8, _mm256_mask_blend_ps(_mm256_cmp_ps_mask(b, b, _CMP_UNORD_Q), b, nan));

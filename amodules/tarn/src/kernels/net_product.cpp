@@ -1,10 +1,10 @@
-// The matrix product of a fully connected layer. Samples and weights both run along k, so an output is a dot product of two
-// rows. Its order of summation is fixed: sixteen lanes, each a chain of fused multiply-adds, then one tree. A lane's chain
-// does not depend on the tile that an output is computed in, which gives a sample the same bits alone and in any batch, and
-// on every processor.
+// The matrix product of a fully connected layer. Samples and weights both run along k, so an output is a dot product of
+// two rows. Its order of summation is fixed: sixteen lanes, each a chain of fused multiply-adds, then one tree. A
+// lane's chain does not depend on the tile that an output is computed in, which gives a sample the same bits alone and
+// in any batch, and on every processor.
 //
-// Sixteen outputs make a tile: four samples by four neurons, or one sample by sixteen neurons. One AVX-512 register holds the
-// lanes of an output. The rows of a tile are used by as many tiles as the first-level cache allows.
+// Sixteen outputs make a tile: four samples by four neurons, or one sample by sixteen neurons. One AVX-512 register
+// holds the lanes of an output. The rows of a tile are used by as many tiles as the first-level cache allows.
 #include "kernels/net.h"
 
 #include "kernels/body.h"
@@ -15,7 +15,7 @@ namespace {
 constexpr int kLanes = 16;
 constexpr int kTile = 16;
 
-// ---- Lanes: the partial sums of one output, or sixteen elements of a row ----------------------------------------------------
+// ---- Lanes: the partial sums of one output, or sixteen elements of a row --------------------------------------------
 
 #if defined(__AVX512F__)
 
@@ -42,8 +42,12 @@ inline __m256 load_half(const float* p, int64_t n) {
 }
 inline Lanes zero() { return {_mm256_setzero_ps(), _mm256_setzero_ps()}; }
 inline Lanes load(const float* p) { return {_mm256_loadu_ps(p), _mm256_loadu_ps(p + 8)}; }
-inline Lanes load_part(const float* p, int64_t n) { return {load_half(p, n), n > 8 ? load_half(p + 8, n - 8) : _mm256_setzero_ps()}; }
-inline Lanes fma(Lanes a, Lanes b, Lanes c) { return {_mm256_fmadd_ps(a.lo, b.lo, c.lo), _mm256_fmadd_ps(a.hi, b.hi, c.hi)}; }
+inline Lanes load_part(const float* p, int64_t n) {
+    return {load_half(p, n), n > 8 ? load_half(p + 8, n - 8) : _mm256_setzero_ps()};
+}
+inline Lanes fma(Lanes a, Lanes b, Lanes c) {
+    return {_mm256_fmadd_ps(a.lo, b.lo, c.lo), _mm256_fmadd_ps(a.hi, b.hi, c.hi)};
+}
 inline float sum(Lanes a) {
     const __m256 by8 = _mm256_add_ps(a.lo, a.hi);
     const __m128 by4 = _mm_add_ps(_mm256_castps256_ps128(by8), _mm256_extractf128_ps(by8, 1));
@@ -68,8 +72,8 @@ inline Lanes load_part(const float* p, int64_t n) {
     memcpy(a.v, p, size_t(n) * sizeof(float));
     return a;
 }
-// A fused multiply-add without the instruction (Boldo and Melquiond, 2008): the product is exact in double; the sum, rounded to
-// odd with the help of its own error (Knuth's two-sum), keeps enough to be narrowed as if it had been exact.
+// A fused multiply-add without the instruction (Boldo and Melquiond, 2008): the product is exact in double; the sum,
+// rounded to odd with the help of its own error (Knuth's two-sum), keeps enough to be narrowed as if it had been exact.
 inline Lanes fma_by_rounding_to_odd(Lanes a, Lanes b, Lanes c) {
     Lanes r;
     for (int i = 0; i < kLanes; ++i) {
@@ -86,10 +90,11 @@ inline Lanes fma_by_rounding_to_odd(Lanes a, Lanes b, Lanes c) {
     return r;
 }
 #if defined(__SSE2__)
-// The plain sum in double, narrowed, is the same unless it lies half-way between two floats, where its own rounding may have
-// brought it, or narrows to a denormal, which has other half-ways.
+// The plain sum in double, narrowed, is the same unless it lies half-way between two floats, where its own rounding may
+// have brought it, or narrows to a denormal, which has other half-ways.
 inline Lanes fma(Lanes a, Lanes b, Lanes c) {
-    const __m128i dropped = _mm_set1_epi64x(0x1fffffff), half_way = _mm_set1_epi64x(0x1'10000000);  // the upper half never matches
+    const __m128i dropped = _mm_set1_epi64x(0x1fffffff);
+    const __m128i half_way = _mm_set1_epi64x(0x1'10000000);  // the upper half never matches
     const __m128d least_normal = _mm_set1_pd(0x1p-126), sign = _mm_set1_pd(-0.0), nothing = _mm_setzero_pd();
     Lanes r;
     __m128i doubtful = _mm_setzero_si128();
@@ -118,7 +123,7 @@ inline float sum(Lanes a) {
 
 #endif
 
-// ---- Tiles ------------------------------------------------------------------------------------------------------------------
+// ---- Tiles ----------------------------------------------------------------------------------------------------------
 
 // The sums of kRows x kNeurons outputs over k elements, into acc[row * stride + neuron].
 template <int kRows, int kNeurons>
@@ -147,8 +152,7 @@ constexpr uint32_t kNan = 0x7fc00000;
 // `neurons` of each.
 #if defined(__AVX512F__)
 
-// Lanes `distance` apart of a and of b: their sums, a's where the mask is 0, b's where it is 1. `other` brings each lane's
-// partner to the place of the lane.
+// Adds to each lane its partner: lanes of a where the mask is 0, lanes of b where it is 1. `other` brings the partners.
 inline __m512 fold(__m512 a, __m512 b, __mmask16 mask, __m512i other) {
     return _mm512_add_ps(_mm512_mask_blend_ps(mask, a, b), _mm512_permutex2var_ps(a, other, b));
 }
@@ -169,8 +173,10 @@ inline void finish(const Lanes* acc, const float* bias, float* const* y, int row
     constexpr __mmask8 kQuad = 0xf;
     const __mmask16 used = __mmask16((1u << neurons) - 1);
     if (bias) {
-        if constexpr (kPerRow == kTile) sums = _mm512_add_ps(sums, _mm512_maskz_loadu_ps(used, bias));
-        else sums = _mm512_add_ps(sums, _mm512_maskz_broadcast_f32x4(kAll, _mm_maskz_loadu_ps(__mmask8(used), bias)));
+        if constexpr (kPerRow == kTile)
+            sums = _mm512_add_ps(sums, _mm512_maskz_loadu_ps(used, bias));
+        else
+            sums = _mm512_add_ps(sums, _mm512_maskz_broadcast_f32x4(kAll, _mm_maskz_loadu_ps(__mmask8(used), bias)));
     }
     const __m512 nan = _mm512_castsi512_ps(_mm512_set1_epi32(kNan));
     sums = _mm512_mask_blend_ps(_mm512_cmp_ps_mask(sums, sums, _CMP_UNORD_Q), sums, nan);
@@ -182,7 +188,7 @@ inline void finish(const Lanes* acc, const float* bias, float* const* y, int row
         if (rows > 2) _mm_storeu_ps(y[2], _mm512_maskz_extractf32x4_ps(kQuad, sums, 2));
         if (rows > 3) _mm_storeu_ps(y[3], _mm512_maskz_extractf32x4_ps(kQuad, sums, 3));
     } else {
-        // Not by a masked store: GCC makes one instruction of it and the extraction, which faults for elements masked off.
+        // Not by a masked store: GCC makes one instruction of it and the extraction, which faults for masked elements.
         float all[kTile];
         _mm512_storeu_ps(all, sums);
         for (int r = 0; r < rows; ++r) memcpy(y[r], all + r * kPerRow, size_t(neurons) * sizeof(float));
@@ -207,8 +213,8 @@ inline void finish(const Lanes* acc, const float* bias, float* const* y, int row
 // A tile of kRows samples by kPerRow neurons. x, w and y hold an address for each of its rows; those beyond `rows` and
 // `neurons` repeat another one and are not stored.
 template <int kRows, int kPerRow>
-inline void tile(const float* const* x, const float* const* w, const float* bias, float* const* y, int64_t column, int64_t k,
-                 int rows, int neurons) {
+inline void tile(const float* const* x, const float* const* w, const float* bias, float* const* y, int64_t column,
+                 int64_t k, int rows, int neurons) {
     static_assert(kRows * kPerRow == kTile);
     constexpr int kStepRows = min(kRows, kRowsAtOnce), kStepNeurons = kRows == 1 ? kNeuronsAtOnce * 2 : kNeuronsAtOnce;
     Lanes acc[kTile];
@@ -242,8 +248,10 @@ float strided_output(const float* x, const float* w, const float* bias, int64_t 
     return result;
 }
 
-// Asks for part `part` of `parts` of the bytes of rows first..last - 1, to be in the second-level cache when they are needed.
-inline void ask_for(const void* data, int32_t stride, int64_t first, int64_t last, int64_t row_bytes, int64_t part, int64_t parts) {
+// Asks for part `part` of `parts` of the bytes of rows first..last - 1, to be in the second-level cache when they are
+// needed.
+inline void ask_for(const void* data, int32_t stride, int64_t first, int64_t last, int64_t row_bytes, int64_t part,
+                    int64_t parts) {
     constexpr int64_t kLine = 64;
     const int64_t lines = (row_bytes + kLine - 1) / kLine, end = (last - first) * lines * (part + 1) / parts;
     for (int64_t i = (last - first) * lines * part / parts; i < end; ++i)
@@ -262,8 +270,8 @@ Status net_product_f32(const void* x, int32_t x_stride, const void* w, int32_t w
         const int64_t step = element_stride / 4;
         for (int64_t r = 0; r < size.height; ++r)
             for (int64_t j = 0; j < size.width; ++j)
-                row<float>(y, y_stride, r)[j * step] = strided_output(row<float>(x, x_stride, r), row<float>(w, w_stride, j),
-                                                                      b ? b + j * step : nullptr, k, step);
+                row<float>(y, y_stride, r)[j * step] = strided_output(
+                    row<float>(x, x_stride, r), row<float>(w, w_stride, j), b ? b + j * step : nullptr, k, step);
         return kOk;
     }
     if (size.height == 1) {
@@ -287,7 +295,8 @@ Status net_product_f32(const void* x, int32_t x_stride, const void* w, int32_t w
         for (int64_t j = 0; j < size.width; j += 4) {
             addresses(w, w_stride, j, size.width, 4, ws);
             const int neurons = int(min<int64_t>(size.width - j, 4));
-            ask_for(x, x_stride, top + count, min<int64_t>(top + 2 * count, size.height), int64_t(k) * 4, j, size.width);
+            ask_for(x, x_stride, top + count, min<int64_t>(top + 2 * count, size.height), int64_t(k) * 4, j,
+                    size.width);
             for (int64_t r = 0; r < count; r += 4)
                 tile<4, 4>(xs + r, ws, b ? b + j : nullptr, ys + r, j, k, int(min<int64_t>(count - r, 4)), neurons);
         }
