@@ -250,30 +250,8 @@ def digits_section(demo):
 
 
 SECTIONS = [("resize", "Resampling", resize_section), ("digits", "Handwritten digits", digits_section),
-            ("depth", "16 bits and float", depth_section), ("copy", "Copying and formats", copy_section)]
-def contour_section(demo):
-    demo.section("contours", "Outlines", "tarn::contour::find gives the boundaries of regions as closed polygons on pixel corners, "
-                 "nested as the regions are, in one pass. Drawn over the pictures: outer outlines red, holes blue; of both values, "
-                 "outlines around ones red, around zeros blue.")
-    figures = []
-    for source, out, size, title, options in (
-            ("horse.png", "horse-outlines.svg", "400 × 328", "a silhouette", ("--threshold", "127", "--values", "zeros")),
-            ("coffee.png", "coffee-outlines.svg", "600 × 400", "Otsu's threshold", ("--otsu", "--diagonal", "ones")),
-            ("coffee.png", "coffee-outlines-both.svg", "600 × 400", "both values, each outline once",
-             ("--threshold", "60", "--values", "both", "--diagonal", "ones")),
-            ("retina.jpg", "retina-outlines.svg", "1411 × 1411", "a fundus photograph",
-             ("--threshold", "75", "--diagonal", "ones"))):
-        arguments = ["contour-find", demo.sample(source), *options, "-o", out]
-        took = demo.picture(*arguments)
-        polygons = json.loads(demo.run("contour-find", source, *options))["features"]
-        deepest = max(p["properties"]["depth"] for p in polygons)
-        title += f": {len(polygons)} outlines, {deepest + 1} deep"
-        figures.append(demo.figure(out, title, size, took, " ".join(arguments)))
-    demo.figures(figures)
-
-
-SECTIONS = [("resize", "Resampling", resize_section), ("depth", "16 bits and float", depth_section),
-            ("copy", "Copying and formats", copy_section), ("contours", "Outlines", contour_section)]
+            ("depth", "16 bits and float", depth_section), ("copy", "Copying and formats", copy_section),
+            ("contours", "Outlines", contour_section)]
 
 
 def main():
