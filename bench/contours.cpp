@@ -1,8 +1,8 @@
 // Contour find beside OpenCV's contour follower (whole tree, straight runs joined) and its labelling alone, on whole pictures.
-#include <cmath>
 #include <random>
 
 #include "bench.h"
+#include "image.h"
 #include "kernels/contour.h"
 #include "peer_opencv.h"
 #include "quel/host.h"
@@ -13,27 +13,15 @@ namespace {
 
 constexpr int kWidth = 1920, kHeight = 1080;
 
-// Smooth random waves over many scales, cut at their middle: regions of every size, as a thresholded photograph has.
-std::vector<uint8_t> natural() {
-    std::mt19937 rng(3);
-    std::vector<uint8_t> image(kWidth * kHeight);
-    std::vector<float> sum(image.size());
-    for (int octave = 0; octave < 6; ++octave) {
-        const int cell = 320 >> octave, columns = kWidth / cell + 2, rows = kHeight / cell + 2;
-        std::vector<float> knots(size_t(columns) * rows);
-        for (float& k : knots) k = float(int32_t(rng())) / 2147483648.0f * float(cell);
-        for (int y = 0; y < kHeight; ++y)
-            for (int x = 0; x < kWidth; ++x) {
-                const int i = x / cell, j = y / cell;
-                const auto ease = [](float t) { return t * t * (3 - 2 * t); };
-                const float u = ease(float(x % cell) / float(cell)), v = ease(float(y % cell) / float(cell));
-                const float* k = &knots[size_t(j) * columns + i];
-                sum[size_t(y) * kWidth + x] += (k[0] * (1 - u) + k[1] * u) * (1 - v) + (k[columns] * (1 - u) + k[columns + 1] * u) * v;
-            }
-    }
-    // A little grain, where the waves are close to the level.
-    for (size_t i = 0; i < image.size(); ++i) image[i] = sum[i] + float(int32_t(rng())) / 2147483648.0f * 6.0f > 0 ? 255 : 0;
-    return image;
+// A photograph, brought to this size and cut at Otsu's threshold.
+std::vector<uint8_t> photograph(const std::string& name) {
+    const tool::Image sample = tool::read_image(TARN_SAMPLES "/" + name);
+    const cv::Mat colour(sample.height(), sample.width(), CV_8UC3, const_cast<uint8_t*>(sample.row(0)), size_t(sample.stride));
+    cv::Mat grey, large, ones;
+    cv::cvtColor(colour, grey, cv::COLOR_RGB2GRAY);
+    cv::resize(grey, large, {kWidth, kHeight}, 0, 0, cv::INTER_CUBIC);
+    cv::threshold(large, ones, 0, 255, cv::THRESH_OTSU);
+    return {ones.data, ones.data + kWidth * kHeight};
 }
 
 std::vector<uint8_t> noise() {
@@ -90,7 +78,10 @@ void run(Bench& b) {
     const struct {
         const char* name;
         std::vector<uint8_t> image;
-    } pictures[] = {{"contours natural", natural()}, {"contours text", text()}, {"contours noise", noise()}};
+    } pictures[] = {{"contours rocket", photograph("rocket.jpg")},
+                    {"contours coffee", photograph("coffee.png")},
+                    {"contours text", text()},
+                    {"contours noise", noise()}};
     for (const auto& [name, image] : pictures) {
         const LumoMAT mat = {nullptr, LUMO_U8 | LUMO_CHANNELS(1), kWidth, kHeight, kWidth, const_cast<uint8_t*>(image.data())};
         const cv::Mat peer(kHeight, kWidth, CV_8UC1, const_cast<uint8_t*>(image.data()));

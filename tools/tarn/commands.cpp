@@ -74,7 +74,6 @@ constexpr Summary kSummaries[] = {
     {"tarn::filter", "filter by box, minimum, maximum or median"},
     {"tarn::initmorphstate", "prepare the state of a morphology operation"},
     {"tarn::morphop-n", "erode, dilate, open, close and the like"},
-    {"tarn::contour::find", "boundaries of regions as nested polygons"},
     {"tarn::multi-line-neuronet", "evaluate a fully connected network on rows of samples"},
 };
 }  // namespace

@@ -92,8 +92,8 @@ int64_t op_contr_find(const QuelCALL* call, QuelERR* err, KaSMEMSTG* storage, Ta
     make_root(s);
     const uint32_t mask = value_mask(flags);
     Tracer tracers[2] = {};
-    bool ready = KaPOOLopen(&s.contour_pool, &scratch, sizeof(TarnCONTOUR), 8, err) &&
-                 KaPOOLopen(&s.point_pool, &scratch, 2 * sizeof(TarnPOINT), 8, err);
+    bool ready = KaPOOLopen(&s.contour_pool, &scratch, kBlock * sizeof(TarnCONTOUR), 8, err) &&
+                 KaPOOLopen(&s.point_pool, &scratch, kBlock * 2 * sizeof(TarnPOINT), 8, err);
     for (int v = 0; v < 2; ++v)
         if (mask >> v & 1) ready = ready && open_tracer(tracers[v], &scratch, image->width, v, flags, err);
     const int64_t status = ready ? find(s, tracers, mask, *image) : -1;

@@ -21,6 +21,9 @@ struct Tracer {
     int32_t searched_words, last_edge;
 };
 
+// Contours and pairs of points are taken from the pools so many at a time.
+constexpr int kBlock = 16;
+
 // One call.
 struct Search {
     TarnCONTOURS* output;
@@ -72,7 +75,8 @@ inline void init_contour(TarnCONTOUR* c, uint32_t bits) {
 
 // ---- Tracing (contours_trace.cpp) -------------------------------------------------------------------------------------
 
-// Takes from the pools what one line can need at most. False when memory is out.
+// Takes from the pools what one line can need at most: a pair of points and a contour for each stretch. False when memory
+// is out.
 bool reserve_line(Search& s, int64_t stretches);
 
 // Follows the outlines along line y, between the tracer's two rows. Returns 0, or a callback's negative status.

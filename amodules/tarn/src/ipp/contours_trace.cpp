@@ -160,22 +160,22 @@ void start_line(Tracer& t) {
 
 }  // namespace
 
-bool reserve_line(Search& s, int64_t corners) {
-    // A stretch ends at a corner, takes a pair of points and starts one contour at most.
-    while (s.free_pair_count < corners) {
-        TarnPOINT* pair = static_cast<TarnPOINT*>(KaPOOLget(&s.point_pool, s.err));
-        if (!pair) return false;
-        pair[0].next = pair + 1;
-        pair[1].next = s.free_pairs;
-        s.free_pairs = pair;
-        ++s.free_pair_count;
+bool reserve_line(Search& s, int64_t stretches) {
+    while (s.free_pair_count < stretches) {
+        TarnPOINT* block = static_cast<TarnPOINT*>(KaPOOLget(&s.point_pool, s.err));
+        if (!block) return false;
+        for (int i = 0; i < 2 * kBlock; ++i) block[i].next = block + i + 1;
+        block[2 * kBlock - 1].next = s.free_pairs;
+        s.free_pairs = block;
+        s.free_pair_count += kBlock;
     }
-    while (s.free_contour_count < corners) {
-        TarnCONTOUR* c = static_cast<TarnCONTOUR*>(KaPOOLget(&s.contour_pool, s.err));
-        if (!c) return false;
-        c->next = s.free_contours;
-        s.free_contours = c;
-        ++s.free_contour_count;
+    while (s.free_contour_count < stretches) {
+        TarnCONTOUR* block = static_cast<TarnCONTOUR*>(KaPOOLget(&s.contour_pool, s.err));
+        if (!block) return false;
+        for (int i = 0; i < kBlock; ++i) block[i].next = block + i + 1;
+        block[kBlock - 1].next = s.free_contours;
+        s.free_contours = block;
+        s.free_contour_count += kBlock;
     }
     return true;
 }
