@@ -33,6 +33,23 @@ std::string operation_summary(const std::string& qualified);
 
 // elementwise.cpp
 Run setup_copy(CLI::App& app);
+Run setup_and(CLI::App& app);
+Run setup_or(CLI::App& app);
+Run setup_xor(CLI::App& app);
+Run setup_not(CLI::App& app);
+Run setup_cmp(CLI::App& app);
+Run setup_and_c(CLI::App& app);
+Run setup_or_c(CLI::App& app);
+Run setup_xor_c(CLI::App& app);
+Run setup_set(CLI::App& app);
+Run setup_cmp_c(CLI::App& app);
+Run setup_add_c(CLI::App& app);
+Run setup_sub_c(CLI::App& app);
+Run setup_mul_c(CLI::App& app);
+Run setup_add_n(CLI::App& app);
+Run setup_sub_n(CLI::App& app);
+Run setup_mul_n(CLI::App& app);
+Run setup_avgarith_n(CLI::App& app);
 // neuronet.cpp
 Run setup_neuronet(CLI::App& app);
 // geometry.cpp
