@@ -302,16 +302,12 @@ def contour_section(demo):
 
 SECTIONS = [
     ("resize", "Resampling", resize_section),
+    ("values", "Values", values_section),
     ("contours", "Outlines", contour_section),
     ("digits", "Handwritten digits", digits_section),
     ("depth", "16 bits and float", depth_section),
     ("copy", "Copying and formats", copy_section),
 ]
-SECTIONS = [("resize", "Resampling", resize_section), ("depth", "16 bits and float", depth_section),
-            ("values", "Values", values_section), ("copy", "Copying and formats", copy_section)]
-SECTIONS = [("resize", "Resampling", resize_section), ("digits", "Handwritten digits", digits_section),
-            ("depth", "16 bits and float", depth_section), ("copy", "Copying and formats", copy_section),
-            ("contours", "Outlines", contour_section)]
 
 
 def main():
