@@ -1,19 +1,12 @@
 // Cases of the contour kernels.
 #pragma once
 
-#include <cstring>
-
 #include "cases/case.h"
 #include "kernels/contour.h"
 
 namespace tarn::cases {
 
-// A row of bits as a plane: pairs of u32, low half first.
-inline Size bit_row(Size n) { return {(n.width + 63) / 64, 1}; }
-inline bool bit(const View& row, int x) {
-    return x >= 0 && row.row<uint32_t>(0)[x / 32] >> (x % 32) & 1;
-}
-
+// Rows of bits are planes of pairs of u32, low half first.
 inline Case binarise_case(const char* name, int value) {
     Plane bits = out<uint32_t>(2);
     bits.size_of = [](Size n) { return Size{(n.width + 63) / 64, n.height}; };
@@ -32,29 +25,37 @@ inline Case binarise_case(const char* name, int value) {
     return c;
 }
 
-inline Case find_corners_case() {
-    Plane bits = in<uint32_t>(2), corners = inout<uint32_t>(2), count = out<int32_t>(2);
-    bits.size_of = bit_row;
-    corners.size_of = [](Size n) { return Size{n.width + 1, 1}; };
+inline Case find_stretches_case(const char* name, bool diagonal) {
+    static_assert(sizeof(k::Stretch) == 12);
+    Plane bits = in<uint32_t>(2), stretches = inout<uint32_t>(3), count = out<int32_t>(1);
+    bits.size_of = [](Size n) { return Size{(n.width + 63) / 64, 1}; };
+    stretches.size_of = [](Size n) { return Size{n.width, 1}; };
     count.size_of = [](Size) { return Size{1, 1}; };
-    Case c{"find_corners", {bits, bits, corners, count}, {}, {}};
-    c.run = [](const View* v, Size n) {
-        int64_t count;
-        const Status status = k::find_corners(v[0].data, v[1].data, n.width, v[2].row<k::Corner>(0), &count);
-        memcpy(v[3].data, &count, sizeof count);
-        return status;
+    Case c{name, {bits, bits, stretches, count}, {}, {}};
+    c.run = [diagonal](const View* v, Size n) {
+        return k::find_stretches(v[0].data, v[1].data, n.width, int32_t(diagonal), v[2].row<k::Stretch>(0), v[3].row<int32_t>(0));
     };
-    c.expect = [](const View* v, Size n) {
-        int64_t found = 0;
+    c.expect = [diagonal](const View* v, Size n) {
+        const auto pixel = [&](int row, int x) {
+            return x >= 0 && x < n.width && (v[row].row<uint32_t>(0)[x / 32] >> (x % 32) & 1);
+        };
+        int32_t found = 0;
+        k::Stretch s = {};
         for (int x = 0; x <= n.width; ++x) {
-            const auto pixel = [&](int row, int at) { return at < n.width && bit(v[row], at); };
-            const bool up = pixel(0, x - 1) != pixel(0, x), down = pixel(1, x - 1) != pixel(1, x);
             const bool left = pixel(0, x - 1) != pixel(1, x - 1), right = pixel(0, x) != pixel(1, x);
-            if ((up || down) && (left || right))
-                v[2].row<k::Corner>(0)[found++] = {x, up * k::kEdgeUp | left * k::kEdgeLeft | right * k::kEdgeRight |
-                                                          pixel(0, x) * k::kAboveSet};
+            const bool up = pixel(0, x - 1) != pixel(0, x), down = pixel(1, x - 1) != pixel(1, x);
+            const bool turns = (left || right) && (up || down);
+            // Four edges: parted, the set pixel's own two edges go together; joined, the other pixel's.
+            const bool four = turns && left && right;
+            const bool end_up = four ? pixel(0, x - 1) != diagonal : up, start_up = four ? !end_up : up;
+            if (turns && left) {
+                s.x[1] = x;
+                s.up[1] = end_up;
+                v[2].row<k::Stretch>(0)[found++] = s;
+            }
+            if (turns && right) s = {{x, 0}, {start_up, 0}, pixel(0, x), 0};
         }
-        memcpy(v[3].data, &found, sizeof found);
+        *v[3].row<int32_t>(0) = found;
     };
     return c;
 }
@@ -63,7 +64,8 @@ template <class Visit>
 void contour_cases(Visit&& visit) {
     visit(binarise_case("binarise_u8_c1 nonzero", 1));
     visit(binarise_case("binarise_u8_c1 zero", 0));
-    visit(find_corners_case());
+    visit(find_stretches_case("find_stretches parted", false));
+    visit(find_stretches_case("find_stretches joined", true));
 }
 
 }  // namespace tarn::cases

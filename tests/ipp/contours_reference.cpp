@@ -11,15 +11,26 @@ struct Loop {
     Points points;  // canonical
     int value;      // of the region whose boundary it is
     int region;
+    int x, y;       // a pixel of it
     bool hole;
-    std::vector<uint8_t> inside;  // holes: the pixels that they hold
     int64_t area;
     int node = -1;
 };
 
-// Labels the regions of one value; -1 elsewhere. Returns their number.
-int label(const Bitmap& m, int value, bool diagonal, std::vector<int>& labels) {
-    labels.assign(m.pixels.size(), -1);
+// True when the loop runs around a pixel: an odd number of its vertical sides lie to the pixel's left.
+bool around(const Loop& loop, int x, int y) {
+    bool odd = false;
+    for (size_t i = 0; i < loop.points.size(); ++i) {
+        const auto& [x1, y1] = loop.points[i];
+        const auto& [x2, y2] = loop.points[i + 1 < loop.points.size() ? i + 1 : 0];
+        odd ^= x1 == x2 && x1 <= x && std::min(y1, y2) <= y && y < std::max(y1, y2);
+    }
+    return odd;
+}
+
+// The regions of one value, numbered; -1 elsewhere.
+std::vector<int> label(const Bitmap& m, int value, bool diagonal) {
+    std::vector<int> labels(m.pixels.size(), -1);
     int count = 0;
     std::vector<int> todo;
     for (int start = 0; start < int(m.pixels.size()); ++start) {
@@ -41,20 +52,20 @@ int label(const Bitmap& m, int value, bool diagonal, std::vector<int>& labels) {
         }
         ++count;
     }
-    return count;
+    return labels;
 }
 
 // Side s of a pixel, travelled with the pixel to the right: 0 top (east), 1 right (south), 2 bottom (west), 3 left (north).
 constexpr int kDx[] = {1, 0, -1, 0}, kDy[] = {0, 1, 0, -1};
 
 // The boundary loops of the regions of one value.
-void loops_of(const Bitmap& m, int value, bool diagonal, std::vector<Loop>& loops, std::vector<int>& labels) {
-    label(m, value, diagonal, labels);
+void loops_of(const Bitmap& m, int value, bool diagonal, std::vector<Loop>& loops) {
+    const std::vector<int> labels = label(m, value, diagonal);
     const auto region = [&](int x, int y) {
         return x < 0 || y < 0 || x >= m.width || y >= m.height ? -1 : labels[size_t(y) * m.width + x];
     };
     std::vector<uint8_t> used(m.pixels.size() * 4);
-    // The pixel beyond side s, and the two beside the corner where the side ends.
+    // The pixel beyond side s.
     constexpr int kOutX[] = {0, 1, 0, -1}, kOutY[] = {-1, 0, 1, 0};
     for (int y = 0; y < m.height; ++y)
         for (int x = 0; x < m.width; ++x)
@@ -80,17 +91,7 @@ void loops_of(const Bitmap& m, int value, bool diagonal, std::vector<Loop>& loop
                     px = nx, py = ny, ps = ns;
                 }
                 const int64_t twice = twice_area(points);
-                Loop loop{canonical(points), value, r, twice < 0, {}, std::abs(twice) / 2};
-                if (loop.hole) {
-                    loop.inside.resize(m.pixels.size());
-                    for (size_t i = 0; i < points.size(); ++i) {
-                        const auto [x1, y1] = points[i];
-                        const auto [x2, y2] = points[(i + 1) % points.size()];
-                        for (int row = std::min(y1, y2); row < std::max(y1, y2); ++row)
-                            for (int col = x1; col < m.width; ++col) loop.inside[size_t(row) * m.width + col] ^= 1;
-                    }
-                }
-                loops.push_back(std::move(loop));
+                loops.push_back({canonical(points), value, r, x, y, twice < 0, std::abs(twice) / 2});
             }
 }
 
@@ -126,9 +127,8 @@ std::vector<Outline> reference_outlines(const Bitmap& m, uint32_t flags) {
     const bool diagonal[] = {(flags & 4) != 0, (flags & 8) != 0};
     const bool crossing = ones && zeros && diagonal[0] && diagonal[1];
     std::vector<Loop> loops;
-    std::vector<int> labels[2];
-    if (zeros) loops_of(m, 0, diagonal[0], loops, labels[0]);
-    if (ones) loops_of(m, 1, diagonal[1], loops, labels[1]);
+    if (zeros) loops_of(m, 0, diagonal[0], loops);
+    if (ones) loops_of(m, 1, diagonal[1], loops);
 
     // Loops of both sides of one boundary are one outline.
     const Points frame = canonical({{0, 0}, {m.width, 0}, {m.width, m.height}, {0, m.height}});
@@ -151,11 +151,9 @@ std::vector<Outline> reference_outlines(const Bitmap& m, uint32_t flags) {
     // Outer outlines: the smallest hole that holds the region. Regions that may cross lie in holes of their own value.
     for (const Loop& l : loops) {
         if (l.hole || l.node < 0) continue;
-        const auto& label = labels[l.value];
-        const size_t pixel = size_t(std::find(label.begin(), label.end(), l.region) - label.begin());
         int64_t least = INT64_MAX;
         for (const Loop& h : loops)
-            if (h.hole && h.inside[pixel] && h.area < least && (!crossing || h.value == l.value)) {
+            if (h.hole && h.area < least && (!crossing || h.value == l.value) && around(h, l.x, l.y)) {
                 least = h.area;
                 parent[size_t(l.node)] = h.node;
             }

@@ -1,128 +1,13 @@
-// Contour find against another way to find outlines (contours_reference.h), on every small image, on random ones and on hard ones;
-// and what is delivered, noticed and released when something fails.
-#include "ipp/contours_reference.h"
+// Contour find against another way to find outlines (contours_reference.h): on every small image, on random ones, on real pictures.
+#include "ipp/contours_collector.h"
 
-#include <algorithm>
-#include <random>
-#include <set>
 #include <sstream>
-#include <thread>
 
-#include "ipp/fixture.h"
+#include "image.h"
 
 using namespace tarn::test;
 
 namespace {
-
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool kSlowBuild = true;
-#else
-constexpr bool kSlowBuild = false;
-#endif
-
-// Collects contours; checks each as it comes.
-struct Collector : TarnCONTOURS {
-    struct Node {
-        Outline outline;
-        bool clockwise;
-        std::vector<int> children;
-        bool top = false;
-        int parent = -1;
-        Points as_delivered;
-    };
-    Collector() : TarnCONTOURS{on_release, on_deliver, on_top} {}
-
-    std::vector<Node> nodes;
-    std::set<int> held;          // handles given out and not released or taken over
-    int calls = 0, fail_at = 0;  // callbacks so far, and the one that fails
-    bool keep_points = true;
-
-    static void on_release(TarnCONTOURS* self, void* handle) {
-        const int node = int(intptr_t(handle)) - 1;
-        EXPECT_EQ(static_cast<Collector*>(self)->held.erase(node), 1u) << "released twice, or never delivered";
-    }
-    static int64_t on_deliver(TarnCONTOURS* self, TarnCONTOUR* c, void** handle, QuelERR*) {
-        return static_cast<Collector*>(self)->deliver(c, handle);
-    }
-    static int64_t on_top(TarnCONTOURS* self, int32_t one, void* handle, QuelERR*) {
-        Collector& o = *static_cast<Collector*>(self);
-        EXPECT_EQ(one, 1);
-        if (++o.calls == o.fail_at) return -77;
-        // What lies in it goes with it.
-        std::vector<int> todo = {int(intptr_t(handle)) - 1};
-        o.nodes[size_t(todo[0])].top = true;
-        while (!todo.empty()) {
-            const int n = todo.back();
-            todo.pop_back();
-            EXPECT_EQ(o.held.erase(n), 1u);
-            for (int child : o.nodes[size_t(n)].children) todo.push_back(child);
-        }
-        return 0;
-    }
-
-    int64_t deliver(TarnCONTOUR* c, void** handle) {
-        if (++calls == fail_at) return -77;
-        EXPECT_STREQ(c->tag, "clp");
-        EXPECT_EQ(c->flags & ~uint32_t(TARN_CONTOUR_HOLE | TARN_CONTOUR_VALUE), uint32_t(TARN_CONTOUR_BASE | TARN_CONTOUR_CLOSED));
-        Node node;
-        Points points;
-        const TarnPOINT* before = nullptr;
-        for (const TarnPOINT* p = c->points.head; p; before = p, p = p->next) {
-            EXPECT_EQ(p->prev, before);
-            points.push_back({p->x, p->y});
-        }
-        EXPECT_EQ(before, c->points.tail);
-        EXPECT_EQ(points.size(), c->points.count);
-        // Sides in turn horizontal and vertical, the last one too: rectilinear, closed, nothing collinear.
-        const size_t n = points.size();
-        EXPECT_TRUE(n >= 4 && n % 2 == 0);
-        for (size_t i = 0; i < n; ++i) {
-            const auto [x1, y1] = points[i];
-            const auto [x2, y2] = points[(i + 1) % n];
-            EXPECT_TRUE(i % 2 ? y1 == y2 && x1 != x2 : x1 == x2 && y1 != y2) << "side " << i;
-        }
-        const bool hole = c->flags & TARN_CONTOUR_HOLE;
-        node.clockwise = twice_area(points) > 0;
-        EXPECT_NE(node.clockwise, hole);
-        if (keep_points) {
-            node.as_delivered = points;
-            node.outline = {canonical(points), (c->flags & TARN_CONTOUR_VALUE) != 0, hole, {}};
-        }
-        const int self = int(nodes.size());
-        for (const TarnCONTOURLIST& list : c->children) {
-            uint64_t count = 0;
-            for (TarnCONTOUR* child = list.head; child; child = child->next, ++count) {
-                const int index = int(intptr_t(child->handle)) - 1;
-                EXPECT_EQ(nodes[size_t(index)].parent, -1) << "in two outlines";
-                nodes[size_t(index)].parent = self;
-                node.children.push_back(index);
-            }
-            EXPECT_EQ(count, list.count);
-        }
-        nodes.push_back(node);
-        held.insert(self);
-        *handle = reinterpret_cast<void*>(intptr_t(self + 1));
-        return 0;
-    }
-
-    // What was found, in the reference's form.
-    std::vector<Outline> outlines() {
-        std::vector<Outline> all;
-        for (Node& n : nodes) {
-            EXPECT_EQ(n.top, n.parent < 0) << "an outline that lies in no other, or in one, and the notice";
-            if (n.parent >= 0) n.outline.parent = nodes[size_t(n.parent)].outline.points;
-            all.push_back(n.outline);
-        }
-        std::sort(all.begin(), all.end());
-        return all;
-    }
-};
-
-int64_t find(TarnCONTOURS* out, const Bitmap& m, uint32_t flags, KaSMEMSTG* storage = nullptr, QuelERR* err = nullptr) {
-    static const QuelOP op = tarn::test::find("tarn::contour::find");
-    const LumoMAT mat = {nullptr, LUMO_U8 | LUMO_CHANNELS(1), m.width, m.height, m.width, const_cast<uint8_t*>(m.pixels.data())};
-    return reinterpret_cast<TarnContourFind>(op.entry)(&op.call, err, storage, out, &mat, flags);
-}
 
 std::string show(const Bitmap& m) {
     if (m.width > 70 || m.height > 70) return {};
@@ -149,37 +34,12 @@ std::string show(const std::vector<Outline>& all) {
 // Finds outlines and compares them with the reference's. True when all is well.
 bool matches_reference(const Bitmap& m, uint32_t flags) {
     Collector out;
-    EXPECT_EQ(find(&out, m, flags), 0);
+    EXPECT_EQ(find_contours(&out, m, flags), 0);
     EXPECT_TRUE(out.held.empty());
     const auto got = out.outlines(), want = reference_outlines(m, flags);
     const bool same = got == want && !testing::Test::HasFailure();
     EXPECT_TRUE(same) << "flags " << flags << "\n" << show(m) << "got\n" << show(got) << "should be\n" << show(want);
     return same;
-}
-
-// All that the slot distinguishes: three choices of values, four of adjacency.
-constexpr uint32_t kFlags[] = {1, 5, 9, 13, 2, 6, 10, 14, 0, 4, 8, 12};
-
-Bitmap picture(std::initializer_list<const char*> rows) {
-    Bitmap m{int(strlen(*rows.begin())), int(rows.size()), {}};
-    for (const char* r : rows)
-        for (const char* p = r; *p; ++p) m.pixels.push_back(*p == '#');
-    return m;
-}
-
-Bitmap noise(int width, int height, double density, unsigned seed) {
-    std::mt19937 rng(seed);
-    Bitmap m{width, height, std::vector<uint8_t>(size_t(width) * height)};
-    for (uint8_t& p : m.pixels) p = rng() < density * 4294967296.0 ? uint8_t(1 + rng() % 255) : 0;
-    return m;
-}
-
-template <class Fn>
-Bitmap drawn(int width, int height, Fn set) {
-    Bitmap m{width, height, std::vector<uint8_t>(size_t(width) * height)};
-    for (int y = 0; y < height; ++y)
-        for (int x = 0; x < width; ++x) m.pixels[size_t(y) * width + x] = set(x, y);
-    return m;
 }
 
 }  // namespace
@@ -191,7 +51,7 @@ TEST(contours, of_every_image_up_to_4_x_4) {
             for (int bits = 0; bits < 1 << (w * h); bits += w * h > 9 ? step : 1) {
                 Bitmap m{w, h, std::vector<uint8_t>(size_t(w * h))};
                 for (int i = 0; i < w * h; ++i) m.pixels[size_t(i)] = bits >> i & 1;
-                for (uint32_t flags : kFlags)
+                for (uint32_t flags : kContourFlags)
                     if (!matches_reference(m, flags)) return;
             }
 }
@@ -202,15 +62,71 @@ TEST(contours, of_random_images_of_every_width_and_density) {
         for (double density : {0.05, 0.2, 0.35, 0.5, 0.65, 0.8, 0.95}) {
             ++seed;
             const Bitmap m = noise(w, 1 + int(seed % 23), density, seed);
-            for (uint32_t flags : kFlags)
-                if (!matches_reference(m, flags)) return;
+            const Bitmap row = noise(w, 1, density, seed), column = noise(1, w, density, seed);
+            for (uint32_t flags : kContourFlags)
+                if (!matches_reference(m, flags) || !matches_reference(row, flags) || !matches_reference(column, flags)) return;
         }
     for (double density : {0.3, 0.42, 0.5, 0.6}) {
         seed += 2;
         // Blocks make larger regions, with more in them, than single pixels do.
         const Bitmap fine = noise(kSlowBuild ? 40 : 131, 60, density, seed), coarse = noise(40, 40, density, seed + 1);
         const Bitmap blocks = drawn(80, 70, [&](int x, int y) { return coarse.at(x / 2, y / 2) ^ fine.at(x / 2, y % 60) * (x % 7 == 0); });
-        for (uint32_t flags : kFlags)
+        for (uint32_t flags : kContourFlags)
             if (!matches_reference(fine, flags) || !matches_reference(blocks, flags)) return;
+    }
+}
+
+TEST(contours, of_real_pictures) {
+    for (const char* name : {"coffee.png", "horse.png", "rocket.jpg"}) {
+        const auto image = tarn::tool::read_image(std::string(TARN_SAMPLES) + "/" + name);
+        const int channels = image.shape.channels;
+        for (int threshold : {60, 120, 180}) {
+            const Bitmap m = drawn(image.width(), image.height() / (kSlowBuild ? 4 : 1),
+                                   [&](int x, int y) { return image.row(y)[x * channels] > threshold; });
+            for (uint32_t flags : {1u, 9u, 2u, 0u, 4u, 8u})
+                if (!matches_reference(m, flags)) return;
+        }
+    }
+}
+
+TEST(contours, begin_and_run_as_documented) {
+    // A pixel at (2, 1).
+    Collector pixel;
+    ASSERT_EQ(find_contours(&pixel, picture({"....", "..#.", "...."}), TARN_CONTOURS_OF_ONES), 0);
+    ASSERT_EQ(pixel.nodes.size(), 1u);
+    EXPECT_EQ(pixel.nodes[0].as_delivered, (Points{{2, 2}, {2, 1}, {3, 1}, {3, 2}}));
+    EXPECT_EQ(pixel.nodes[0].outline.value, 1);
+
+    // A ring: its hole is value 0 and comes first, since it closes first; with both values once, as the region's own outline.
+    const Bitmap ring = picture({".....", ".###.", ".#.#.", ".###.", "....."});
+    for (uint32_t flags : {1u, 3u, 0u}) {
+        Collector out;
+        ASSERT_EQ(find_contours(&out, ring, flags), 0);
+        ASSERT_EQ(out.nodes.size(), 2u) << flags;
+        EXPECT_EQ(out.nodes[0].outline.value, 0);
+        EXPECT_EQ(out.nodes[0].outline.kind, flags ? 1 : 0);
+        EXPECT_EQ(out.nodes[0].parent, 1);
+        EXPECT_EQ(out.nodes[1].outline.value, 1);
+        EXPECT_TRUE(out.nodes[1].top);
+        EXPECT_EQ(out.nodes[0].as_delivered, flags ? (Points{{3, 3}, {3, 2}, {2, 2}, {2, 3}}) : (Points{{2, 3}, {2, 2}, {3, 2}, {3, 3}}));
+    }
+
+    // How many outlines: the frame is none, and pixels that touch at a corner are one region or two.
+    const struct {
+        Bitmap image;
+        uint32_t flags;
+        size_t outlines;
+    } rows[] = {
+        {picture({"##", "##"}), 1, 0},       {picture({"##", "##"}), 2, 0},       {picture({"##", "##"}), 0, 0},
+        {picture({"..", ".."}), 1, 0},       {picture({"..", ".."}), 0, 0},       {picture({"#.", ".#"}), 1, 2},
+        {picture({"#.", ".#"}), 9, 1},       {picture({"#.", ".#"}), 2, 2},       {picture({"#.", ".#"}), 6, 1},
+        {picture({"#.", ".#"}), 5, 2},       {picture({"#.", ".#"}), 10, 2},      {picture({"#.", ".#"}), 0, 4},
+        {picture({"#.", ".#"}), 12, 2},      {picture({"###", "#.#", "###"}), 1, 1}, {picture({"###", "#.#", "###"}), 2, 1},
+        {picture({"###", "#.#", "###"}), 0, 1}, {picture({"#.#"}), 3, 2},         {picture({"#.#"}), 0, 3},
+    };
+    for (const auto& [image, flags, outlines] : rows) {
+        Collector out;
+        ASSERT_EQ(find_contours(&out, image, flags), 0);
+        EXPECT_EQ(out.nodes.size(), outlines) << show(image) << "flags " << flags;
     }
 }

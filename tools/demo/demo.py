@@ -184,6 +184,35 @@ def depth_section(demo):
     demo.figures(figures)
 
 
+def values_section(demo):
+    demo.section("values", "Values", "tarn::convert-scale and tarn::cvtvrange-n map values in float, channel by channel, to any kind of "
+                 "sample; tarn::minmax and tarn::mean tell what there is.")
+    source = demo.sample("coffee.png")
+
+    def shown(title, out, *arguments):
+        arguments = [*arguments[:2], "-o", out, *arguments[2:]]
+        return demo.figure(out, title, "600 × 400", demo.picture(*arguments), " ".join(arguments))
+
+    demo.heading("A dull picture made clear", "Values squeezed into 96 to 144, then stretched: the picture as a whole, each channel by its "
+                 "own smallest and largest value, and row by row.")
+    demo.figures([demo.figure(source, "input", "600 × 400", source=True),
+                  shown("dull", "coffee-dull.png", "convert-scale", source, "--scale", "0.19", "--offset", "96"),
+                  shown("stretched", "coffee-stretched.png", "cvtvrange-n", "coffee-dull.png", "--range", "0,255"),
+                  shown("row by row", "coffee-rows.png", "cvtvrange-v", "coffee-dull.png", "--range", "0,255")])
+    rows = []
+    for title, name in ("dull", "coffee-dull.png"), ("stretched", "coffee-stretched.png"):
+        ends, means = (json.loads(demo.run(command, name, "--json")) for command in ("minmax", "mean"))
+        rows += [[title, e["channel"], e["min"], e["max"], f'{m["mean"]:.2f}'] for e, m in zip(ends, means)]
+    demo.table(["picture", "channel", "min", "max", "mean"], rows)
+
+    demo.heading("16 bits brought to 8", "A 16-bit TIFF of a dark scene, values up to 4095 of 65535: as it is, the top 8 bits show next to "
+                 "nothing; scaled by what it holds, all of it.")
+    demo.picture("convert-scale", source, "-o", "coffee-dark.tiff", "--depth", "u16", "--scale", "16.06")
+    demo.figures([shown("its top 8 bits", "coffee-dark.png", "convert-scale", "coffee-dark.tiff", "--depth", "u8", "--scale", "0.0038911"),
+                  shown("its 12 bits to 8", "coffee-lit.png", "convert-scale", "coffee-dark.tiff", "--depth", "u8", "--scale", "0.0622665"),
+                  shown("rows the other way", "coffee-turned.png", "cvtorigin", source)])
+
+
 def copy_section(demo):
     demo.section("copy", "Copying and formats", "tarn::copy moves pixels; around it the program turns one file format into another "
                  "without changing a value where the format allows it.")
@@ -250,8 +279,35 @@ def digits_section(demo):
     demo.body.append(f"<p><code>tarn {html.escape(' '.join(arguments))} --labels labels.npy --classes -o shares.npy</code></p>")
 
 
-SECTIONS = [("resize", "Resampling", resize_section), ("digits", "Handwritten digits", digits_section),
-            ("depth", "16 bits and float", depth_section), ("copy", "Copying and formats", copy_section)]
+def contour_section(demo):
+    demo.section("contours", "Outlines", "tarn::contour::find gives the boundaries of regions as closed polygons on pixel corners, "
+                 "nested as the regions are, in one pass. Drawn over the pictures: outer outlines red, holes blue; of both values, "
+                 "outlines around ones red, around zeros blue.")
+    figures = []
+    for source, out, size, title, options in (
+            ("horse.png", "horse-outlines.svg", "400 × 328", "a silhouette", ("--threshold", "127", "--values", "zeros")),
+            ("coffee.png", "coffee-outlines.svg", "600 × 400", "Otsu's threshold", ("--otsu", "--diagonal", "ones")),
+            ("coffee.png", "coffee-outlines-both.svg", "600 × 400", "both values, each outline once",
+             ("--threshold", "60", "--values", "both", "--diagonal", "ones")),
+            ("retina.jpg", "retina-outlines.svg", "1411 × 1411", "a fundus photograph",
+             ("--threshold", "75", "--diagonal", "ones"))):
+        arguments = ["contour-find", demo.sample(source), *options, "-o", out]
+        took = demo.picture(*arguments)
+        polygons = json.loads(demo.run("contour-find", source, *options))["features"]
+        deepest = max(p["properties"]["depth"] for p in polygons)
+        title += f": {len(polygons)} outlines, {deepest + 1} deep"
+        figures.append(demo.figure(out, title, size, took, " ".join(arguments)))
+    demo.figures(figures)
+
+
+SECTIONS = [
+    ("resize", "Resampling", resize_section),
+    ("values", "Values", values_section),
+    ("contours", "Outlines", contour_section),
+    ("digits", "Handwritten digits", digits_section),
+    ("depth", "16 bits and float", depth_section),
+    ("copy", "Copying and formats", copy_section),
+]
 
 
 def main():

@@ -33,10 +33,40 @@ std::string operation_summary(const std::string& qualified);
 
 // elementwise.cpp
 Run setup_copy(CLI::App& app);
+Run setup_and(CLI::App& app);
+Run setup_or(CLI::App& app);
+Run setup_xor(CLI::App& app);
+Run setup_not(CLI::App& app);
+Run setup_cmp(CLI::App& app);
+Run setup_and_c(CLI::App& app);
+Run setup_or_c(CLI::App& app);
+Run setup_xor_c(CLI::App& app);
+Run setup_set(CLI::App& app);
+Run setup_cmp_c(CLI::App& app);
+Run setup_add_c(CLI::App& app);
+Run setup_sub_c(CLI::App& app);
+Run setup_mul_c(CLI::App& app);
+Run setup_add_n(CLI::App& app);
+Run setup_sub_n(CLI::App& app);
+Run setup_mul_n(CLI::App& app);
+Run setup_avgarith_n(CLI::App& app);
 // neuronet.cpp
 Run setup_neuronet(CLI::App& app);
 // geometry.cpp
 Run setup_scale_resize(CLI::App& app);
+// contours.cpp
+Run setup_contour_find(CLI::App& app);
+// conversion.cpp
+Run setup_convert_scale(CLI::App& app);
+Run setup_cvtorigin(CLI::App& app);
+Run setup_cvtorigin_n(CLI::App& app);
+Run setup_cvtvrange_n(CLI::App& app);
+Run setup_cvtvrange_v(CLI::App& app);
+Run setup_reshape(CLI::App& app);
+// statistics.cpp
+Run setup_count_in_range(CLI::App& app);
+Run setup_mean(CLI::App& app);
+Run setup_minmax(CLI::App& app);
 // about.cpp
 Run setup_ops(CLI::App& app);
 Run setup_info(CLI::App& app);

@@ -1,9 +1,205 @@
-// Commands of the element-wise operations.
+// Commands of the element-wise operations. They work on the colour channels; alpha comes from the first picture as it is.
+#include <cmath>
+#include <cstring>
+#include <span>
+
 #include "commands.h"
+#include "error.h"
 #include "options.h"
 #include "progress.h"
 
 namespace tarn::tool {
+namespace {
+
+struct Options {
+    Files files;
+    std::string constants, mask, comparison;
+};
+
+// What a u16 sample must be in memory: its own bits, anything in the same order, or an s16 of its value.
+enum class Wide { bits, order, value };
+
+// What an operation takes: others would end the process or be left alone.
+struct Takes {
+    const char* command;
+    std::vector<Sample> samples;
+    Wide wide;
+};
+
+void require(const Image& image, const std::string& name, const Takes& takes) {
+    std::string all;
+    for (size_t i = 0; i < takes.samples.size(); ++i) {
+        if (takes.samples[i] == image.shape.sample) return;
+        all += (i ? i + 1 == takes.samples.size() ? " and " : ", " : "") + std::string(sample_name(takes.samples[i]));
+    }
+    fail(name, std::string("has ") + sample_name(image.shape.sample) + " samples; " + takes.command + " takes " + all,
+         "convert the picture first");
+}
+
+void flip_all(Image& image) {
+    for (uint8_t* row : image.rows()) flip_offset16(row, size_t(image.shape.width) * size_t(image.shape.channels));
+}
+
+// The inputs, checked and in the form that the operation needs.
+std::vector<Image> take_inputs(const Files& files, const Takes& takes) {
+    std::vector<Image> images = read_equal_inputs(files);
+    for (size_t i = 0; i < images.size(); ++i) {
+        require(images[i], files.inputs[i], takes);
+        if (images[i].shape.sample != Sample::u16) continue;
+        if (takes.wide == Wide::bits) flip_all(images[i]);
+        if (takes.wide == Wide::value) {
+            as_plain_values(images[i], files.inputs[i]);
+            images[i].shape.white_is_zero = false;
+        }
+    }
+    return images;
+}
+
+Shape colour_shape(const Image& image) {
+    Shape shape = image.shape;
+    if (image.has_alpha()) --shape.channels, shape.alpha = Alpha::none;
+    return shape;
+}
+
+// The colour channels of pictures, without a copy where there are no others.
+class Colours {
+public:
+    explicit Colours(const std::vector<Image>& images) {
+        for (const Image& image : images)
+            if (image.has_alpha()) parts_.push_back(take_channels(image, 0, image.shape.channels - 1));
+        for (size_t i = 0; i < images.size(); ++i) views_.push_back((parts_.empty() ? images[i] : parts_[i]).view());
+        for (const LumoMAT& view : views_) list_.push_back(&view);
+    }
+    const std::vector<const LumoMAT*>& list() const { return list_; }
+
+private:
+    std::vector<Image> parts_;
+    std::vector<LumoMAT> views_;
+    std::vector<const LumoMAT*> list_;
+};
+
+enum class Result { like_first, mask };  // a picture like the first one, or one u8 channel
+
+// Reads, calls call(operation, destination, sources, shape of the sources), writes.
+template <class Call>
+void run_colours(const Files& files, const Takes& takes, Result kind, Call&& call) {
+    ImageOutput out(files);
+    std::vector<Image> images = take_inputs(files, takes);
+    Shape shape = images[0].shape;
+    if (kind == Result::mask) shape = {shape.width, shape.height};
+    out.check(shape);
+    const Colours colours(images);
+    Image result = Image::make(kind == Result::mask ? shape : colour_shape(images[0]), files.inputs[0]);
+    const Module module;
+    Timing timing{files.time};
+    Operation operation(module, std::string("tarn::") + takes.command, timing);
+    LumoMAT dst = result.view();
+    call(operation, dst, std::span(colours.list()), images[0].shape);
+    if (result.shape.channels != shape.channels) {
+        put_channels(images[0], result, 0);
+        result = std::move(images[0]);
+    }
+    if (takes.wide == Wide::bits && result.shape.sample == Sample::u16) flip_all(result);
+    out.write(result);
+    print_time(files, timing);
+}
+
+// One constant for every colour channel, or one for each.
+std::vector<double> constants_for(const std::string& text, int channels) {
+    std::vector<double> values = parse_numbers(text, "--constants");
+    if (values.size() == 1) values.resize(size_t(channels), values[0]);
+    if (values.size() != size_t(channels))
+        fail("--constants", "gives " + std::to_string(values.size()) + " values for " + std::to_string(channels) + " colour channel" +
+             (channels > 1 ? "s" : ""), "give one value, or one for each colour channel");
+    return values;
+}
+
+std::vector<float> floats(const std::vector<double>& values) { return {values.begin(), values.end()}; }
+
+std::vector<uint32_t> words(const std::vector<double>& values) {
+    std::vector<uint32_t> all;
+    for (const double v : values) {
+        if (v != std::floor(v) || v < -2147483648.0 || v > 4294967295.0)
+            usage("--constants", "a value is no whole number of 32 bits", "give values from -2147483648 to 4294967295");
+        all.push_back(uint32_t(int64_t(v)));
+    }
+    return all;
+}
+
+void add_constants(CLI::App& app, Options& options, const char* text) {
+    app.add_option("-c,--constants", options.constants, text)->type_name("V[,V,V]");
+}
+
+const std::vector<Sample> kBits = {Sample::u8, Sample::u16, Sample::s16, Sample::s32};
+const std::vector<Sample> kValues = {Sample::u8, Sample::u16, Sample::s16, Sample::f32};
+
+Run setup_logic(CLI::App& app, const char* name) {
+    const auto options = std::make_shared<Options>();
+    add_inputs(app, options->files, 2, 2);
+    add_image_output(app, options->files);
+    return [options, name] {
+        run_colours(options->files, {name, kBits, Wide::bits}, Result::like_first,
+                    [](Operation& operation, LumoMAT& dst, std::span<const LumoMAT* const> src, const Shape& shape) {
+                        operation.call<TarnLogic>(describe(shape), &dst, src[0], src[1]);
+                    });
+    };
+}
+
+Run setup_logic_c(CLI::App& app, const char* name) {
+    const auto options = std::make_shared<Options>();
+    add_inputs(app, options->files);
+    add_image_output(app, options->files);
+    add_constants(app, *options, "whole numbers, one or one for each colour channel; their low 8, 16 or 32 bits count");
+    return [options, name] {
+        if (options->constants.empty()) usage("--constants", "is missing", "give whole numbers such as 15 or 240,15,255");
+        run_colours(options->files, {name, kBits, Wide::bits}, Result::like_first,
+                    [&](Operation& operation, LumoMAT& dst, std::span<const LumoMAT* const> src, const Shape& shape) {
+                        const auto values = words(constants_for(options->constants, int(dst.elemtype >> 12)));
+                        operation.call<TarnLogicC>(describe(shape), &dst, src[0], values.data());
+                    });
+    };
+}
+
+Run setup_arith_c(CLI::App& app, const char* name) {
+    const auto options = std::make_shared<Options>();
+    add_inputs(app, options->files);
+    add_image_output(app, options->files);
+    add_constants(app, *options, "one value or one for each colour channel; integer pictures take its floor, of which the "
+                                 "low 8 or 16 bits count: -1 adds 255 to u8");
+    return [options, name] {
+        if (options->constants.empty()) usage("--constants", "is missing", "give values such as 20 or 1.5,2,0.5");
+        run_colours(options->files, {name, kValues, Wide::value}, Result::like_first,
+                    [&](Operation& operation, LumoMAT& dst, std::span<const LumoMAT* const> src, const Shape& shape) {
+                        const auto values = floats(constants_for(options->constants, int(dst.elemtype >> 12)));
+                        operation.call<TarnArithC>(describe(shape), &dst, src[0], values.data());
+                    });
+    };
+}
+
+Run setup_list(CLI::App& app, const char* name) {
+    const auto options = std::make_shared<Options>();
+    add_inputs(app, options->files, 1, 0);
+    add_image_output(app, options->files);
+    return [options, name] {
+        run_colours(options->files, {name, kValues, Wide::value}, Result::like_first,
+                    [](Operation& operation, LumoMAT& dst, std::span<const LumoMAT* const> src, const Shape& shape) {
+                        operation.call<TarnArithN>(describe(shape), &dst, int32_t(src.size()), src.data());
+                    });
+    };
+}
+
+// The comparison's code in the module.
+uint32_t comparison_code(const std::string& text) {
+    return TARN_LESS + uint32_t(parse_word(text, "--comparison", {"less", "less-equal", "equal", "greater-equal", "greater"}));
+}
+
+void add_comparison(CLI::App& app, Options& options) {
+    app.add_option("--comparison", options.comparison, "less, less-equal, equal, greater-equal or greater; has to hold in every colour channel")
+        ->required()
+        ->type_name("HOW");
+}
+
+}  // namespace
 
 Run setup_copy(CLI::App& app) {
     const auto files = std::make_shared<Files>();
@@ -23,6 +219,102 @@ Run setup_copy(CLI::App& app) {
         });
         out.write(result);
         print_time(*files, timing);
+    };
+}
+
+Run setup_and(CLI::App& app) { return setup_logic(app, "and"); }
+Run setup_or(CLI::App& app) { return setup_logic(app, "or"); }
+Run setup_xor(CLI::App& app) { return setup_logic(app, "xor"); }
+Run setup_and_c(CLI::App& app) { return setup_logic_c(app, "and-c"); }
+Run setup_or_c(CLI::App& app) { return setup_logic_c(app, "or-c"); }
+Run setup_xor_c(CLI::App& app) { return setup_logic_c(app, "xor-c"); }
+Run setup_add_c(CLI::App& app) { return setup_arith_c(app, "add-c"); }
+Run setup_sub_c(CLI::App& app) { return setup_arith_c(app, "sub-c"); }
+Run setup_mul_c(CLI::App& app) { return setup_arith_c(app, "mul-c"); }
+Run setup_add_n(CLI::App& app) { return setup_list(app, "add-n"); }
+Run setup_sub_n(CLI::App& app) { return setup_list(app, "sub-n"); }
+Run setup_mul_n(CLI::App& app) { return setup_list(app, "mul-n"); }
+Run setup_avgarith_n(CLI::App& app) { return setup_list(app, "avgarith-n"); }
+
+Run setup_not(CLI::App& app) {
+    const auto options = std::make_shared<Options>();
+    add_inputs(app, options->files);
+    add_image_output(app, options->files);
+    return [options] {
+        run_colours(options->files, {"not", {Sample::u8}, Wide::bits}, Result::like_first,
+                    [](Operation& operation, LumoMAT& dst, std::span<const LumoMAT* const> src, const Shape& shape) {
+                        operation.call<TarnNot>(describe(shape), &dst, src[0]);
+                    });
+    };
+}
+
+Run setup_cmp(CLI::App& app) {
+    const auto options = std::make_shared<Options>();
+    add_inputs(app, options->files, 2, 2);
+    add_image_output(app, options->files);
+    add_comparison(app, *options);
+    return [options] {
+        const uint32_t code = comparison_code(options->comparison);
+        run_colours(options->files, {"cmp", kValues, Wide::order}, Result::mask,
+                    [code](Operation& operation, LumoMAT& dst, std::span<const LumoMAT* const> src, const Shape& shape) {
+                        operation.call<TarnCmp>(describe(shape), &dst, src[0], src[1], code);
+                    });
+    };
+}
+
+Run setup_cmp_c(CLI::App& app) {
+    const auto options = std::make_shared<Options>();
+    add_inputs(app, options->files);
+    add_image_output(app, options->files);
+    add_comparison(app, *options);
+    add_constants(app, *options, "one value or one for each colour channel; integer pictures take the nearest integer, of which "
+                                 "the low 8 or 16 bits count: 300 is 44 for u8");
+    return [options] {
+        const uint32_t code = comparison_code(options->comparison);
+        if (options->constants.empty()) usage("--constants", "is missing", "give values such as 128 or 10,20,30");
+        run_colours(options->files, {"cmp-c", kValues, Wide::order}, Result::mask,
+                    [&](Operation& operation, LumoMAT& dst, std::span<const LumoMAT* const> src, const Shape& shape) {
+                        auto values = floats(constants_for(options->constants, int(src[0]->elemtype >> 12)));
+                        if (shape.sample == Sample::u16)
+                            for (float& v : values) v = std::round(v) - kOffset16;
+                        operation.call<TarnCmpC>(describe(shape), &dst, src[0], values.data(), code);
+                    });
+    };
+}
+
+Run setup_set(CLI::App& app) {
+    const auto options = std::make_shared<Options>();
+    add_inputs(app, options->files);
+    add_image_output(app, options->files);
+    add_constants(app, *options, "one value or one for each colour channel (default: 0); integer pictures take its floor, of "
+                                 "which the low 8, 16 or 32 bits count");
+    app.add_option("--mask", options->mask, "grey u8 picture of the same size: only where it is not 0 is the picture filled")
+        ->type_name("FILE");
+    return [options] {
+        const Takes takes{"set", {Sample::u8, Sample::u16, Sample::s16, Sample::s32, Sample::f32}, Wide::order};
+        Image mask;
+        LumoMAT mask_view = {};
+        if (!options->mask.empty()) {
+            mask = read_image(options->mask);
+            if (mask.shape.channels != 1 || mask.shape.sample != Sample::u8)
+                fail(options->mask, "is " + describe(mask.shape), "give a mask with one channel of u8 samples");
+            mask_view = mask.view();
+        }
+        run_colours(options->files, takes, Result::like_first,
+                    [&](Operation& operation, LumoMAT& dst, std::span<const LumoMAT* const> src, const Shape& shape) {
+                        if (mask_view.data && (mask_view.width != dst.width || mask_view.height != dst.height))
+                            fail(options->mask, "is " + describe(mask.shape) + " but " + options->files.inputs[0] + " is " +
+                                 describe(shape), "give a mask of the picture's size");
+                        const int channels = int(dst.elemtype >> 12);
+                        auto values = floats(constants_for(options->constants.empty() ? "0" : options->constants, channels));
+                        if (shape.sample == Sample::u16)
+                            for (float& v : values) v = std::floor(v) - kOffset16;
+                        for (int y = 0; y < dst.height; ++y)
+                            std::memcpy(static_cast<uint8_t*>(dst.data) + int64_t(y) * dst.stride,
+                                        static_cast<const uint8_t*>(src[0]->data) + int64_t(y) * src[0]->stride,
+                                        size_t(dst.width) * size_t(channels) * size_t(sample_bytes(shape.sample)));
+                        operation.call<TarnSet>(describe(shape), &dst, values.data(), mask_view.data ? &mask_view : nullptr);
+                    });
     };
 }
 

@@ -102,6 +102,64 @@ typedef int64_t (*TarnArithN)(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* ds
 typedef int64_t (*TarnScaleResize)(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* dst, const LumoMAT* src,
                                    const LumoRECT* region, const uint32_t* value_range, uint32_t interpolation);
 
+/* "tarn::minmax": the smallest and largest value of each channel.
+ *   smallest, largest  one float, or three for 3 and 4 channels; either may be null
+ *   src                u8, s16, f32 with 1, 3 or 4 channels (the fourth is passed over); anything else ends the process
+ * NaN is passed over; nothing but NaN gives NaN; a zero is +0. No pixels: nothing is written. Returns 0. */
+typedef int64_t (*TarnMinMax)(const QuelCALL*, QuelERR*, KaSMEMSTG*, float* smallest, float* largest, const LumoMAT* src);
+
+/* "tarn::count-in-range": how many pixels of each channel have lower <= value <= upper.
+ *   counts        one, or three for 3 and 4 channels; 2147483647 at most
+ *   src           u8 or f32 with 1, 3 or 4 channels (the fourth is passed over); anything else ends the process
+ *   lower, upper  a float a channel; for u8 floored, then cut to 8 bits: 256 is 0 and -1 is 255. Null: all finite values
+ * Returns 0. */
+typedef int64_t (*TarnCountInRange)(const QuelCALL*, QuelERR*, KaSMEMSTG*, int32_t* counts, const LumoMAT* src,
+                                    const float* lower, const float* upper);
+
+/* "tarn::mean": the mean of each channel. Integers are summed exactly, floats in double.
+ *   means  one float, or three for 3 and 4 channels
+ *   src    u8, s16, f32 with 1, 3 or 4 channels (the fourth is passed over); anything else ends the process
+ * Returns 0. */
+typedef int64_t (*TarnMean)(const QuelCALL*, QuelERR*, KaSMEMSTG*, float* means, const LumoMAT* src);
+
+/* "tarn::convert-scale": dst := src x scale + offset, converted to dst's kind. In float: the product is rounded, then the sum;
+ * to integers the nearest, ties to the even one, saturated, NaN the smallest.
+ *   dst            its channel count counts; the fourth of four channels stays as it is
+ *   src            gives the size; null: dst. In place when both have one kind
+ *   scale, offset  a float a channel, four for four channels; null: 1 and 0
+ * Any pair of the kinds u8, s16, f32. Where scale is 1 and offset 0 to the float epsilon nothing is computed: pixels are copied
+ * (u32 too), or converted between u8, s16, s32, f32. Returns 0, or -1 with an error value: QUEL_E_TYPE, QUEL_E_NOMEM. */
+typedef int64_t (*TarnConvertScale)(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* dst, const LumoMAT* src,
+                                    const float* scale, const float* offset);
+
+/* "tarn::cvtvrange-v": stretches each row of an array in place, so that the row's smallest value becomes lo and its largest hi,
+ * per channel. A row of one value becomes lo. NaN is passed over.
+ *   array  u8, s16, f32; any other stays as it is; the fourth of four channels stays too
+ *   range  lo, hi
+ * Returns 0, or -1 with QUEL_E_NOMEM. */
+typedef int64_t (*TarnCvtvrangeV)(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* array, const float* range);
+
+/* "tarn::cvtvrange-n": the same for n arrays, each as a whole. Returns n, or -1 with QUEL_E_NOMEM. */
+typedef int64_t (*TarnCvtvrangeN)(const QuelCALL*, QuelERR*, KaSMEMSTG*, uint64_t n, LumoMAT* const* arrays,
+                               const float* range);
+
+/* "tarn::cvtorigin": reverses the order of an array's rows in place when the two origin codes differ.
+ *   array  kinds 1 to 5 and 8 to 11 (taken for s8, u16, u64, s64), all channels; any other stays as it is
+ * Returns 0. */
+typedef int64_t (*TarnCvtorigin)(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* array, uint32_t from, uint32_t to);
+
+/* "tarn::cvtorigin-n": the same for n arrays. Returns n; 0 when the codes are equal. */
+typedef int64_t (*TarnCvtoriginN)(const QuelCALL*, QuelERR*, KaSMEMSTG*, uint64_t n, LumoMAT* const* arrays, uint32_t from,
+                               uint32_t to);
+
+/* "tarn::reshape": copies the pixels of src in the order of its rows into dst of another shape with as many pixels.
+ *   dst           its type gives the bytes of a pixel
+ *   order_method  4 is refused (QUEL_E_TYPE); any other is the order of the rows
+ * A dst with one row, or with rows as long as src's, is filled by typed copies: of two channels in pairs of pixels, leaving an odd
+ * last column; with rows as long as src's the fourth of four channels stays. Returns 0, or -1 with an error value. */
+typedef int64_t (*TarnReshape)(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* dst, const LumoMAT* src,
+                               uint32_t order_method);
+
 #ifdef __cplusplus
 }
 #endif

@@ -51,12 +51,12 @@ typedef struct TarnCONTOUR {
     char tag[8];    /* "clp" */
     uint32_t flags; /* TARN_CONTOUR_... */
     uint32_t reserved;
-    TarnPOINTLIST points;            /* valid while the contour is being delivered; afterwards only the count is */
+    struct TarnCONTOUR *next, *prev;    /* siblings */
+    struct TarnCONTOURS* output;        /* who received it; null before that */
+    void* handle;                       /* what the receiver made of it */
     struct TarnCONTOUR **left, **right; /* the run ends that carry the outline while it is open; the module's own */
-    struct TarnCONTOURS* output;     /* who received it; null before that */
-    void* handle;                    /* what the receiver made of it */
-    TarnCONTOURLIST children[2];     /* outlines directly inside, by their kind of closing */
-    struct TarnCONTOUR *next, *prev; /* siblings */
+    TarnPOINTLIST points;               /* valid while the contour is being delivered; afterwards only the count is */
+    TarnCONTOURLIST children[2];        /* outlines directly inside, by their kind of closing */
 } TarnCONTOUR;
 
 /* Receives contours: the three functions, then whatever the owner keeps behind them (derive a larger record from it). */

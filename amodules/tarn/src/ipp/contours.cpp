@@ -10,6 +10,7 @@ namespace k = tarn::k;
 
 namespace {
 
+constexpr uint64_t kSmallestPiece = 4096, kLargestPiece = 4 << 20;
 constexpr char kTextArray[] = "@arr(.elem-type, .nchannels)";
 
 // Which values' outlines to find, as bits: 1 for zeros, 2 for ones.
@@ -18,7 +19,7 @@ uint32_t value_mask(uint32_t flags) {
     return flags & TARN_CONTOURS_OF_ZEROS ? 1 : 3;
 }
 
-// The rows, ends and corners of a tracer. False when memory is out.
+// The rows, ends and stretches of a tracer. False when memory is out.
 bool open_tracer(Tracer& t, KaSMEMSTG* storage, int32_t width, int value, uint32_t flags, QuelERR* err) {
     const uint64_t words = (uint64_t(width) + 63) / 64, positions = uint64_t(width) + 1;
     t = {};
@@ -26,19 +27,19 @@ bool open_tracer(Tracer& t, KaSMEMSTG* storage, int32_t width, int value, uint32
     t.value_bit = value ? TARN_CONTOUR_VALUE : 0;
     t.above = static_cast<uint64_t*>(KaSMEMSTGaalloc(storage, 2 * words * 8, 8, 1, err));
     t.ends = static_cast<TarnCONTOUR**>(KaSMEMSTGaalloc(storage, positions * sizeof *t.ends, 8, 1, err));
-    t.corners = static_cast<k::Corner*>(KaSMEMSTGaalloc(storage, positions * sizeof *t.corners, 8, 0, err));
+    t.stretches = static_cast<k::Stretch*>(KaSMEMSTGaalloc(storage, uint64_t(width) * sizeof *t.stretches, 8, 0, err));
     t.below = t.above + words;
-    return t.above && t.ends && t.corners;
+    return t.above && t.ends && t.stretches;
 }
 
-// Fills the row below line y from the image, or clears it behind the last row, and finds the line's corners.
+// Fills the row below line y from the image, or clears it behind the last row, and finds the line's stretches.
 void read_line(Tracer& t, const LumoMAT& image, int value, int32_t y) {
     const uint64_t words = (uint64_t(image.width) + 63) / 64;
     if (y < image.height)
         k::binarise_u8_c1(pixel_at(image, 0, y, 1), image.stride, t.below, int32_t(words * 8), k::Size{image.width, 1}, value);
     else
         for (uint64_t w = 0; w < words; ++w) t.below[w] = 0;
-    k::find_corners(t.above, t.below, image.width, t.corners, &t.corner_count);
+    k::find_stretches(t.above, t.below, image.width, int32_t(t.diagonal), t.stretches, &t.stretch_count);
 }
 
 void next_line(Tracer& t) {
@@ -50,13 +51,13 @@ void next_line(Tracer& t) {
 // The pass itself: one tracer for one value, both for both.
 int64_t find(Search& s, Tracer* tracers, uint32_t mask, const LumoMAT& image) {
     for (int32_t y = 0;; ++y) {
-        int64_t corners = 0;
+        int64_t stretches = 0;
         for (int v = 0; v < 2; ++v)
             if (mask >> v & 1) {
                 read_line(tracers[v], image, v, y);
-                corners += tracers[v].corner_count;
+                stretches += tracers[v].stretch_count;
             }
-        if (!reserve_line(s, corners)) return -1;
+        if (!reserve_line(s, stretches)) return -1;
         int64_t status = 0;
         if (mask == 3 && y > 0 && y < image.height)
             status = trace_line(s, tracers[1], tracers[0], y);
@@ -78,8 +79,11 @@ int64_t op_contr_find(const QuelCALL* call, QuelERR* err, KaSMEMSTG* storage, Ta
     if (key_of(image->elemtype) != 0x101) return refuse(call, err, QUEL_E_TYPE, QUEL_C_ARGUMENT, 6, kTextArray);
     if (image->width <= 0 || image->height <= 0) return 0;  // no pixel, no outline
 
+    // In few large pieces, so that a caller's storage keeps them for the next picture.
+    const uint64_t pixels = uint64_t(image->width) * uint64_t(image->height);
+    const uint64_t piece = pixels < kSmallestPiece ? kSmallestPiece : pixels > kLargestPiece ? kLargestPiece : pixels;
     KaSMEMSTG scratch;
-    if (!KaSMEMSTGopen(&scratch, storage, 0, err)) return -1;
+    if (!KaSMEMSTGopen(&scratch, storage, piece, err)) return -1;
     Search s = {};
     s.output = output;
     s.err = err;
@@ -88,8 +92,8 @@ int64_t op_contr_find(const QuelCALL* call, QuelERR* err, KaSMEMSTG* storage, Ta
     make_root(s);
     const uint32_t mask = value_mask(flags);
     Tracer tracers[2] = {};
-    bool ready = KaPOOLopen(&s.contour_pool, &scratch, sizeof(TarnCONTOUR), 8, err) &&
-                 KaPOOLopen(&s.point_pool, &scratch, sizeof(TarnPOINT), 8, err);
+    bool ready = KaPOOLopen(&s.contour_pool, &scratch, kBlock * sizeof(TarnCONTOUR), 8, err) &&
+                 KaPOOLopen(&s.point_pool, &scratch, kBlock * 2 * sizeof(TarnPOINT), 8, err);
     for (int v = 0; v < 2; ++v)
         if (mask >> v & 1) ready = ready && open_tracer(tracers[v], &scratch, image->width, v, flags, err);
     const int64_t status = ready ? find(s, tracers, mask, *image) : -1;

@@ -15,11 +15,14 @@ struct Tracer {
     // By x: the open contour whose end runs down the vertical edge at x, where there is one. A run's left end is the head
     // of a contour's point list, its right end the tail of one.
     TarnCONTOUR** ends;
-    tarn::k::Corner* corners;  // of the line between the two rows
-    int64_t corner_count;
-    // How far edge_before has looked along `below`, and the last edge that it has passed there.
+    tarn::k::Stretch* stretches;  // of the line between the two rows
+    int32_t stretch_count;
+    // How many words of `below` have been searched for the last edge in them, and that edge, -1 for none.
     int32_t searched_words, last_edge;
 };
+
+// Contours and pairs of points are taken from the pools so many at a time.
+constexpr int kBlock = 16;
 
 // One call.
 struct Search {
@@ -28,8 +31,9 @@ struct Search {
     int32_t width, height;
     KaPOOL contour_pool, point_pool;
     TarnCONTOUR* free_contours;
-    TarnPOINT* free_points;
-    int64_t free_contour_count, free_point_count;
+    // Points come and go in pairs that lie side by side: the two corners of a stretch of outline along one line.
+    TarnPOINT* free_pairs;
+    int64_t free_contour_count, free_pair_count;
     TarnCONTOURLIST open;  // contours that are not closed
     TarnCONTOUR root;      // stands for the frame; what no contour encloses are its children
     TarnPOINT frame[4];
@@ -71,8 +75,9 @@ inline void init_contour(TarnCONTOUR* c, uint32_t bits) {
 
 // ---- Tracing (contours_trace.cpp) -------------------------------------------------------------------------------------
 
-// Takes from the pools what one line can need at most. False when memory is out.
-bool reserve_line(Search& s, int64_t corners);
+// Takes from the pools what one line can need at most: a pair of points and a contour for each stretch. False when memory
+// is out.
+bool reserve_line(Search& s, int64_t stretches);
 
 // Follows the outlines along line y, between the tracer's two rows. Returns 0, or a callback's negative status.
 int64_t trace_line(Search& s, Tracer& t, int32_t y);

@@ -15,10 +15,14 @@ void hang(Search& s, TarnCONTOUR* c, int kind, TarnCONTOUR* parent) {
 }
 
 void free_points(Search& s, TarnCONTOUR* c) {
-    if (!c->points.head) return;
-    c->points.tail->next = s.free_points;
-    s.free_points = c->points.head;
-    s.free_point_count += int64_t(c->points.count);
+    // The pair that closed the contour has its first point at the tail and its second at the head; turned by one, the list is
+    // one of whole pairs.
+    TarnPOINT *head = c->points.head, *tail = c->points.tail;
+    tail->next = head;
+    TarnPOINT* pairs = head->next;
+    head->next = s.free_pairs;
+    s.free_pairs = pairs;
+    s.free_pair_count += int64_t(c->points.count / 2);
     c->points.head = c->points.tail = nullptr;
 }
 
@@ -99,7 +103,7 @@ int64_t notify_top(Search& s) {
         while (TarnCONTOUR* c = list.head) {
             const int64_t status = s.output->notice_top(s.output, 1, c->handle, s.err);
             if (status < 0) return status;
-            unlink(list, c);
+            list.head = c->next;
         }
     return 0;
 }

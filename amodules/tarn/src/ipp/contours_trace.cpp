@@ -2,18 +2,13 @@
 // and each end goes on up, where an open contour's end arrives, or down, where one leaves. So a stretch joins two open
 // ends, moves one, or starts a contour, and the ends that run straight down are not touched at all. Where four edges meet, the
 // diagonal rule says which two belong together.
+#include <stddef.h>
+
 #include "ipp/contours.h"
 
 namespace k = tarn::k;
 
 namespace {
-
-// The stretch of line y that is being followed: from x1 to the next corner.
-struct Stretch {
-    int32_t x1;
-    TarnCONTOUR* at_x1;  // the contour whose end arrives from above at x1; null: an end leaves downwards
-    bool run_above;      // the region is above the stretch, else below
-};
 
 // What a stretch has made.
 struct Joined {
@@ -21,11 +16,13 @@ struct Joined {
     bool closed;
 };
 
-// Two linked points from the free list.
+// A pair from the free list, linked.
 inline TarnPOINT* take_pair(Search& s, int32_t x1, int32_t x2, int32_t y) {
-    TarnPOINT *first = s.free_points, *second = first->next;
-    s.free_points = second->next;
-    s.free_point_count -= 2;
+    TarnPOINT *first = s.free_pairs, *second = first + 1;
+    s.free_pairs = second->next;
+    __builtin_prefetch(s.free_pairs, 1);  // often points of a contour delivered long ago
+    --s.free_pair_count;
+    first->next = second;
     first->x = x1;
     second->x = x2;
     first->y = second->y = y;
@@ -36,6 +33,8 @@ inline TarnPOINT* take_pair(Search& s, int32_t x1, int32_t x2, int32_t y) {
 TarnCONTOUR* new_contour(Search& s, uint32_t value_bit) {
     TarnCONTOUR* c = s.free_contours;
     s.free_contours = c->next;
+    __builtin_prefetch(s.free_contours, 1);
+    __builtin_prefetch(reinterpret_cast<char*>(s.free_contours) + 64, 1);
     --s.free_contour_count;
     init_contour(c, value_bit);
     append(s.open, c);
@@ -55,83 +54,88 @@ void merge(Search& s, TarnCONTOUR* first, TarnCONTOUR* second) {
     ++s.free_contour_count;
 }
 
-// Ends a stretch at x2, where the end of at_x2 arrives from above or, if that is null, an end leaves downwards. The outline
-// keeps its region to the right, so it comes `from` the right end of the stretch when the region is above.
-inline Joined join(Search& s, Tracer& t, const Stretch& stretch, int32_t x2, TarnCONTOUR* at_x2, int32_t y) {
-    const bool west = stretch.run_above;
-    const int32_t from = west ? x2 : stretch.x1, to = west ? stretch.x1 : x2;
-    TarnCONTOUR* arriving = west ? at_x2 : stretch.at_x1;  // its tail is at `from`
-    TarnCONTOUR* leaving = west ? stretch.at_x1 : at_x2;   // its head is at `to`
-    TarnPOINT* first = take_pair(s, from, to, y);
-    TarnPOINT* second = first->next;
-    if (arriving) {
-        TarnPOINTLIST& points = arriving->points;
-        if (arriving == leaving) {
-            // Closed: `from` becomes the last point and `to` the first.
-            first->prev = points.tail;
-            points.tail->next = first;
-            first->next = nullptr;
-            second->next = points.head;
-            points.head->prev = second;
-            second->prev = nullptr;
-            points.head = second;
-            points.tail = first;
-            points.count += 2;
-            return {arriving, true};
-        }
-        first->prev = points.tail;
-        points.tail->next = first;
-        second->next = nullptr;
-        points.tail = second;
-        points.count += 2;
-        if (leaving) {
-            merge(s, arriving, leaving);
-        } else {
-            t.ends[to] = arriving;
-            arriving->right = &t.ends[to];
-        }
-        return {arriving, false};
-    }
-    first->prev = nullptr;
-    if (leaving) {
-        TarnPOINTLIST& points = leaving->points;
+// Starts a contour on a stretch: both ends go downwards.
+TarnCONTOUR* start(Search& s, Tracer& t, TarnPOINT* first) {
+    TarnPOINT* second = first + 1;
+    TarnCONTOUR* c = new_contour(s, t.value_bit);
+    first->prev = second->next = nullptr;
+    c->points = {first, second, 2};
+    c->left = &t.ends[first->x];
+    c->right = &t.ends[second->x];
+    *c->left = *c->right = c;
+    return c;
+}
+
+// Two ends arrive, the tail of one contour and the head of the same or another one.
+Joined join_ends(Search& s, TarnCONTOUR* arriving, TarnCONTOUR* leaving, TarnPOINT* first) {
+    TarnPOINT* second = first + 1;
+    TarnPOINTLIST& points = arriving->points;
+    points.count += 2;
+    first->prev = points.tail;
+    points.tail->next = first;
+    if (arriving == leaving) {
+        // Closed: the pair's first becomes the last point, its second the first.
+        first->next = nullptr;
+        points.tail = first;
+        second->prev = nullptr;
         second->next = points.head;
         points.head->prev = second;
-        points.head = first;
-        points.count += 2;
-        t.ends[from] = leaving;
-        leaving->left = &t.ends[from];
-        return {leaving, false};
+        points.head = second;
+        return {arriving, true};
     }
+    points.tail = second;
     second->next = nullptr;
-    TarnCONTOUR* c = new_contour(s, t.value_bit);
-    c->points = {first, second, 2};
-    t.ends[from] = t.ends[to] = c;
-    c->left = &t.ends[from];
-    c->right = &t.ends[to];
+    merge(s, arriving, leaving);
+    return {arriving, false};
+}
+
+// A member chosen by a condition without a branch.
+template <class Member>
+inline Member& either(void* record, size_t when_false, size_t when_true, bool condition) {
+    return *reinterpret_cast<Member*>(static_cast<char*>(record) + when_false + (when_true - when_false) * condition);
+}
+inline TarnPOINT*& next_or_prev(TarnPOINT* p, bool prev) {
+    return either<TarnPOINT*>(p, offsetof(TarnPOINT, next), offsetof(TarnPOINT, prev), prev);
+}
+inline TarnPOINT*& head_or_tail(TarnCONTOUR* c, bool tail) {
+    return either<TarnPOINT*>(c, offsetof(TarnCONTOUR, points.head), offsetof(TarnCONTOUR, points.tail), tail);
+}
+inline TarnCONTOUR**& left_or_right(TarnCONTOUR* c, bool right) {
+    return either<TarnCONTOUR**>(c, offsetof(TarnCONTOUR, left), offsetof(TarnCONTOUR, right), right);
+}
+
+// Joins a stretch of line y to what it meets. at: the contours whose ends arrive from above at its two ends, if it goes on
+// upwards there. An outline keeps its region to the right, so it runs west when the region is above the stretch.
+inline Joined join(Search& s, Tracer& t, const k::Stretch& stretch, TarnCONTOUR* const (&at)[2], int32_t y) {
+    const int west = stretch.above, up = stretch.up[0];
+    TarnPOINT* pair = take_pair(s, stretch.x[west], stretch.x[1 - west], y);
+    if (up == stretch.up[1])
+        return up ? join_ends(s, at[west], at[1 - west], pair) : Joined{start(s, t, pair), false};
+    // One end moves, from the corner `up` to the other: nearly always so, and no branch tells which of the four ways it is.
+    TarnCONTOUR* c = at[1 - up];
+    const bool tail = up != west;
+    TarnPOINT *near = pair + !tail, *far = pair + tail;
+    TarnPOINT*& end = head_or_tail(c, tail);
+    next_or_prev(near, tail) = end;
+    next_or_prev(end, !tail) = near;
+    next_or_prev(far, !tail) = nullptr;
+    end = far;
+    TarnCONTOUR** to = &t.ends[stretch.x[up]];
+    left_or_right(c, tail) = to;
+    *to = c;
+    c->points.count += 2;
     return {c, false};
 }
 
-// True when the stretch that ends at this corner goes on upwards. Where it meets another stretch, four edges meet.
-inline bool left_goes_up(const Tracer& t, const k::Corner& c) {
-    if (!(c.edges & k::kEdgeRight)) return c.edges & k::kEdgeUp;
-    return !(c.edges & k::kAboveSet) != t.diagonal;
-}
-
-// A line's state at one corner: the end of the stretch before it and the start of the one behind it.
-struct Step {
-    TarnCONTOUR* at_end;
-    Stretch next;
-};
-inline Step step(const Tracer& t, const k::Corner& c) {
-    const bool left_up = (c.edges & k::kEdgeLeft) && left_goes_up(t, c);
-    const bool right_up = (c.edges & k::kEdgeLeft) ? !left_up : bool(c.edges & k::kEdgeUp);
-    TarnCONTOUR* here = t.ends[c.x];
-    return {left_up ? here : nullptr, {c.x, right_up ? here : nullptr, bool(c.edges & k::kAboveSet)}};
+// The contour whose end arrives at the start of a stretch. Where it meets the stretch before it, that one may have
+// moved its own end there since; displaced is what was there before.
+inline TarnCONTOUR* arriving_at_start(const Tracer& t, int64_t i, TarnCONTOUR* displaced) {
+    const k::Stretch* stretch = t.stretches + i;
+    return i && stretch[-1].x[1] == stretch->x[0] ? displaced : t.ends[stretch->x[0]];
 }
 
 // The contour at the last edge of the row below at or before x: it is the nearest one around what ends there. The root
-// when there is none. Called with growing x along a line, so that it looks at each word of the row once or twice.
+// when there is none. Called with growing x along a line; no word of the row is looked at twice in search of an edge.
 TarnCONTOUR* contour_before(Search& s, Tracer& t, int32_t x) {
     const auto edges = [&](int32_t w) {
         const uint64_t before = w ? t.below[w - 1] >> 63 : 0;
@@ -139,11 +143,14 @@ TarnCONTOUR* contour_before(Search& s, Tracer& t, int32_t x) {
     };
     const auto last_of = [](int32_t w, uint64_t bits) { return w * 64 + 63 - __builtin_clzll(bits); };
     const int32_t word = x / 64;
-    for (; t.searched_words < word; ++t.searched_words)
-        if (const uint64_t bits = edges(t.searched_words)) t.last_edge = last_of(t.searched_words, bits);
-    const uint64_t here = edges(word) & (~uint64_t(0) >> (63 - x % 64));
-    const int32_t edge = here ? last_of(word, here) : t.last_edge;
-    return edge < 0 ? &s.root : t.ends[edge];
+    if (const uint64_t here = edges(word) & (~uint64_t(0) >> (63 - x % 64))) return t.ends[last_of(word, here)];
+    for (int32_t w = word - 1; w >= t.searched_words; --w)
+        if (const uint64_t bits = edges(w)) {
+            t.last_edge = last_of(w, bits);
+            break;
+        }
+    t.searched_words = word;
+    return t.last_edge < 0 ? &s.root : t.ends[t.last_edge];
 }
 
 void start_line(Tracer& t) {
@@ -153,41 +160,39 @@ void start_line(Tracer& t) {
 
 }  // namespace
 
-bool reserve_line(Search& s, int64_t corners) {
-    // A stretch ends at a corner, takes two points and starts one contour at most.
-    while (s.free_point_count < 2 * corners) {
-        TarnPOINT* p = static_cast<TarnPOINT*>(KaPOOLget(&s.point_pool, s.err));
-        if (!p) return false;
-        p->next = s.free_points;
-        s.free_points = p;
-        ++s.free_point_count;
+bool reserve_line(Search& s, int64_t stretches) {
+    while (s.free_pair_count < stretches) {
+        TarnPOINT* block = static_cast<TarnPOINT*>(KaPOOLget(&s.point_pool, s.err));
+        if (!block) return false;
+        for (int i = 0; i < 2 * kBlock; ++i) block[i].next = block + i + 1;
+        block[2 * kBlock - 1].next = s.free_pairs;
+        s.free_pairs = block;
+        s.free_pair_count += kBlock;
     }
-    while (s.free_contour_count < corners) {
-        TarnCONTOUR* c = static_cast<TarnCONTOUR*>(KaPOOLget(&s.contour_pool, s.err));
-        if (!c) return false;
-        c->next = s.free_contours;
-        s.free_contours = c;
-        ++s.free_contour_count;
+    while (s.free_contour_count < stretches) {
+        TarnCONTOUR* block = static_cast<TarnCONTOUR*>(KaPOOLget(&s.contour_pool, s.err));
+        if (!block) return false;
+        for (int i = 0; i < kBlock; ++i) block[i].next = block + i + 1;
+        block[kBlock - 1].next = s.free_contours;
+        s.free_contours = block;
+        s.free_contour_count += kBlock;
     }
     return true;
 }
 
 int64_t trace_line(Search& s, Tracer& t, int32_t y) {
     start_line(t);
-    Stretch stretch = {};
-    for (int64_t i = 0; i < t.corner_count; ++i) {
-        const k::Corner& corner = t.corners[i];
-        const Step here = step(t, corner);
-        if (corner.edges & k::kEdgeLeft) {
-            const Joined joined = join(s, t, stretch, corner.x, here.at_end, y);
-            if (joined.closed) {
-                TarnCONTOUR* parent = contour_before(s, t, stretch.x1);
-                const int64_t status = stretch.run_above ? deliver_outer(s, joined.contour, parent)
-                                                         : deliver_hole(s, joined.contour, parent);
-                if (status < 0) return status;
-            }
-        }
-        stretch = here.next;
+    TarnCONTOUR* at[2] = {};
+    for (int64_t i = 0; i < t.stretch_count; ++i) {
+        const k::Stretch& stretch = t.stretches[i];
+        at[0] = arriving_at_start(t, i, at[1]);
+        at[1] = t.ends[stretch.x[1]];
+        const Joined joined = join(s, t, stretch, at, y);
+        if (!joined.closed) continue;
+        TarnCONTOUR* parent = contour_before(s, t, stretch.x[0]);
+        const int64_t status = stretch.above ? deliver_outer(s, joined.contour, parent)
+                                             : deliver_hole(s, joined.contour, parent);
+        if (status < 0) return status;
     }
     return 0;
 }
@@ -195,31 +200,30 @@ int64_t trace_line(Search& s, Tracer& t, int32_t y) {
 int64_t trace_line(Search& s, Tracer& ones, Tracer& zeros, int32_t y) {
     start_line(ones);
     start_line(zeros);
-    // Inside of the image both see the same corners. On each stretch one has its region above, the other below.
+    // Inside of the image both have the same stretches; on each, one has its region above, the other below.
     const bool crossing = ones.diagonal && zeros.diagonal;
-    Stretch stretch1 = {}, stretch0 = {};
-    for (int64_t i = 0; i < ones.corner_count; ++i) {
-        const k::Corner& corner = ones.corners[i];
-        const Step here1 = step(ones, corner), here0 = step(zeros, zeros.corners[i]);
-        if (corner.edges & k::kEdgeLeft) {
-            const Joined joined1 = join(s, ones, stretch1, corner.x, here1.at_end, y);
-            const Joined joined0 = join(s, zeros, stretch0, corner.x, here0.at_end, y);
-            const bool one_above = stretch1.run_above;
-            const Joined &over = one_above ? joined1 : joined0, &under = one_above ? joined0 : joined1;
-            // A region that ends on this stretch lies next to the outline under it.
-            int64_t status = 0;
-            if (over.closed || under.closed) {
-                Tracer &top = one_above ? ones : zeros, &bottom = one_above ? zeros : ones;
-                TarnCONTOUR* outer_parent = crossing ? contour_before(s, top, stretch1.x1) : under.contour;
-                TarnCONTOUR* hole_parent = contour_before(s, bottom, stretch1.x1);
-                status = !under.closed  ? deliver_outer(s, over.contour, outer_parent)
-                         : !over.closed ? deliver_hole(s, under.contour, hole_parent)
-                                        : deliver_both(s, under.contour, hole_parent, over.contour, outer_parent);
-            }
-            if (status < 0) return status;
-        }
-        stretch1 = here1.next;
-        stretch0 = here0.next;
+    TarnCONTOUR *at1[2] = {}, *at0[2] = {};
+    for (int64_t i = 0; i < ones.stretch_count; ++i) {
+        const k::Stretch &stretch1 = ones.stretches[i], &stretch0 = zeros.stretches[i];
+        at1[0] = arriving_at_start(ones, i, at1[1]);
+        at0[0] = arriving_at_start(zeros, i, at0[1]);
+        at1[1] = ones.ends[stretch1.x[1]];
+        at0[1] = zeros.ends[stretch0.x[1]];
+        const Joined joined1 = join(s, ones, stretch1, at1, y);
+        const Joined joined0 = join(s, zeros, stretch0, at0, y);
+        if (!joined1.closed && !joined0.closed) continue;
+
+        // The outline of the region above can close as an outer one here, that of the region below as a hole.
+        const bool one_above = stretch1.above;
+        Tracer &over = one_above ? ones : zeros, &under = one_above ? zeros : ones;
+        const Joined &outer = one_above ? joined1 : joined0, &hole = one_above ? joined0 : joined1;
+        // A region that ends on this stretch lies next to the outline under it.
+        TarnCONTOUR* outer_parent = crossing ? contour_before(s, over, stretch1.x[0]) : hole.contour;
+        TarnCONTOUR* hole_parent = contour_before(s, under, stretch1.x[0]);
+        const int64_t status = !hole.closed    ? deliver_outer(s, outer.contour, outer_parent)
+                               : !outer.closed ? deliver_hole(s, hole.contour, hole_parent)
+                                               : deliver_both(s, hole.contour, hole_parent, outer.contour, outer_parent);
+        if (status < 0) return status;
     }
     return 0;
 }

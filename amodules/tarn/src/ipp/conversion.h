@@ -26,3 +26,9 @@ extern const PairTable<tarn::k::Copy> kConvert;
 // the even one. Returns the kernel's status, or kNoKernel for an empty cell.
 tarn::k::Status convert_plane(int src_kind, int dst_kind, int form, const void* src, int32_t src_stride, void* dst,
                               int32_t dst_stride, tarn::k::Size size);
+
+// Stretches the values of each channel to lo..hi, between the kinds u8, s16 and f32, in one form (form 2 at half the width,
+// its two channels each by its own values). Scratch comes from the storage, opened when there is none. Returns the kernel's
+// status, kNoKernel for an empty cell, kNoMemory without a storage.
+tarn::k::Status range_map_plane(Storage& storage, QuelERR* err, int src_kind, int dst_kind, int form, const void* src,
+                                int32_t src_stride, void* dst, int32_t dst_stride, tarn::k::Size size, float lo, float hi);

@@ -33,3 +33,15 @@ int64_t op_scaleresize(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* dst, cons
 int64_t op_mlnn(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* output, const LumoMAT* input, uint64_t count,
                 const TarnLayer* layers);
 int64_t op_contr_find(const QuelCALL*, QuelERR*, KaSMEMSTG*, TarnCONTOURS* output, const LumoMAT* image, uint32_t flags);
+int64_t op_minmax(const QuelCALL*, QuelERR*, KaSMEMSTG*, float* smallest, float* largest, const LumoMAT* src);
+int64_t op_countinrange(const QuelCALL*, QuelERR*, KaSMEMSTG*, int32_t* counts, const LumoMAT* src, const float* lower,
+                        const float* upper);
+int64_t op_mean(const QuelCALL*, QuelERR*, KaSMEMSTG*, float* means, const LumoMAT* src);
+int64_t op_convscale(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* dst, const LumoMAT* src, const float* scale,
+                     const float* offset);
+int64_t op_cvtvrange_v(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* array, const float* range);
+int64_t op_cvtvrange_n(const QuelCALL*, QuelERR*, KaSMEMSTG*, uint64_t n, LumoMAT* const* arrays, const float* range);
+int64_t op_cvtorigin(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* array, uint32_t from, uint32_t to);
+int64_t op_cvtorigin_n(const QuelCALL*, QuelERR*, KaSMEMSTG*, uint64_t n, LumoMAT* const* arrays, uint32_t from,
+                       uint32_t to);
+int64_t op_reshape(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* dst, const LumoMAT* src, uint32_t order_method);

@@ -1,5 +1,6 @@
-// Averages of lists of planes. 8 bits: exact sums, divided as a float division rounded to the nearest even would (proven over every
-// sum and count by the tests). 16 bits and floats: the fold's own sum, divided while the strip is in the cache.
+// Averages of lists of planes. 8 bits: exact sums, divided as a float division rounded to the nearest even would. 16 bits and
+// floats: the fold's own sum, divided while the strip is in the cache. Integers are divided by reciprocals; the tests prove
+// them over every sum.
 #include "kernels/arith.h"
 
 #include "kernels/fold.h"
@@ -10,28 +11,38 @@ namespace {
 constexpr int64_t kStripSums = 4096;  // elements whose sums stay in the cache beside their sources
 static_assert(kAverageScratch == 5 * kStripSums);
 
-// s / n for 16-bit sums s <= 255 n, n from 1 to 256: nearest, ties to even.
+// s / n for 16-bit sums s <= 255 n: nearest, ties to even.
+constexpr int32_t kMostSums16 = 128;  // planes; the reciprocal is exact up to 185
 struct Divide16 {
+    // n from 2 to kMostSums16.
     explicit Divide16(int32_t n)
-        : n(broadcast(uint16_t(n))),
-          half(broadcast(uint16_t(n / 2))),
-          reciprocal(broadcast(uint16_t(n == 1 ? 65535 : 65536 / n))),
-          even(broadcast(uint16_t(n % 2 == 0))) {}
+        : n(broadcast(uint16_t(n))), half(broadcast(uint16_t(n / 2))), even(broadcast(uint16_t(n % 2 == 0))) {
+        while (2 << shift < n) ++shift;
+        reciprocal = broadcast(uint16_t(((65536 << shift) + n - 1) / n));
+    }
     Bytes operator()(Bytes s) const {
         using V = Vec<uint16_t>;
-        const V t = (V)s + (V)half;  // <= 65408
-        // The reciprocal is at most one part in 65536 too small: the quotient is right or one too small.
-        V q = (V)mulhi_u16((Bytes)t, reciprocal);
-        V r = t - q * (V)n;
-        const V more = (V)((Vec<int16_t>)r >= (Vec<int16_t>)n);  // all ones, which is -1
-        q -= more;
-        r -= more & (V)n;
-        // No rest behind the added half: s was halfway, and q is its upper neighbour.
-        q -= (V)(r == V{}) & q & (V)even;
-        return (Bytes)q;
+        const V t = (V)s + (V)half;
+        const V q = (V)mulhi_u16((Bytes)t, reciprocal) >> shift;
+        // No rest behind the added half: s was halfway, and q is its upper neighbour. True is all ones, which is -1.
+        return (Bytes)(q - ((V)(q * (V)n == t) & q & (V)even));
     }
-    Bytes n, half, reciprocal, even;
+    Bytes n, half, even, reciprocal = {};
+    int shift = 0;
 };
+
+// The sum of two planes' bytes, added to 16-bit sums.
+inline void add_pair(Vec<uint16_t>& low, Vec<uint16_t>& high, Bytes a, Bytes b) {
+    using V = Vec<uint16_t>;
+#if defined(__SSSE3__)
+    const Bytes ones = broadcast<uint8_t>(1);
+    low += (V)dot_u8_s8(unpack_lo8(a, b), ones);
+    high += (V)dot_u8_s8(unpack_hi8(a, b), ones);
+#else
+    low += (V)unpack_lo8(a, Bytes{}) + (V)unpack_lo8(b, Bytes{});
+    high += (V)unpack_hi8(a, Bytes{}) + (V)unpack_hi8(b, Bytes{});
+#endif
+}
 
 // Takes kCount planes into the 16-bit sums; the last planes' sums are divided and stored at once.
 template <bool kKept, int kCount, bool kFirst, bool kLast>
@@ -47,11 +58,8 @@ void average_strip(uint8_t* d, const uint8_t* const* sources, uint8_t* sums, int
             low = (V)Whole{}.load(sums + 2 * i);
             high = (V)Whole{}.load(sums + 2 * i + kVector);
         }
-        for (int j = 0; j < kCount; ++j) {
-            const Bytes s = io.load(p[j] + i);
-            low += (V)unpack_lo8(s, Bytes{});
-            high += (V)unpack_hi8(s, Bytes{});
-        }
+        for (int j = 0; j < kCount; j += 2)
+            add_pair(low, high, io.load(p[j] + i), j + 1 < kCount ? io.load(p[j + 1] + i) : Bytes{});
         if constexpr (kLast) {
             Bytes r = pack_s16_u8(divide((Bytes)low), divide((Bytes)high));
             if constexpr (kKept) r = select(mask, r, io.load(d + i));
@@ -71,7 +79,7 @@ void average_last(uint8_t* d, const uint8_t* const* sources, int32_t count, uint
     else average_strip<kKept, 1, kFirst, true>(d, sources, sums, n, by);
 }
 
-// More planes than 16-bit sums hold: float sums in the order of the list (exact up to 65793 planes) and a float division.
+// One plane, or more than Divide16 takes: float sums in the order of the list (exact up to 65793 planes) and a float division.
 template <bool kKept>
 void average_of_many(const Sources& sources, int32_t divisor, uint8_t* d, int64_t y, int64_t x, int64_t n, void* scratch) {
     float* sums = static_cast<float*>(scratch);
@@ -100,11 +108,12 @@ Status average_u8(const Sources* sources, int32_t divisor, void* dst, int32_t ds
     if (Status s = check_sources(size, sources, dst)) return s;
     if (!scratch) return kNull;
     const int32_t count = sources->count;
-    const Divide16 by(min(divisor, 256));
+    const bool many = count < 2 || count > kMostSums16;
+    const Divide16 by(many ? 2 : count);
     uint8_t* sums = static_cast<uint8_t*>(scratch);
     each_strip(*sources, dst_stride, size, kChannels, kStripSums, [=](int64_t y, int64_t x, int64_t n) {
         uint8_t* d = row<uint8_t>(dst, dst_stride, y) + x;
-        if (count > 256) return average_of_many<kKept>(*sources, divisor, d, y, x, n, scratch);
+        if (many) return average_of_many<kKept>(*sources, divisor, d, y, x, n, scratch);
         for (int32_t i = 0; i < count; i += 4) {
             const uint8_t* p[4];
             const int32_t group = min(4, count - i);
@@ -118,23 +127,31 @@ Status average_u8(const Sources* sources, int32_t divisor, void* dst, int32_t ds
     return kOk;
 }
 
-// 16-bit quotients by float division: a float holds both numbers, and a quotient that is not halfway between two integers is
-// further from it than a float's rounding reaches.
+// Signed 16-bit quotients: those of the magnitudes by a reciprocal that is at most one part in 65536 too small, corrected by the
+// rest; nearest, ties to even, which is the same for either sign.
 template <bool kKept>
 void divide_strip_s16(uint8_t* d, int64_t n, int16_t divisor) {
-    using F = Vec<float>;
-    using I = Vec<int32_t>;
-    const F by = F{} + float(divisor), whole = F{} + 12582912.0f;  // 1.5 * 2^23: its neighbours are the integers
+    using V = Vec<uint16_t>;
+    const int32_t size = divisor < 0 ? -divisor : divisor;
+    if (divisor == 1) return;
+    const V by = (V)broadcast(uint16_t(size)), half = (V)broadcast(uint16_t(size / 2));
+    const V even = (V)broadcast(uint16_t(size % 2 == 0)), most = (V)broadcast(uint16_t(32767));
+    const V sign = (V)broadcast(uint16_t(divisor < 0 ? 65535 : 0));
+    const Bytes reciprocal = broadcast(uint16_t(size == 1 ? 65535 : 65536 / size));
     const Bytes mask = colour_mask<int16_t>();
-    const auto quotient = [=](Bytes twice) {
-        const F q = __builtin_convertvector((I)twice >> 16, F) / by;
-        return (Bytes)((I)(q + whole) - (I)whole);
-    };
     each_single_vector(n, [=](auto io, int64_t i) {
         const Bytes v = io.load(d + i);
-        Bytes r = pack_s32_s16(quotient(unpack_lo16(v, v)), quotient(unpack_hi16(v, v)));
-        if constexpr (kKept) r = select(mask, r, v);
-        io.store(d + i, r);
+        const V negative = (V)((Vec<int16_t>)v < Vec<int16_t>{}), flip = negative ^ sign;
+        const V t = (((V)v ^ negative) - negative) + half;  // at most 32768 + 16384
+        V q = (V)mulhi_u16((Bytes)t, reciprocal);
+        V rest = t - q * by;  // below 2 * by
+        const V more = (V)(rest >= by);
+        q -= more;
+        rest -= more & by;
+        q -= (V)(rest == V{}) & q & even;  // no rest behind the added half: it was halfway
+        q = q < most - flip ? q : most - flip;  // 32768 has no positive twin
+        const Bytes r = (Bytes)((q ^ flip) - flip);
+        io.store(d + i, kKept ? select(mask, r, v) : r);
     });
 }
 

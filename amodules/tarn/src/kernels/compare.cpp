@@ -14,14 +14,16 @@ constexpr int channels_of(Form form) { return form == Form::c1 ? 1 : form == For
 
 // Vectors of a block's second operand: from memory, or the constants' pattern.
 struct FromMemory {
+    static constexpr bool kMemory = true;
     const uint8_t* p;
     Bytes operator()(int v) const { return Whole{}.load(p + v * kVector); }
     FromMemory at(int64_t offset) const { return {p + offset}; }
 };
 struct FromPattern {
+    static constexpr bool kMemory = false;
     Pattern pattern;
     Bytes operator()(int v) const { return pattern.v[v % 3]; }
-    FromPattern at(int64_t) const { return *this; }
+    const FromPattern& at(int64_t) const { return *this; }
 };
 
 #if defined(__AVX512BW__)
@@ -37,22 +39,23 @@ uint64_t holds(Bytes a, Bytes b) {
 
 // The answers of 64 elements.
 template <class T, int kComparison, class B>
-uint64_t word(const uint8_t* a, const B& b, int n) {
+[[gnu::always_inline]] inline uint64_t word(const uint8_t* a, const B& b, int n) {
     constexpr int kVectors = int(sizeof(T)), kLanes = 64 / kVectors;
     uint64_t bits = 0;
     for (int v = 0; v < kVectors; ++v)
         bits |= holds<T, kComparison>(Whole{}.load(a + 64 * (n * kVectors + v)), b(n * kVectors + v)) << v * (kLanes & 63);
+    asm("" : "+r"(bits));  // once into a general register, where each use would fetch them from the mask register
     return bits;
 }
 
 template <class T, int kComparison, Form form, class B>
-Bytes block(const uint8_t* a, const B& b) {
+[[gnu::always_inline]] inline Bytes block(const uint8_t* a, const B& b) {
     uint64_t pixels;
     if constexpr (form == Form::c1) {
         pixels = word<T, kComparison>(a, b, 0);
     } else if constexpr (form == Form::c3) {
         const uint64_t w0 = word<T, kComparison>(a, b, 0), w1 = word<T, kComparison>(a, b, 1), w2 = word<T, kComparison>(a, b, 2);
-        // Bit i of `both` joins the elements i, i + 1 and i + 2; only a pixel's first element counts.
+        // Bit i of all0 joins the elements i, i + 1 and i + 2; only a pixel's first element counts.
         const uint64_t all0 = w0 & (w0 >> 1 | w1 << 63) & (w0 >> 2 | w1 << 62);
         const uint64_t all1 = w1 & (w1 >> 1 | w2 << 63) & (w1 >> 2 | w2 << 62);
         const uint64_t all2 = w2 & w2 >> 1 & w2 >> 2;
@@ -95,7 +98,7 @@ Bytes in_order(Bytes v, [[maybe_unused]] int packs) {
 
 // The answers of as many elements as a vector has bytes.
 template <class T, int kComparison, class B>
-Bytes word(const uint8_t* a, const B& b, int n) {
+[[gnu::always_inline]] inline Bytes word(const uint8_t* a, const B& b, int n) {
     constexpr int kVectors = int(sizeof(T));
     Bytes r[kVectors];
     for (int v = 0; v < kVectors; ++v)
@@ -106,7 +109,7 @@ Bytes word(const uint8_t* a, const B& b, int n) {
 }
 
 template <class T, int kComparison, Form form, class B>
-Bytes block(const uint8_t* a, const B& b) {
+[[gnu::always_inline]] inline Bytes block(const uint8_t* a, const B& b) {
     if constexpr (form == Form::c1) {
         return word<T, kComparison>(a, b, 0);
     } else {
@@ -135,7 +138,7 @@ void compare_row(uint8_t* d, const uint8_t* a, const B& b, int64_t n) {
     const size_t bytes = size_t((n - x) * kPixel);
     memcpy(rest[0], a + x * kPixel, bytes);
     Bytes r;
-    if constexpr (sizeof(B) == sizeof(FromMemory)) {
+    if constexpr (B::kMemory) {
         memcpy(rest[1], b.p + x * kPixel, bytes);
         r = block<T, kComparison, form>(rest[0], FromMemory{rest[1]});
     } else {

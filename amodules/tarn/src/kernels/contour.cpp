@@ -1,6 +1,6 @@
 // Rows as bits, 64 pixels a word: ends of runs are then the set bits of the row XORed with itself shifted by one, found by
-// counting trailing zeros, and words that equal those of the row above are skipped whole. An outline can turn only where the
-// two rows begin or cease to differ, or where they differ and both change.
+// counting trailing zeros, and words that equal those of the row above are skipped whole. Between two rows, outlines run where
+// they differ, and turn where they begin or cease to, or where they differ and both change.
 #include "kernels/contour.h"
 
 #include "kernels/body.h"
@@ -42,6 +42,28 @@ inline uint64_t load_word(const void* row, int64_t w) {
 
 inline int trailing_zeros(uint64_t word) { return __builtin_ctzll(word); }
 
+// Bit i: word base + i of the rows differs, for up to 64 words.
+inline uint64_t differing_words(const void* above, const void* below, int64_t base, int64_t n) {
+    const uint8_t *a = static_cast<const uint8_t*>(above) + 8 * base, *b = static_cast<const uint8_t*>(below) + 8 * base;
+    uint64_t differing = 0;
+    int64_t i = 0;
+#if defined(__AVX512F__)
+    for (; i < n; i += 8) {
+        const __mmask8 some = n - i < 8 ? __mmask8((1 << (n - i)) - 1) : __mmask8(-1);
+        const __m512i va = _mm512_maskz_loadu_epi64(some, a + 8 * i), vb = _mm512_maskz_loadu_epi64(some, b + 8 * i);
+        differing |= uint64_t(_mm512_cmpneq_epi64_mask(va, vb)) << i;
+    }
+#elif defined(__AVX2__)
+    for (; i + 4 <= n; i += 4) {
+        const __m256i va = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(a + 8 * i));
+        const __m256i vb = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(b + 8 * i));
+        differing |= uint64_t(_mm256_movemask_pd(_mm256_castsi256_pd(_mm256_cmpeq_epi64(va, vb))) ^ 15) << i;
+    }
+#endif
+    for (; i < n; ++i) differing |= uint64_t(load_word(a, i) != load_word(b, i)) << i;
+    return differing;
+}
+
 }  // namespace
 
 Status binarise_u8_c1(const void* src, int32_t src_stride, void* bits, int32_t bits_stride, Size size, int32_t value) {
@@ -65,33 +87,47 @@ Status binarise_u8_c1(const void* src, int32_t src_stride, void* bits, int32_t b
     return kOk;
 }
 
-Status find_corners(const void* above, const void* below, int32_t width, Corner* corners, int64_t* count) {
-    if (Status s = check({width, 1}, above, below, corners, count)) return s;
-    const int64_t whole = width / 64, rest = width % 64;
-    Corner* out = corners;
-    uint64_t a_before = 0, differ_before = 0;  // the pixel left of the word, in the lowest bit
-    for (int64_t w = 0; w <= whole; ++w) {
-        uint64_t a = 0, b = 0;
-        if (w < whole) {
-            a = load_word(above, w);
-            b = load_word(below, w);
-        } else if (rest) {
-            const uint64_t inside = (uint64_t(1) << rest) - 1;
-            a = load_word(above, w) & inside;
-            b = load_word(below, w) & inside;
+Status find_stretches(const void* above, const void* below, int32_t width, int32_t diagonal, Stretch* stretches,
+                      int32_t* count) {
+    if (Status s = check({width, 1}, above, below, stretches, count)) return s;
+    const uint64_t join = diagonal ? ~uint64_t(0) : 0;
+    const int64_t whole = width / 64, words = (int64_t(width) + 63) / 64;
+    const uint64_t inside_last = (uint64_t(1) << width % 64) - 1;
+    const auto load = [&](const void* row, int64_t w) {
+        return w < whole ? load_word(row, w) : w < words ? load_word(row, w) & inside_last : 0;
+    };
+    Stretch *start = stretches, *end = stretches;  // whose start, whose end comes next
+    uint64_t ending = 0;                           // a stretch may end in the first word of the next 64
+    for (int64_t base = 0; base <= whole; base += 64) {
+        const uint64_t differing = differing_words(above, below, base, min<int64_t>(words - base, 64));
+        uint64_t todo = differing | differing << 1 | ending;
+        ending = differing >> 63;
+        for (; todo; todo &= todo - 1) {
+            const int64_t w = base + trailing_zeros(todo);
+            if (w > whole) break;
+            const uint64_t a = load(above, w), differ = a ^ load(below, w);
+            const uint64_t a_before = w ? load_word(above, w - 1) >> 63 : 0;
+            const uint64_t differ_before = w ? (load_word(above, w - 1) ^ load_word(below, w - 1)) >> 63 : 0;
+            // Bit i speaks of the corner left of pixel i.
+            const uint64_t left = differ << 1 | differ_before, up = a ^ (a << 1 | a_before);
+            const uint64_t four = differ & left & up;
+            const uint64_t end_up = (up & ~four) | (four & (join ^ ~a)), start_up = (up & ~four) | (four & ~end_up);
+            const int32_t x = int32_t(64 * w);
+            for (uint64_t starts = (differ & ~left) | four; starts; starts &= starts - 1, ++start) {
+                const int i = trailing_zeros(starts);
+                start->x[0] = x + i;
+                start->up[0] = uint8_t(start_up >> i & 1);
+                start->above = uint8_t(a >> i & 1);
+            }
+            for (uint64_t ends = (left & ~differ) | four; ends; ends &= ends - 1, ++end) {
+                const int i = trailing_zeros(ends);
+                end->x[1] = x + i;
+                end->up[1] = uint8_t(end_up >> i & 1);
+                end->unused = 0;
+            }
         }
-        const uint64_t differ = a ^ b, left = differ << 1 | differ_before, up = a ^ (a << 1 | a_before);
-        uint64_t turns = (differ ^ left) | (differ & left & up);
-        while (turns) {
-            const int i = trailing_zeros(turns);
-            const auto bit = [i](uint64_t word) { return uint32_t(word >> i) & 1; };
-            *out++ = {int32_t(64 * w + i), bit(up) * kEdgeUp | bit(left) * kEdgeLeft | bit(differ) * kEdgeRight | bit(a) * kAboveSet};
-            turns &= turns - 1;
-        }
-        a_before = a >> 63;
-        differ_before = differ >> 63;
     }
-    *count = out - corners;
+    *count = int32_t(end - stretches);
     return kOk;
 }
 

@@ -7,29 +7,26 @@
 
 namespace tarn::k {
 
-// A pixel corner on the line between two rows, at which an outline turns or meets another: a vertical and a horizontal edge
-// between unequal pixels end here.
-struct Corner {
-    int32_t x;       // 0..width
-    uint32_t edges;  // bits below
-};
-enum : uint32_t {
-    kEdgeUp = 1,    // the pixels left and right of the corner differ in the row above
-    kEdgeLeft = 2,  // the pixels above and below the line differ to the left of the corner
-    kEdgeRight = 4, // ... to the right of it
-    kAboveSet = 8,  // the pixel above and to the right is set
+// A stretch of outline on the line between two rows: along it, of the pixels above and below the line one is set and the other
+// is not, everywhere the same one. At either end the outline goes on along a vertical edge, up or down.
+struct Stretch {
+    int32_t x[2];   // its left and right end, 0 <= x[0] < x[1] <= width
+    uint8_t up[2];  // at each end, 1: goes on upwards, 0: downwards
+    uint8_t above;  // 1: the row above is set along the stretch, 0: the row below
+    uint8_t unused;
 };
 
 // Bits of rows: bit x is set where (pixel > 0) == (value != 0); bits behind the width are clear.
 using Binarise = Status(const void* src, int32_t src_stride, void* bits, int32_t bits_stride, Size size, int32_t value);
 
-// The corners on the line between two rows of bits, from left to right; outside of the rows nothing is set. The corners
-// that differ from a straight line only. With the same row above there are none; with an empty row above they are the ends
-// of the row's runs.
+// The stretches on the line between two rows of bits, from left to right; outside of the rows nothing is set. Where two of
+// them meet, four edges do: when set pixels that touch at a corner belong together (diagonal), the outlines pass so that the set pixels
+// are joined, else so that they are parted. With an empty row above the stretches are the row's runs.
 //   above, below  rows of bits; what is behind the width is ignored
-//   corners       room for width + 1; only so many are written as there are
+//   stretches     room for width of them; only so many are written as there are
 //   count         how many there are
-using FindCorners = Status(const void* above, const void* below, int32_t width, Corner* corners, int64_t* count);
+using FindStretches = Status(const void* above, const void* below, int32_t width, int32_t diagonal, Stretch* stretches,
+                             int32_t* count);
 
 #define KERNEL(name, Fn) TARN_KERNEL(name, Fn)
 #include "kernels/contour.def"

@@ -1,6 +1,6 @@
 // For kernel sources only: the level's widest float vector, filled from elements of any type and stored as elements of any
 // type, four vectors at a time. Values are those of saturate.h: floats go to the nearest integer, ties to the even one, and
-// saturate; NaN gives the type's smallest value. Without vectors, a Floats is one float.
+// saturate; NaN gives the type's smallest value.
 #pragma once
 
 #include "kernels/body.h"
@@ -114,19 +114,23 @@ constexpr int kFloats = sizeof(Floats) / 4;
 #undef TARN_PACK16
 #undef TARN_PACK8
 #else
-using Floats = float;
-constexpr int kFloats = 1;
+using Floats = float __attribute__((vector_size(16)));
+constexpr int kFloats = 4;
 template <class S>
-[[maybe_unused]] inline Floats load(const S* p) { return saturate<float, S>(*p); }
-[[maybe_unused]] inline Floats all(float v) { return v; }
+[[maybe_unused]] inline Floats load(const S* p) {
+    return Floats{saturate<float, S>(p[0]), saturate<float, S>(p[1]), saturate<float, S>(p[2]), saturate<float, S>(p[3])};
+}
+[[maybe_unused]] inline Floats all(float v) { return Floats{v, v, v, v}; }
 [[maybe_unused]] inline Floats add(Floats a, Floats b) { return a + b; }
 [[maybe_unused]] inline Floats mul(Floats a, Floats b) { return a * b; }
 template <class D>
 [[maybe_unused]] inline void store4(D* p, Floats a, Floats b, Floats c, Floats d) {
-    p[0] = saturate<D, float>(a);
-    p[1] = saturate<D, float>(b);
-    p[2] = saturate<D, float>(c);
-    p[3] = saturate<D, float>(d);
+    for (int e = 0; e < 4; ++e) {
+        p[e] = saturate<D, float>(a[e]);
+        p[4 + e] = saturate<D, float>(b[e]);
+        p[8 + e] = saturate<D, float>(c[e]);
+        p[12 + e] = saturate<D, float>(d[e]);
+    }
 }
 #endif
 

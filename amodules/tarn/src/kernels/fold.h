@@ -25,10 +25,10 @@ struct MulU8 {
     using T = uint8_t;
     static constexpr T kNeutral = 1;
     Bytes operator()(Bytes d, Bytes s) const {
+        // The pack reads its operand as signed: 65025 must be cut to 255 before it.
         const auto product = [](Bytes a, Bytes b) {
-            const Bytes p = (Bytes)((Vec<uint16_t>)a * (Vec<uint16_t>)b);
-            // The pack reads its operand as signed: 65025 must be cut to 255 before it.
-            return (Bytes)((Vec<uint16_t>)p - (Vec<uint16_t>)subs_u16(p, broadcast<uint16_t>(255)));
+            const Vec<uint16_t> p = (Vec<uint16_t>)a * (Vec<uint16_t>)b, most = Vec<uint16_t>{} + uint16_t(255);
+            return (Bytes)(p < most ? p : most);
         };
         return pack_s16_u8(product(unpack_lo8(d, Bytes{}), unpack_lo8(s, Bytes{})),
                            product(unpack_hi8(d, Bytes{}), unpack_hi8(s, Bytes{})));

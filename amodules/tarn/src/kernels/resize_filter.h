@@ -5,14 +5,15 @@
 // that no output needs are never read. Horizontally the taps of neighbouring outputs are fetched by permutes from a row
 // converted to floats, or, where the image shrinks to less than half (and below AVX2), gathered one by one into a plane per tap.
 //
-// Sums are products added in one order, so all levels give the same bits. For 8-bit sources the horizontal weights are
-// multiples of 2^-15 whose sum is exactly 1: with 9 bits of pixel sums the result fits the 24 bits of a float, nothing is ever
-// rounded, and a fused multiply-add may be used where there is one.
+// Sums are chains of fused multiply-adds in one order, exact in software where the processor has none, so all levels give the same
+// bits. For 8-bit sources the horizontal weights are multiples of 2^-15 whose sum is exactly 1: with 9 bits of pixel sums the
+// result fits the 24 bits of a float and nothing is ever rounded, so there a product and an addition do as well.
 //
 // A filter is a type with
 //   kTaps                                     2, 4 or 6
 //   weights(const double* f, double (*w)[kBlock])   for kBlock positions at once: the weights of the taps around a position that lies f
 //                                             (0 <= f < 1) to the right of tap kTaps / 2 - 1; their sum is 1
+//   half(const Job&)                          with 2 taps: one channel at exactly half the size
 #pragma once
 
 #include "kernels/resize_taps.h"
@@ -42,18 +43,76 @@ struct Element<uint8_t> {
 // Which operand's NaN a sum hands on depends on the compiler, so NaN gets one pattern.
 [[maybe_unused]] inline void store(float* to, float v) { *to = v == v ? v : __builtin_nanf(""); }
 
+// ---- Vectors --------------------------------------------------------------------------------------------------------
+
+#if defined(__AVX512F__)
+constexpr int kLanes = 16;
+using Lanes = __m512;
+using Index = __m512i;
+inline Lanes load(const float* p) { return _mm512_loadu_ps(p); }
+inline Index load(const int32_t* p) { return _mm512_loadu_si512(p); }
+inline Index later(Index at, int elements) { return _mm512_add_epi32(at, _mm512_set1_epi32(elements)); }
+inline void store(float* p, Lanes v) { _mm512_storeu_ps(p, v); }
+inline Lanes fused(Lanes a, Lanes b, Lanes c) { return _mm512_fmadd_ps(a, b, c); }
+inline Lanes pick(Lanes window, Index at) { return _mm512_permutexvar_ps(at, window); }
+inline Lanes pick(Lanes low, Lanes high, Index at) { return _mm512_permutex2var_ps(low, at, high); }
+#elif defined(__AVX2__)
+constexpr int kLanes = 8;
+using Lanes = __m256;
+using Index = __m256i;
+inline Lanes load(const float* p) { return _mm256_loadu_ps(p); }
+inline Index load(const int32_t* p) { return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p)); }
+inline Index later(Index at, int elements) { return _mm256_add_epi32(at, _mm256_set1_epi32(elements)); }
+inline void store(float* p, Lanes v) { _mm256_storeu_ps(p, v); }
+inline Lanes fused(Lanes a, Lanes b, Lanes c) { return _mm256_fmadd_ps(a, b, c); }
+inline Lanes pick(Lanes window, Index at) { return _mm256_permutevar8x32_ps(window, at); }
+inline Lanes pick(Lanes low, Lanes high, Index at) {
+    const Lanes second = _mm256_castsi256_ps(_mm256_slli_epi32(at, 28));  // bit 3: from the second window
+    return _mm256_blendv_ps(pick(low, at), pick(high, at), second);
+}
+#else
+constexpr int kLanes = 8;
+#endif
+
 // ---- Sums -----------------------------------------------------------------------------------------------------------
 
-// The sum of kTaps products: small outer ones first, pairs from outside to inside.
-template <int kTaps, class Term>
-inline auto sum_of(Term term) {
-    static_assert(kTaps == 2 || kTaps == 4 || kTaps == 6);
-    if constexpr (kTaps == 2)
-        return term(0) + term(1);
-    else if constexpr (kTaps == 4)
-        return (term(0) + term(3)) + (term(1) + term(2));
-    else
-        return ((term(0) + term(5)) + (term(1) + term(4))) + (term(2) + term(3));
+// a * b + c, rounded once.
+[[maybe_unused]] inline float fused(float a, float b, float c) {
+#if defined(__FMA__) || defined(__FP_FAST_FMAF)
+    return __builtin_fmaf(a, b, c);
+#else
+    // The product of two floats is exact in double precision. The sum is rounded to double, then to float: wrong only where the
+    // first rounding ends halfway between two floats, or below the normal floats. There it is rounded to odd first (S. Boldo and
+    // G. Melquiond, "Emulation of FMA and correctly rounded sums", 2008).
+    const double product = double(a) * double(b);
+    double sum = product + double(c);
+    uint64_t bits = __builtin_bit_cast(uint64_t, sum);
+    const bool halfway = (bits & 0x1fffffff) == 0x10000000;
+    const bool tiny = (bits << 1) - 1 < (uint64_t(1023 - 126) << 53) - 1;  // but not zero
+    if (__builtin_expect(halfway || tiny, 0)) {
+        const double added = sum - product, error = (product - (sum - added)) + (double(c) - added);
+        if ((error > 0 || error < 0) && bits % 2 == 0) {
+            bits += (error > 0) == (sum > 0) ? uint64_t(1) : ~uint64_t(0);
+            sum = __builtin_bit_cast(double, bits);
+        }
+    }
+    return float(sum);
+#endif
+}
+
+// The sum of kTaps products, from the small outer ones to the inner ones. kExact: nothing is rounded.
+template <int kTaps, bool kExact, class Tap, class Weight>
+inline auto sum_of(Tap tap, Weight weight) {
+    auto sum = tap(0) * weight(0);
+#pragma GCC unroll 6
+    for (int i = 1; i < kTaps; ++i) {
+        const int k = i % 2 ? kTaps - 1 - i / 2 : i / 2;
+        if constexpr (kExact && sizeof sum == sizeof(float))
+            sum = tap(k) * weight(k) + sum;
+        else
+            sum = fused(tap(k), weight(k), sum);
+    }
+    return sum;
 }
 
 // The first output of a block and the weights of kBlock outputs: first[i] is the source pixel of tap 0.
@@ -86,12 +145,6 @@ void block_of_weights(Walk& walk, int64_t* first, float (*weight)[kBlock]) {
 }
 
 // ---- Strips ---------------------------------------------------------------------------------------------------------
-
-#if defined(__AVX512F__)
-constexpr int kLanes = 16;
-#else
-constexpr int kLanes = 8;
-#endif
 
 // Elements of a strip at most: multiples of 16 and 3.
 template <int kTaps>
@@ -154,41 +207,15 @@ void gather_taps(const T* s, int64_t width, int64_t left, const Strip& strip, fl
     }
 }
 
-template <int kTaps>
+template <int kTaps, bool kExact>
 void weigh_planes(const Strip& strip, const float* TARN_RESTRICT planes, float* TARN_RESTRICT out) {
     const float* TARN_RESTRICT weight = strip.weight;
+    constexpr int64_t kPitch = kStripElements<kTaps>;
     for (int64_t i = 0; i < strip.elements; ++i)
-        out[i] = sum_of<kTaps>([&](int k) {
-            return planes[k * kStripElements<kTaps> + i] * weight[k * kStripElements<kTaps> + i];
-        });
+        out[i] = sum_of<kTaps, kExact>([&](int k) { return planes[k * kPitch + i]; }, [&](int k) { return weight[k * kPitch + i]; });
 }
 
 #if defined(__AVX2__)
-
-#if defined(__AVX512F__)
-using Lanes = __m512;
-using Index = __m512i;
-inline Lanes load(const float* p) { return _mm512_loadu_ps(p); }
-inline Index load(const int32_t* p) { return _mm512_loadu_si512(p); }
-inline Index later(Index at, int elements) { return _mm512_add_epi32(at, _mm512_set1_epi32(elements)); }
-inline void store(float* p, Lanes v, int) { _mm512_storeu_ps(p, v); }
-inline Lanes fused(Lanes a, Lanes b, Lanes c) { return _mm512_fmadd_ps(a, b, c); }
-inline Lanes pick(Lanes window, Index at) { return _mm512_permutexvar_ps(at, window); }
-inline Lanes pick(Lanes low, Lanes high, Index at) { return _mm512_permutex2var_ps(low, at, high); }
-#else
-using Lanes = __m256;
-using Index = __m256i;
-inline Lanes load(const float* p) { return _mm256_loadu_ps(p); }
-inline Index load(const int32_t* p) { return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p)); }
-inline Index later(Index at, int elements) { return _mm256_add_epi32(at, _mm256_set1_epi32(elements)); }
-inline void store(float* p, Lanes v, int) { _mm256_storeu_ps(p, v); }
-inline Lanes fused(Lanes a, Lanes b, Lanes c) { return _mm256_fmadd_ps(a, b, c); }
-inline Lanes pick(Lanes window, Index at) { return _mm256_permutevar8x32_ps(window, at); }
-inline Lanes pick(Lanes low, Lanes high, Index at) {
-    const Lanes second = _mm256_castsi256_ps(_mm256_slli_epi32(at, 28));  // bit 3: from the second window
-    return _mm256_blendv_ps(pick(low, at), pick(high, at), second);
-}
-#endif
 
 // kWindows: how many vectors of the converted row hold the taps of a vector of outputs; kShare: for how many taps in turn one
 // load of them serves.
@@ -208,16 +235,9 @@ void weigh_windows(const Strip& strip, const float* row, int channels, float* ou
             const Index at = k % kShare ? later(first, k % kShare * channels) : first;
             tap[k] = kWindows == 2 ? pick(low, high, at) : pick(low, at);
         }
-        const auto weight_of = [&](int k) { return load(weight + k * kStripElements<kTaps>); };
-        Lanes sum;
-        if constexpr (kExact) {
-            sum = tap[0] * weight_of(0);
-#pragma GCC unroll 6
-            for (int k = 1; k < kTaps; ++k) sum = fused(tap[k], weight_of(k), sum);
-        } else {
-            sum = sum_of<kTaps>([&](int k) { return tap[k] * weight_of(k); });
-        }
-        store(out + g * kLanes, sum, 0);
+        const Lanes sum = sum_of<kTaps, kExact>([&](int k) { return tap[k]; },
+                                                [&](int k) { return load(weight + k * kStripElements<kTaps>); });
+        store(out + g * kLanes, sum);
     }
 }
 
@@ -318,7 +338,7 @@ void resample_row(const Strip& strip, const T* s, int64_t width, int64_t left, i
         gather_taps<kTaps, 3>(s, width, left, strip, row);
     else
         gather_taps<kTaps, 4>(s, width, left, strip, row);
-    weigh_planes<kTaps>(strip, row, out);
+    weigh_planes<kTaps, kExact>(strip, row, out);
 }
 
 // ---- Output rows ----------------------------------------------------------------------------------------------------
@@ -347,20 +367,24 @@ inline void store_rounded(float* to, const Lanes* v, __mmask64 mask) {
                               _mm512_mask_mov_ps(v[i], _mm512_cmp_ps_mask(v[i], v[i], _CMP_UNORD_Q), nan));
 }
 
-// Rows must be readable up to a multiple of 64 elements.
+// Rows must be readable up to a multiple of 64 elements. Inlined: handed over in memory, the rows' addresses would be read before
+// they have got there.
 template <int kTaps, bool kKept, class T>
-void blend_rows(const float* const* rows, const float* weight, int64_t n, T* dst) {
+[[gnu::always_inline]] inline void blend_rows(const float* const* rows, const float* weight, int64_t n, T* dst) {
     const float* r[kTaps];
     Lanes w[kTaps];
     for (int k = 0; k < kTaps; ++k) r[k] = rows[k], w[k] = _mm512_set1_ps(weight[k]);
     const __mmask64 carried = kKept ? 0x7777777777777777 : ~__mmask64(0);
-    for (int64_t i = 0; i < n; i += 64) {
+    const auto blend = [&](int64_t i, __mmask64 mask) {
         Lanes v[4];
 #pragma GCC unroll 4
         for (int part = 0; part < 4; ++part)
-            v[part] = sum_of<kTaps>([&](int k) { return load(r[k] + i + 16 * part) * w[k]; });
-        store_rounded(dst + i, v, n - i >= 64 ? carried : carried & ((__mmask64(1) << (n - i)) - 1));
-    }
+            v[part] = sum_of<kTaps, false>([&](int k) { return load(r[k] + i + 16 * part); }, [&](int k) { return w[k]; });
+        store_rounded(dst + i, v, mask);
+    };
+    int64_t i = 0;
+    for (; n - i >= 64; i += 64) blend(i, carried);
+    if (i < n) blend(i, carried & ((__mmask64(1) << (n - i)) - 1));
 }
 
 #else
@@ -370,7 +394,7 @@ void blend_rows(const float* const* rows, const float* weight, int64_t n, T* TAR
     const float* r[kTaps];
     float w[kTaps];
     for (int k = 0; k < kTaps; ++k) r[k] = rows[k], w[k] = weight[k];
-    const auto at = [&](int64_t i) { return sum_of<kTaps>([&](int k) { return r[k][i] * w[k]; }); };
+    const auto at = [&](int64_t i) { return sum_of<kTaps, false>([&](int k) { return r[k][i]; }, [&](int k) { return w[k]; }); };
     if (kKept) {
         // Blocks of whole pixels through a buffer: the sums as vectors, the three channels one by one.
         T block[64];
@@ -400,6 +424,8 @@ Status resample(const Job& j, int channels) {
     constexpr int64_t kElements = kStripElements<kTaps>;
     constexpr int64_t kRow = 6 * kElements + 256;  // planes; or twice a strip, the taps, and two windows more
     if (Status s = check(j)) return s;
+    if constexpr (kTaps == 2)
+        if (channels == 1 && halves(j)) return Filter::template half<T>(j);
     const int64_t width = j.dst_size.width, height = j.dst_size.height;
 
     Scratch scratch(j.allocator);

@@ -15,6 +15,10 @@ template <int kBits>
     return (v + (1 << (kBits - 1)) - 1 + (v >> kBits & 1)) >> kBits;
 }
 
+#if defined(__SSSE3__)
+inline __m128i window(const uint8_t* p) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p)); }
+#endif
+
 #if defined(__AVX512BW__)
 #define TARN_VECTORS
 using Vector = __m512i;
@@ -33,7 +37,6 @@ inline Vector weigh_pairs(Vector bytes, Vector weights) { return _mm512_maddubs_
 inline Vector to_bytes(Vector a, Vector b) {
     return _mm512_permutexvar_epi64(_mm512_setr_epi64(0, 2, 4, 6, 1, 3, 5, 7), _mm512_packus_epi16(a, b));
 }
-inline __m128i window(const uint8_t* p) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p)); }
 inline Vector windows(const uint8_t* s, const int64_t* from) {
     Vector v = _mm512_castsi128_si512(window(s + from[0]));
     v = _mm512_mask_broadcast_i32x4(v, 0x00f0, window(s + from[1]));
@@ -56,7 +59,6 @@ inline Vector either(Vector a, Vector b) { return _mm256_or_si256(a, b); }
 inline Vector shuffle(Vector v, Vector at) { return _mm256_shuffle_epi8(v, at); }
 inline Vector weigh_pairs(Vector bytes, Vector weights) { return _mm256_maddubs_epi16(bytes, weights); }
 inline Vector to_bytes(Vector a, Vector b) { return _mm256_permute4x64_epi64(_mm256_packus_epi16(a, b), 0xd8); }
-inline __m128i window(const uint8_t* p) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p)); }
 inline Vector windows(const uint8_t* s, const int64_t* from) {
     return _mm256_inserti128_si256(_mm256_castsi128_si256(window(s + from[0])), window(s + from[1]), 1);
 }
@@ -85,8 +87,14 @@ constexpr int kLanes = kBytes / 2;           // 16-bit ones
 
 template <int kBits>
 inline Vector round_even(Vector v) {
+    constexpr int kHalf = 1 << (kBits - 1);
+#if defined(__AVX512BW__)
+    const __mmask32 is_odd = _mm512_test_epi16_mask(v, all16(1 << kBits));
+    return down<kBits>(add16(v, _mm512_mask_mov_epi16(all16(kHalf - 1), is_odd, all16(kHalf))));
+#else
     const Vector odd = bits(down<kBits>(v), all16(1));
-    return down<kBits>(add16(add16(v, all16((1 << (kBits - 1)) - 1)), odd));
+    return down<kBits>(add16(add16(v, all16(kHalf - 1)), odd));
+#endif
 }
 
 // Stores n bytes of a register, all that is left of a row; kKept: but no fourth of four.
@@ -104,10 +112,6 @@ inline void store_some(uint8_t* dst, Vector v, int64_t n) {
 }
 #endif
 
-
-[[maybe_unused]] inline bool halves(const Job& j) {
-    return j.region.width == 2 * int64_t(j.dst_size.width) && j.region.height == 2 * int64_t(j.dst_size.height);
-}
 
 // One row of means of 1 or 4 channels, n bytes of it.
 template <int kChannels, bool kKept>

@@ -29,13 +29,13 @@ struct Lanczos {
             const double w2 = x > 0.0 ? 2.0 * half : 1.0;
             const double w3 = (root - half) * (x2 / (d3 * d3)), w4 = -(root + half) * (x2 / (d4 * d4));
             const double w5 = 2.0 * half * (x2 / (d5 * d5));
-            const double sum = ((w0 + w5) + (w1 + w4)) + (w2 + w3);
-            w[0][i] = w0 / sum;
-            w[1][i] = w1 / sum;
-            w[2][i] = w2 / sum;
-            w[3][i] = w3 / sum;
-            w[4][i] = w4 / sum;
-            w[5][i] = w5 / sum;
+            const double scale = 1.0 / (((w0 + w5) + (w1 + w4)) + (w2 + w3));
+            w[0][i] = w0 * scale;
+            w[1][i] = w1 * scale;
+            w[2][i] = w2 * scale;
+            w[3][i] = w3 * scale;
+            w[4][i] = w4 * scale;
+            w[5][i] = w5 * scale;
         }
     }
 };

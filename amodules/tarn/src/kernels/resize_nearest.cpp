@@ -2,7 +2,7 @@
 // are found once per call. Where a byte shuffle exists and the image shrinks to no less than half, 16 output bytes come
 // from one or two 16-byte windows of the source row, four such groups to a wide register; elsewhere pixel by pixel.
 // Destination rows of one source row are copies of the first.
-#include "kernels/resize_taps.h"
+#include "kernels/resize_half_u8.h"
 
 namespace tarn::k::TARN_LEVEL {
 namespace {
@@ -20,25 +20,37 @@ struct Columns {
     const uint8_t* high;      // the same for the second, which follows the first
 };
 
-template <int kBytes, bool kKept>
+template <int kPixel, bool kKept>
 void row_by_pixel(const uint8_t* s, const Columns& c, uint8_t* d) {
-    for (int64_t x = 0; x < c.count; ++x) memcpy(d + x * kBytes, s + c.pixel[x] * int64_t(kBytes), kKept ? kBytes / 4 * 3 : kBytes);
+    for (int64_t x = 0; x < c.count; ++x) memcpy(d + x * kPixel, s + c.pixel[x] * int64_t(kPixel), kKept ? kPixel / 4 * 3 : kPixel);
+}
+
+// Every second pixel, at exactly half the width: one or two bytes each.
+template <int kPixel>
+void row_of_second(const uint8_t* TARN_RESTRICT s, int64_t n, uint8_t* TARN_RESTRICT d) {
+    int64_t x = 0;
+#if defined(TARN_VECTORS)
+    if (kPixel == 1)
+        for (; n - x >= kBytes; x += kBytes)
+            store(d + x, to_bytes(down<8>(load(s + 2 * x)), down<8>(load(s + 2 * x + kBytes))));
+#endif
+    for (; x < n; ++x) memcpy(d + x * kPixel, s + (2 * x + 1) * kPixel, kPixel);
 }
 
 // The last group ends at the row's end: it may repeat bytes of the group before.
 inline int64_t group_start(int64_t group, int64_t row_bytes) { return min(group * kGroup, row_bytes - kGroup); }
 
 // Fills the groups' tables; returns false when a group needs more than two windows.
-template <int kBytes>
+template <int kPixel>
 bool find_windows(Columns& c, int64_t src_row_bytes, int64_t* from, uint8_t* low, uint8_t* high) {
-    const int64_t row_bytes = c.count * kBytes;
+    const int64_t row_bytes = c.count * kPixel;
     for (int64_t g = 0; g < c.groups; ++g) {
         const int64_t start = group_start(g, row_bytes);
         int64_t at[kGroup];
-        int64_t x = start / kBytes, channel = start % kBytes;
+        int64_t x = start / kPixel, channel = start % kPixel;
         for (int i = 0; i < kGroup; ++i) {
-            at[i] = c.pixel[x] * int64_t(kBytes) + channel;
-            if (++channel == kBytes) channel = 0, ++x;
+            at[i] = c.pixel[x] * int64_t(kPixel) + channel;
+            if (++channel == kPixel) channel = 0, ++x;
         }
         int64_t first = at[0];
         for (int i = 1; i < kGroup; ++i) first = min(first, at[i]);
@@ -58,24 +70,22 @@ bool find_windows(Columns& c, int64_t src_row_bytes, int64_t* from, uint8_t* low
 #if defined(__SSSE3__)
 
 // A byte per channel of a kept pixel: -1 where the result goes, 0 where the destination stays.
-template <int kBytes>
+template <int kPixel>
 inline __m128i kept_mask() {
-    return kBytes == 4 ? _mm_set1_epi32(0x00ffffff)
-                       : kBytes == 8 ? _mm_set1_epi64x(0x0000ffffffffffff) : _mm_set_epi32(0, -1, -1, -1);
+    return kPixel == 4 ? _mm_set1_epi32(0x00ffffff)
+                       : kPixel == 8 ? _mm_set1_epi64x(0x0000ffffffffffff) : _mm_set_epi32(0, -1, -1, -1);
 }
 
 #if defined(__AVX512BW__)
-template <int kBytes>
+template <int kPixel>
 inline __mmask64 kept_bits() {
-    return kBytes == 4 ? 0x7777777777777777 : kBytes == 8 ? 0x3f3f3f3f3f3f3f3f : 0x0fff0fff0fff0fff;
+    return kPixel == 4 ? 0x7777777777777777 : kPixel == 8 ? 0x3f3f3f3f3f3f3f3f : 0x0fff0fff0fff0fff;
 }
 #endif
 
-inline __m128i window(const uint8_t* p) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p)); }
-
-template <int kBytes, bool kKept, bool kTwo>
+template <int kPixel, bool kKept, bool kTwo>
 void row_by_shuffle(const uint8_t* s, const Columns& c, uint8_t* d) {
-    const int64_t row_bytes = c.count * kBytes;
+    const int64_t row_bytes = c.count * kPixel;
     int64_t g = 0;
 #if defined(__AVX512BW__)
     const auto windows = [&](const int64_t* from, int64_t ahead) {
@@ -90,7 +100,7 @@ void row_by_shuffle(const uint8_t* s, const Columns& c, uint8_t* d) {
             v = _mm512_or_si512(
                 v, _mm512_shuffle_epi8(windows(c.from + g, kGroup), _mm512_loadu_si512(c.high + g * kGroup)));
         if (kKept)
-            _mm512_mask_storeu_epi8(d + g * kGroup, kept_bits<kBytes>(), v);
+            _mm512_mask_storeu_epi8(d + g * kGroup, kept_bits<kPixel>(), v);
         else
             _mm512_storeu_si512(d + g * kGroup, v);
     }
@@ -101,7 +111,7 @@ void row_by_shuffle(const uint8_t* s, const Columns& c, uint8_t* d) {
         __m128i v = _mm_shuffle_epi8(window(from), window(c.low + g * kGroup));
         if (kTwo) v = _mm_or_si128(v, _mm_shuffle_epi8(window(from + kGroup), window(c.high + g * kGroup)));
         if (kKept) {
-            const __m128i mask = kept_mask<kBytes>();
+            const __m128i mask = kept_mask<kPixel>();
             v = _mm_or_si128(_mm_and_si128(v, mask), _mm_andnot_si128(mask, _mm_loadu_si128(to)));
         }
         _mm_storeu_si128(to, v);
@@ -111,21 +121,34 @@ constexpr bool kShuffles = true;
 
 #else
 
-template <int kBytes, bool kKept, bool kTwo>
+template <int kPixel, bool kKept, bool kTwo>
 void row_by_shuffle(const uint8_t* s, const Columns& c, uint8_t* d) {
-    row_by_pixel<kBytes, kKept>(s, c, d);
+    row_by_pixel<kPixel, kKept>(s, c, d);
 }
 constexpr bool kShuffles = false;
 
 #endif
 
-template <int kBytes, bool kKept>
+template <int kPixel>
+Status nearest_of_half(const Job& j) {
+    Walk line(j.region.height, j.dst_size.height, 0, 0);
+    for (int64_t y = 0; y < j.dst_size.height; ++y, line.next()) {
+        const uint8_t* s = row<uint8_t>(j.src, j.src_stride, j.region.y + line.whole) + int64_t(j.region.x) * kPixel;
+        uint8_t* d = row<uint8_t>(j.dst, j.dst_stride, y);
+        row_of_second<kPixel>(s, j.dst_size.width, d);
+    }
+    return kOk;
+}
+
+template <int kPixel, bool kKept>
 Status nearest(const Job& j) {
     if (Status s = check(j)) return s;
-    const int64_t width = j.dst_size.width, row_bytes = width * kBytes;
-    const int64_t src_row_bytes = int64_t(j.src_size.width) * kBytes;
+    if constexpr (kPixel == 1 || (kPixel == 2 && !kKept))
+        if (j.region.width == 2 * int64_t(j.dst_size.width)) return nearest_of_half<kPixel>(j);
+    const int64_t width = j.dst_size.width, row_bytes = width * kPixel;
+    const int64_t src_row_bytes = int64_t(j.src_size.width) * kPixel;
     const bool shuffle =
-        kShuffles && kBytes < 16 && row_bytes >= kGroup && src_row_bytes >= 2 * kGroup && j.region.width <= 2 * width;
+        kShuffles && kPixel < 16 && row_bytes >= kGroup && src_row_bytes >= 2 * kGroup && j.region.width <= 2 * width;
     Columns c{width, nullptr, shuffle ? (row_bytes + kGroup - 1) / kGroup : 0, false, nullptr, nullptr, nullptr};
 
     Scratch scratch(j.allocator);
@@ -142,7 +165,7 @@ Status nearest(const Job& j) {
     Walk column(j.region.width, width, 0, 0);
     for (int64_t x = 0; x < width; ++x, column.next()) pixel[x] = int32_t(j.region.x + column.whole);
     c.pixel = pixel, c.from = from, c.low = low, c.high = high;
-    if (shuffle && !find_windows<kBytes>(c, src_row_bytes, from, low, high)) c.groups = 0;
+    if (shuffle && !find_windows<kPixel>(c, src_row_bytes, from, low, high)) c.groups = 0;
 
     Walk line(j.region.height, j.dst_size.height, 0, 0);
     int64_t last = -1;
@@ -152,11 +175,11 @@ Status nearest(const Job& j) {
         if (!kKept && line.whole == last)
             memcpy(d, row<uint8_t>(j.dst, j.dst_stride, y - 1), size_t(row_bytes));
         else if (c.groups == 0)
-            row_by_pixel<kBytes, kKept>(s, c, d);
+            row_by_pixel<kPixel, kKept>(s, c, d);
         else if (c.two_windows)
-            row_by_shuffle<kBytes, kKept, true>(s, c, d);
+            row_by_shuffle<kPixel, kKept, true>(s, c, d);
         else
-            row_by_shuffle<kBytes, kKept, false>(s, c, d);
+            row_by_shuffle<kPixel, kKept, false>(s, c, d);
         last = line.whole;
     }
     return kOk;

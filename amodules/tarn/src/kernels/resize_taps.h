@@ -31,6 +31,10 @@ struct Job {
     return j.dst_size.width == j.region.width && j.dst_size.height == j.region.height;
 }
 
+[[maybe_unused]] inline bool halves(const Job& j) {
+    return j.region.width == 2 * int64_t(j.dst_size.width) && j.region.height == 2 * int64_t(j.dst_size.height);
+}
+
 // Positions of consecutive outputs d on an axis that maps `from` source pixels to `to` outputs, relative to the region's first
 // pixel: ((2d + 1) from - offset) / (2 to), as a whole number and a rest below `denominator`. offset 0 gives
 // (d + 0.5) / factor, offset `to` that less 0.5. All in integers, so no step loses anything: the product stays below 2^63.

@@ -54,15 +54,25 @@ inline Ints count(Ints counts, Floats v, Floats lower, Floats upper) {
     return _mm_sub_epi32(counts, _mm_castps_si128(_mm_and_ps(_mm_cmpge_ps(v, lower), _mm_cmple_ps(v, upper))));
 }
 #else
-using Bytes = uint8_t;
-using Ints = uint32_t;
-using Floats = float;
-inline Bytes load(const uint8_t* p) { return *p; }
-inline Floats load_floats(const float* p) { return *p; }
-inline void store(uint8_t* p, Bytes v) { *p = v; }
-inline void store(uint32_t* p, Ints v) { *p = v; }
-inline Bytes count(Bytes counts, Bytes v, Bytes lower, Bytes span) { return counts + (Bytes(v - lower) <= span); }
-inline Ints count(Ints counts, Floats v, Floats lower, Floats upper) { return counts + (lower <= v && v <= upper); }
+typedef uint8_t Bytes __attribute__((vector_size(16)));
+typedef uint32_t Ints __attribute__((vector_size(16)));
+typedef float Floats __attribute__((vector_size(16)));
+inline Bytes load(const void* p) {
+    Bytes v;
+    memcpy(&v, p, sizeof v);
+    return v;
+}
+inline Floats load_floats(const float* p) { return (Floats)load(p); }
+template <class V>
+inline void store(void* p, V v) {
+    memcpy(p, &v, sizeof v);
+}
+inline Bytes count(Bytes counts, Bytes v, Bytes lower, Bytes span) {
+    return counts - (Bytes)(Bytes(v - lower) <= span);
+}
+inline Ints count(Ints counts, Floats v, Floats lower, Floats upper) {
+    return counts - (Ints)((lower <= v) & (v <= upper));
+}
 #endif
 
 // How elements of a type are counted: in the narrowest lanes, emptied before they overflow.

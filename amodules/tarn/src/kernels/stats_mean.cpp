@@ -26,11 +26,14 @@ using Pairs = __m128i;
 inline Pairs load(const void* p) { return _mm_loadu_si128(static_cast<const Pairs*>(p)); }
 inline void store(void* p, Pairs v) { _mm_storeu_si128(static_cast<Pairs*>(p), v); }
 #else
-using Pairs = uint32_t;
-inline Pairs load(const uint8_t* p) { return Pairs(p[0] | p[1] << 8); }
-inline Pairs load(const int16_t* p) { return Pairs(uint16_t(p[0])) | Pairs(uint16_t(p[1])) << 16; }
-inline void store(uint16_t* p, Pairs v) { *p = uint16_t(v); }
-inline void store(uint32_t* p, Pairs v) { *p = v; }
+typedef uint32_t Pairs __attribute__((vector_size(16)));
+typedef uint16_t Words __attribute__((vector_size(16)));
+inline Pairs load(const void* p) {
+    Pairs v;
+    memcpy(&v, p, sizeof v);
+    return v;
+}
+inline void store(void* p, Pairs v) { memcpy(p, &v, sizeof v); }
 #endif
 
 // Vectors of doubles, from as many floats, or from n fewer than that with zeros behind. Level 4 stays at 256 bits: widening
@@ -60,16 +63,14 @@ struct SumU8 {
     static constexpr int kBits = 8;
     static constexpr int64_t kRounds = 256;  // 256 * 255 fits the lane
     static constexpr T kFill = 0;            // what adds nothing
-#if defined(TARN_V)
     static constexpr int kLanes = sizeof(Pairs);
     static Pairs take(const T* p) { return load(p); }
+#if defined(TARN_V)
     static Pairs add(Pairs a, Pairs b) { return TARN_V(add_epi16)(a, b); }
     static Pairs upper(Pairs a) { return TARN_V(srli_epi16)(a, 8); }
 #else
-    static constexpr int kLanes = 2;
-    static Pairs take(const T* p) { return load(p); }
-    static Pairs add(Pairs a, Pairs b) { return uint16_t(a + b); }
-    static Pairs upper(Pairs a) { return a >> 8; }
+    static Pairs add(Pairs a, Pairs b) { return Pairs(Words(a) + Words(b)); }
+    static Pairs upper(Pairs a) { return Pairs(Words(a) >> 8); }
 #endif
 };
 struct SumS16 {
@@ -78,13 +79,12 @@ struct SumS16 {
     static constexpr int kBits = 16;
     static constexpr int64_t kRounds = 65536;  // 65536 * 65535 fits the lane
     static constexpr T kFill = -32768;
-#if defined(TARN_V)
     static constexpr int kLanes = sizeof(Pairs) / 2;
+#if defined(TARN_V)
     static Pairs take(const T* p) { return TARN_V(add_epi16)(load(p), TARN_V(set1_epi16)(-32768)); }
     static Pairs add(Pairs a, Pairs b) { return TARN_V(add_epi32)(a, b); }
     static Pairs upper(Pairs a) { return TARN_V(srli_epi32)(a, 16); }
 #else
-    static constexpr int kLanes = 2;
     static Pairs take(const T* p) { return load(p) ^ 0x80008000u; }
     static Pairs add(Pairs a, Pairs b) { return a + b; }
     static Pairs upper(Pairs a) { return a >> 16; }

@@ -8,7 +8,7 @@
 namespace tarn::k::TARN_LEVEL {
 namespace {
 
-// What the loops below do to a whole register; without vector registers, to one element.
+// What the loops below do to a whole vector.
 
 #if defined(__AVX512BW__)
 #define TARN_V(op) _mm512_##op
@@ -61,18 +61,22 @@ struct F32 {
 };
 #else
 template <class E>
-struct One {
+struct Portable {
     using T = E;
-    using V = E;
-    static V all(T v) { return v; }
-    static V load(const T* p) { return *p; }
-    static void store(T* p, V v) { *p = v; }
+    typedef E V __attribute__((vector_size(16)));
+    static V all(T v) { return V{} + v; }
+    static V load(const T* p) {
+        V v;
+        memcpy(&v, p, sizeof v);
+        return v;
+    }
+    static void store(T* p, V v) { memcpy(p, &v, sizeof v); }
     static V smaller(V a, V b) { return a < b ? a : b; }
     static V larger(V a, V b) { return a > b ? a : b; }
 };
-struct U8 : One<uint8_t> {};
-struct S16 : One<int16_t> {};
-struct F32 : One<float> {};
+struct U8 : Portable<uint8_t> {};
+struct S16 : Portable<int16_t> {};
+struct F32 : Portable<float> {};
 #endif
 #undef TARN_V
 

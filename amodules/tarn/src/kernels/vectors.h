@@ -165,6 +165,10 @@ template <class F>
 [[maybe_unused]] inline Bytes pack_s16_u8(Bytes a, Bytes b) { return TARN_INTEGER(packus_epi16, a, b); }
 [[maybe_unused]] inline Bytes pack_s16_s8(Bytes a, Bytes b) { return TARN_INTEGER(packs_epi16, a, b); }
 [[maybe_unused]] inline Bytes pack_s32_s16(Bytes a, Bytes b) { return TARN_INTEGER(packs_epi32, a, b); }
+#if defined(__SSSE3__)
+// Products of unsigned and signed bytes, added in pairs.
+[[maybe_unused]] inline Bytes dot_u8_s8(Bytes a, Bytes b) { return TARN_INTEGER(maddubs_epi16, a, b); }
+#endif
 
 // a + b and a * b where the first operand's NaN wins. The compiler may swap the operands of its own + and *, and the
 // processor answers two NaN with the first; results would then differ between levels.

@@ -1,0 +1,124 @@
+// Statistics through the module.
+#include <cmath>
+
+#include "ipp/fixture.h"
+
+using namespace tarn::test;
+
+namespace {
+
+using Floats = std::vector<float>;
+
+int64_t minmax(Array& a, float* lo, float* hi) { return call<TarnMinMax>("tarn::minmax", nullptr, nullptr, lo, hi, &a); }
+int64_t mean(Array& a, float* means) { return call<TarnMean>("tarn::mean", nullptr, nullptr, means, &a); }
+std::vector<int32_t> count(Array& a, const float* lower, const float* upper) {
+    std::vector<int32_t> counts(4, -9);
+    EXPECT_EQ(call<TarnCountInRange>("tarn::count-in-range", nullptr, nullptr, counts.data(), &a, lower, upper), 0);
+    return counts;
+}
+
+}  // namespace
+
+TEST(statistics, of_a_plane_with_known_values) {
+    for (const bool upwards : {false, true}) {
+        Array s(s16(1), 5, 3, 6, upwards);
+        s.set<int16_t>(1);
+        s.at<int16_t>(4, 2) = -5;
+        s.at<int16_t>(0, 1) = 7;
+        float lo = 0, hi = 0, m = 0;
+        EXPECT_EQ(minmax(s, &lo, &hi), 0);
+        EXPECT_EQ(lo, -5);
+        EXPECT_EQ(hi, 7);
+        EXPECT_EQ(mean(s, &m), 0);
+        EXPECT_EQ(m, float((13 - 5 + 7) / 15.0));
+    }
+}
+
+TEST(statistics, of_four_channels_give_three_values_and_pass_over_the_fourth) {
+    for (const LumoELEMTYPE type : {u8(4), s16(4), f32(4)}) {
+        Array a(type, 33, 7, 12);
+        for (int y = 0; y < 7; ++y)
+            for (int x = 0; x < 33; ++x)
+                for (int c = 0; c < 4; ++c) {
+                    const int v = c == 3 ? 77 : 10 * c + (x == 32 && y == 6);
+                    if (type == u8(4)) a.at<uint8_t>(x, y, c) = uint8_t(v);
+                    else if (type == s16(4)) a.at<int16_t>(x, y, c) = int16_t(v);
+                    else a.at<float>(x, y, c) = float(v);
+                }
+        Floats lo(4, -9), hi(4, -9), m(4, -9);
+        minmax(a, lo.data(), hi.data());
+        mean(a, m.data());
+        EXPECT_EQ(lo, (Floats{0, 10, 20, -9}));
+        EXPECT_EQ(hi, (Floats{1, 11, 21, -9}));
+        EXPECT_EQ(m, (Floats{float(1 / 231.0), float(10 + 1 / 231.0), float(20 + 1 / 231.0), -9}));
+    }
+}
+
+TEST(minmax, writes_only_the_vectors_that_it_gets) {
+    Array a(u8(3), 9, 2);
+    a.fill(3);
+    Floats lo(3), hi(3), only_lo(3, -9), only_hi(3, -9);
+    minmax(a, lo.data(), hi.data());
+    minmax(a, only_lo.data(), nullptr);
+    minmax(a, nullptr, only_hi.data());
+    EXPECT_EQ(only_lo, lo);
+    EXPECT_EQ(only_hi, hi);
+    EXPECT_EQ(minmax(a, nullptr, nullptr), 0);
+}
+
+TEST(minmax, of_floats_passes_over_nan) {
+    Array a(f32(1), 40, 2);
+    a.set<float>(NAN);
+    float lo = 0, hi = 0;
+    minmax(a, &lo, &hi);
+    EXPECT_TRUE(std::isnan(lo) && std::isnan(hi));
+    a.at<float>(39, 1) = -0.0f;
+    minmax(a, &lo, &hi);
+    EXPECT_TRUE(lo == 0 && hi == 0 && !std::signbit(lo) && !std::signbit(hi));
+}
+
+TEST(count_in_range, floors_and_wraps_its_bounds) {
+    Array a(u8(1), 256, 2, 5);
+    for (int x = 0; x < 256; ++x) a.at<uint8_t>(x, 0) = a.at<uint8_t>(x, 1) = uint8_t(x);
+    struct Row {
+        float lower, upper;
+        int32_t values;
+    };
+    for (const Row& r : {Row{10.7f, 20.2f, 11}, {-1, 255, 1}, {0, 256, 1}, {20, 10, 0}, {0, 255, 256}, {-0.5f, 300, 0},
+                         {3e9f, 1, 2}, {NAN, INFINITY, 1}})
+        EXPECT_EQ(count(a, &r.lower, &r.upper)[0], 2 * r.values) << r.lower << " to " << r.upper;
+    EXPECT_EQ(count(a, nullptr, nullptr), (std::vector<int32_t>{512, -9, -9, -9}));
+}
+
+TEST(count_in_range, has_bounds_for_each_channel) {
+    Array a(f32(4), 5, 3);
+    a.set<float>(1);
+    a.at<float>(0, 0, 1) = INFINITY;
+    a.at<float>(1, 0, 2) = NAN;
+    const Floats lower{1, 0, 0.5f}, upper{1, 1, INFINITY};
+    EXPECT_EQ(count(a, lower.data(), upper.data()), (std::vector<int32_t>{15, 14, 14, -9}));
+    EXPECT_EQ(count(a, nullptr, nullptr), (std::vector<int32_t>{15, 14, 14, -9}));
+}
+
+TEST(statistics, without_pixels_write_nothing) {
+    Array a(u8(1), 4, 4);
+    a.mat.width = 0;
+    float lo = -9, m = -9;
+    EXPECT_EQ(minmax(a, &lo, nullptr), 0);
+    EXPECT_EQ(mean(a, &m), 0);
+    EXPECT_EQ(count(a, nullptr, nullptr)[0], -9);
+    EXPECT_TRUE(lo == -9 && m == -9);
+}
+
+TEST(statistics_death, unsupported_types_end_the_process) {
+    GTEST_FLAG_SET(death_test_style, "fast");
+    float v[4];
+    int32_t n[4];
+    for (const LumoELEMTYPE type : {u8(2), s32(1), u32(3), f32(5), LUMO_F64 | LUMO_CHANNELS(1)}) {
+        Array a(type, 4, 4);
+        EXPECT_DEATH(minmax(a, v, v), "unsupported");
+        EXPECT_DEATH(mean(a, v), "unsupported");
+    }
+    Array words(s16(1), 4, 4);
+    EXPECT_DEATH(call<TarnCountInRange>("tarn::count-in-range", nullptr, nullptr, n, &words, v, v), "unsupported s16 x 1");
+}

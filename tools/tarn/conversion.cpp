@@ -1,0 +1,232 @@
+// Commands of value conversion, origin and reshaping.
+#include <cstring>
+
+#include "commands.h"
+#include "error.h"
+#include "options.h"
+
+namespace tarn::tool {
+namespace {
+
+struct Options {
+    Files files;
+    std::string depth = "same", scale, offset, range, size;
+};
+
+// A number for each colour channel, from one for all or one for each; the default for all when the text is empty.
+std::vector<double> per_channel(const std::string& text, const std::string& option, int channels, double otherwise) {
+    std::vector<double> numbers = text.empty() ? std::vector<double>{otherwise} : parse_numbers(text, option);
+    if (numbers.size() == 1) numbers.resize(static_cast<size_t>(channels), numbers[0]);
+    if (numbers.size() != static_cast<size_t>(channels))
+        fail(option, "has " + std::to_string(numbers.size()) + " values for " + std::to_string(channels) + " channels",
+             "give one for all channels, or one for each");
+    return numbers;
+}
+
+bool is_one_of(Sample sample, std::initializer_list<Sample> samples) {
+    for (const Sample s : samples)
+        if (s == sample) return true;
+    return false;
+}
+
+// What stands for opaque.
+double full(Sample sample) {
+    switch (sample) {
+        case Sample::u8: return 255;
+        case Sample::u16: return 65535;
+        case Sample::s16: return 32767;
+        case Sample::f32: return 1;
+        default: return 0;
+    }
+}
+
+// u16 samples lie 32768 lower in memory.
+double bias(Sample sample) { return sample == Sample::u16 ? kOffset16 : 0; }
+
+void run_convert_scale(const Options& options) {
+    constexpr Sample kDepths[] = {Sample::u8, Sample::u16, Sample::s16, Sample::s32, Sample::f32};
+    const size_t depth = parse_word(options.depth, "--depth", {"same", "u8", "u16", "s16", "s32", "f32"});
+    ImageOutput out(options.files);
+    const Image source = read_input(options.files);
+    const int colours = source.shape.channels - source.has_alpha();
+    const auto scale = per_channel(options.scale, "--scale", colours, 1),
+               offset = per_channel(options.offset, "--offset", colours, 0);
+
+    Shape shape = source.shape;
+    if (depth) shape.sample = kDepths[depth - 1];
+    if (shape.sample != source.shape.sample) shape.white_is_zero = false;
+    out.check(shape);
+    const bool mapped = is_one_of(source.shape.sample, {Sample::u8, Sample::u16, Sample::s16, Sample::f32}) &&
+                        is_one_of(shape.sample, {Sample::u8, Sample::u16, Sample::s16, Sample::f32});
+    const bool plain = options.scale.empty() && options.offset.empty() && source.shape.sample != Sample::u16 &&
+                       shape.sample != Sample::u16 && source.shape.sample != Sample::u32;
+    if (!mapped && !plain)
+        fail(options.files.inputs[0],
+             std::string("can't go from ") + sample_name(source.shape.sample) + " to " + sample_name(shape.sample) +
+                 " samples with these options",
+             "s32 goes to and from u8, s16 and f32 without --scale and --offset");
+
+    const Module module;
+    Timing timing{options.files.time};
+    Operation convert(module, "tarn::convert-scale", timing);
+    const Image result = by_parts(source, shape, options.files.inputs[0], [&](Image& to, const Image& from, bool alpha) {
+        LumoMAT dst = to.view();
+        const LumoMAT src = from.view();
+        float scales[4], offsets[4];
+        for (int c = 0; c < to.shape.channels; ++c) {
+            // Opaque stays opaque, whatever the colours are scaled by.
+            const bool kept = !full(from.shape.sample) || !full(to.shape.sample);
+            const double s = alpha ? kept ? 1 : full(to.shape.sample) / full(from.shape.sample) : scale[static_cast<size_t>(c)];
+            const double o = alpha ? 0 : offset[static_cast<size_t>(c)];
+            scales[c] = static_cast<float>(s);
+            offsets[c] = static_cast<float>(bias(from.shape.sample) * s + o - bias(to.shape.sample));
+        }
+        convert.call<TarnConvertScale>(describe(from.shape) + " to " + describe(to.shape), &dst, &src, scales, offsets);
+    });
+    out.write(result);
+    print_time(options.files, timing);
+}
+
+void copy_pixels(Image& to, const Image& from) {
+    for (int64_t y = 0; y < from.shape.height; ++y) std::memcpy(to.row(y), from.row(y), from.row_bytes());
+}
+
+// Runs work(picture) in place on the colours of the input and, where alpha_too, on its alpha alone; writes the result.
+// In place a call can't be repeated, so --time measures one.
+template <class Work>
+void in_place(const Options& options, const char* operation, bool alpha_too, Work&& work) {
+    ImageOutput out(options.files);
+    const Image source = read_input(options.files);
+    out.check(source.shape);
+    const Module module;
+    Timing timing{false};
+    Operation op(module, operation, timing);
+    const Image result = by_parts(source, source.shape, options.files.inputs[0], [&](Image& to, const Image& from, bool alpha) {
+        copy_pixels(to, from);
+        if (!alpha || alpha_too) work(op, to);
+    });
+    out.write(result);
+    print_time(options.files, timing);
+}
+
+// The same on a list of arrays: each channel of the picture is one.
+template <class Work>
+void in_place_list(const Options& options, const char* operation, bool alpha_too, Work&& work) {
+    in_place(options, operation, alpha_too, [&](Operation& op, Image& image) {
+        std::vector<Image> planes;
+        for (int c = 0; c < image.shape.channels; ++c) planes.push_back(take_channels(image, c, 1));
+        std::vector<LumoMAT> views;
+        for (const Image& plane : planes) views.push_back(plane.view());
+        std::vector<LumoMAT*> list;
+        for (LumoMAT& view : views) list.push_back(&view);
+        work(op, image, list);
+        for (size_t c = 0; c < planes.size(); ++c) put_channels(image, planes[c], static_cast<int>(c));
+    });
+}
+
+struct Range {
+    float ends[2];
+};
+Range range_for(const Options& options, const Image& image) {
+    if (!full(image.shape.sample))
+        fail(options.files.inputs[0], std::string("has ") + sample_name(image.shape.sample) + " samples, and u8, u16, s16 and f32 are stretched",
+             "convert it first with tarn convert-scale --depth f32");
+    const auto ends = parse_numbers(options.range, "--range", 2);
+    return {{static_cast<float>(ends[0] - bias(image.shape.sample)), static_cast<float>(ends[1] - bias(image.shape.sample))}};
+}
+
+void run_reshape(const Options& options) {
+    const PixelSize size = parse_size(options.size, "--size");
+    ImageOutput out(options.files);
+    const Image source = read_input(options.files);
+    Shape shape = source.shape;
+    shape.width = size.width;
+    shape.height = size.height;
+    if (shape.width * shape.height != source.shape.width * source.shape.height)
+        fail("--size", "has " + std::to_string(shape.width * shape.height) + " pixels and the picture " +
+                           std::to_string(source.shape.width * source.shape.height),
+             "give a width and a height with the same product");
+    out.check(shape);
+    const Module module;
+    Timing timing{options.files.time};
+    Operation reshape(module, "tarn::reshape", timing);
+    const Image result = by_parts(source, shape, "--size", [&](Image& to, const Image& from, bool) {
+        LumoMAT dst = to.view();
+        const LumoMAT src = from.view();
+        reshape.call<TarnReshape>(describe(from.shape) + " to " + describe(to.shape), &dst, &src, 0u);
+    });
+    out.write(result);
+    print_time(options.files, timing);
+}
+
+std::shared_ptr<Options> add_common(CLI::App& app) {
+    const auto options = std::make_shared<Options>();
+    add_inputs(app, options->files);
+    add_image_output(app, options->files);
+    return options;
+}
+
+void add_range(CLI::App& app, Options& options) {
+    app.add_option("--range", options.range, "what the smallest and the largest value become")->type_name("LO,HI")->required();
+}
+
+}  // namespace
+
+Run setup_convert_scale(CLI::App& app) {
+    const auto options = add_common(app);
+    app.add_option("--depth", options->depth, "samples of the result: same (default), u8, u16, s16, s32 or f32; values saturate")
+        ->type_name("TYPE");
+    app.add_option("--scale", options->scale, "factor, one for all colour channels or one for each (default: 1)")->type_name("F[,F,F]");
+    app.add_option("--offset", options->offset, "what is added after that (default: 0)")->type_name("V[,V,V]");
+    return [options] { run_convert_scale(*options); };
+}
+
+Run setup_cvtvrange_n(CLI::App& app) {
+    const auto options = add_common(app);
+    add_range(app, *options);
+    return [options] {
+        in_place_list(*options, "tarn::cvtvrange-n", false, [&](Operation& op, Image& image, std::vector<LumoMAT*>& list) {
+            const Range range = range_for(*options, image);
+            op.call<TarnCvtvrangeN>(describe(image.shape), uint64_t(list.size()), list.data(), range.ends);
+        });
+    };
+}
+
+Run setup_cvtvrange_v(CLI::App& app) {
+    const auto options = add_common(app);
+    add_range(app, *options);
+    return [options] {
+        in_place(*options, "tarn::cvtvrange-v", false, [&](Operation& op, Image& image) {
+            const Range range = range_for(*options, image);
+            LumoMAT array = image.view();
+            op.call<TarnCvtvrangeV>(describe(image.shape), &array, range.ends);
+        });
+    };
+}
+
+Run setup_cvtorigin(CLI::App& app) {
+    const auto options = add_common(app);
+    return [options] {
+        in_place(*options, "tarn::cvtorigin", true, [&](Operation& op, Image& image) {
+            LumoMAT array = image.view();
+            op.call<TarnCvtorigin>(describe(image.shape), &array, 0u, 1u);
+        });
+    };
+}
+
+Run setup_cvtorigin_n(CLI::App& app) {
+    const auto options = add_common(app);
+    return [options] {
+        in_place_list(*options, "tarn::cvtorigin-n", true, [&](Operation& op, Image& image, std::vector<LumoMAT*>& list) {
+            op.call<TarnCvtoriginN>(describe(image.shape), uint64_t(list.size()), list.data(), 0u, 1u);
+        });
+    };
+}
+
+Run setup_reshape(CLI::App& app) {
+    const auto options = add_common(app);
+    app.add_option("--size", options->size, "new width and height, as many pixels as before")->type_name("WxH")->required();
+    return [options] { run_reshape(*options); };
+}
+
+}  // namespace tarn::tool

@@ -1,0 +1,158 @@
+// Commands of the statistics: a small table, a row a colour channel. Alpha is passed over.
+#include <cstdio>
+#include <iostream>
+
+#include "commands.h"
+#include "error.h"
+#include "options.h"
+
+namespace tarn::tool {
+namespace {
+
+struct Options {
+    Files files;
+    bool json = false;
+    std::string lower, upper;
+};
+
+const char* channel_name(int channels, int channel) {
+    constexpr const char* kColours[] = {"red", "green", "blue"};
+    return channels == 1 ? "grey" : kColours[channel];
+}
+
+// The colour channels of the input, with samples that the operation takes: for others it would end the process.
+Image colours_of(const Files& files, const std::string& command, std::initializer_list<Sample> samples) {
+    Image image = read_input(files);
+    std::string all;
+    bool taken = false;
+    for (const Sample sample : samples) {
+        taken = taken || sample == image.shape.sample;
+        all += (all.empty() ? "" : ", ") + std::string(sample_name(sample));
+    }
+    if (!taken)
+        fail(files.inputs[0], std::string("has ") + sample_name(image.shape.sample) + " samples, and " + command + " takes " + all,
+             "convert it first, for example with tarn convert-scale --depth f32");
+    return image.has_alpha() ? take_channels(image, 0, image.shape.channels - 1) : std::move(image);
+}
+
+// Prints columns of one value a channel.
+void print_table(const Options& options, const Image& image, const std::vector<std::string>& names,
+                 const std::vector<std::vector<double>>& columns) {
+    const int channels = image.shape.channels;
+    if (options.json) {
+        nlohmann::ordered_json all = nlohmann::ordered_json::array();
+        for (int c = 0; c < channels; ++c) {
+            nlohmann::ordered_json row{{"channel", channel_name(channels, c)}};
+            for (size_t i = 0; i < names.size(); ++i) row[names[i]] = columns[i][static_cast<size_t>(c)];
+            all.push_back(row);
+        }
+        std::cout << all.dump(2) << "\n";
+        return;
+    }
+    std::printf("channel");
+    for (const std::string& name : names) std::printf("  %14s", name.c_str());
+    for (int c = 0; c < channels; ++c) {
+        std::printf("\n%-7s", channel_name(channels, c));
+        for (const auto& column : columns) std::printf("  %14.9g", column[static_cast<size_t>(c)]);
+    }
+    std::printf("\n");
+    std::fflush(stdout);
+}
+
+// Kernels see u16 samples less 32768.
+std::vector<double> values_of(const float* values, const Image& image) {
+    std::vector<double> all;
+    for (int c = 0; c < image.shape.channels; ++c)
+        all.push_back(double(values[c]) + (image.shape.sample == Sample::u16 ? kOffset16 : 0));
+    return all;
+}
+
+void run_minmax(const Options& options) {
+    const Image image = colours_of(options.files, "minmax", {Sample::u8, Sample::u16, Sample::s16, Sample::f32});
+    const Module module;
+    Timing timing{options.files.time};
+    const LumoMAT src = image.view();
+    float smallest[3], largest[3];
+    Operation(module, "tarn::minmax", timing).call<TarnMinMax>(describe(image.shape), smallest, largest, &src);
+    print_table(options, image, {"min", "max"}, {values_of(smallest, image), values_of(largest, image)});
+    print_time(options.files, timing);
+}
+
+void run_mean(const Options& options) {
+    const Image image = colours_of(options.files, "mean", {Sample::u8, Sample::u16, Sample::s16, Sample::f32});
+    const Module module;
+    Timing timing{options.files.time};
+    const LumoMAT src = image.view();
+    float means[3];
+    Operation(module, "tarn::mean", timing).call<TarnMean>(describe(image.shape), means, &src);
+    print_table(options, image, {"mean"}, {values_of(means, image)});
+    print_time(options.files, timing);
+}
+
+// A bound for each channel, one for all of them, or none.
+std::vector<float> bounds(const std::string& text, const std::string& option, const Image& image) {
+    if (text.empty()) return {};
+    const auto numbers = parse_numbers(text, option);
+    const size_t channels = static_cast<size_t>(image.shape.channels);
+    if (numbers.size() != 1 && numbers.size() != channels)
+        fail(option, "has " + std::to_string(numbers.size()) + " values for " + std::to_string(channels) + " channels",
+             "give one for all channels, or one for each");
+    std::vector<float> all;
+    for (size_t c = 0; c < channels; ++c) {
+        const double v = numbers[numbers.size() == 1 ? 0 : c];
+        if (image.shape.sample == Sample::u8 && !(v >= 0 && v < 256))
+            fail(option, "is not within the values of u8 samples, and would wrap around", "give 0 to 255");
+        all.push_back(static_cast<float>(v));
+    }
+    return all;
+}
+
+void run_count(const Options& options) {
+    const Image image = colours_of(options.files, "count-in-range", {Sample::u8, Sample::f32});
+    const auto lower = bounds(options.lower, "--lower", image), upper = bounds(options.upper, "--upper", image);
+    const Module module;
+    Timing timing{options.files.time};
+    const LumoMAT src = image.view();
+    int32_t counts[3];
+    Operation(module, "tarn::count-in-range", timing)
+        .call<TarnCountInRange>(describe(image.shape), counts, &src, lower.empty() ? nullptr : lower.data(),
+                                upper.empty() ? nullptr : upper.data());
+    std::vector<double> in, share;
+    for (int c = 0; c < image.shape.channels; ++c) {
+        in.push_back(counts[c]);
+        share.push_back(counts[c] / (double(image.shape.width) * double(image.shape.height)));
+    }
+    print_table(options, image, {"count", "share"}, {in, share});
+    print_time(options.files, timing);
+}
+
+std::shared_ptr<Options> add_common(CLI::App& app) {
+    const auto options = std::make_shared<Options>();
+    add_inputs(app, options->files);
+    add_json(app, options->json);
+    return options;
+}
+
+}  // namespace
+
+Run setup_minmax(CLI::App& app) {
+    const auto options = add_common(app);
+    return [options] { run_minmax(*options); };
+}
+
+Run setup_mean(CLI::App& app) {
+    const auto options = add_common(app);
+    return [options] { run_mean(*options); };
+}
+
+Run setup_count_in_range(CLI::App& app) {
+    const auto options = add_common(app);
+    app.add_option("--lower", options->lower, "smallest value that counts, one for all channels or one for each "
+                                              "(default: the smallest there is)")
+        ->type_name("V[,V,V]");
+    app.add_option("--upper", options->upper, "largest value that counts (default: the largest there is)")
+        ->type_name("V[,V,V]");
+    return [options] { run_count(*options); };
+}
+
+}  // namespace tarn::tool
