@@ -186,7 +186,7 @@ TEST(contours_hard, other_types_are_refused) {
 }
 
 TEST(contours_hard, when_memory_is_out_all_is_released) {
-    const Bitmap m = noise(30, 12, 0.45, 9);
+    const Bitmap m = noise(150, 40, 0.45, 9);
     for (uint32_t flags : {1u, 4u}) {
         const int allocations = each_allocation_failing(
             [&] {

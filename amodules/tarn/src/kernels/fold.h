@@ -27,8 +27,7 @@ struct MulU8 {
     Bytes operator()(Bytes d, Bytes s) const {
         // The pack reads its operand as signed: 65025 must be cut to 255 before it.
         const auto product = [](Bytes a, Bytes b) {
-            const Vec<uint16_t> p = (Vec<uint16_t>)a * (Vec<uint16_t>)b, most = Vec<uint16_t>{} + uint16_t(255);
-            return (Bytes)(p < most ? p : most);
+            return min_u16((Bytes)((Vec<uint16_t>)a * (Vec<uint16_t>)b), broadcast<uint16_t>(255));
         };
         return pack_s16_u8(product(unpack_lo8(d, Bytes{}), unpack_lo8(s, Bytes{})),
                            product(unpack_hi8(d, Bytes{}), unpack_hi8(s, Bytes{})));

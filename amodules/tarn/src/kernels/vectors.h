@@ -165,6 +165,13 @@ template <class F>
 [[maybe_unused]] inline Bytes pack_s16_u8(Bytes a, Bytes b) { return TARN_INTEGER(packus_epi16, a, b); }
 [[maybe_unused]] inline Bytes pack_s16_s8(Bytes a, Bytes b) { return TARN_INTEGER(packs_epi16, a, b); }
 [[maybe_unused]] inline Bytes pack_s32_s16(Bytes a, Bytes b) { return TARN_INTEGER(packs_epi32, a, b); }
+[[maybe_unused]] inline Bytes min_u16(Bytes a, Bytes b) {
+#if defined(__SSE4_1__)
+    return TARN_INTEGER(min_epu16, a, b);
+#else
+    return (Bytes)((Vec<uint16_t>)a - (Vec<uint16_t>)subs_u16(a, b));
+#endif
+}
 #if defined(__SSSE3__)
 // Products of unsigned and signed bytes, added in pairs.
 [[maybe_unused]] inline Bytes dot_u8_s8(Bytes a, Bytes b) { return TARN_INTEGER(maddubs_epi16, a, b); }
@@ -223,6 +230,7 @@ TARN_LANEWISE(subs_u8, uint8_t, max(x - y, 0))
 TARN_LANEWISE(adds_s16, int16_t, clamp(x + y, -32768, 32767))
 TARN_LANEWISE(subs_s16, int16_t, clamp(x - y, -32768, 32767))
 TARN_LANEWISE(subs_u16, uint16_t, max(x - y, 0))
+TARN_LANEWISE(min_u16, uint16_t, min(x, y))
 TARN_LANEWISE(mulhi_s16, int16_t, x * y >> 16)
 TARN_LANEWISE(mulhi_u16, uint16_t, uint32_t(x) * uint32_t(y) >> 16)
 #undef TARN_LANEWISE
