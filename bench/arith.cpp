@@ -18,11 +18,12 @@ void peers(Bench& b, const std::string& op, Op cv_op) {
             cv_op(dst, cv::Scalar(3, 200, 1), dst);
         });
         for (const int count : {2, 4})
-            b.peer(op + "_n_" + form + " of " + std::to_string(count), "OpenCV", [cv_op, type, count](const View* v, Size) {
-                cv::Mat dst = mat(v[count], type);
-                cv_op(mat(v[0], type), mat(v[1], type), dst);
-                for (int i = 2; i < count; ++i) cv_op(dst, mat(v[i], type), dst);
-            });
+            b.peer(op + "_n_" + form + " of " + std::to_string(count), "OpenCV",
+                   [cv_op, type, count](const View* v, Size) {
+                       cv::Mat dst = mat(v[count], type);
+                       cv_op(mat(v[0], type), mat(v[1], type), dst);
+                       for (int i = 2; i < count; ++i) cv_op(dst, mat(v[i], type), dst);
+                   });
     }
 }
 
@@ -32,16 +33,19 @@ void run(Bench& b) {
     peers(b, "mul", [](const auto& x, const auto& y, cv::Mat& d) { cv::multiply(x, y, d); });
     for (const auto& [form, type] : kForms)
         for (const int count : {2, 4})
-            b.peer(std::string("avg_n_") + form + " of " + std::to_string(count), "OpenCV", [type, count](const View* v, Size) {
-                static cv::Mat sum;
-                mat(v[0], type).convertTo(sum, CV_32F);
-                for (int i = 1; i < count; ++i) {
-                    if (CV_MAT_DEPTH(type) == CV_16S) cv::add(sum, mat(v[i], type), sum, cv::noArray(), CV_32F);  // no accumulate for s16
-                    else cv::accumulate(mat(v[i], type), sum);
-                }
-                cv::Mat dst = mat(v[count], type);
-                sum.convertTo(dst, CV_MAT_DEPTH(type), 1.0 / count);
-            });
+            b.peer(std::string("avg_n_") + form + " of " + std::to_string(count), "OpenCV",
+                   [type, count](const View* v, Size) {
+                       static cv::Mat sum;
+                       mat(v[0], type).convertTo(sum, CV_32F);
+                       for (int i = 1; i < count; ++i) {
+                           if (CV_MAT_DEPTH(type) == CV_16S)
+                               cv::add(sum, mat(v[i], type), sum, cv::noArray(), CV_32F);  // no accumulate for s16
+                           else
+                               cv::accumulate(mat(v[i], type), sum);
+                       }
+                       cv::Mat dst = mat(v[count], type);
+                       sum.convertTo(dst, CV_MAT_DEPTH(type), 1.0 / count);
+                   });
     cases::arith_cases(Measure{b});
 }
 

@@ -9,7 +9,8 @@ namespace {
 
 template <class Op>
 void binary(Bench& b, const std::string& op, Op cv_op) {
-    for (const auto& [form, type] : {std::pair{"_u8_c1", CV_8UC1}, {"_u8_c3", CV_8UC3}, {"_s16_c1", CV_16SC1}, {"_s32_c3", CV_32SC3}})
+    for (const auto& [form, type] :
+         {std::pair{"_u8_c1", CV_8UC1}, {"_u8_c3", CV_8UC3}, {"_s16_c1", CV_16SC1}, {"_s32_c3", CV_32SC3}})
         b.peer(op + form, "OpenCV", [cv_op, type](const View* v, Size) {
             cv::Mat dst = mat(v[2], type);
             cv_op(mat(v[0], type), mat(v[1], type), dst);

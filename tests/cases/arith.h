@@ -1,4 +1,5 @@
-// Cases of arithmetic: constants in place, folds of lists of several lengths (the last longer than a group of planes), means.
+// Cases of arithmetic: constants in place, folds of lists of several lengths (the last longer than a group of planes),
+// means.
 #pragma once
 
 #include <cmath>
@@ -8,21 +9,30 @@
 
 namespace tarn::cases {
 
-struct Add { double operator()(double a, double b) const { return a + b; } };
-struct Sub { double operator()(double a, double b) const { return a - b; } };
-struct Mul { double operator()(double a, double b) const { return a * b; } };
+struct Add {
+    double operator()(double a, double b) const { return a + b; }
+};
+struct Sub {
+    double operator()(double a, double b) const { return a - b; }
+};
+struct Mul {
+    double operator()(double a, double b) const { return a * b; }
+};
 
-// One step: integers exact (in double) and saturated; of floats the one rounding of the exact double result, which is the
-// float operation's.
+// One step: integers exact (in double) and saturated; of floats the one rounding of the exact double result, which is
+// the float operation's.
 template <class T, class Op>
 T arith_step(Op op, T a, T b) {
     const double r = op(double(a), double(b));
-    if constexpr (std::is_same_v<T, float>) return float(r);
-    else return T(std::min(std::max(r, double(std::numeric_limits<T>::min())), double(std::numeric_limits<T>::max())));
+    if constexpr (std::is_same_v<T, float>)
+        return float(r);
+    else
+        return T(std::min(std::max(r, double(std::numeric_limits<T>::min())), double(std::numeric_limits<T>::max())));
 }
 
 template <class T, class Op>
-void constant_case(const char* name, const k::Kernel<k::ConstantInPlace>& kernel, int channels, Op op, const auto& visit) {
+void constant_case(const char* name, const k::Kernel<k::ConstantInPlace>& kernel, int channels, Op op,
+                   const auto& visit) {
     static const T constants[3] = {T(3.25), T(200), T(-1.5)};
     Case c{name, {inout<T>(channels)}, {}, {}};
     c.run = [&kernel](const View* v, Size n) { return kernel(constants, v[0].data, v[0].stride, n); };
@@ -55,7 +65,9 @@ template <class T, class Op>
 void fold_case(const char* name, const k::Kernel<k::Fold>& kernel, int channels, bool kept, Op op, const auto& visit) {
     for (const int count : {1, 2, 3, 4, 6}) {
         Case c{std::string(name) + " of " + std::to_string(count),
-               list_planes(count, in<T>(channels), kept ? inout<T>(channels) : out<T>(channels)), {}, {}};
+               list_planes(count, in<T>(channels), kept ? inout<T>(channels) : out<T>(channels)),
+               {},
+               {}};
         c.run = [&kernel, count](const View* v, Size n) {
             const ViewList list(v, count);
             return kernel(&list.sources, v[count].data, v[count].stride, n);
@@ -76,7 +88,9 @@ template <class T>
 void average_case(const char* name, const k::Kernel<k::Average>& kernel, int channels, bool kept, const auto& visit) {
     for (const int count : {1, 2, 3, 4, 6}) {
         Case c{std::string(name) + " of " + std::to_string(count),
-               list_planes(count, in<T>(channels), kept ? inout<T>(channels) : out<T>(channels)), {}, {}};
+               list_planes(count, in<T>(channels), kept ? inout<T>(channels) : out<T>(channels)),
+               {},
+               {}};
         c.run = [&kernel, count](const View* v, Size n) {
             alignas(64) static uint8_t scratch[k::kAverageScratch];
             const ViewList list(v, count);
@@ -94,7 +108,8 @@ void average_case(const char* name, const k::Kernel<k::Average>& kernel, int cha
                     for (int i = 1; i < count; ++i) sum = arith_step(Add{}, sum, v[i].row<T>(y)[e]);
                     const double mean = double(sum) / count;
                     if (!(kept && ch == 3))
-                        v[count].row<T>(y)[e] = std::is_same_v<T, float> ? T(float(sum) / float(count)) : T(std::nearbyint(mean));
+                        v[count].row<T>(y)[e] =
+                            std::is_same_v<T, float> ? T(float(sum) / float(count)) : T(std::nearbyint(mean));
                 }
             });
         };
@@ -104,12 +119,12 @@ void average_case(const char* name, const k::Kernel<k::Average>& kernel, int cha
 
 template <class Visit>
 void arith_cases(Visit&& visit) {
-#define TARN_ARITH(op, Op, type, T)                                                                \
-    constant_case<T>(#op "_c_" #type "_c1", k::op##_c_##type##_c1, 1, Op{}, visit);                \
-    constant_case<T>(#op "_c_" #type "_c3", k::op##_c_##type##_c3, 3, Op{}, visit);                \
-    constant_case<T>(#op "_c_" #type "_c3x", k::op##_c_##type##_c3x, 4, Op{}, visit);              \
-    fold_case<T>(#op "_n_" #type "_c1", k::op##_n_##type##_c1, 1, false, Op{}, visit);             \
-    fold_case<T>(#op "_n_" #type "_c3", k::op##_n_##type##_c3, 3, false, Op{}, visit);             \
+#define TARN_ARITH(op, Op, type, T)                                                    \
+    constant_case<T>(#op "_c_" #type "_c1", k::op##_c_##type##_c1, 1, Op{}, visit);    \
+    constant_case<T>(#op "_c_" #type "_c3", k::op##_c_##type##_c3, 3, Op{}, visit);    \
+    constant_case<T>(#op "_c_" #type "_c3x", k::op##_c_##type##_c3x, 4, Op{}, visit);  \
+    fold_case<T>(#op "_n_" #type "_c1", k::op##_n_##type##_c1, 1, false, Op{}, visit); \
+    fold_case<T>(#op "_n_" #type "_c3", k::op##_n_##type##_c3, 3, false, Op{}, visit); \
     fold_case<T>(#op "_n_" #type "_c3x", k::op##_n_##type##_c3x, 4, true, Op{}, visit);
 #define TARN_TYPES(op, Op) \
     TARN_ARITH(op, Op, u8, uint8_t) TARN_ARITH(op, Op, s16, int16_t) TARN_ARITH(op, Op, f32, float)
@@ -118,9 +133,9 @@ void arith_cases(Visit&& visit) {
     TARN_TYPES(mul, Mul)
 #undef TARN_TYPES
 #undef TARN_ARITH
-#define TARN_AVERAGE(type, T)                                                    \
-    average_case<T>("avg_n_" #type "_c1", k::avg_n_##type##_c1, 1, false, visit);  \
-    average_case<T>("avg_n_" #type "_c3", k::avg_n_##type##_c3, 3, false, visit);  \
+#define TARN_AVERAGE(type, T)                                                     \
+    average_case<T>("avg_n_" #type "_c1", k::avg_n_##type##_c1, 1, false, visit); \
+    average_case<T>("avg_n_" #type "_c3", k::avg_n_##type##_c3, 3, false, visit); \
     average_case<T>("avg_n_" #type "_c3x", k::avg_n_##type##_c3x, 4, true, visit);
     TARN_AVERAGE(u8, uint8_t)
     TARN_AVERAGE(s16, int16_t)

@@ -1,5 +1,5 @@
-// Cases of the comparisons. Planes of random elements are rarely equal: the tests' first operand takes most of its elements
-// from the second.
+// Cases of the comparisons. Planes of random elements are rarely equal: the tests' first operand takes most of its
+// elements from the second.
 #pragma once
 
 #include "cases/case.h"
@@ -10,20 +10,29 @@ namespace tarn::cases {
 template <class T>
 bool holds(int32_t comparison, T a, T b) {
     switch (comparison) {
-        case k::kLess: return a < b;
-        case k::kLessEqual: return a <= b;
-        case k::kEqual: return a == b;
-        case k::kGreaterEqual: return a >= b;
-        default: return a > b;
+        case k::kLess:
+            return a < b;
+        case k::kLessEqual:
+            return a <= b;
+        case k::kEqual:
+            return a == b;
+        case k::kGreaterEqual:
+            return a >= b;
+        default:
+            return a > b;
     }
 }
 inline const char* const kComparisonNames[] = {" less", " less or equal", " equal", " greater or equal", " greater"};
 
 // compared: how many of a pixel's channels are.
 template <class T>
-void compare_case(const char* name, const k::Kernel<k::Compare>& kernel, int channels, int compared, const auto& visit) {
+void compare_case(const char* name, const k::Kernel<k::Compare>& kernel, int channels, int compared,
+                  const auto& visit) {
     for (int32_t comparison = 0; comparison < 5; ++comparison) {
-        Case c{name + std::string(kComparisonNames[comparison]), {in<T>(channels), in<T>(channels), out<uint8_t>(1)}, {}, {}};
+        Case c{name + std::string(kComparisonNames[comparison]),
+               {in<T>(channels), in<T>(channels), out<uint8_t>(1)},
+               {},
+               {}};
         // Done by the run as by the expectation; not on the large planes of the benches.
         const auto mix = [channels](const View* v, Size n) {
             if (int64_t(n.width) * n.height > 10000) return;
@@ -50,7 +59,8 @@ void compare_case(const char* name, const k::Kernel<k::Compare>& kernel, int cha
 }
 
 template <class T>
-void compare_constant_case(const char* name, const k::Kernel<k::CompareConstant>& kernel, int channels, const auto& visit) {
+void compare_constant_case(const char* name, const k::Kernel<k::CompareConstant>& kernel, int channels,
+                           const auto& visit) {
     static const T constants[3] = {T(127), T(2), T(-0.0)};
     const int compared = channels == 1 ? 1 : 3;
     for (int32_t comparison = 0; comparison < 5; ++comparison) {
@@ -72,13 +82,13 @@ void compare_constant_case(const char* name, const k::Kernel<k::CompareConstant>
 
 template <class Visit>
 void compare_cases(Visit&& visit) {
-#define TARN_COMPARE(type, T)                                                                    \
-    compare_case<T>("cmp_" #type "_c1", k::cmp_##type##_c1, 1, 1, visit);                        \
-    compare_case<T>("cmp_" #type "_c3", k::cmp_##type##_c3, 3, 3, visit);                        \
-    compare_case<T>("cmp_" #type "_c4", k::cmp_##type##_c4, 4, 4, visit);                        \
-    compare_case<T>("cmp_" #type "_c3x", k::cmp_##type##_c3x, 4, 3, visit);                      \
-    compare_constant_case<T>("cmp_c_" #type "_c1", k::cmp_c_##type##_c1, 1, visit);              \
-    compare_constant_case<T>("cmp_c_" #type "_c3", k::cmp_c_##type##_c3, 3, visit);              \
+#define TARN_COMPARE(type, T)                                                       \
+    compare_case<T>("cmp_" #type "_c1", k::cmp_##type##_c1, 1, 1, visit);           \
+    compare_case<T>("cmp_" #type "_c3", k::cmp_##type##_c3, 3, 3, visit);           \
+    compare_case<T>("cmp_" #type "_c4", k::cmp_##type##_c4, 4, 4, visit);           \
+    compare_case<T>("cmp_" #type "_c3x", k::cmp_##type##_c3x, 4, 3, visit);         \
+    compare_constant_case<T>("cmp_c_" #type "_c1", k::cmp_c_##type##_c1, 1, visit); \
+    compare_constant_case<T>("cmp_c_" #type "_c3", k::cmp_c_##type##_c3, 3, visit); \
     compare_constant_case<T>("cmp_c_" #type "_c3x", k::cmp_c_##type##_c3x, 4, visit);
     TARN_COMPARE(u8, uint8_t)
     TARN_COMPARE(s16, int16_t)

@@ -11,7 +11,8 @@ namespace tarn::cases {
 
 // kept: the fourth channel of the destination stays.
 template <class T, class Op>
-void binary_cases(const char* name, const k::Kernel<k::Binary>& kernel, int channels, bool kept, Op op, const auto& visit) {
+void binary_cases(const char* name, const k::Kernel<k::Binary>& kernel, int channels, bool kept, Op op,
+                  const auto& visit) {
     Case c{name, {in<T>(channels), in<T>(channels), kept ? inout<T>(channels) : out<T>(channels)}, {}, {}};
     c.run = [&kernel](const View* v, Size n) {
         return kernel(v[1].data, v[1].stride, v[0].data, v[0].stride, v[2].data, v[2].stride, n);
@@ -43,7 +44,8 @@ void unary_cases(const std::string& name, int channels, bool kept, Run run, Expe
     c.run = [run](const View* v, Size n) { return run(v[0].data, v[0].stride, v[1].data, v[1].stride, n); };
     c.expect = [=](const View* v, Size n) {
         each_element(n, channels, [&](int x, int y, int ch) {
-            if (!(kept && ch == 3)) v[1].row<T>(y)[x * channels + ch] = T(expected(v[0].row<T>(y)[x * channels + ch], ch));
+            if (!(kept && ch == 3))
+                v[1].row<T>(y)[x * channels + ch] = T(expected(v[0].row<T>(y)[x * channels + ch], ch));
         });
     };
     visit(c);
@@ -81,24 +83,24 @@ void logic_cases(Visit&& visit) {
     const auto both = [](auto a, auto b) { return a & b; };
     const auto either = [](auto a, auto b) { return a | b; };
     const auto one = [](auto a, auto b) { return a ^ b; };
-#define TARN_LOGIC(op, fn)                                                                  \
-    binary_cases<uint8_t>(#op "_u8_c1", k::op##_u8_c1, 1, false, fn, visit);                \
-    binary_cases<uint8_t>(#op "_u8_c3", k::op##_u8_c3, 3, false, fn, visit);                \
-    binary_cases<uint8_t>(#op "_u8_c3x", k::op##_u8_c3x, 4, true, fn, visit);               \
-    binary_cases<int16_t>(#op "_s16_c1", k::op##_s16_c1, 1, false, fn, visit);              \
-    binary_cases<int16_t>(#op "_s16_c3", k::op##_s16_c3, 3, false, fn, visit);              \
-    binary_cases<int16_t>(#op "_s16_c3x", k::op##_s16_c3x, 4, true, fn, visit);             \
-    binary_cases<int32_t>(#op "_s32_c1", k::op##_s32_c1, 1, false, fn, visit);              \
-    binary_cases<int32_t>(#op "_s32_c3", k::op##_s32_c3, 3, false, fn, visit);              \
-    binary_cases<int32_t>(#op "_s32_c3x", k::op##_s32_c3x, 4, true, fn, visit);             \
-    logic_constant_cases<uint8_t>(#op "_c_u8_c1", k::op##_c_u8_c1, 1, false, fn, visit);    \
-    logic_constant_cases<uint8_t>(#op "_c_u8_c3", k::op##_c_u8_c3, 3, false, fn, visit);    \
-    logic_constant_cases<uint8_t>(#op "_c_u8_c3x", k::op##_c_u8_c3x, 4, true, fn, visit);   \
-    logic_constant_cases<int16_t>(#op "_c_s16_c1", k::op##_c_s16_c1, 1, false, fn, visit);  \
-    logic_constant_cases<int16_t>(#op "_c_s16_c3", k::op##_c_s16_c3, 3, false, fn, visit);  \
-    logic_constant_cases<int16_t>(#op "_c_s16_c4", k::op##_c_s16_c4, 4, false, fn, visit);  \
-    logic_constant_cases<int32_t>(#op "_c_s32_c1", k::op##_c_s32_c1, 1, false, fn, visit);  \
-    logic_constant_cases<int32_t>(#op "_c_s32_c3", k::op##_c_s32_c3, 3, false, fn, visit);  \
+#define TARN_LOGIC(op, fn)                                                                 \
+    binary_cases<uint8_t>(#op "_u8_c1", k::op##_u8_c1, 1, false, fn, visit);               \
+    binary_cases<uint8_t>(#op "_u8_c3", k::op##_u8_c3, 3, false, fn, visit);               \
+    binary_cases<uint8_t>(#op "_u8_c3x", k::op##_u8_c3x, 4, true, fn, visit);              \
+    binary_cases<int16_t>(#op "_s16_c1", k::op##_s16_c1, 1, false, fn, visit);             \
+    binary_cases<int16_t>(#op "_s16_c3", k::op##_s16_c3, 3, false, fn, visit);             \
+    binary_cases<int16_t>(#op "_s16_c3x", k::op##_s16_c3x, 4, true, fn, visit);            \
+    binary_cases<int32_t>(#op "_s32_c1", k::op##_s32_c1, 1, false, fn, visit);             \
+    binary_cases<int32_t>(#op "_s32_c3", k::op##_s32_c3, 3, false, fn, visit);             \
+    binary_cases<int32_t>(#op "_s32_c3x", k::op##_s32_c3x, 4, true, fn, visit);            \
+    logic_constant_cases<uint8_t>(#op "_c_u8_c1", k::op##_c_u8_c1, 1, false, fn, visit);   \
+    logic_constant_cases<uint8_t>(#op "_c_u8_c3", k::op##_c_u8_c3, 3, false, fn, visit);   \
+    logic_constant_cases<uint8_t>(#op "_c_u8_c3x", k::op##_c_u8_c3x, 4, true, fn, visit);  \
+    logic_constant_cases<int16_t>(#op "_c_s16_c1", k::op##_c_s16_c1, 1, false, fn, visit); \
+    logic_constant_cases<int16_t>(#op "_c_s16_c3", k::op##_c_s16_c3, 3, false, fn, visit); \
+    logic_constant_cases<int16_t>(#op "_c_s16_c4", k::op##_c_s16_c4, 4, false, fn, visit); \
+    logic_constant_cases<int32_t>(#op "_c_s32_c1", k::op##_c_s32_c1, 1, false, fn, visit); \
+    logic_constant_cases<int32_t>(#op "_c_s32_c3", k::op##_c_s32_c3, 3, false, fn, visit); \
     logic_constant_cases<int32_t>(#op "_c_s32_c4", k::op##_c_s32_c4, 4, false, fn, visit);
     TARN_LOGIC(and, both)
     TARN_LOGIC(or, either)

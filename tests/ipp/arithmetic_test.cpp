@@ -13,10 +13,11 @@ int64_t list_op(const char* name, LumoMAT* dst, std::vector<const LumoMAT*> sour
     return call<TarnArithN>(name, err, storage, dst, int32_t(sources.size()), sources.data());
 }
 
-// The promised sequence with plain element loops, on arrays that may share memory: source 0 copied unless it is dst's own
-// record, then source by source. avg: divides at the end (16 bits and floats only).
+// The promised sequence with plain element loops, on arrays that may share memory: source 0 copied unless it is dst's
+// own record, then source by source. avg: divides at the end (16 bits and floats only).
 template <class T>
-void sequence(const std::string& op, const LumoMAT& dst, const std::vector<const LumoMAT*>& sources, bool first_is_dst) {
+void sequence(const std::string& op, const LumoMAT& dst, const std::vector<const LumoMAT*>& sources,
+              bool first_is_dst) {
     const int channels = int(dst.elemtype >> 12);
     const auto each = [&](const LumoMAT& src, auto fn) {
         for (int y = 0; y < dst.height; ++y)
@@ -27,23 +28,33 @@ void sequence(const std::string& op, const LumoMAT& dst, const std::vector<const
             }
     };
     const auto saturate = [](double v) {
-        if constexpr (std::is_same_v<T, float>) return T(v);
-        else return T(std::clamp(v, double(std::numeric_limits<T>::min()), double(std::numeric_limits<T>::max())));
+        if constexpr (std::is_same_v<T, float>)
+            return T(v);
+        else
+            return T(std::clamp(v, double(std::numeric_limits<T>::min()), double(std::numeric_limits<T>::max())));
     };
     if (!first_is_dst) each(*sources[0], [](T, T s) { return s; });
     for (size_t i = 1; i < sources.size(); ++i)
         each(*sources[i], [&](T d, T s) {
-            return op == "sub_n" ? saturate(double(d) - s) : op == "mul_n" ? saturate(double(d) * s) : saturate(double(d) + s);
+            return op == "sub_n"   ? saturate(double(d) - s)
+                   : op == "mul_n" ? saturate(double(d) * s)
+                                   : saturate(double(d) + s);
         });
     const int count = int(sources.size());
     if (op == "avgarith_n" && count > 1)
-        each(dst, [&](T d, T) { return std::is_same_v<T, float> ? T(float(d) / float(count)) : saturate(std::nearbyint(double(d) / count)); });
+        each(dst, [&](T d, T) {
+            return std::is_same_v<T, float> ? T(float(d) / float(count)) : saturate(std::nearbyint(double(d) / count));
+        });
 }
-void sequence(const std::string& op, const LumoMAT& dst, const std::vector<const LumoMAT*>& sources, bool first_is_dst) {
+void sequence(const std::string& op, const LumoMAT& dst, const std::vector<const LumoMAT*>& sources,
+              bool first_is_dst) {
     switch (dst.elemtype >> 8 & 15) {
-        case 2: return sequence<int16_t>(op, dst, sources, first_is_dst);
-        case 5: return sequence<float>(op, dst, sources, first_is_dst);
-        default: return sequence<uint8_t>(op, dst, sources, first_is_dst);
+        case 2:
+            return sequence<int16_t>(op, dst, sources, first_is_dst);
+        case 5:
+            return sequence<float>(op, dst, sources, first_is_dst);
+        default:
+            return sequence<uint8_t>(op, dst, sources, first_is_dst);
     }
 }
 
@@ -51,9 +62,12 @@ const LumoELEMTYPE kTypes[] = {u8(1), u8(3), u8(4), s16(1), s16(3), s16(4), f32(
 
 Array plane(LumoELEMTYPE type, int value) {
     Array a(type, 67, 2, 3);
-    if (a.element_bytes == 1) a.set<uint8_t>(uint8_t(value));
-    else if (a.element_bytes == 2) a.set<int16_t>(int16_t(value));
-    else a.set<float>(float(value));
+    if (a.element_bytes == 1)
+        a.set<uint8_t>(uint8_t(value));
+    else if (a.element_bytes == 2)
+        a.set<int16_t>(int16_t(value));
+    else
+        a.set<float>(float(value));
     return a;
 }
 
@@ -67,15 +81,24 @@ TEST(lists, saturate_after_every_step) {
         int want;
     };
     const Row rows[] = {
-        {"add_n", u8(1), {200, 100, 50}, 255},        {"sub_n", u8(1), {10, 20, 5}, 0},
-        {"sub_n", u8(1), {200, 20, 5}, 175},          {"mul_n", u8(1), {20, 20, 0}, 0},
-        {"mul_n", u8(3), {3, 5, 7}, 105},             {"add_n", s16(1), {20000, 20000, -5}, 32762},
-        {"sub_n", s16(1), {-20000, 20000, -5}, -32763}, {"mul_n", s16(1), {200, -200, 2}, -32768},
-        {"add_n", u8(1), {1, 2, 3, 4, 5, 6, 7, 8, 9}, 45}, {"mul_n", f32(1), {300, -200, 2}, -120000},
-        {"avgarith_n", u8(1), {1, 2}, 2},             {"avgarith_n", u8(1), {1, 4}, 2},
-        {"avgarith_n", u8(3), {255, 255, 254}, 255},  {"avgarith_n", s16(1), {20000, 20000, 20000}, 10922},
-        {"avgarith_n", s16(1), {-1, -4}, -2},         {"avgarith_n", s16(1), {3, 4}, 4},
-        {"avgarith_n", f32(1), {1, 2, 6}, 3},         {"add_n", u8(1), {9}, 9},
+        {"add_n", u8(1), {200, 100, 50}, 255},
+        {"sub_n", u8(1), {10, 20, 5}, 0},
+        {"sub_n", u8(1), {200, 20, 5}, 175},
+        {"mul_n", u8(1), {20, 20, 0}, 0},
+        {"mul_n", u8(3), {3, 5, 7}, 105},
+        {"add_n", s16(1), {20000, 20000, -5}, 32762},
+        {"sub_n", s16(1), {-20000, 20000, -5}, -32763},
+        {"mul_n", s16(1), {200, -200, 2}, -32768},
+        {"add_n", u8(1), {1, 2, 3, 4, 5, 6, 7, 8, 9}, 45},
+        {"mul_n", f32(1), {300, -200, 2}, -120000},
+        {"avgarith_n", u8(1), {1, 2}, 2},
+        {"avgarith_n", u8(1), {1, 4}, 2},
+        {"avgarith_n", u8(3), {255, 255, 254}, 255},
+        {"avgarith_n", s16(1), {20000, 20000, 20000}, 10922},
+        {"avgarith_n", s16(1), {-1, -4}, -2},
+        {"avgarith_n", s16(1), {3, 4}, 4},
+        {"avgarith_n", f32(1), {1, 2, 6}, 3},
+        {"add_n", u8(1), {9}, 9},
         {"avgarith_n", u8(1), {9}, 9},
     };
     for (const Row& r : rows) {
@@ -96,9 +119,10 @@ TEST(lists, give_what_the_sequence_gives_wherever_the_destination_lies) {
         for (const LumoELEMTYPE type : kTypes)
             for (const int count : {2, 3, 5, 9})
                 for (int place = 0; place < 6; ++place) {
-                    // 0: apart. 1: dst is the first source's record. 2: another record of the first source's buffer. 3: of the
-                    // last source's. 4: the last source's own record. 5: two sources are one.
-                    SCOPED_TRACE(testing::Message() << op << " " << LumoELEMTYPEshow(type) << " x " << (type >> 12) << " of " << count << " place " << place);
+                    // 0: apart. 1: dst is the first source's record. 2: another record of the first source's buffer. 3:
+                    // of the last source's. 4: the last source's own record. 5: two sources are one.
+                    SCOPED_TRACE(testing::Message() << op << " " << LumoELEMTYPEshow(type) << " x " << (type >> 12)
+                                                    << " of " << count << " place " << place);
                     const auto run = [&](bool ours) {
                         std::vector<Array> arrays;
                         arrays.reserve(10);
@@ -112,16 +136,21 @@ TEST(lists, give_what_the_sequence_gives_wherever_the_destination_lies) {
                         for (int i = 0; i < count; ++i) sources.push_back(&arrays[size_t(i)]);
                         if (place == 5) sources.back() = sources[0];
                         LumoMAT alias = place == 2 ? arrays[0].mat : arrays[size_t(count) - 1].mat;
-                        LumoMAT* dst = place == 1 ? &arrays[0] : place == 4 ? &arrays[size_t(count) - 1] : place == 2 || place == 3 ? &alias : &arrays.back();
+                        LumoMAT* dst = place == 1                 ? &arrays[0]
+                                       : place == 4               ? &arrays[size_t(count) - 1]
+                                       : place == 2 || place == 3 ? &alias
+                                                                  : &arrays.back();
                         if (ours) {
                             EXPECT_EQ(list_op(op, dst, sources), count);
                         } else if (op[1] == 'v' && (type >> 8 & 15) == 1) {
                             for (int y = 0; y < 3; ++y)
                                 for (int i = 0; i < 75 * arrays[0].channels; ++i) {
                                     double sum = 0;
-                                    for (const LumoMAT* s : sources) sum += static_cast<uint8_t*>(s->data)[y * s->stride + i];
+                                    for (const LumoMAT* s : sources)
+                                        sum += static_cast<uint8_t*>(s->data)[y * s->stride + i];
                                     if (arrays[0].channels != 4 || i % 4 != 3)
-                                        static_cast<uint8_t*>(dst->data)[y * dst->stride + i] = uint8_t(std::nearbyint(sum / count));
+                                        static_cast<uint8_t*>(dst->data)[y * dst->stride + i] =
+                                            uint8_t(std::nearbyint(sum / count));
                                 }
                         } else {
                             sequence(op, *dst, sources, place == 1);
@@ -138,8 +167,8 @@ TEST(lists, give_what_the_sequence_gives_wherever_the_destination_lies) {
 }
 
 TEST(lists, of_views_of_one_image) {
-    // Tiles side by side share rows but no pixel; a first source that lies across the destination is moved as a copy moves it;
-    // an 8-bit mean reads all sources before it writes.
+    // Tiles side by side share rows but no pixel; a first source that lies across the destination is moved as a copy
+    // moves it; an 8-bit mean reads all sources before it writes.
     const auto view = [](Array& whole, int x, int y) {
         LumoMAT v = whole.mat;
         v.width = 100, v.height = 40;
@@ -155,12 +184,14 @@ TEST(lists, of_views_of_one_image) {
             std::vector<uint8_t> want;
             for (int y = 0; y < 40; ++y)
                 for (int x = 0; x < 100; ++x) {
-                    const int a = before.memory[size_t(64 + (45 + dy + y) * 330 + 110 + dx + x)], b = before.memory[size_t(64 + y * 330 + 220 + x)];
+                    const int a = before.memory[size_t(64 + (45 + dy + y) * 330 + 110 + dx + x)],
+                              b = before.memory[size_t(64 + y * 330 + 220 + x)];
                     want.push_back(uint8_t(op[1] == 'v' ? std::nearbyint((a + b) / 2.0) : std::min(255, a + b)));
                 }
             EXPECT_EQ(list_op(op, &dst, {&first, &second}), 2);
             std::vector<uint8_t> got;
-            for (int y = 0; y < 40; ++y) got.insert(got.end(), whole.row<uint8_t>(45 + y) + 110, whole.row<uint8_t>(45 + y) + 210);
+            for (int y = 0; y < 40; ++y)
+                got.insert(got.end(), whole.row<uint8_t>(45 + y) + 110, whole.row<uint8_t>(45 + y) + 210);
             EXPECT_EQ(got, want) << op << " shifted by " << dx << ", " << dy;
         }
 }

@@ -52,14 +52,23 @@ TEST(logic, takes_its_operands_by_record_and_keeps_the_fourth_channel) {
     for (const char* op : {"and", "or", "xor"})
         for (const LumoELEMTYPE type : kLogicTypes)
             for (const int form : {0, 1, 2, 3, 4}) {  // both; only the first; only the second; dst first; dst second
-                SCOPED_TRACE(testing::Message() << op << " " << LumoELEMTYPEshow(type) << " x " << (type >> 12) << " form " << form);
+                SCOPED_TRACE(testing::Message()
+                             << op << " " << LumoELEMTYPEshow(type) << " x " << (type >> 12) << " form " << form);
                 Array dst(type, 19, 4, 6, form % 2), a(type, 19, 4, 0), b(type, 19, 4, 4, true);
                 dst.fill(1), a.fill(2), b.fill(3);
                 const auto before = dst.pixels();
-                const Array &first = form == 0 || form == 4 ? a : dst, &second = form == 0 || form == 2 || form == 3 ? b : form == 1 ? a : dst;
+                const Array &first = form == 0 || form == 4 ? a : dst, &second = form == 0 || form == 2 || form == 3 ? b
+                                                                                 : form == 1                         ? a
+                                                                                             : dst;
                 const auto x = first.pixels(), y = second.pixels();
-                EXPECT_EQ(logic(op, &dst, form == 2 ? nullptr : form == 3 ? &dst : &a,
-                                form == 1 ? nullptr : form == 4 ? &dst : &b), 0);
+                EXPECT_EQ(logic(op, &dst,
+                                form == 2   ? nullptr
+                                : form == 3 ? &dst
+                                            : &a,
+                                form == 1   ? nullptr
+                                : form == 4 ? &dst
+                                            : &b),
+                          0);
                 const auto got = dst.pixels();
                 const size_t eb = size_t(dst.element_bytes);
                 for (size_t i = 0; i < got.size(); ++i) {
@@ -113,7 +122,8 @@ TEST(elementwise_death, unsupported_types_end_the_process) {
     for (const LumoELEMTYPE type : {u8(2), s16(1), s32(3), f32(1)})
         dies(type, [](Array& d, Array& a) { call<TarnNot>("not", kNoError, kNoStorage, &d, &a); });
     for (const LumoELEMTYPE type : {u8(2), u32(1), f32(2)}) dies(type, [&](Array& d, Array&) { set(&d, floats); });
-    for (const LumoELEMTYPE type : {u8(2), s32(1), u32(3)}) dies(type, [&](Array& d, Array& a) { cmp_c(&d, &a, floats, 5); });
+    for (const LumoELEMTYPE type : {u8(2), s32(1), u32(3)})
+        dies(type, [&](Array& d, Array& a) { cmp_c(&d, &a, floats, 5); });
 }
 
 TEST(logic_c, uses_the_low_bits_of_one_word_per_channel) {
@@ -121,7 +131,8 @@ TEST(logic_c, uses_the_low_bits_of_one_word_per_channel) {
     for (const char* op : {"and_c", "or_c", "xor_c"})
         for (const LumoELEMTYPE type : kLogicTypes)
             for (const int form : {0, 1, 2}) {  // out of place; null source; another record of the same buffer
-                SCOPED_TRACE(testing::Message() << op << " " << LumoELEMTYPEshow(type) << " x " << (type >> 12) << " form " << form);
+                SCOPED_TRACE(testing::Message()
+                             << op << " " << LumoELEMTYPEshow(type) << " x " << (type >> 12) << " form " << form);
                 Array dst(type, 17, 3, 7, form == 1), src(type, 17, 3, 1);
                 dst.fill(1), src.fill(2);
                 const auto before = dst.pixels(), from = form ? before : src.pixels();
@@ -209,13 +220,15 @@ TEST(cmp_c, rounds_and_cuts_its_constants) {
         float constant;
         int equal;  // the element that compares equal
     };
-    const Row rows[] = {{u8(1), 300.0f, 44}, {u8(1), 2.5f, 3},      {u8(1), -0.5f, 255}, {u8(1), -0.4f, 0},
-                        {u8(1), 1e30f, 0},   {u8(1), NAN, 0},       {s16(1), 40000.0f, -25536},
-                        {s16(1), -2.5f, -3}, {s16(1), 65537.0f, 1}};
+    const Row rows[] = {{u8(1), 300.0f, 44},        {u8(1), 2.5f, 3},    {u8(1), -0.5f, 255},
+                        {u8(1), -0.4f, 0},          {u8(1), 1e30f, 0},   {u8(1), NAN, 0},
+                        {s16(1), 40000.0f, -25536}, {s16(1), -2.5f, -3}, {s16(1), 65537.0f, 1}};
     for (const Row& r : rows) {
         Array src(r.type, 33, 1), d(u8(1), 33, 1);
-        if (r.type == u8(1)) src.set<uint8_t>(uint8_t(r.equal));
-        else src.set<int16_t>(int16_t(r.equal));
+        if (r.type == u8(1))
+            src.set<uint8_t>(uint8_t(r.equal));
+        else
+            src.set<int16_t>(int16_t(r.equal));
         EXPECT_EQ(cmp_c(&d, &src, &r.constant, TARN_EQUAL), 0);
         EXPECT_EQ(d.pixels(), std::vector<uint8_t>(33, 255)) << r.constant;
     }
@@ -224,7 +237,8 @@ TEST(cmp_c, rounds_and_cuts_its_constants) {
         Array src(f32(channels), 20, 2, 4), d(u8(1), 20, 2, 1);
         for (int y = 0; y < 2; ++y)
             for (int x = 0; x < 20; ++x)
-                for (int c = 0; c < channels; ++c) src.at<float>(x, y, c) = c == 3 ? 77 : constants[c] + (x == 7 && c == 1);
+                for (int c = 0; c < channels; ++c)
+                    src.at<float>(x, y, c) = c == 3 ? 77 : constants[c] + (x == 7 && c == 1);
         EXPECT_EQ(cmp_c(&d, &src, constants, TARN_LESS_EQUAL), 0);
         for (int x = 0; x < 20; ++x) EXPECT_EQ(d.at<uint8_t>(x, 1), x == 7 ? 0 : 255);
     }
@@ -240,7 +254,7 @@ TEST(set, floors_and_cuts_its_constants_and_keeps_the_fourth_channel) {
                 Array d(base | LUMO_CHANNELS(channels), 100, 3, 5, true), mask(u8(1), 100, 3, 2);
                 d.fill(1), mask.fill(2);
                 for (int x = 0; x < 100; x += 3) mask.at<uint8_t>(x, 1) = 0;
-                        const auto old = d.pixels();
+                const auto old = d.pixels();
                 EXPECT_EQ(set(&d, constants, masked ? &mask : nullptr), 0);
                 const auto got = d.pixels();
                 for (int y = 0; y < 3; ++y)
@@ -248,18 +262,25 @@ TEST(set, floors_and_cuts_its_constants_and_keeps_the_fourth_channel) {
                         for (int c = 0; c < channels; ++c) {
                             const size_t e = (size_t(y) * 100 + size_t(x)) * size_t(channels) + size_t(c);
                             if (c == 3 || (masked && !mask.at<uint8_t>(x, y))) {
-                                ASSERT_EQ(memcmp(&got[e * size_t(d.element_bytes)], &old[e * size_t(d.element_bytes)], size_t(d.element_bytes)), 0);
+                                ASSERT_EQ(memcmp(&got[e * size_t(d.element_bytes)], &old[e * size_t(d.element_bytes)],
+                                                 size_t(d.element_bytes)),
+                                          0);
                                 continue;
                             }
-                            if (kind == 1) ASSERT_EQ(d.at<uint8_t>(x, y, c), want8[c]);
-                            else if (kind == 2) ASSERT_EQ(d.at<int16_t>(x, y, c), want16[c]);
-                            else if (kind == 3) ASSERT_EQ(d.at<int32_t>(x, y, c), want32[c]);
-                            else ASSERT_EQ(d.at<float>(x, y, c), constants[c]);
+                            if (kind == 1)
+                                ASSERT_EQ(d.at<uint8_t>(x, y, c), want8[c]);
+                            else if (kind == 2)
+                                ASSERT_EQ(d.at<int16_t>(x, y, c), want16[c]);
+                            else if (kind == 3)
+                                ASSERT_EQ(d.at<int32_t>(x, y, c), want32[c]);
+                            else
+                                ASSERT_EQ(d.at<float>(x, y, c), constants[c]);
                         }
                 EXPECT_TRUE(d.intact());
             }
     Array d(s32(1), 9, 1);
-    for (const auto& [value, want] : {std::pair{3e9f, INT32_MIN}, {-3e9f, INT32_MIN}, {NAN, INT32_MIN}, {2147483520.0f, 2147483520}}) {
+    for (const auto& [value, want] :
+         {std::pair{3e9f, INT32_MIN}, {-3e9f, INT32_MIN}, {NAN, INT32_MIN}, {2147483520.0f, 2147483520}}) {
         EXPECT_EQ(set(&d, &value), 0);
         EXPECT_EQ(d.at<int32_t>(8, 0), want) << value;
     }
@@ -274,28 +295,36 @@ TEST(arith_c, floors_cuts_and_saturates) {
         float element, constant, want;
     };
     const Row rows[] = {
-        {"add_c", u8(1), 10, 2.7f, 12},        {"add_c", u8(1), 0, -0.5f, 255},      {"add_c", u8(1), 10, 256.0f, 10},
-        {"add_c", u8(1), 200, 100.0f, 255},    {"sub_c", u8(1), 10, 20.0f, 0},       {"sub_c", u8(1), 255, -1.0f, 0},
-        {"mul_c", u8(1), 77, 0.9f, 0},         {"mul_c", u8(1), 77, 3.9f, 231},      {"mul_c", u8(1), 77, 4.0f, 255},
-        {"add_c", s16(1), 10, 40000.0f, -25526}, {"add_c", s16(1), 32000, 900.0f, 32767}, {"sub_c", s16(1), -32000, 900.0f, -32768},
-        {"mul_c", s16(1), 300, -200.0f, -32768}, {"mul_c", s16(1), -181, 181.0f, -32761}, {"add_c", s16(1), 5, 1e30f, 5},
-        {"add_c", f32(1), 10, 2.75f, 12.75f},  {"sub_c", f32(1), 10, -0.5f, 10.5f},  {"mul_c", f32(1), 10, 0.5f, 5},
+        {"add_c", u8(1), 10, 2.7f, 12},          {"add_c", u8(1), 0, -0.5f, 255},
+        {"add_c", u8(1), 10, 256.0f, 10},        {"add_c", u8(1), 200, 100.0f, 255},
+        {"sub_c", u8(1), 10, 20.0f, 0},          {"sub_c", u8(1), 255, -1.0f, 0},
+        {"mul_c", u8(1), 77, 0.9f, 0},           {"mul_c", u8(1), 77, 3.9f, 231},
+        {"mul_c", u8(1), 77, 4.0f, 255},         {"add_c", s16(1), 10, 40000.0f, -25526},
+        {"add_c", s16(1), 32000, 900.0f, 32767}, {"sub_c", s16(1), -32000, 900.0f, -32768},
+        {"mul_c", s16(1), 300, -200.0f, -32768}, {"mul_c", s16(1), -181, 181.0f, -32761},
+        {"add_c", s16(1), 5, 1e30f, 5},          {"add_c", f32(1), 10, 2.75f, 12.75f},
+        {"sub_c", f32(1), 10, -0.5f, 10.5f},     {"mul_c", f32(1), 10, 0.5f, 5},
     };
     for (const Row& r : rows) {
         Array d(r.type, 37, 2, 3), src(r.type, 37, 2, 1);
         for (Array* a : {std::addressof(d), std::addressof(src)})
             for (int y = 0; y < 2; ++y)
                 for (int x = 0; x < 37; ++x) {
-                    if (r.type == u8(1)) a->at<uint8_t>(x, y) = uint8_t(r.element);
-                    else if (r.type == s16(1)) a->at<int16_t>(x, y) = int16_t(r.element);
-                    else a->at<float>(x, y) = r.element;
+                    if (r.type == u8(1))
+                        a->at<uint8_t>(x, y) = uint8_t(r.element);
+                    else if (r.type == s16(1))
+                        a->at<int16_t>(x, y) = int16_t(r.element);
+                    else
+                        a->at<float>(x, y) = r.element;
                 }
         const bool in_place = (&r - rows) % 2;
         if (!in_place) memset(d.mat.data, 1, 37);
         EXPECT_EQ(arith_c(r.op, &d, in_place ? nullptr : &src, &r.constant), 1);
         for (int y = 0; y < 2; ++y)
             for (int x = 0; x < 37; ++x) {
-                const float got = r.type == u8(1) ? float(d.at<uint8_t>(x, y)) : r.type == s16(1) ? float(d.at<int16_t>(x, y)) : d.at<float>(x, y);
+                const float got = r.type == u8(1)    ? float(d.at<uint8_t>(x, y))
+                                  : r.type == s16(1) ? float(d.at<int16_t>(x, y))
+                                                     : d.at<float>(x, y);
                 ASSERT_EQ(got, r.want) << r.op << " " << r.element << " and " << r.constant;
             }
         EXPECT_TRUE(d.intact());
@@ -314,10 +343,15 @@ TEST(arith_c, has_one_constant_per_channel_and_keeps_the_fourth) {
             for (int x = 0; x < 31; ++x)
                 for (int c = 0; c < d.channels; ++c) {
                     const size_t e = size_t((y * 31 + x) * d.channels + c), eb = size_t(d.element_bytes);
-                    if (c == 3) ASSERT_EQ(memcmp(&got[e * eb], &old[e * eb], eb), 0);
-                    else if (eb == 1) ASSERT_EQ(got[e], std::min(255, src.at<uint8_t>(x, y, c) + int(constants[c])));
-                    else if (eb == 2) ASSERT_EQ(d.at<int16_t>(x, y, c), std::min(32767, src.at<int16_t>(x, y, c) + int(constants[c])));
-                    else ASSERT_EQ(d.at<float>(x, y, c), src.at<float>(x, y, c) + constants[c]);
+                    if (c == 3)
+                        ASSERT_EQ(memcmp(&got[e * eb], &old[e * eb], eb), 0);
+                    else if (eb == 1)
+                        ASSERT_EQ(got[e], std::min(255, src.at<uint8_t>(x, y, c) + int(constants[c])));
+                    else if (eb == 2)
+                        ASSERT_EQ(d.at<int16_t>(x, y, c),
+                                  std::min(32767, src.at<int16_t>(x, y, c) + int(constants[c])));
+                    else
+                        ASSERT_EQ(d.at<float>(x, y, c), src.at<float>(x, y, c) + constants[c]);
                 }
         EXPECT_TRUE(d.intact());
     }

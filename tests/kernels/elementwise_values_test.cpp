@@ -1,5 +1,5 @@
-// Values of the element-wise kernels that random planes may miss: every pair of 8-bit values, the corners of 16 bits, every sum
-// and count of the 8-bit mean, NaN in both operands, planes that reach beyond 4 GiB.
+// Values of the element-wise kernels that random planes may miss: every pair of 8-bit values, the corners of 16 bits,
+// every sum and count of the 8-bit mean, NaN in both operands, planes that reach beyond 4 GiB.
 #include <gtest/gtest.h>
 #include <sys/mman.h>
 
@@ -34,7 +34,8 @@ Table<T> pairs() {
     if constexpr (sizeof(T) == 1) {
         for (int i = 0; i < 65536; ++i) t.a.push_back(T(i >> 8)), t.b.push_back(T(i));
     } else {
-        const T corners[] = {0, 1, -1, 2, -2, 127, 128, 181, 182, 255, 256, -181, -182, 16384, -16384, 32766, 32767, -32767, -32768};
+        const T corners[] = {0,   1,    -1,   2,     -2,     127,   128,   181,    182,   255,
+                             256, -181, -182, 16384, -16384, 32766, 32767, -32767, -32768};
         for (const T x : corners)
             for (const T y : corners) t.a.push_back(x), t.b.push_back(y);
         std::mt19937 rng(1);
@@ -50,8 +51,8 @@ void every_pair(const char* name, Run run, Expected expected) {
     at_every_level([&](int level) {
         ASSERT_EQ(run(t), k::kOk);
         for (size_t i = 0; i < t.a.size(); ++i)
-            ASSERT_EQ(int(t.d[i]), int(T(expected(t.a[i], t.b[i])))) << name << " of " << int(t.a[i]) << " and " << int(t.b[i])
-                                                                     << " at level " << level;
+            ASSERT_EQ(int(t.d[i]), int(T(expected(t.a[i], t.b[i]))))
+                << name << " of " << int(t.a[i]) << " and " << int(t.b[i]) << " at level " << level;
     });
 }
 
@@ -72,7 +73,8 @@ void fold_pairs(const char* name, const k::Kernel<k::Fold>& kernel, Op op) {
 template <class T, class Op>
 void constant_pairs(const char* name, const k::Kernel<k::ConstantInPlace>& kernel, Op op) {
     at_every_level([&](int level) {
-        const int first = sizeof(T) == 1 ? 0 : -32768, last = sizeof(T) == 1 ? 255 : 32767, step = sizeof(T) == 1 ? 1 : 257;
+        const int first = sizeof(T) == 1 ? 0 : -32768, last = sizeof(T) == 1 ? 255 : 32767,
+                  step = sizeof(T) == 1 ? 1 : 257;
         for (int c = first; c <= last; c += step) {
             std::vector<T> d;
             for (int v = first; v <= last; ++v) d.push_back(T(v));
@@ -94,13 +96,15 @@ void compare_pairs(const k::Kernel<k::Compare>& kernel, const k::Kernel<k::Compa
             ASSERT_EQ(kernel(t.a.data(), 0, t.b.data(), 0, d.data(), 0, t.size(), comparison), k::kOk);
             for (size_t i = 0; i < d.size(); ++i)
                 ASSERT_EQ(int(d[i]), cases::holds(comparison, t.a[i], t.b[i]) ? 255 : 0)
-                    << int(t.a[i]) << cases::kComparisonNames[comparison] << " " << int(t.b[i]) << " at level " << level;
+                    << int(t.a[i]) << cases::kComparisonNames[comparison] << " " << int(t.b[i]) << " at level "
+                    << level;
             for (int c = 0; c < 256; ++c) {
                 const T constant = sizeof(T) == 1 ? T(c) : t.a[size_t(c)];
                 const k::Size some{512, 1};
                 ASSERT_EQ(with_constant(t.b.data(), 0, &constant, d.data(), 0, some, comparison), k::kOk);
                 for (size_t i = 0; i < 512; ++i)
-                    ASSERT_EQ(int(d[i]), cases::holds(comparison, t.b[i], constant) ? 255 : 0) << "constant, level " << level;
+                    ASSERT_EQ(int(d[i]), cases::holds(comparison, t.b[i], constant) ? 255 : 0)
+                        << "constant, level " << level;
             }
         });
 }
@@ -135,7 +139,9 @@ TEST(elementwise_values, mean_of_8_bits_is_exact_for_every_sum_and_count) {
     // Pixel s of the planes holds s in all: the planes up to s / 255 hold 255, the next one the rest.
     struct Planes {
         std::vector<std::vector<uint8_t>> rows;
-        static k::Source at(const void* list, int32_t i) { return {static_cast<const Planes*>(list)->rows[size_t(i)].data(), 0}; }
+        static k::Source at(const void* list, int32_t i) {
+            return {static_cast<const Planes*>(list)->rows[size_t(i)].data(), 0};
+        }
     };
     alignas(64) static uint8_t scratch[k::kAverageScratch];
     std::vector<int> counts(130);
@@ -151,7 +157,8 @@ TEST(elementwise_values, mean_of_8_bits_is_exact_for_every_sum_and_count) {
         at_every_level([&](int level) {
             ASSERT_EQ(k::avg_n_u8_c1(&list, count, d.data(), 0, k::Size{sums, 1}, scratch), k::kOk);
             for (int s = 0; s < sums; ++s)
-                ASSERT_EQ(int(d[size_t(s)]), int(std::nearbyint(double(s) / count))) << s << " / " << count << " at level " << level;
+                ASSERT_EQ(int(d[size_t(s)]), int(std::nearbyint(double(s) / count)))
+                    << s << " / " << count << " at level " << level;
         });
     }
 }
@@ -202,7 +209,8 @@ TEST(elementwise_values, of_two_nan_the_first_operand_s_is_kept_quieted) {
         {"add_c", &k::add_c_f32_c1}, {"sub_c", &k::sub_c_f32_c1}, {"mul_c", &k::mul_c_f32_c1}};
     at_every_level([&](int level) {
         for (const auto& [name, kernel] : folds) {
-            const View views[2] = {{reinterpret_cast<uint8_t*>(a.data()), 0, size}, {reinterpret_cast<uint8_t*>(b.data()), 0, size}};
+            const View views[2] = {{reinterpret_cast<uint8_t*>(a.data()), 0, size},
+                                   {reinterpret_cast<uint8_t*>(b.data()), 0, size}};
             const cases::ViewList list(views, 2);
             ASSERT_EQ((*kernel)(&list.sources, d.data(), 0, size), k::kOk);
             check(name, level);

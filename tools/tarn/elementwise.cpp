@@ -1,4 +1,5 @@
-// Commands of the element-wise operations. They work on the colour channels; alpha comes from the first picture as it is.
+// Commands of the element-wise operations. They work on the colour channels; alpha comes from the first picture as it
+// is.
 #include <cmath>
 #include <cstring>
 #include <span>
@@ -109,8 +110,10 @@ std::vector<double> constants_for(const std::string& text, int channels) {
     std::vector<double> values = parse_numbers(text, "--constants");
     if (values.size() == 1) values.resize(size_t(channels), values[0]);
     if (values.size() != size_t(channels))
-        fail("--constants", "gives " + std::to_string(values.size()) + " values for " + std::to_string(channels) + " colour channel" +
-             (channels > 1 ? "s" : ""), "give one value, or one for each colour channel");
+        fail("--constants",
+             "gives " + std::to_string(values.size()) + " values for " + std::to_string(channels) + " colour channel" +
+                 (channels > 1 ? "s" : ""),
+             "give one value, or one for each colour channel");
     return values;
 }
 
@@ -151,7 +154,8 @@ Run setup_logic_c(CLI::App& app, const char* name) {
     add_image_output(app, options->files);
     add_constants(app, *options, "whole numbers, one or one for each colour channel; their low 8, 16 or 32 bits count");
     return [options, name] {
-        if (options->constants.empty()) usage("--constants", "is missing", "give whole numbers such as 15 or 240,15,255");
+        if (options->constants.empty())
+            usage("--constants", "is missing", "give whole numbers such as 15 or 240,15,255");
         run_colours(options->files, {name, kBits, Wide::bits}, Result::like_first,
                     [&](Operation& operation, LumoMAT& dst, std::span<const LumoMAT* const> src, const Shape& shape) {
                         const auto values = words(constants_for(options->constants, int(dst.elemtype >> 12)));
@@ -164,8 +168,9 @@ Run setup_arith_c(CLI::App& app, const char* name) {
     const auto options = std::make_shared<Options>();
     add_inputs(app, options->files);
     add_image_output(app, options->files);
-    add_constants(app, *options, "one value or one for each colour channel; integer pictures take its floor, of which the "
-                                 "low 8 or 16 bits count: -1 adds 255 to u8");
+    add_constants(app, *options,
+                  "one value or one for each colour channel; integer pictures take its floor, of which the "
+                  "low 8 or 16 bits count: -1 adds 255 to u8");
     return [options, name] {
         if (options->constants.empty()) usage("--constants", "is missing", "give values such as 20 or 1.5,2,0.5");
         run_colours(options->files, {name, kValues, Wide::value}, Result::like_first,
@@ -190,11 +195,13 @@ Run setup_list(CLI::App& app, const char* name) {
 
 // The comparison's code in the module.
 uint32_t comparison_code(const std::string& text) {
-    return TARN_LESS + uint32_t(parse_word(text, "--comparison", {"less", "less-equal", "equal", "greater-equal", "greater"}));
+    return TARN_LESS +
+           uint32_t(parse_word(text, "--comparison", {"less", "less-equal", "equal", "greater-equal", "greater"}));
 }
 
 void add_comparison(CLI::App& app, Options& options) {
-    app.add_option("--comparison", options.comparison, "less, less-equal, equal, greater-equal or greater; has to hold in every colour channel")
+    app.add_option("--comparison", options.comparison,
+                   "less, less-equal, equal, greater-equal or greater; has to hold in every colour channel")
         ->required()
         ->type_name("HOW");
 }
@@ -255,10 +262,11 @@ Run setup_cmp(CLI::App& app) {
     add_comparison(app, *options);
     return [options] {
         const uint32_t code = comparison_code(options->comparison);
-        run_colours(options->files, {"cmp", kValues, Wide::order}, Result::mask,
-                    [code](Operation& operation, LumoMAT& dst, std::span<const LumoMAT* const> src, const Shape& shape) {
-                        operation.call<TarnCmp>(describe(shape), &dst, src[0], src[1], code);
-                    });
+        run_colours(
+            options->files, {"cmp", kValues, Wide::order}, Result::mask,
+            [code](Operation& operation, LumoMAT& dst, std::span<const LumoMAT* const> src, const Shape& shape) {
+                operation.call<TarnCmp>(describe(shape), &dst, src[0], src[1], code);
+            });
     };
 }
 
@@ -267,8 +275,9 @@ Run setup_cmp_c(CLI::App& app) {
     add_inputs(app, options->files);
     add_image_output(app, options->files);
     add_comparison(app, *options);
-    add_constants(app, *options, "one value or one for each colour channel; integer pictures take the nearest integer, of which "
-                                 "the low 8 or 16 bits count: 300 is 44 for u8");
+    add_constants(app, *options,
+                  "one value or one for each colour channel; integer pictures take the nearest integer, of which "
+                  "the low 8 or 16 bits count: 300 is 44 for u8");
     return [options] {
         const uint32_t code = comparison_code(options->comparison);
         if (options->constants.empty()) usage("--constants", "is missing", "give values such as 128 or 10,20,30");
@@ -286,9 +295,11 @@ Run setup_set(CLI::App& app) {
     const auto options = std::make_shared<Options>();
     add_inputs(app, options->files);
     add_image_output(app, options->files);
-    add_constants(app, *options, "one value or one for each colour channel (default: 0); integer pictures take its floor, of "
-                                 "which the low 8, 16 or 32 bits count");
-    app.add_option("--mask", options->mask, "grey u8 picture of the same size: only where it is not 0 is the picture filled")
+    add_constants(app, *options,
+                  "one value or one for each colour channel (default: 0); integer pictures take its floor, of "
+                  "which the low 8, 16 or 32 bits count");
+    app.add_option("--mask", options->mask,
+                   "grey u8 picture of the same size: only where it is not 0 is the picture filled")
         ->type_name("FILE");
     return [options] {
         const Takes takes{"set", {Sample::u8, Sample::u16, Sample::s16, Sample::s32, Sample::f32}, Wide::order};
@@ -300,21 +311,23 @@ Run setup_set(CLI::App& app) {
                 fail(options->mask, "is " + describe(mask.shape), "give a mask with one channel of u8 samples");
             mask_view = mask.view();
         }
-        run_colours(options->files, takes, Result::like_first,
-                    [&](Operation& operation, LumoMAT& dst, std::span<const LumoMAT* const> src, const Shape& shape) {
-                        if (mask_view.data && (mask_view.width != dst.width || mask_view.height != dst.height))
-                            fail(options->mask, "is " + describe(mask.shape) + " but " + options->files.inputs[0] + " is " +
-                                 describe(shape), "give a mask of the picture's size");
-                        const int channels = int(dst.elemtype >> 12);
-                        auto values = floats(constants_for(options->constants.empty() ? "0" : options->constants, channels));
-                        if (shape.sample == Sample::u16)
-                            for (float& v : values) v = std::floor(v) - kOffset16;
-                        for (int y = 0; y < dst.height; ++y)
-                            std::memcpy(static_cast<uint8_t*>(dst.data) + int64_t(y) * dst.stride,
-                                        static_cast<const uint8_t*>(src[0]->data) + int64_t(y) * src[0]->stride,
-                                        size_t(dst.width) * size_t(channels) * size_t(sample_bytes(shape.sample)));
-                        operation.call<TarnSet>(describe(shape), &dst, values.data(), mask_view.data ? &mask_view : nullptr);
-                    });
+        run_colours(
+            options->files, takes, Result::like_first,
+            [&](Operation& operation, LumoMAT& dst, std::span<const LumoMAT* const> src, const Shape& shape) {
+                if (mask_view.data && (mask_view.width != dst.width || mask_view.height != dst.height))
+                    fail(options->mask,
+                         "is " + describe(mask.shape) + " but " + options->files.inputs[0] + " is " + describe(shape),
+                         "give a mask of the picture's size");
+                const int channels = int(dst.elemtype >> 12);
+                auto values = floats(constants_for(options->constants.empty() ? "0" : options->constants, channels));
+                if (shape.sample == Sample::u16)
+                    for (float& v : values) v = std::floor(v) - kOffset16;
+                for (int y = 0; y < dst.height; ++y)
+                    std::memcpy(static_cast<uint8_t*>(dst.data) + int64_t(y) * dst.stride,
+                                static_cast<const uint8_t*>(src[0]->data) + int64_t(y) * src[0]->stride,
+                                size_t(dst.width) * size_t(channels) * size_t(sample_bytes(shape.sample)));
+                operation.call<TarnSet>(describe(shape), &dst, values.data(), mask_view.data ? &mask_view : nullptr);
+            });
     };
 }
 

@@ -1,6 +1,7 @@
-// Arithmetic over lists of planes. What the operations promise is a sequence: the first source copied into the destination, then
-// each further source taken into it. The kernels fold whole lists strip by strip instead, which gives the same bits wherever no
-// source but the first shares memory with the destination; where one does, the sequence is run as promised.
+// Arithmetic over lists of planes. What the operations promise is a sequence: the first source copied into the
+// destination, then each further source taken into it. The kernels fold whole lists strip by strip instead, which gives
+// the same bits wherever no source but the first shares memory with the destination; where one does, the sequence is
+// run as promised.
 #include "ipp/elementwise.h"
 #include "ipp/operations.h"
 #include "kernels/arith.h"
@@ -9,9 +10,13 @@ namespace k = tarn::k;
 
 namespace {
 
-#define FORMS(op, type) {&k::op##_##type##_c1, nullptr, &k::op##_##type##_c3, nullptr, &k::op##_##type##_c3x}
+#define FORMS(op, type) \
+    { &k::op##_##type##_c1, nullptr, &k::op##_##type##_c3, nullptr, &k::op##_##type##_c3x }
 // Whatever is neither s16 nor f32 is processed as bytes, deliberately.
-#define FOLD(op) {{FORMS(op, u8), FORMS(op, s16), FORMS(op, u8), FORMS(op, u8), FORMS(op, f32)}}
+#define FOLD(op)                                                                        \
+    {                                                                                   \
+        { FORMS(op, u8), FORMS(op, s16), FORMS(op, u8), FORMS(op, u8), FORMS(op, f32) } \
+    }
 constexpr KernelTable<k::Fold> kAdd = FOLD(add_n), kSub = FOLD(sub_n), kMul = FOLD(mul_n);
 #undef FOLD
 constexpr KernelTable<k::Average> kAverage = {{FORMS(avg_n, u8), FORMS(avg_n, s16), {}, {}, FORMS(avg_n, f32)}};
@@ -36,7 +41,9 @@ bool overlap(const LumoMAT& dst, const k::Source& source) {
     const auto first = [&](const void* data, int32_t stride) {
         return reinterpret_cast<intptr_t>(data) + (stride < 0 ? int64_t(stride) * (dst.height - 1) : 0);
     };
-    const auto bytes = [&](int32_t stride) { return (stride < 0 ? -int64_t(stride) : stride) * (dst.height - 1) + row; };
+    const auto bytes = [&](int32_t stride) {
+        return (stride < 0 ? -int64_t(stride) : stride) * (dst.height - 1) + row;
+    };
     const int64_t shift = first(source.data, source.stride) - first(dst.data, dst.stride);
     if (shift >= bytes(dst.stride) || -shift >= bytes(source.stride)) return false;
     const int64_t pitch = dst.stride < 0 ? -int64_t(dst.stride) : dst.stride;
@@ -59,7 +66,8 @@ bool foldable(const LumoMAT& dst, int32_t count, const LumoMAT* const* sources) 
 // The first source into dst, unless it is dst's own record.
 void copy_first(LumoMAT* dst, const LumoMAT* first) {
     if (!first || first == dst) return;
-    copy_plane(kind_of(dst->elemtype), form_of(dst->elemtype), first->data, first->stride, dst->data, dst->stride, size_of(*dst));
+    copy_plane(kind_of(dst->elemtype), form_of(dst->elemtype), first->data, first->stride, dst->data, dst->stride,
+               size_of(*dst));
 }
 
 // The sequence, source by source.
@@ -108,8 +116,8 @@ struct Scratch {
 
 // 8 bits. The kernel may write a strip before it has read all of a source that lies across dst, so such a call goes
 // through a plane of its own.
-int64_t average_u8(const k::Kernel<k::Average>& kernel, const QuelCALL* call, QuelERR* err, KaSMEMSTG* storage, LumoMAT* dst,
-                int32_t count, const LumoMAT* const* sources) {
+int64_t average_u8(const k::Kernel<k::Average>& kernel, const QuelCALL* call, QuelERR* err, KaSMEMSTG* storage,
+                   LumoMAT* dst, int32_t count, const LumoMAT* const* sources) {
     bool across = false;
     for (int32_t i = 0; i < count; ++i) {
         const k::Source s = source_at(sources, i);
@@ -117,12 +125,13 @@ int64_t average_u8(const k::Kernel<k::Average>& kernel, const QuelCALL* call, Qu
     }
     const int32_t stride = dst->width * channels_of(dst->elemtype);
     Scratch scratch(storage);
-    auto* memory = static_cast<uint8_t*>(
-        scratch.get(k::kAverageScratch + (across ? int64_t(stride) * dst->height : 0), err));
+    auto* memory =
+        static_cast<uint8_t*>(scratch.get(k::kAverageScratch + (across ? int64_t(stride) * dst->height : 0), err));
     if (!memory) return mark_failed(call, err);
     const k::Sources list{source_at, sources, count};
     uint8_t* plane = memory + k::kAverageScratch;
-    const k::Status status = kernel(&list, count, across ? plane : dst->data, across ? stride : dst->stride, size_of(*dst), memory);
+    const k::Status status =
+        kernel(&list, count, across ? plane : dst->data, across ? stride : dst->stride, size_of(*dst), memory);
     if (across && status == k::kOk)
         copy_plane(1, form_of(dst->elemtype), plane, stride, dst->data, dst->stride, size_of(*dst));
     return count;
@@ -130,24 +139,28 @@ int64_t average_u8(const k::Kernel<k::Average>& kernel, const QuelCALL* call, Qu
 
 }  // namespace
 
-// "tarn::add-n", "tarn::sub-n", "tarn::mul-n": dst := ((source 0 op source 1) op source 2) ..., saturated after every step.
+// "tarn::add-n", "tarn::sub-n", "tarn::mul-n": dst := ((source 0 op source 1) op source 2) ..., saturated after every
+// step.
 //   dst      its type word chooses the kernel, its size is every source's; the fourth channel of four stays as it is
 //   count    length of the list; 0 and less: nothing is done; 1: dst := source 0
 //   sources  records (null: nothing is done); one may be dst, or view its memory
 // Returns count; an unsupported channel count ends the process when count is above 1.
-int64_t op_add_n(const QuelCALL* call, QuelERR*, KaSMEMSTG*, LumoMAT* dst, int32_t count, const LumoMAT* const* sources) {
+int64_t op_add_n(const QuelCALL* call, QuelERR*, KaSMEMSTG*, LumoMAT* dst, int32_t count,
+                 const LumoMAT* const* sources) {
     return fold(kAdd, call, dst, count, sources);
 }
-int64_t op_sub_n(const QuelCALL* call, QuelERR*, KaSMEMSTG*, LumoMAT* dst, int32_t count, const LumoMAT* const* sources) {
+int64_t op_sub_n(const QuelCALL* call, QuelERR*, KaSMEMSTG*, LumoMAT* dst, int32_t count,
+                 const LumoMAT* const* sources) {
     return fold(kSub, call, dst, count, sources);
 }
-int64_t op_mul_n(const QuelCALL* call, QuelERR*, KaSMEMSTG*, LumoMAT* dst, int32_t count, const LumoMAT* const* sources) {
+int64_t op_mul_n(const QuelCALL* call, QuelERR*, KaSMEMSTG*, LumoMAT* dst, int32_t count,
+                 const LumoMAT* const* sources) {
     return fold(kMul, call, dst, count, sources);
 }
 
-// "tarn::avgarith-n": dst := the mean of the sources, nearest, ties to even. Arguments as for "add-n". 16 bits and floats
-// divide the sum that "add-n" makes (16 bits by the low 16 bits of count); kinds without a kernel are left alone.
-// Returns count, or -1 with the error context's status marked when scratch memory can't be had.
+// "tarn::avgarith-n": dst := the mean of the sources, nearest, ties to even. Arguments as for "add-n". 16 bits and
+// floats divide the sum that "add-n" makes (16 bits by the low 16 bits of count); kinds without a kernel are left
+// alone. Returns count, or -1 with the error context's status marked when scratch memory can't be had.
 int64_t op_avgarith_n(const QuelCALL* call, QuelERR* err, KaSMEMSTG* storage, LumoMAT* dst, int32_t count,
                       const LumoMAT* const* sources) {
     if (count <= 0 || !sources) return count;

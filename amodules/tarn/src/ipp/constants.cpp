@@ -1,5 +1,5 @@
-// Element-wise operations with one constant per channel. Constants are cut to the element's width by keeping their low bits,
-// deliberately: callers rely on the wrap-around.
+// Element-wise operations with one constant per channel. Constants are cut to the element's width by keeping their low
+// bits, deliberately: callers rely on the wrap-around.
 #include <math.h>
 #include <string.h>
 
@@ -28,11 +28,15 @@ struct Constants {
 template <class Number>
 Constants cut(int kind, int n, Number number) {
     Constants c;
-    for (int i = 0; i < n && i < kMost; ++i)
-        switch (kind) {
-            case 1: c.put(i, uint8_t(number(i))); break;
-            case 2: c.put(i, uint16_t(number(i))); break;
-            default: c.put(i, uint32_t(number(i)));
+    for (int i = 0; i < n && i < kMost; ++i) switch (kind) {
+            case 1:
+                c.put(i, uint8_t(number(i)));
+                break;
+            case 2:
+                c.put(i, uint16_t(number(i)));
+                break;
+            default:
+                c.put(i, uint32_t(number(i)));
         }
     return c;
 }
@@ -51,9 +55,7 @@ int32_t floor_to_int(float value) {
 }
 
 // The nearest integer, halves away from zero; what 64 bits don't hold is the smallest integer.
-int64_t round_to_int(float value) {
-    return value >= -0x1p63f && value < 0x1p63f ? int64_t(lroundf(value)) : INT64_MIN;
-}
+int64_t round_to_int(float value) { return value >= -0x1p63f && value < 0x1p63f ? int64_t(lroundf(value)) : INT64_MIN; }
 
 Constants floored(int kind, const float* values, int n) {
     return kind == 5 ? floats(values, n) : cut(kind, n, [=](int i) { return floor_to_int(values[i]); });
@@ -61,15 +63,18 @@ Constants floored(int kind, const float* values, int n) {
 
 int three_or_one(LumoELEMTYPE type) { return channels_of(type) == 1 ? 1 : 3; }
 
-// ---- Logic --------------------------------------------------------------------------------------------------------------
+// ---- Logic
+// --------------------------------------------------------------------------------------------------------------
 
 // 8 bits with four channels keep the fourth; 16 and 32 bits combine it with a constant of its own, deliberately.
-#define LOGIC(op)                                                                   \
-    {{{&k::op##_c_u8_c1, nullptr, &k::op##_c_u8_c3, nullptr, &k::op##_c_u8_c3x},    \
-      {&k::op##_c_s16_c1, nullptr, &k::op##_c_s16_c3, nullptr, &k::op##_c_s16_c4},  \
-      {&k::op##_c_s32_c1, nullptr, &k::op##_c_s32_c3, nullptr, &k::op##_c_s32_c4},  \
-      {},                                                                           \
-      {}}}
+#define LOGIC(op)                                                                                   \
+    {                                                                                               \
+        {                                                                                           \
+            {&k::op##_c_u8_c1, nullptr, &k::op##_c_u8_c3, nullptr, &k::op##_c_u8_c3x},              \
+                {&k::op##_c_s16_c1, nullptr, &k::op##_c_s16_c3, nullptr, &k::op##_c_s16_c4},        \
+                {&k::op##_c_s32_c1, nullptr, &k::op##_c_s32_c3, nullptr, &k::op##_c_s32_c4}, {}, {} \
+        }                                                                                           \
+    }
 constexpr KernelTable<k::WithConstant> kAnd = LOGIC(and), kOr = LOGIC(or), kXor = LOGIC(xor);
 #undef LOGIC
 
@@ -79,7 +84,8 @@ int64_t logic(const KernelTable<k::WithConstant>& table, const QuelCALL* call, L
     const LumoELEMTYPE type = dst->elemtype;
     if (!constants) {
         if (src->data != dst->data)
-            copy_plane(kind_of(type), form_of(type), src->data, src->stride, dst->data, dst->stride, {dst->width, dst->height});
+            copy_plane(kind_of(type), form_of(type), src->data, src->stride, dst->data, dst->stride,
+                       {dst->width, dst->height});
         return 0;
     }
     const auto* kernel = table.find(type);
@@ -90,21 +96,28 @@ int64_t logic(const KernelTable<k::WithConstant>& table, const QuelCALL* call, L
     return 0;
 }
 
-// ---- Set, compare, arithmetic -------------------------------------------------------------------------------------------
+// ---- Set, compare, arithmetic
+// -------------------------------------------------------------------------------------------
 
-#define FORMS(op, type) {&k::op##_##type##_c1, nullptr, &k::op##_##type##_c3, nullptr, &k::op##_##type##_c3x}
-constexpr KernelTable<k::ConstantInPlace> kSet = {{FORMS(set, u8), FORMS(set, s16), FORMS(set, s32), {}, FORMS(set, s32)}};
+#define FORMS(op, type) \
+    { &k::op##_##type##_c1, nullptr, &k::op##_##type##_c3, nullptr, &k::op##_##type##_c3x }
+constexpr KernelTable<k::ConstantInPlace> kSet = {
+    {FORMS(set, u8), FORMS(set, s16), FORMS(set, s32), {}, FORMS(set, s32)}};
 constexpr KernelTable<k::MaskedSet> kMaskedSet = {
     {FORMS(set_m, u8), FORMS(set_m, s16), FORMS(set_m, s32), {}, FORMS(set_m, s32)}};
 constexpr KernelTable<k::CompareConstant> kCompare = {{FORMS(cmp_c, u8), FORMS(cmp_c, s16), {}, {}, FORMS(cmp_c, f32)}};
 
 // Whatever is neither s16 nor f32 is processed as bytes, deliberately.
-#define ARITH(op) {{FORMS(op, u8), FORMS(op, s16), FORMS(op, u8), FORMS(op, u8), FORMS(op, f32)}}
+#define ARITH(op)                                                                       \
+    {                                                                                   \
+        { FORMS(op, u8), FORMS(op, s16), FORMS(op, u8), FORMS(op, u8), FORMS(op, f32) } \
+    }
 constexpr KernelTable<k::ConstantInPlace> kAdd = ARITH(add_c), kSub = ARITH(sub_c), kMul = ARITH(mul_c);
 #undef ARITH
 #undef FORMS
 
-int64_t arithmetic(const KernelTable<k::ConstantInPlace>& table, LumoMAT* dst, const LumoMAT* src, const float* constants) {
+int64_t arithmetic(const KernelTable<k::ConstantInPlace>& table, LumoMAT* dst, const LumoMAT* src,
+                   const float* constants) {
     const LumoELEMTYPE type = dst->elemtype;
     const k::Size size{dst->width, dst->height};
     if (src && src->data != dst->data)
@@ -125,13 +138,16 @@ int64_t arithmetic(const KernelTable<k::ConstantInPlace>& table, LumoMAT* dst, c
 //   src        null: dst
 //   constants  words, cut to the element's width; null: dst := src as "copy" does it
 // Returns 0; an unsupported type ends the process.
-int64_t op_and_c(const QuelCALL* call, QuelERR*, KaSMEMSTG*, LumoMAT* dst, const LumoMAT* src, const uint32_t* constants) {
+int64_t op_and_c(const QuelCALL* call, QuelERR*, KaSMEMSTG*, LumoMAT* dst, const LumoMAT* src,
+                 const uint32_t* constants) {
     return logic(kAnd, call, dst, src, constants);
 }
-int64_t op_or_c(const QuelCALL* call, QuelERR*, KaSMEMSTG*, LumoMAT* dst, const LumoMAT* src, const uint32_t* constants) {
+int64_t op_or_c(const QuelCALL* call, QuelERR*, KaSMEMSTG*, LumoMAT* dst, const LumoMAT* src,
+                const uint32_t* constants) {
     return logic(kOr, call, dst, src, constants);
 }
-int64_t op_xor_c(const QuelCALL* call, QuelERR*, KaSMEMSTG*, LumoMAT* dst, const LumoMAT* src, const uint32_t* constants) {
+int64_t op_xor_c(const QuelCALL* call, QuelERR*, KaSMEMSTG*, LumoMAT* dst, const LumoMAT* src,
+                 const uint32_t* constants) {
     return logic(kXor, call, dst, src, constants);
 }
 
@@ -146,8 +162,10 @@ int64_t op_set(const QuelCALL* call, QuelERR*, KaSMEMSTG*, LumoMAT* dst, const f
     if (!kSet.find(type)) unsupported(call, type);
     const FloatState state;
     const Constants c = floored(kind_of(type), constants ? constants : kZeros, three_or_one(type));
-    if (mask) (*kMaskedSet.find(type))(c.bytes, dst->data, dst->stride, size, mask->data, mask->stride);
-    else (*kSet.find(type))(c.bytes, dst->data, dst->stride, size);
+    if (mask)
+        (*kMaskedSet.find(type))(c.bytes, dst->data, dst->stride, size, mask->data, mask->stride);
+    else
+        (*kSet.find(type))(c.bytes, dst->data, dst->stride, size);
     return 0;
 }
 

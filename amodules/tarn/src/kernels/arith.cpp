@@ -15,8 +15,8 @@ Status with_constant(const void* constant, void* dst, int32_t dst_stride, Size s
     T pixel[4] = {};
     memcpy(pixel, constant, kUsed * sizeof(T));
     if constexpr (kInteger) {
-        // An integer that changes nothing keeps the fourth channel too. Floats have none: x + 0 and x * 1 change the bits
-        // of some x.
+        // An integer that changes nothing keeps the fourth channel too. Floats have none: x + 0 and x * 1 change the
+        // bits of some x.
         pixel[3] = Op::kNeutral;
         bool neutral = true;
         for (int c = 0; c < kUsed; ++c) neutral &= pixel[c] == Op::kNeutral;
@@ -40,21 +40,22 @@ Status with_constant(const void* constant, void* dst, int32_t dst_stride, Size s
 template <class Op, int kChannels, bool kKept>
 Status fold(const Sources* sources, void* dst, int32_t dst_stride, Size size) {
     if (Status s = check_sources(size, sources, dst)) return s;
-    each_strip(*sources, dst_stride, size, kChannels * sizeof(typename Op::T), kStrip, [=](int64_t y, int64_t x, int64_t n) {
-        fold_sources<Op, kKept>(*sources, row<uint8_t>(dst, dst_stride, y) + x, y, x, n);
-    });
+    each_strip(*sources, dst_stride, size, kChannels * sizeof(typename Op::T), kStrip,
+               [=](int64_t y, int64_t x, int64_t n) {
+                   fold_sources<Op, kKept>(*sources, row<uint8_t>(dst, dst_stride, y) + x, y, x, n);
+               });
     return kOk;
 }
 
 }  // namespace
 
-#define CONSTANT(name, Op, channels, kept)                                                     \
-    Status name(const void* constant, void* dst, int32_t dst_stride, Size size) {              \
-        return with_constant<Op, channels, kept>(constant, dst, dst_stride, size);             \
+#define CONSTANT(name, Op, channels, kept)                                         \
+    Status name(const void* constant, void* dst, int32_t dst_stride, Size size) {  \
+        return with_constant<Op, channels, kept>(constant, dst, dst_stride, size); \
     }
-#define FOLD(name, Op, channels, kept)                                                         \
-    Status name(const Sources* sources, void* dst, int32_t dst_stride, Size size) {            \
-        return fold<Op, channels, kept>(sources, dst, dst_stride, size);                       \
+#define FOLD(name, Op, channels, kept)                                              \
+    Status name(const Sources* sources, void* dst, int32_t dst_stride, Size size) { \
+        return fold<Op, channels, kept>(sources, dst, dst_stride, size);            \
     }
 #define FORMS(op, type, Op)                    \
     CONSTANT(op##_c_##type##_c1, Op, 1, false) \

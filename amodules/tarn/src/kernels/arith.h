@@ -1,5 +1,5 @@
-// Sums, differences and products with constants (in place) and over lists of planes, and the mean of a list. Integers saturate
-// after every step. Floats: where both operands are NaN, the first one's (the destination's) is the result.
+// Sums, differences and products with constants (in place) and over lists of planes, and the mean of a list. Integers
+// saturate after every step. Floats: where both operands are NaN, the first one's (the destination's) is the result.
 #pragma once
 
 #include "kernels/kernel.h"
@@ -17,15 +17,16 @@ struct Sources {
     int32_t count;  // above 0
 };
 
-// dst := ((source 0 op source 1) op source 2) ... The destination may be source 0 (same pointer and stride); it must not
-// overlap any other source.
+// dst := ((source 0 op source 1) op source 2) ... The destination may be source 0 (same pointer and stride); it must
+// not overlap any other source.
 using Fold = Status(const Sources* sources, void* dst, int32_t dst_stride, Size size);
 
 // dst := (the sum of the sources) / divisor, to the nearest, ties to even. s16: the sum saturates after every step and
-// the divisor is cut to 16 bits (0 is a bad argument: dst then holds the sum). The destination may be source 0; for u8 it
-// may be any source, and the divisor is the count.
+// the divisor is cut to 16 bits (0 is a bad argument: dst then holds the sum). The destination may be source 0; for u8
+// it may be any source, and the divisor is the count.
 //   scratch  u8: kAverageScratch bytes, aligned to 16; others: not used
-using Average = Status(const Sources* sources, int32_t divisor, void* dst, int32_t dst_stride, Size size, void* scratch);
+using Average = Status(const Sources* sources, int32_t divisor, void* dst, int32_t dst_stride, Size size,
+                       void* scratch);
 inline constexpr int64_t kAverageScratch = 5 * 4096;
 
 #define KERNEL(name, Fn) TARN_KERNEL(name, Fn)

@@ -1,6 +1,6 @@
-// Averages of lists of planes. 8 bits: exact sums, divided as a float division rounded to the nearest even would. 16 bits and
-// floats: the fold's own sum, divided while the strip is in the cache. Integers are divided by reciprocals; the tests prove
-// them over every sum.
+// Averages of lists of planes. 8 bits: exact sums, divided as a float division rounded to the nearest even would. 16
+// bits and floats: the fold's own sum, divided while the strip is in the cache. Integers are divided by reciprocals;
+// the tests prove them over every sum.
 #include "kernels/arith.h"
 
 #include "kernels/fold.h"
@@ -72,16 +72,23 @@ void average_strip(uint8_t* d, const uint8_t* const* sources, uint8_t* sums, int
 }
 
 template <bool kKept, bool kFirst>
-void average_last(uint8_t* d, const uint8_t* const* sources, int32_t count, uint8_t* sums, int64_t n, const Divide16& by) {
-    if (count == 4) average_strip<kKept, 4, kFirst, true>(d, sources, sums, n, by);
-    else if (count == 3) average_strip<kKept, 3, kFirst, true>(d, sources, sums, n, by);
-    else if (count == 2) average_strip<kKept, 2, kFirst, true>(d, sources, sums, n, by);
-    else average_strip<kKept, 1, kFirst, true>(d, sources, sums, n, by);
+void average_last(uint8_t* d, const uint8_t* const* sources, int32_t count, uint8_t* sums, int64_t n,
+                  const Divide16& by) {
+    if (count == 4)
+        average_strip<kKept, 4, kFirst, true>(d, sources, sums, n, by);
+    else if (count == 3)
+        average_strip<kKept, 3, kFirst, true>(d, sources, sums, n, by);
+    else if (count == 2)
+        average_strip<kKept, 2, kFirst, true>(d, sources, sums, n, by);
+    else
+        average_strip<kKept, 1, kFirst, true>(d, sources, sums, n, by);
 }
 
-// One plane, or more than Divide16 takes: float sums in the order of the list (exact up to 65793 planes) and a float division.
+// One plane, or more than Divide16 takes: float sums in the order of the list (exact up to 65793 planes) and a float
+// division.
 template <bool kKept>
-void average_of_many(const Sources& sources, int32_t divisor, uint8_t* d, int64_t y, int64_t x, int64_t n, void* scratch) {
+void average_of_many(const Sources& sources, int32_t divisor, uint8_t* d, int64_t y, int64_t x, int64_t n,
+                     void* scratch) {
     float* sums = static_cast<float*>(scratch);
     uint8_t* averages = reinterpret_cast<uint8_t*>(sums + kStripSums);
     for (int32_t i = 0; i < sources.count; ++i) {
@@ -93,7 +100,8 @@ void average_of_many(const Sources& sources, int32_t divisor, uint8_t* d, int64_
     }
     const float by = float(divisor);
     for (int64_t j = 0; j < n; ++j) {
-        const float rounded = sums[j] / by + 8388608.0f - 8388608.0f;  // above 2^23 floats are whole: nearest, ties to even
+        const float rounded =
+            sums[j] / by + 8388608.0f - 8388608.0f;  // above 2^23 floats are whole: nearest, ties to even
         averages[j] = uint8_t(int32_t(min(rounded, 255.0f)));
     }
     const Bytes mask = colour_mask<uint8_t>();
@@ -118,17 +126,21 @@ Status average_u8(const Sources* sources, int32_t divisor, void* dst, int32_t ds
             const uint8_t* p[4];
             const int32_t group = min(4, count - i);
             for (int32_t j = 0; j < group; ++j) p[j] = place(*sources, i + j, y, x);
-            if (count <= 4) average_last<kKept, true>(d, p, group, sums, n, by);
-            else if (i == 0) average_strip<kKept, 4, true, false>(d, p, sums, n, by);
-            else if (i + 4 < count) average_strip<kKept, 4, false, false>(d, p, sums, n, by);
-            else average_last<kKept, false>(d, p, group, sums, n, by);
+            if (count <= 4)
+                average_last<kKept, true>(d, p, group, sums, n, by);
+            else if (i == 0)
+                average_strip<kKept, 4, true, false>(d, p, sums, n, by);
+            else if (i + 4 < count)
+                average_strip<kKept, 4, false, false>(d, p, sums, n, by);
+            else
+                average_last<kKept, false>(d, p, group, sums, n, by);
         }
     });
     return kOk;
 }
 
-// Signed 16-bit quotients: those of the magnitudes by a reciprocal that is at most one part in 65536 too small, corrected by the
-// rest; nearest, ties to even, which is the same for either sign.
+// Signed 16-bit quotients: those of the magnitudes by a reciprocal that is at most one part in 65536 too small,
+// corrected by the rest; nearest, ties to even, which is the same for either sign.
 template <bool kKept>
 void divide_strip_s16(uint8_t* d, int64_t n, int16_t divisor) {
     using V = Vec<uint16_t>;
@@ -148,7 +160,7 @@ void divide_strip_s16(uint8_t* d, int64_t n, int16_t divisor) {
         const V more = (V)(rest >= by);
         q -= more;
         rest -= more & by;
-        q -= (V)(rest == V{}) & q & even;  // no rest behind the added half: it was halfway
+        q -= (V)(rest == V{}) & q & even;       // no rest behind the added half: it was halfway
         q = q < most - flip ? q : most - flip;  // 32768 has no positive twin
         const Bytes r = (Bytes)((q ^ flip) - flip);
         io.store(d + i, kKept ? select(mask, r, v) : r);
@@ -185,9 +197,9 @@ Status average_f32(const Sources* sources, int32_t divisor, void* dst, int32_t d
 
 }  // namespace
 
-#define AVERAGE(name, average, channels, kept)                                                                            \
+#define AVERAGE(name, average, channels, kept)                                                                      \
     Status name(const Sources* sources, int32_t divisor, void* dst, int32_t dst_stride, Size size, void* scratch) { \
-        return average<channels, kept>(sources, divisor, dst, dst_stride, size, scratch);                              \
+        return average<channels, kept>(sources, divisor, dst, dst_stride, size, scratch);                           \
     }
 AVERAGE(avg_n_u8_c1, average_u8, 1, false)
 AVERAGE(avg_n_u8_c3, average_u8, 3, false)

@@ -1,5 +1,5 @@
-// Comparisons of two arrays and of an array with one constant per channel. dst is 8-bit, one channel: 255 where the comparison
-// holds in every channel compared, else 0. Nothing holds for a NaN.
+// Comparisons of two arrays and of an array with one constant per channel. dst is 8-bit, one channel: 255 where the
+// comparison holds in every channel compared, else 0. Nothing holds for a NaN.
 #pragma once
 
 #include "kernels/kernel.h"

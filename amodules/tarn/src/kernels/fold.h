@@ -1,6 +1,6 @@
-// For kernel sources only: the operators of arithmetic, and lists of planes folded strip by strip: a strip of the destination
-// stays in the first-level cache while up to four planes at a time are taken into it, so that the destination is written to
-// memory once.
+// For kernel sources only: the operators of arithmetic, and lists of planes folded strip by strip: a strip of the
+// destination stays in the first-level cache while up to four planes at a time are taken into it, so that the
+// destination is written to memory once.
 #pragma once
 
 #include "kernels/arith.h"
@@ -9,7 +9,8 @@
 namespace tarn::k::TARN_LEVEL {
 namespace {
 
-// ---- Operators: the destination's element first -------------------------------------------------------------------------
+// ---- Operators: the destination's element first
+// -------------------------------------------------------------------------
 
 struct AddU8 {
     using T = uint8_t;
@@ -64,7 +65,8 @@ struct MulF32 {
     Bytes operator()(Bytes d, Bytes s) const { return (Bytes)mul_ordered((Vec<float>)d, (Vec<float>)s); }
 };
 
-// ---- Lists --------------------------------------------------------------------------------------------------------------
+// ---- Lists
+// --------------------------------------------------------------------------------------------------------------
 
 constexpr int64_t kStrip = 8192;  // bytes of the destination
 
@@ -116,10 +118,14 @@ void fold_sources(const Sources& sources, uint8_t* d, int64_t y, int64_t x, int6
         const uint8_t* more[3];
         const int32_t count = min(3, sources.count - i);
         for (int32_t j = 0; j < count; ++j) more[j] = place(sources, i + j, y, x);
-        if (count == 3) fold_strip<Op, kKept, 3>(d, first, more, n);
-        else if (count == 2) fold_strip<Op, kKept, 2>(d, first, more, n);
-        else if (count == 1) fold_strip<Op, kKept, 1>(d, first, more, n);
-        else fold_strip<Op, kKept, 0>(d, first, more, n);
+        if (count == 3)
+            fold_strip<Op, kKept, 3>(d, first, more, n);
+        else if (count == 2)
+            fold_strip<Op, kKept, 2>(d, first, more, n);
+        else if (count == 1)
+            fold_strip<Op, kKept, 1>(d, first, more, n);
+        else
+            fold_strip<Op, kKept, 0>(d, first, more, n);
         first = d;
         i += 3;
     } while (i < sources.count);

@@ -1,5 +1,5 @@
-// Bitwise kernels. An operator on bits sees neither element types nor channels: a row is its bytes, a constant is a pattern of
-// bytes, and a fourth channel that stays is a mask of bytes.
+// Bitwise kernels. An operator on bits sees neither element types nor channels: a row is its bytes, a constant is a
+// pattern of bytes, and a fourth channel that stays is a mask of bytes.
 #include "kernels/logic.h"
 
 #include "kernels/vectors.h"
@@ -19,8 +19,8 @@ struct Xor {
 
 // kKept: bits outside of mask stay as they are in dst.
 template <class Op, bool kKept>
-Status binary(const void* b, int32_t b_stride, const void* a, int32_t a_stride, void* dst, int32_t dst_stride, Size size,
-              int64_t pixel_bytes, Bytes mask) {
+Status binary(const void* b, int32_t b_stride, const void* a, int32_t a_stride, void* dst, int32_t dst_stride,
+              Size size, int64_t pixel_bytes, Bytes mask) {
     if (Status s = check(size, a, b, dst)) return s;
     const Rows rows = rows_of(size, size.width * pixel_bytes, 1, a_stride, b_stride, dst_stride);
     for (int64_t y = 0; y < rows.count; ++y) {
@@ -64,30 +64,29 @@ Status with_constants(const void* src, int32_t src_stride, const void* constant,
 
 }  // namespace
 
-#define BINARY(name, Op, T, channels, kept)                                                                        \
-    Status name(const void* b, int32_t b_stride, const void* a, int32_t a_stride, void* dst, int32_t dst_stride,   \
-                Size size) {                                                                                       \
-        return binary<Op, kept>(b, b_stride, a, a_stride, dst, dst_stride, size, channels * sizeof(T),             \
-                                colour_mask<T>());                                                                 \
+#define BINARY(name, Op, T, channels, kept)                                                                      \
+    Status name(const void* b, int32_t b_stride, const void* a, int32_t a_stride, void* dst, int32_t dst_stride, \
+                Size size) {                                                                                     \
+        return binary<Op, kept>(b, b_stride, a, a_stride, dst, dst_stride, size, channels * sizeof(T),           \
+                                colour_mask<T>());                                                               \
     }
-#define CONSTANT(name, Op, T, channels, kept)                                                                      \
-    Status name(const void* src, int32_t src_stride, const void* constant, void* dst, int32_t dst_stride,          \
-                Size size) {                                                                                       \
-        return with_constants<Op, T, channels, kept>(src, src_stride, constant, dst, dst_stride, size);            \
+#define CONSTANT(name, Op, T, channels, kept)                                                                          \
+    Status name(const void* src, int32_t src_stride, const void* constant, void* dst, int32_t dst_stride, Size size) { \
+        return with_constants<Op, T, channels, kept>(src, src_stride, constant, dst, dst_stride, size);                \
     }
-#define LOGIC(op, Op)                             \
-    BINARY(op##_u8_c1, Op, uint8_t, 1, false)     \
-    BINARY(op##_u8_c3, Op, uint8_t, 3, false)     \
-    BINARY(op##_u8_c3x, Op, uint8_t, 4, true)     \
-    BINARY(op##_s16_c1, Op, int16_t, 1, false)    \
-    BINARY(op##_s16_c3, Op, int16_t, 3, false)    \
-    BINARY(op##_s16_c3x, Op, int16_t, 4, true)    \
-    BINARY(op##_s32_c1, Op, int32_t, 1, false)    \
-    BINARY(op##_s32_c3, Op, int32_t, 3, false)    \
-    BINARY(op##_s32_c3x, Op, int32_t, 4, true)    \
-    CONSTANT(op##_c_u8_c1, Op, uint8_t, 1, false) \
-    CONSTANT(op##_c_u8_c3, Op, uint8_t, 3, false) \
-    CONSTANT(op##_c_u8_c3x, Op, uint8_t, 4, true) \
+#define LOGIC(op, Op)                              \
+    BINARY(op##_u8_c1, Op, uint8_t, 1, false)      \
+    BINARY(op##_u8_c3, Op, uint8_t, 3, false)      \
+    BINARY(op##_u8_c3x, Op, uint8_t, 4, true)      \
+    BINARY(op##_s16_c1, Op, int16_t, 1, false)     \
+    BINARY(op##_s16_c3, Op, int16_t, 3, false)     \
+    BINARY(op##_s16_c3x, Op, int16_t, 4, true)     \
+    BINARY(op##_s32_c1, Op, int32_t, 1, false)     \
+    BINARY(op##_s32_c3, Op, int32_t, 3, false)     \
+    BINARY(op##_s32_c3x, Op, int32_t, 4, true)     \
+    CONSTANT(op##_c_u8_c1, Op, uint8_t, 1, false)  \
+    CONSTANT(op##_c_u8_c3, Op, uint8_t, 3, false)  \
+    CONSTANT(op##_c_u8_c3x, Op, uint8_t, 4, true)  \
     CONSTANT(op##_c_s16_c1, Op, int16_t, 1, false) \
     CONSTANT(op##_c_s16_c3, Op, int16_t, 3, false) \
     CONSTANT(op##_c_s16_c4, Op, int16_t, 4, false) \
@@ -102,10 +101,10 @@ LOGIC(xor, Xor)
 #undef BINARY
 
 // The complement is an exclusive or with ones.
-#define NOT(name, channels, kept)                                                                                  \
-    Status name(const void* src, int32_t src_stride, void* dst, int32_t dst_stride, Size size) {                   \
-        constexpr uint8_t kOnes[] = {255, 255, 255, 255};                                                          \
-        return with_constants<Xor, uint8_t, channels, kept>(src, src_stride, kOnes, dst, dst_stride, size);        \
+#define NOT(name, channels, kept)                                                                           \
+    Status name(const void* src, int32_t src_stride, void* dst, int32_t dst_stride, Size size) {            \
+        constexpr uint8_t kOnes[] = {255, 255, 255, 255};                                                   \
+        return with_constants<Xor, uint8_t, channels, kept>(src, src_stride, kOnes, dst, dst_stride, size); \
     }
 NOT(not_u8_c1, 1, false)
 NOT(not_u8_c3, 3, false)

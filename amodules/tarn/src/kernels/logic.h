@@ -1,5 +1,5 @@
-// Bitwise kernels over two arrays, over an array and a constant per channel, and the complement. Any of them works in place:
-// a source may be the destination.
+// Bitwise kernels over two arrays, over an array and a constant per channel, and the complement. Any of them works in
+// place: a source may be the destination.
 #pragma once
 
 #include "kernels/kernel.h"

@@ -1,6 +1,6 @@
-// Fills. The constants' pattern spans three vectors, so every channel count is a stream of whole vectors. A mask is spread from
-// pixels to elements: as bits for masked stores where the processor has them, otherwise as bytes of a small block that
-// plain loops blend.
+// Fills. The constants' pattern spans three vectors, so every channel count is a stream of whole vectors. A mask is
+// spread from pixels to elements: as bits for masked stores where the processor has them, otherwise as bytes of a small
+// block that plain loops blend.
 #include "kernels/set.h"
 
 #include "kernels/vectors.h"
@@ -24,8 +24,10 @@ Status set(const void* constant, void* dst, int32_t dst_stride, Size size) {
     for (int64_t y = 0; y < rows.count; ++y) {
         uint8_t* d = row<uint8_t>(dst, dst_stride, y);
         each_vector(rows.length, [=](auto io, int64_t i, auto phase) {
-            if constexpr (kKept) io.store(d + i, select(mask, pattern.v[phase.index], io.load(d + i)));
-            else io.store(d + i, pattern.v[phase.index]);
+            if constexpr (kKept)
+                io.store(d + i, select(mask, pattern.v[phase.index], io.load(d + i)));
+            else
+                io.store(d + i, pattern.v[phase.index]);
         });
     }
     return kOk;
@@ -36,23 +38,29 @@ Status set(const void* constant, void* dst, int32_t dst_stride, Size size) {
 // Stores the lanes of v (elements of sizeof(T) bytes) whose bits are set.
 template <class T>
 void store_lanes(uint8_t* d, uint64_t lanes, Bytes v) {
-    if constexpr (sizeof(T) == 1) _mm512_mask_storeu_epi8(d, lanes, (__m512i)v);
-    else if constexpr (sizeof(T) == 2) _mm512_mask_storeu_epi16(d, __mmask32(lanes), (__m512i)v);
-    else _mm512_mask_storeu_epi32(d, __mmask16(lanes), (__m512i)v);
+    if constexpr (sizeof(T) == 1)
+        _mm512_mask_storeu_epi8(d, lanes, (__m512i)v);
+    else if constexpr (sizeof(T) == 2)
+        _mm512_mask_storeu_epi16(d, __mmask32(lanes), (__m512i)v);
+    else
+        _mm512_mask_storeu_epi32(d, __mmask16(lanes), (__m512i)v);
 }
 
-// A vector holds kLanes elements; 64 mask bytes select kChannels * 64 elements. Three vectors' worth of pixels (or one, when
-// the pixel divides a vector) is handled at a time, so that the pattern's phase is known.
+// A vector holds kLanes elements; 64 mask bytes select kChannels * 64 elements. Three vectors' worth of pixels (or one,
+// when the pixel divides a vector) is handled at a time, so that the pattern's phase is known.
 template <class T, int kChannels, bool kKept>
 void masked_row(uint8_t* d, const uint8_t* mask, int64_t n, const Pattern& pattern) {
     constexpr int kLanes = 64 / sizeof(T);
-    // Bits of the selected pixels spread to their elements: one bit per pixel deposited at every kChannels-th place, then
-    // copied upwards over the channels that are set.
-    constexpr uint64_t kFirst = kChannels == 1 ? ~uint64_t(0) : kChannels == 4 ? 0x1111111111111111 : 0x9249249249249249;
+    // Bits of the selected pixels spread to their elements: one bit per pixel deposited at every kChannels-th place,
+    // then copied upwards over the channels that are set.
+    constexpr uint64_t kFirst = kChannels == 1   ? ~uint64_t(0)
+                                : kChannels == 4 ? 0x1111111111111111
+                                                 : 0x9249249249249249;
     constexpr uint64_t kCopies = kChannels == 1 ? 1 : 7;
     for (int64_t x = 0; x < n; x += 64) {
         const __mmask64 there = n - x >= 64 ? ~uint64_t(0) : ~uint64_t(0) >> (64 - (n - x));
-        uint64_t bits = _mm512_mask_test_epi8_mask(there, _mm512_maskz_loadu_epi8(there, mask + x), _mm512_set1_epi8(-1));
+        uint64_t bits =
+            _mm512_mask_test_epi8_mask(there, _mm512_maskz_loadu_epi8(there, mask + x), _mm512_set1_epi8(-1));
         if (bits == 0) continue;
         uint8_t* p = d + x * int64_t(kChannels * sizeof(T));
         if constexpr (kChannels == 3) {
@@ -62,7 +70,8 @@ void masked_row(uint8_t* d, const uint8_t* mask, int64_t n, const Pattern& patte
             const uint64_t w2 = _pdep_u64(bits >> 43, kFirst << 1) * 7 | (bits >> 42 & 1);
             const uint64_t words[3] = {w0, w1, w2};
             for (int v = 0; v < 3 * int(sizeof(T)); ++v)
-                store_lanes<T>(p + 64 * v, words[v / int(sizeof(T))] >> v % int(sizeof(T)) * (kLanes & 63), pattern.v[v % 3]);
+                store_lanes<T>(p + 64 * v, words[v / int(sizeof(T))] >> v % int(sizeof(T)) * (kLanes & 63),
+                               pattern.v[v % 3]);
         } else {
             for (int word = 0; word < kChannels; ++word) {
                 const uint64_t lanes = _pdep_u64(bits >> word * 16 % 64, kFirst) * kCopies;
@@ -90,11 +99,15 @@ void masked_row(uint8_t* d, const uint8_t* mask, int64_t n, const Pattern& patte
             for (int c = 0; c < (kKept ? 3 : kChannels); ++c) chosen[i * kChannels + c] = m[i];
         T elements[kElements];
         uint8_t* p = d + x * int64_t(kChannels * sizeof(T));
-        if (count == kBlock) memcpy(elements, p, sizeof elements);
-        else memcpy(elements, p, size_t(count) * kChannels * sizeof(T));
+        if (count == kBlock)
+            memcpy(elements, p, sizeof elements);
+        else
+            memcpy(elements, p, size_t(count) * kChannels * sizeof(T));
         for (int64_t i = 0; i < kElements; ++i) elements[i] = chosen[i] ? constants[i] : elements[i];
-        if (count == kBlock) memcpy(p, elements, sizeof elements);
-        else memcpy(p, elements, size_t(count) * kChannels * sizeof(T));
+        if (count == kBlock)
+            memcpy(p, elements, sizeof elements);
+        else
+            memcpy(p, elements, size_t(count) * kChannels * sizeof(T));
     }
 }
 

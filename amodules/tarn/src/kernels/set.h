@@ -1,5 +1,5 @@
-// Fills with one constant per channel: of a whole region, or of the pixels that a mask selects. The s32 kernels serve floats
-// too: a fill moves bits.
+// Fills with one constant per channel: of a whole region, or of the pixels that a mask selects. The s32 kernels serve
+// floats too: a fill moves bits.
 #pragma once
 
 #include "kernels/kernel.h"

@@ -1,7 +1,7 @@
 // For kernel sources only: element-wise work on rows of whole vectors. A row is a run of bytes; its last piece, shorter
-// than a vector, goes through the same operator, so that an operator is written once. A vector is read before anything is
-// written at its place, hence a destination may be one of the sources (same pointer, same stride); planes that overlap in
-// any other way give unspecified pixels.
+// than a vector, goes through the same operator, so that an operator is written once. A vector is read before anything
+// is written at its place, hence a destination may be one of the sources (same pointer, same stride); planes that
+// overlap in any other way give unspecified pixels.
 //
 // The vector types are the compilers' own (as wide as the level's registers), so operators are plain expressions; only
 // what expressions can't say has a function here.
@@ -14,13 +14,13 @@ namespace {
 
 #if defined(__AVX512BW__)
 constexpr int64_t kVector = 64;
-#define TARN_INTEGER(name, a, b) (Bytes)_mm512_##name((__m512i)(a), (__m512i)(b))
+#define TARN_INTEGER(name, a, b) (Bytes) _mm512_##name((__m512i)(a), (__m512i)(b))
 #elif defined(__AVX2__)
 constexpr int64_t kVector = 32;
-#define TARN_INTEGER(name, a, b) (Bytes)_mm256_##name((__m256i)(a), (__m256i)(b))
+#define TARN_INTEGER(name, a, b) (Bytes) _mm256_##name((__m256i)(a), (__m256i)(b))
 #else
 constexpr int64_t kVector = 16;
-#define TARN_INTEGER(name, a, b) (Bytes)_mm_##name((__m128i)(a), (__m128i)(b))
+#define TARN_INTEGER(name, a, b) (Bytes) _mm_##name((__m128i)(a), (__m128i)(b))
 #endif
 
 template <class T>
@@ -33,8 +33,8 @@ using Bytes = Vec<uint8_t>;
 
 // Moves n bytes, fewer than a vector: what is left of a row.
 [[maybe_unused, gnu::noinline]] void copy_part(uint8_t* d, const uint8_t* s, int64_t n) {
-#define TARN_PIECE(bytes)                \
-    if constexpr (bytes < kVector)       \
+#define TARN_PIECE(bytes)          \
+    if constexpr (bytes < kVector) \
         if (n & bytes) memcpy(d, s, bytes), d += bytes, s += bytes;
     TARN_PIECE(32)
     TARN_PIECE(16)
@@ -92,8 +92,8 @@ template <class T>
     return (Bytes)v;
 }
 
-// One pixel repeated over three vectors. Every pixel of 1, 3 or 4 elements of up to 4 bytes fits them without a rest, so
-// three channels need no taking apart.
+// One pixel repeated over three vectors. Every pixel of 1, 3 or 4 elements of up to 4 bytes fits them without a rest,
+// so three channels need no taking apart.
 struct Pattern {
     Bytes v[3];
 };
@@ -147,8 +147,9 @@ template <class F>
     if (i < n) f(Part{n - i}, i);
 }
 
-// ---- What expressions can't say ---------------------------------------------------------------------------------------
-// unpack_lo, unpack_hi and the packs work within 16-byte groups, whatever the vector's width: a pack undoes both unpacks.
+// ---- What expressions can't say
+// --------------------------------------------------------------------------------------- unpack_lo, unpack_hi and the
+// packs work within 16-byte groups, whatever the vector's width: a pack undoes both unpacks.
 
 #if defined(__SSE2__)
 [[maybe_unused]] inline Bytes adds_u8(Bytes a, Bytes b) { return TARN_INTEGER(adds_epu8, a, b); }
@@ -221,8 +222,8 @@ template <class T>
     }
     return (Bytes)r;
 }
-#define TARN_LANEWISE(name, T, expression) \
-    [[maybe_unused]] inline Bytes name(Bytes a, Bytes b) { \
+#define TARN_LANEWISE(name, T, expression)                                                  \
+    [[maybe_unused]] inline Bytes name(Bytes a, Bytes b) {                                  \
         return lanewise<T, int32_t>(a, b, [](int32_t x, int32_t y) { return expression; }); \
     }
 TARN_LANEWISE(adds_u8, uint8_t, min(x + y, 255))
@@ -231,7 +232,7 @@ TARN_LANEWISE(adds_s16, int16_t, clamp(x + y, -32768, 32767))
 TARN_LANEWISE(subs_s16, int16_t, clamp(x - y, -32768, 32767))
 TARN_LANEWISE(subs_u16, uint16_t, max(x - y, 0))
 TARN_LANEWISE(min_u16, uint16_t, min(x, y))
-TARN_LANEWISE(mulhi_s16, int16_t, x * y >> 16)
+TARN_LANEWISE(mulhi_s16, int16_t, x* y >> 16)
 TARN_LANEWISE(mulhi_u16, uint16_t, uint32_t(x) * uint32_t(y) >> 16)
 #undef TARN_LANEWISE
 [[maybe_unused]] inline Bytes unpack_lo8(Bytes a, Bytes b) { return unpack<uint8_t>(a, b, 0); }
@@ -241,8 +242,8 @@ TARN_LANEWISE(mulhi_u16, uint16_t, uint32_t(x) * uint32_t(y) >> 16)
 [[maybe_unused]] inline Bytes pack_s16_u8(Bytes a, Bytes b) { return pack<int16_t, uint8_t>(a, b, 0, 255); }
 [[maybe_unused]] inline Bytes pack_s16_s8(Bytes a, Bytes b) { return pack<int16_t, int8_t>(a, b, -128, 127); }
 [[maybe_unused]] inline Bytes pack_s32_s16(Bytes a, Bytes b) { return pack<int32_t, int16_t>(a, b, -32768, 32767); }
-[[maybe_unused]] inline Vec<float> add_ordered(Vec<float> a, Vec<float> b) { return a + b; }
-[[maybe_unused]] inline Vec<float> mul_ordered(Vec<float> a, Vec<float> b) { return a * b; }
+[[maybe_unused]] inline Vec<float> add_ordered(Vec<float> a, Vec<float> b) { return a != a ? a + a : a + b; }
+[[maybe_unused]] inline Vec<float> mul_ordered(Vec<float> a, Vec<float> b) { return a != a ? a + a : a * b; }
 #endif
 #undef TARN_INTEGER
 
