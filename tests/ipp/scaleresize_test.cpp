@@ -134,6 +134,36 @@ TEST(scaleresize, of_two_channels_leaves_an_odd_last_column) {
     EXPECT_NE(dst.at<uint8_t>(7, 4, 1), 200);
 }
 
+TEST(scaleresize, with_a_value_range_stretches_what_it_made) {
+    const float range[2] = {20, 200};
+    for (const LumoELEMTYPE from : kKinds)
+        for (const LumoELEMTYPE to : kKinds)
+            for (const int channels : {1, 2, 3}) {
+                SCOPED_TRACE(testing::Message() << LumoELEMTYPEshow(from) << " to " << LumoELEMTYPEshow(to) << " x " << channels);
+                Array src(from | LUMO_CHANNELS(channels), 20, 14, 3), plain(to | LUMO_CHANNELS(channels), 30, 9);
+                Array dst(plain.mat.elemtype, 30, 9, 5), copied(plain.mat.elemtype, 20, 14), same(plain.mat.elemtype, 20, 14);
+                src.fill(4);
+                ASSERT_EQ(resize(&plain, &src, nullptr, TARN_CUBIC).result, 0);
+                LumoMAT* arrays[] = {&plain};
+                ASSERT_EQ((call<TarnCvtvrangeN>("cvtvrange_n", nullptr, nullptr, uint64_t(1), arrays, range)), 1);
+                EXPECT_EQ(resize(&dst, &src, nullptr, TARN_CUBIC, nullptr, range).result, 1);
+                EXPECT_TRUE(dst.same_pixels(plain));
+
+                // Not resampled: the source's own range becomes lo..hi.
+                EXPECT_EQ(resize(&same, &src, nullptr, TARN_CUBIC, nullptr, range).result, 0);
+                double low = 1e9, high = -1e9;
+                for (int y = 0; y < 14; ++y)
+                    for (int i = 0; i < 20 * channels; i += channels) {
+                        const double v = to == LUMO_U8 ? same.row<uint8_t>(y)[i]
+                                         : to == LUMO_S16 ? same.row<int16_t>(y)[i]
+                                                          : same.row<float>(y)[i];
+                        low = std::min(low, v), high = std::max(high, v);
+                    }
+                EXPECT_NEAR(low, 20, 0.01);
+                EXPECT_NEAR(high, 200, 0.01);
+            }
+}
+
 TEST(scaleresize, cuts_the_region_to_the_source_before_it_computes_factors) {
     Array src(f32(3), 20, 20), dst(f32(3), 16, 16), want(f32(3), 16, 16);
     src.fill(1);
@@ -184,8 +214,14 @@ TEST(scaleresize, with_any_allocation_failing_says_so_and_keeps_nothing) {
         const auto out_of_memory = [&](int64_t result) {
             expect_error(result, o.err, QUEL_E_NOMEM, QUEL_C_NOMEM, "scaleresize");
         };
-        EXPECT_GT(each_allocation_failing([&] { return (o = resize(&same, &src, nullptr, mode)).result; }, out_of_memory), 0);
+        const float range[2] = {0, 1};
+        const int made = each_allocation_failing([&] { return (o = resize(&same, &src, nullptr, mode)).result; }, out_of_memory);
         EXPECT_EQ(o.result, 0);
+        const int made_with_range = each_allocation_failing(
+            [&] { return (o = resize(&same, &src, nullptr, mode, nullptr, range)).result; }, out_of_memory);
+        EXPECT_EQ(o.result, 1);
+        EXPECT_GT(made, 0);
+        EXPECT_GT(made_with_range, made);
 
         // The temporary of a conversion makes no error value; what comes after it does.
         bool temporary_failed = false, kernel_failed = false;

@@ -97,7 +97,7 @@ typedef int64_t (*TarnArithN)(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* ds
  *   interpolation  TARN_NEAREST, ...
  * Kinds u8, s16, f32, any pair of them; as many channels in both. Four channels: the fourth of dst stays when the image is
  * resampled and is copied when region and dst have one size. Alpha is not looked at: colours of transparent pixels blend in.
- * Returns 0 (with a value range: 1), or -1 with an error value: QUEL_E_TYPE (types, sizes or interpolation not supported),
+ * Returns 0 (1 when resampled with a value range), or -1 with an error value: QUEL_E_TYPE (types, sizes or interpolation not supported),
  * QUEL_E_NOMEM. A temporary that can't be had makes no error value but marks the error context. */
 typedef int64_t (*TarnScaleResize)(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* dst, const LumoMAT* src,
                                    const LumoRECT* region, const uint32_t* value_range, uint32_t interpolation);

@@ -100,11 +100,15 @@ k::Status convert_and_resize(Call& c, uint32_t interpolation, bool* unmade) {
     return status;
 }
 
-// A region of the destination's size: every channel copied, or the elements converted.
-k::Status copy_region(Call& c) {
+// A region of the destination's size: its values stretched where a range is given, else its elements converted, or of equal
+// kinds every channel copied.
+k::Status carry_region(Call& c, const uint32_t* value_range) {
     const int from = kind_of(c.src->elemtype), to = kind_of(c.dst->elemtype);
     const uint8_t* data = corner(*c.src, c.region);
     const k::Size size{c.dst->width, c.dst->height};
+    if (value_range)
+        return range_map_plane(c.storage, c.err, from, to, c.form, data, c.src->stride, c.dst->data, c.dst->stride, size,
+                               __builtin_bit_cast(float, value_range[0]), __builtin_bit_cast(float, value_range[1]));
     if (from != to) return convert_plane(from, to, c.form, data, c.src->stride, c.dst->data, c.dst->stride, size);
     const int carried = c.form == 5 ? 4 : c.form;
     return copy_plane(from, carried, data, c.src->stride, c.dst->data, c.dst->stride, size);
@@ -121,10 +125,10 @@ constexpr int kValueRangeSlot = 8;
 //                  last column is left
 //   src            u8, s16 or f32; another kind than dst's is converted before it is resampled
 //   region         part of src, or null for all; cut to src before anything else
-//   value_range    null, or lo and hi as floats: dst is stretched to them afterwards, through "tarn::cvtvrange-n"
+//   value_range    null, or the bits of two floats lo and hi: dst is stretched to them afterwards, through "tarn::cvtvrange-n"
 //   interpolation  TARN_NEAREST, TARN_LINEAR, TARN_CUBIC (or 2), TARN_LANCZOS; looked at only when the sizes differ
-// A region of dst's size is not resampled, and of equal kinds all channels are copied.
-// Returns 0, or -1 after an error value; with a value range, what "tarn::cvtvrange-n" returns.
+// A region of dst's size is not resampled; of equal kinds and without a value range all channels are copied.
+// Returns 0, or -1 after an error value; after resampling with a value range, what "tarn::cvtvrange-n" returns: 1 or -1.
 int64_t op_scaleresize(const QuelCALL* call, QuelERR* err, KaSMEMSTG* storage, LumoMAT* dst, const LumoMAT* src,
                        const LumoRECT* region, const uint32_t* value_range, uint32_t interpolation) {
     if (channels_of(src->elemtype) != channels_of(dst->elemtype)) return report(call, err, k::kNoKernel, kTextTypes);
@@ -136,7 +140,7 @@ int64_t op_scaleresize(const QuelCALL* call, QuelERR* err, KaSMEMSTG* storage, L
 
     const FloatState float_state;
     const bool resized = dst->width != LumoRECTwidth(&c.region) || dst->height != LumoRECTheight(&c.region);
-    if (!resized) return report(call, err, value_range ? k::kNoKernel : copy_region(c), kTextTypes);
+    if (!resized) return report(call, err, carry_region(c, value_range), kTextTypes);
 
     bool unmade = false;
     const k::Status status = kind_of(src->elemtype) != kind_of(dst->elemtype)

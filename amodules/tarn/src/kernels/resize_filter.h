@@ -148,7 +148,7 @@ void block_of_weights(Walk& walk, int64_t* first, float (*weight)[kBlock]) {
 
 // Elements of a strip at most: multiples of 16 and 3.
 template <int kTaps>
-constexpr int64_t kStripElements = kTaps == 2 ? 1536 : kTaps == 4 ? 960 : 624;
+constexpr int64_t kStripElements = kTaps == 2 ? 1536 : kTaps == 4 ? 960 : 1248;
 
 enum class Fetch { planes, one_window, two_windows };
 
