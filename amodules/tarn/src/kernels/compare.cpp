@@ -32,7 +32,7 @@ template <class T, int kComparison>
 uint64_t holds(Bytes a, Bytes b) {
     constexpr int kIntegers[] = {_MM_CMPINT_LT, _MM_CMPINT_LE, _MM_CMPINT_EQ, _MM_CMPINT_NLT, _MM_CMPINT_NLE};
     constexpr int kFloats[] = {_CMP_LT_OQ, _CMP_LE_OQ, _CMP_EQ_OQ, _CMP_GE_OQ, _CMP_GT_OQ};
-    constexpr int kInteger = kIntegers[kComparison], kFloat = kFloats[kComparison];  // immediates, sanitized or not
+    constexpr int kInteger = kIntegers[kComparison], kFloat = kFloats[kComparison];  // immediates
     if constexpr (sizeof(T) == 1)
         return _mm512_cmp_epu8_mask((__m512i)a, (__m512i)b, kInteger);
     else if constexpr (sizeof(T) == 2)
@@ -251,10 +251,10 @@ Status compare_constant(const void* src, int32_t src_stride, const void* constan
                                  int32_t dst_stride, Size size, int32_t comparison) {                         \
         return compare_constant<T, Form::form>(src, src_stride, constant, dst, dst_stride, size, comparison); \
     }
-#define FORMS(type, T)                                                                                          \
-    COMPARE(type, c1, T)                                                                                        \
-    COMPARE(type, c3, T) COMPARE(type, c4, T) COMPARE(type, c3x, T) CONSTANT(type, c1, T) CONSTANT(type, c3, T) \
-        CONSTANT(type, c3x, T)
+#define FORMS(type, T)   \
+    COMPARE(type, c1, T) \
+    COMPARE(type, c3, T) \
+    COMPARE(type, c4, T) COMPARE(type, c3x, T) CONSTANT(type, c1, T) CONSTANT(type, c3, T) CONSTANT(type, c3x, T)
 FORMS(u8, uint8_t)
 FORMS(s16, int16_t)
 FORMS(f32, float)
