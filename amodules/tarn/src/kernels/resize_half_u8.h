@@ -34,6 +34,7 @@ inline Vector bits(Vector a, Vector b) { return _mm512_and_si512(a, b); }
 inline Vector either(Vector a, Vector b) { return _mm512_or_si512(a, b); }
 inline Vector shuffle(Vector v, Vector at) { return _mm512_shuffle_epi8(v, at); }
 inline Vector weigh_pairs(Vector bytes, Vector weights) { return _mm512_maddubs_epi16(bytes, weights); }
+inline Vector pack_in_lanes(Vector a, Vector b) { return _mm512_packus_epi16(a, b); }
 inline Vector to_bytes(Vector a, Vector b) {
     return _mm512_permutexvar_epi64(_mm512_setr_epi64(0, 2, 4, 6, 1, 3, 5, 7), _mm512_packus_epi16(a, b));
 }
@@ -58,6 +59,7 @@ inline Vector bits(Vector a, Vector b) { return _mm256_and_si256(a, b); }
 inline Vector either(Vector a, Vector b) { return _mm256_or_si256(a, b); }
 inline Vector shuffle(Vector v, Vector at) { return _mm256_shuffle_epi8(v, at); }
 inline Vector weigh_pairs(Vector bytes, Vector weights) { return _mm256_maddubs_epi16(bytes, weights); }
+inline Vector pack_in_lanes(Vector a, Vector b) { return _mm256_packus_epi16(a, b); }
 inline Vector to_bytes(Vector a, Vector b) { return _mm256_permute4x64_epi64(_mm256_packus_epi16(a, b), 0xd8); }
 inline Vector windows(const uint8_t* s, const int64_t* from) {
     return _mm256_inserti128_si256(_mm256_castsi128_si256(window(s + from[0])), window(s + from[1]), 1);
@@ -77,6 +79,7 @@ inline Vector bits(Vector a, Vector b) { return _mm_and_si128(a, b); }
 inline Vector either(Vector a, Vector b) { return _mm_or_si128(a, b); }
 inline Vector shuffle(Vector v, Vector at) { return _mm_shuffle_epi8(v, at); }
 inline Vector weigh_pairs(Vector bytes, Vector weights) { return _mm_maddubs_epi16(bytes, weights); }
+inline Vector pack_in_lanes(Vector a, Vector b) { return _mm_packus_epi16(a, b); }
 inline Vector to_bytes(Vector a, Vector b) { return _mm_packus_epi16(a, b); }
 inline Vector windows(const uint8_t* s, const int64_t* from) { return load(s + from[0]); }
 #endif
@@ -113,37 +116,85 @@ inline void store_some(uint8_t* dst, Vector v, int64_t n) {
 #endif
 
 
-// One row of means of 1 or 4 channels, n bytes of it.
+#if defined(TARN_VECTORS)
+// The same 16 bytes for every 128-bit lane of a shuffle.
+inline Vector in_every_lane(__m128i v) {
+#if defined(__AVX512BW__)
+    return _mm512_broadcast_i32x4(v);
+#elif defined(__AVX2__)
+    return _mm256_broadcastsi128_si256(v);
+#else
+    return v;
+#endif
+}
+
+// Brings the first 12 bytes of every 128-bit lane together at the register's start.
+inline Vector join_twelves(Vector v) {
+#if defined(__AVX512BW__)
+    return _mm512_permutexvar_epi32(_mm512_setr_epi32(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, 3, 7, 11, 15), v);
+#elif defined(__AVX2__)
+    return _mm256_permutevar8x32_epi32(v, _mm256_setr_epi32(0, 1, 2, 4, 5, 6, 3, 7));
+#else
+    return v;
+#endif
+}
+
+// Outputs of one register: a lane of three channels makes four whole pixels.
+template <int kChannels>
+constexpr int kHalfBytes = kChannels == 3 ? kBytes / 16 * 12 : kBytes;
+
+// The means of 2 x 2 pixels: kHalfBytes bytes of outputs from kBytes * 2 bytes of each row.
+template <int kChannels>
+inline Vector half_vector(const uint8_t* upper, const uint8_t* lower) {
+    const Vector ones = all16(0x0101);
+    const auto mean = [&](Vector a, Vector b) { return round_even<2>(add16(weigh_pairs(a, ones), weigh_pairs(b, ones))); };
+    if constexpr (kChannels == 3) {
+        // A lane holds the four source pixels of one window of either kind; the bytes of two neighbours go together.
+        static constexpr int64_t kEven[] = {0, 24, 48, 72}, kOdd[] = {12, 36, 60, 84};
+        const Vector neighbours = in_every_lane(_mm_setr_epi8(0, 3, 1, 4, 2, 5, 6, 9, 7, 10, 8, 11, -1, -1, -1, -1));
+        const Vector close_up = in_every_lane(_mm_setr_epi8(0, 1, 2, 3, 4, 5, 8, 9, 10, 11, 12, 13, -1, -1, -1, -1));
+        const auto pairs = [&](const uint8_t* p, const int64_t* from) { return shuffle(windows(p, from), neighbours); };
+        return join_twelves(shuffle(pack_in_lanes(mean(pairs(upper, kEven), pairs(lower, kEven)),
+                                                  mean(pairs(upper, kOdd), pairs(lower, kOdd))), close_up));
+    } else {
+        const Vector neighbours = in_every_lane(_mm_setr_epi8(0, 4, 1, 5, 2, 6, 3, 7, 8, 12, 9, 13, 10, 14, 11, 15));
+        const auto pairs = [&](const uint8_t* p) { return kChannels == 1 ? load(p) : shuffle(load(p), neighbours); };
+        return to_bytes(mean(pairs(upper), pairs(lower)), mean(pairs(upper + kBytes), pairs(lower + kBytes)));
+    }
+}
+
 template <int kChannels, bool kKept>
 void half_row(const uint8_t* upper, const uint8_t* lower, int64_t n, uint8_t* dst) {
+    constexpr int kStep = kHalfBytes<kChannels>;
     int64_t i = 0;
-#if defined(TARN_VECTORS)
-    // The bytes of two pixels next to each other, channel by channel.
-    const auto pairs = [](const uint8_t* p) {
-        if (kChannels == 1) return load(p);
-        alignas(64) static constexpr uint8_t kOrder[64] = {
-            0, 4, 1, 5, 2, 6, 3, 7, 8, 12, 9, 13, 10, 14, 11, 15, 0, 4, 1, 5, 2, 6, 3, 7, 8, 12, 9, 13, 10, 14, 11, 15,
-            0, 4, 1, 5, 2, 6, 3, 7, 8, 12, 9, 13, 10, 14, 11, 15, 0, 4, 1, 5, 2, 6, 3, 7, 8, 12, 9, 13, 10, 14, 11, 15};
-        return shuffle(load(p), load(kOrder));
-    };
-    const Vector ones = all16(0x0101);
-    const auto mean = [&](int64_t at) {
-        return round_even<2>(add16(weigh_pairs(pairs(upper + at), ones), weigh_pairs(pairs(lower + at), ones)));
-    };
-    for (; n - i >= kBytes; i += kBytes) {
-        const Vector v = to_bytes(mean(2 * i), mean(2 * i + kBytes));
+    for (; n - i >= kBytes; i += kStep) {  // of three channels a store overlaps the next
+        const Vector v = half_vector<kChannels>(upper + 2 * i, lower + 2 * i);
         if (kKept)
             store_some<true>(dst + i, v, kBytes);
         else
             store(dst + i, v);
     }
-#endif
-    for (; i < n; ++i) {
+    for (; i < n; i += kStep) {
+        const int64_t count = min<int64_t>(kStep, n - i);
+        uint8_t above[2 * kBytes] = {}, below[2 * kBytes] = {};
+        memcpy(above, upper + 2 * i, size_t(2 * count));
+        memcpy(below, lower + 2 * i, size_t(2 * count));
+        store_some<kKept>(dst + i, half_vector<kChannels>(above, below), count);
+    }
+}
+
+#else
+
+template <int kChannels, bool kKept>
+void half_row(const uint8_t* upper, const uint8_t* lower, int64_t n, uint8_t* dst) {
+    for (int64_t i = 0; i < n; ++i) {
         if (kKept && i % 4 == 3) continue;
         const int64_t at = i / kChannels * 2 * kChannels + i % kChannels;
         dst[i] = uint8_t(round_even<2>(upper[at] + upper[at + kChannels] + lower[at] + lower[at + kChannels]));
     }
 }
+
+#endif
 
 template <int kChannels, bool kKept>
 Status half(const Job& j) {

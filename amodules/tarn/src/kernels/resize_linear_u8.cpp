@@ -153,7 +153,7 @@ void prepare(Strip& strip, const Job& j, int64_t x, int64_t pixels, int channels
 template <bool kKept>
 Status linear(const Job& j, int channels) {
     if (Status s = check(j)) return s;
-    if (halves(j) && channels != 3) return channels == 1 ? half<1, kKept>(j) : half<4, kKept>(j);
+    if (halves(j)) return channels == 1 ? half<1, false>(j) : channels == 3 ? half<3, false>(j) : half<4, kKept>(j);
     const int64_t width = j.dst_size.width, height = j.dst_size.height;
     Scratch scratch(j.allocator);
     for (int i = 0; i < 2; ++i) scratch.want<int16_t>(kRingElements);
