@@ -3,8 +3,8 @@
 #include "kernels/resize.h"
 
 #include "ipp/conversion.h"
-#include "ipp/elementwise.h"
 #include "ipp/operations.h"
+#include "ipp/origin.h"
 
 namespace k = tarn::k;
 
@@ -110,8 +110,7 @@ k::Status carry_region(Call& c, const uint32_t* value_range) {
         return range_map_plane(c.storage, c.err, from, to, c.form, data, c.src->stride, c.dst->data, c.dst->stride, size,
                                __builtin_bit_cast(float, value_range[0]), __builtin_bit_cast(float, value_range[1]));
     if (from != to) return convert_plane(from, to, c.form, data, c.src->stride, c.dst->data, c.dst->stride, size);
-    const int carried = c.form == 5 ? 4 : c.form;
-    return copy_plane(from, carried, data, c.src->stride, c.dst->data, c.dst->stride, size);
+    return packed_copy_plane(from, c.form, data, c.src->stride, c.dst->data, c.dst->stride, size);
 }
 
 using ValueRange = int64_t (*)(const QuelCALL*, QuelERR*, KaSMEMSTG*, uint64_t count, LumoMAT* const* arrays,
