@@ -150,6 +150,10 @@ void block_of_weights(Walk& walk, int64_t* first, float (*weight)[kBlock]) {
 template <int kTaps>
 constexpr int64_t kStripElements = kTaps == 2 ? 1536 : kTaps == 4 ? 960 : 1248;
 
+// Rows whose strips are made before those of the rows below. A row of a strip is short and lies in memory pages of its own: of a
+// tall image a whole strip would touch more of them than the processor keeps translated.
+constexpr int64_t kBandRows = 512;
+
 enum class Fetch { planes, one_window, two_windows };
 
 // What a strip's rows are made with. Elements: outputs times channels, then up to a whole vector more of no meaning.
@@ -462,27 +466,28 @@ Status resample(const Job& j, int channels) {
     const int64_t most = kElements / channels;
     const int64_t strips = (width + most - 1) / most;
     const int64_t step = min(most, ((width + strips - 1) / strips + 15) & ~int64_t(15));
-    for (int64_t x = 0; x < width; x += step) {
-        const int64_t pixels = min(step, width - x);
-        prepare<Filter, Element<T>::kExact>(strip, Walk(j.region.width, width, width, x), pixels, channels,
-                                            kPermutes && j.region.width <= 2 * width);
-        int64_t held[kTaps];  // the source row in each slot of the ring
-        for (int64_t& h : held) h = -1;
-        for (int64_t y = 0; y < height; ++y) {
-            const float* rows[kTaps];
-            for (int k = 0; k < kTaps; ++k) {
-                const int64_t source = clamp<int64_t>(j.region.y + lines[y].first + k, 0, j.src_size.height - 1);
-                const int slot = int(source % kTaps);
-                if (held[slot] != source) {
-                    resample_row<kTaps>(strip, row<T>(j.src, j.src_stride, source), j.src_size.width, j.region.x, channels,
-                                        row_space, ring + slot * kElements);
-                    held[slot] = source;
+    for (int64_t top = 0; top < height; top += kBandRows)
+        for (int64_t x = 0; x < width; x += step) {
+            const int64_t pixels = min(step, width - x);
+            prepare<Filter, Element<T>::kExact>(strip, Walk(j.region.width, width, width, x), pixels, channels,
+                                                kPermutes && j.region.width <= 2 * width);
+            int64_t held[kTaps];  // the source row in each slot of the ring
+            for (int64_t& h : held) h = -1;
+            for (int64_t y = top; y < min(height, top + kBandRows); ++y) {
+                const float* rows[kTaps];
+                for (int k = 0; k < kTaps; ++k) {
+                    const int64_t source = clamp<int64_t>(j.region.y + lines[y].first + k, 0, j.src_size.height - 1);
+                    const int slot = int(source % kTaps);
+                    if (held[slot] != source) {
+                        resample_row<kTaps>(strip, row<T>(j.src, j.src_stride, source), j.src_size.width, j.region.x, channels,
+                                            row_space, ring + slot * kElements);
+                        held[slot] = source;
+                    }
+                    rows[k] = ring + slot * kElements;
                 }
-                rows[k] = ring + slot * kElements;
+                blend_rows<kTaps, kKept>(rows, lines[y].weight, pixels * channels, row<T>(j.dst, j.dst_stride, y) + x * channels);
             }
-            blend_rows<kTaps, kKept>(rows, lines[y].weight, pixels * channels, row<T>(j.dst, j.dst_stride, y) + x * channels);
         }
-    }
     return kOk;
 }
 
