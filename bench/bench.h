@@ -1,8 +1,8 @@
 // The bench's frame: rows of contenders measured interleaved in one run, and the tables that come out.
 //
-// A family is one source of this folder with a `Family` in it. Most rows are kernel cases (tests/cases) with peers added; each
-// stands beside a plain copy of the same bytes ("limit"). Rows of another kind (whole operations, networks) give their contenders
-// themselves.
+// A family is one source of this folder with a `Family` in it. Most rows are kernel cases (tests/cases) with peers
+// added; each stands beside a plain copy of the same bytes ("limit"). Rows of another kind (whole operations, networks)
+// give their contenders themselves.
 #pragma once
 
 #include <functional>
@@ -42,8 +42,8 @@ public:
     void peer(const std::string& case_name, const std::string& peer, std::function<void(const View*, Size)> run) {
         peers_[case_name].push_back({peer, std::move(run)});
     }
-    // A kernel case at the sizes given (none: 256 x 256, 1920 x 1080, 4096 x 4096). Cases without peers are measured only
-    // when the filter names them.
+    // A kernel case at the sizes given (none: 256 x 256, 1920 x 1080, 4096 x 4096). Cases without peers are measured
+    // only when the filter names them.
     void row(const Case& c, std::vector<Size> sizes = {});
     // Any contenders; ours first. The table shows nanoseconds per `units` (pixels, samples, ...).
     void row(const std::string& name, const std::string& size, double units, const std::vector<Contender>& contenders);

@@ -1,4 +1,5 @@
-// Contour find beside OpenCV's contour follower (whole tree, straight runs joined) and its labelling alone, on whole pictures.
+// Contour find beside OpenCV's contour follower (whole tree, straight runs joined) and its labelling alone, on whole
+// pictures.
 #include <random>
 
 #include "bench.h"
@@ -16,7 +17,8 @@ constexpr int kWidth = 1920, kHeight = 1080;
 // A photograph, brought to this size and cut at Otsu's threshold.
 std::vector<uint8_t> photograph(const std::string& name) {
     const tool::Image sample = tool::read_image(TARN_SAMPLES "/" + name);
-    const cv::Mat colour(sample.height(), sample.width(), CV_8UC3, const_cast<uint8_t*>(sample.row(0)), size_t(sample.stride));
+    const cv::Mat colour(sample.height(), sample.width(), CV_8UC3, const_cast<uint8_t*>(sample.row(0)),
+                         size_t(sample.stride));
     cv::Mat grey, large, ones;
     cv::cvtColor(colour, grey, cv::COLOR_RGB2GRAY);
     cv::resize(grey, large, {kWidth, kHeight}, 0, 0, cv::INTER_CUBIC);
@@ -73,7 +75,9 @@ struct Polygons : TarnCONTOURS {
 void run(Bench& b) {
     QuelHOST* host = QuelHOSTopen(nullptr);
     QuelOP op;
-    if (QuelHOSTload(host, TARN_MODULE_FILE, nullptr) < 0 || QuelHOSTfind(host, "tarn::contour::find", &op, nullptr) < 0) return;
+    if (QuelHOSTload(host, TARN_MODULE_FILE, nullptr) < 0 ||
+        QuelHOSTfind(host, "tarn::contour::find", &op, nullptr) < 0)
+        return;
     const auto find = reinterpret_cast<TarnContourFind>(op.entry);
     const struct {
         const char* name;
@@ -83,35 +87,37 @@ void run(Bench& b) {
                     {"contours text", text()},
                     {"contours noise", noise()}};
     for (const auto& [name, image] : pictures) {
-        const LumoMAT mat = {nullptr, LUMO_U8 | LUMO_CHANNELS(1), kWidth, kHeight, kWidth, const_cast<uint8_t*>(image.data())};
+        const LumoMAT mat = {nullptr, LUMO_U8 | LUMO_CHANNELS(1),        kWidth, kHeight,
+                             kWidth,  const_cast<uint8_t*>(image.data())};
         const cv::Mat peer(kHeight, kWidth, CV_8UC1, const_cast<uint8_t*>(image.data()));
         const uint32_t flags = TARN_CONTOURS_OF_ONES | TARN_CONTOURS_DIAGONAL_ONES;
         KaSMEMSTG storage;
         KaSMEMSTGopen(&storage, nullptr, 0, nullptr);
         cv::Mat labels;
-        std::vector<Contender> contenders = {
-            {"ours",
-             [&] {
-                 TarnCONTOURS out = {drop, take, take_top};
-                 find(&op.call, nullptr, &storage, &out, &mat, flags);
-             }},
-            {"ours, kept",
-             [&] {
-                 Polygons out;
-                 find(&op.call, nullptr, &storage, &out, &mat, flags);
-             }},
-            {"ours both values",
-             [&] {
-                 TarnCONTOURS out = {drop, take, take_top};
-                 find(&op.call, nullptr, &storage, &out, &mat, TARN_CONTOURS_DIAGONAL_ONES);
-             }},
-            {"labelling", [&] { cv::connectedComponents(peer, labels, 8, CV_32S); }}};
+        std::vector<Contender> contenders = {{"ours",
+                                              [&] {
+                                                  TarnCONTOURS out = {drop, take, take_top};
+                                                  find(&op.call, nullptr, &storage, &out, &mat, flags);
+                                              }},
+                                             {"ours, kept",
+                                              [&] {
+                                                  Polygons out;
+                                                  find(&op.call, nullptr, &storage, &out, &mat, flags);
+                                              }},
+                                             {"ours both values",
+                                              [&] {
+                                                  TarnCONTOURS out = {drop, take, take_top};
+                                                  find(&op.call, nullptr, &storage, &out, &mat,
+                                                       TARN_CONTOURS_DIAGONAL_ONES);
+                                              }},
+                                             {"labelling", [&] { cv::connectedComponents(peer, labels, 8, CV_32S); }}};
         // The tree of a noise picture takes the follower two seconds: it is measured without nesting there.
         const bool noisy = std::string(name) == "contours noise";
         contenders.push_back({noisy ? "OpenCV list" : "OpenCV tree", [&, noisy] {
                                   std::vector<std::vector<cv::Point>> polygons;
                                   std::vector<cv::Vec4i> tree;
-                                  cv::findContours(peer, polygons, tree, noisy ? cv::RETR_LIST : cv::RETR_TREE, cv::CHAIN_APPROX_SIMPLE);
+                                  cv::findContours(peer, polygons, tree, noisy ? cv::RETR_LIST : cv::RETR_TREE,
+                                                   cv::CHAIN_APPROX_SIMPLE);
                               }});
         b.row(name, "1920 x 1080, ms", 1e6, contenders);
         KaMEMSTGdestroy(&storage.base);

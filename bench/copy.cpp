@@ -33,11 +33,13 @@ void run(Bench& b) {
         const Size half{n.width / 2, n.height / 2};
         const int64_t corner = int64_t(n.height / 4) * n.width + n.width / 4;
         const View src{from.data() + corner, n.width, half}, dst{to.data() + corner, n.width, half};
-        b.row("copy_u8_c1 region", std::to_string(half.width) + " x " + std::to_string(half.height), double(half.width) * half.height,
+        b.row("copy_u8_c1 region", std::to_string(half.width) + " x " + std::to_string(half.height),
+              double(half.width) * half.height,
               {{"ours", [&] { k::copy_u8_c1(src.data, src.stride, dst.data, dst.stride, half); }},
                {"limit",
                 [&] {
-                    for (int y = 0; y < half.height; ++y) memcpy(dst.row<uint8_t>(y), src.row<uint8_t>(y), size_t(half.width));
+                    for (int y = 0; y < half.height; ++y)
+                        memcpy(dst.row<uint8_t>(y), src.row<uint8_t>(y), size_t(half.width));
                 }},
                {"OpenCV", [&] { mat(src, CV_8UC1).copyTo(mat(dst, CV_8UC1)); }}});
     }

@@ -39,7 +39,8 @@ std::vector<Family*>& families() {
 // Memory of one plane. Starts are staggered, so that streams do not meet in the same cache sets.
 struct Buffer {
     explicit Buffer(int64_t bytes, int index) {
-        memory = static_cast<uint8_t*>(std::aligned_alloc(4096, size_t((bytes + 3 * 4096 + index * 8256) / 4096 * 4096)));
+        memory =
+            static_cast<uint8_t*>(std::aligned_alloc(4096, size_t((bytes + 3 * 4096 + index * 8256) / 4096 * 4096)));
         data = memory + index * 1088;
     }
     ~Buffer() { std::free(memory); }
@@ -99,7 +100,8 @@ std::vector<double> interleaved(const std::vector<Contender>& contenders, const 
     return best;
 }
 
-void Bench::row(const std::string& name, const std::string& size, double units, const std::vector<Contender>& contenders) {
+void Bench::row(const std::string& name, const std::string& size, double units,
+                const std::vector<Contender>& contenders) {
     if (!wants(name)) return;
     if (rows_.empty()) std::cerr << family_ << ":";
     std::cerr << " " << name << " " << size << std::flush;
@@ -121,7 +123,8 @@ void Bench::row(const Case& c, std::vector<Size> sizes) {
         std::vector<Stream> in, out;
         for (const cases::Plane& p : c.planes) {
             const Size s = p.size(n);
-            const int64_t row_bytes = int64_t(s.width) * p.elements * cases::bytes_of(p.type), bytes = row_bytes * s.height;
+            const int64_t row_bytes = int64_t(s.width) * p.elements * cases::bytes_of(p.type),
+                          bytes = row_bytes * s.height;
             buffers.push_back(std::make_unique<Buffer>(bytes, int(buffers.size())));
             fill(buffers.back()->data, bytes, p.type);
             views.push_back({buffers.back()->data, int32_t(row_bytes), s});
@@ -134,7 +137,8 @@ void Bench::row(const Case& c, std::vector<Size> sizes) {
         contenders.push_back({"ours", [&] { c.run(views.data(), n); }});
         contenders.push_back({"limit", [&] { copy_streams(in, out); }});
         if (peers != peers_.end())
-            for (const Peer& p : peers->second) contenders.push_back({p.name, [&, run = &p.run] { (*run)(views.data(), n); }});
+            for (const Peer& p : peers->second)
+                contenders.push_back({p.name, [&, run = &p.run] { (*run)(views.data(), n); }});
         if (options_.levels)
             for (int level = 0; level < highest; ++level)
                 contenders.push_back({k::kLevelNames[level], [&, level] {
@@ -154,8 +158,10 @@ std::string Bench::table() const {
     std::string text = "| row | size |", rule = "|---|---|";
     for (const std::string& n : names) text += " " + n + " |", rule += "--:|";
     for (const std::string& n : names)
-        if (n == "limit") text += " x limit |", rule += "--:|";
-        else if (n != "ours") text += " " + n + " / ours |", rule += "--:|";
+        if (n == "limit")
+            text += " x limit |", rule += "--:|";
+        else if (n != "ours")
+            text += " " + n + " / ours |", rule += "--:|";
     text += "\n" + rule + "\n";
     for (const Line& l : rows_) {
         const auto find = [&](const std::string& n) {
@@ -167,7 +173,8 @@ std::string Bench::table() const {
         text += "| " + l.name + " | " + l.size + " |";
         for (const std::string& n : names) text += find(n) ? " " + number(find(n)) + " |" : " |";
         for (const std::string& n : names)
-            if (n != "ours") text += !find(n) ? " |" : " " + number(n == "limit" ? ours / find(n) : find(n) / ours) + " |";
+            if (n != "ours")
+                text += !find(n) ? " |" : " " + number(n == "limit" ? ours / find(n) : find(n) / ours) + " |";
         text += "\n";
     }
     return text;
@@ -178,8 +185,10 @@ std::string Bench::table() const {
 int main(int argc, char** argv) {
     using namespace tarn::bench;
     Options options;
-    CLI::App app{"Measures kernels and operations beside their peers, interleaved in one run. Figures are nanoseconds per pixel, the "
-                 "least of many rounds; 'limit' reads and writes the same bytes and computes nothing."};
+    CLI::App app{
+        "Measures kernels and operations beside their peers, interleaved in one run. Figures are nanoseconds per "
+        "pixel, the "
+        "least of many rounds; 'limit' reads and writes the same bytes and computes nothing."};
     app.add_option("--filter", options.filter, "only rows whose name contains this text (also rows without a peer)");
     app.add_option("--family", options.family, "only this family");
     app.add_flag("--levels", options.levels, "each processor level a column");
@@ -189,9 +198,11 @@ int main(int argc, char** argv) {
 
     cv::setNumThreads(1);
     tarn::k::select_level();
-    const std::string head = cpu_name() + ", one thread, level " + tarn::k::kLevelNames[tarn::k::active_level] + ", " + today();
+    const std::string head =
+        cpu_name() + ", one thread, level " + tarn::k::kLevelNames[tarn::k::active_level] + ", " + today();
     bool any = false;
-    std::sort(families().begin(), families().end(), [](Family* a, Family* b) { return std::string(a->name) < b->name; });
+    std::sort(families().begin(), families().end(),
+              [](Family* a, Family* b) { return std::string(a->name) < b->name; });
     for (Family* f : families()) {
         if (!options.family.empty() && options.family != f->name) continue;
         Bench bench(f->name, options);
@@ -199,9 +210,10 @@ int main(int argc, char** argv) {
         if (bench.empty()) continue;
         any = true;
         std::cerr << "\n";
-        std::string text = "# Bench: " + std::string(f->name) + "\n\n" + head +
-                           ". Nanoseconds per unit (a pixel unless the row says otherwise), the least of interleaved rounds.\n\n" +
-                           bench.table();
+        std::string text =
+            "# Bench: " + std::string(f->name) + "\n\n" + head +
+            ". Nanoseconds per unit (a pixel unless the row says otherwise), the least of interleaved rounds.\n\n" +
+            bench.table();
         std::cout << text << "\n";
         if (options.write && options.filter.empty()) {
             std::filesystem::create_directories("docs/bench");

@@ -113,7 +113,8 @@ struct Network {
             if (m == 1)
                 cblas_sgemv(CblasRowMajor, CblasNoTrans, n, k, 1, w.data(), k, x.data(), 1, 0, blas[i].data(), 1);
             else
-                cblas_sgemm(CblasRowMajor, CblasNoTrans, CblasTrans, m, n, k, 1, x.data(), k, w.data(), k, 0, blas[i].data(), n);
+                cblas_sgemm(CblasRowMajor, CblasNoTrans, CblasTrans, m, n, k, 1, x.data(), k, w.data(), k, 0,
+                            blas[i].data(), n);
             if (records[i].bias) blas[i].rowwise() += layers[i].bias;
             activate(blas[i], layers[i].activation);
         }
@@ -138,7 +139,8 @@ void run(Bench& b) {
     openblas_set_num_threads(1);
     // It takes a processor that is younger than itself for a very old one; ./dev bench tells it which kernels to use.
     if (k::active_level >= 3 && std::string(openblas_get_corename()) == "Prescott")
-        std::fprintf(stderr, "neuronet: OpenBLAS runs its slowest kernels; set OPENBLAS_CORETYPE to Haswell or SkylakeX\n");
+        std::fprintf(stderr,
+                     "neuronet: OpenBLAS runs its slowest kernels; set OPENBLAS_CORETYPE to Haswell or SkylakeX\n");
     QuelHOST* host = QuelHOSTopen(nullptr);
     if (QuelHOSTload(host, TARN_MODULE_FILE, nullptr) != 0) {
         std::fprintf(stderr, "neuronet: the module could not be loaded\n");

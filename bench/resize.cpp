@@ -91,23 +91,27 @@ void peers(Bench& b, const std::string& shape) {
                 cv::resize(mat(v[0], form.opencv), dst, dst.size(), 0, 0, mode.opencv);
             });
             const bool fast = mode.zimg == ZIMG_RESIZE_BILINEAR || mode.zimg == ZIMG_RESIZE_POINT;
-            const libyuv::FilterMode filter = mode.zimg == ZIMG_RESIZE_POINT ? libyuv::kFilterNone : libyuv::kFilterBilinear;
+            const libyuv::FilterMode filter =
+                mode.zimg == ZIMG_RESIZE_POINT ? libyuv::kFilterNone : libyuv::kFilterBilinear;
             if (fast && form.opencv == CV_8UC1)
                 b.peer(name, "libyuv", [=](const View* v, Size n) {
-                    libyuv::ScalePlane(v[0].data, v[0].stride, v[0].size.width, v[0].size.height, v[1].data, v[1].stride, n.width,
-                                       n.height, filter);
+                    libyuv::ScalePlane(v[0].data, v[0].stride, v[0].size.width, v[0].size.height, v[1].data,
+                                       v[1].stride, n.width, n.height, filter);
                 });
             if (fast && form.opencv == CV_8UC4)
                 b.peer(name, "libyuv", [=](const View* v, Size n) {
-                    libyuv::ARGBScale(v[0].data, v[0].stride, v[0].size.width, v[0].size.height, v[1].data, v[1].stride, n.width,
-                                      n.height, filter);
+                    libyuv::ARGBScale(v[0].data, v[0].stride, v[0].size.width, v[0].size.height, v[1].data, v[1].stride,
+                                      n.width, n.height, filter);
                 });
             if (CV_MAT_CN(form.opencv) != 1) continue;
             b.peer(name, "zimg", [=, graph = std::shared_ptr<Zimg>(), made = Size{}](const View* v, Size n) mutable {
                 const int depth = CV_MAT_DEPTH(form.opencv);
-                const auto type = depth == CV_8U ? ZIMG_PIXEL_BYTE : depth == CV_16S ? ZIMG_PIXEL_WORD : ZIMG_PIXEL_FLOAT;
+                const auto type = depth == CV_8U    ? ZIMG_PIXEL_BYTE
+                                  : depth == CV_16S ? ZIMG_PIXEL_WORD
+                                                    : ZIMG_PIXEL_FLOAT;
                 const int bytes = depth == CV_8U ? 1 : depth == CV_16S ? 2 : 4;
-                if (made.width != n.width) graph = std::make_shared<Zimg>(v[0].size, n, type, bytes, mode.zimg), made = n;
+                if (made.width != n.width)
+                    graph = std::make_shared<Zimg>(v[0].size, n, type, bytes, mode.zimg), made = n;
                 graph->run();
             });
         }

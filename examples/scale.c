@@ -28,9 +28,11 @@ int main(void) {
     LumoMAT src = {NULL, LUMO_U8 | LUMO_CHANNELS(3), kWidth, kHeight, kWidth * 3, pixels};
     LumoMAT dst = {NULL, LUMO_U8 | LUMO_CHANNELS(3), kWidth / 2, kHeight / 2, kWidth / 2 * 3, half};
     int64_t result = ((TarnScaleResize)scale.entry)(&scale.call, &err, NULL, &dst, &src, NULL, NULL, TARN_LANCZOS);
-    if (result != 0) fprintf(stderr, "%s\n", err.last.text);
-    else printf("pixel (100, 50) of the half-sized picture: %d %d %d\n", half[(50 * kWidth / 2 + 100) * 3],
-                half[(50 * kWidth / 2 + 100) * 3 + 1], half[(50 * kWidth / 2 + 100) * 3 + 2]);
+    if (result != 0)
+        fprintf(stderr, "%s\n", err.last.text);
+    else
+        printf("pixel (100, 50) of the half-sized picture: %d %d %d\n", half[(50 * kWidth / 2 + 100) * 3],
+               half[(50 * kWidth / 2 + 100) * 3 + 1], half[(50 * kWidth / 2 + 100) * 3 + 2]);
 
     QuelHOSTclose(host);
     free(pixels);

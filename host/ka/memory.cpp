@@ -1,7 +1,7 @@
-// Storages. A storage asks its parent, or the heap, for pieces and places blocks in them: one block a piece when its block
-// size is 0, else as many as fit. A piece whose blocks are all given back becomes idle and is used again before the parent
-// is asked, so that scratch memory taken and freed image after image costs no page faults. A small header in front of
-// every block leads to its piece.
+// Storages. A storage asks its parent, or the heap, for pieces and places blocks in them: one block a piece when its
+// block size is 0, else as many as fit. A piece whose blocks are all given back becomes idle and is used again before
+// the parent is asked, so that scratch memory taken and freed image after image costs no page faults. A small header in
+// front of every block leads to its piece.
 #include "ka/memory.h"
 
 #include <stdio.h>
@@ -25,7 +25,11 @@ struct Piece {
 };
 static_assert(sizeof(Piece) % kAlignment == 0);
 
-enum : uint64_t { kBlockMark = 0x6b636f6c62734b41, kInternalMark = 0x6b636f6c62694b41, kFreedMark = 0x6465657266734b41 };
+enum : uint64_t {
+    kBlockMark = 0x6b636f6c62734b41,
+    kInternalMark = 0x6b636f6c62694b41,
+    kFreedMark = 0x6465657266734b41
+};
 
 struct Block {
     Piece* piece;
@@ -55,8 +59,10 @@ void link_piece(void** list, Piece* piece) {
 
 void unlink_piece(void** list, Piece* piece) {
     if (piece->next) piece->next->prev = piece->prev;
-    if (piece->prev) piece->prev->next = piece->next;
-    else *list = piece->next;
+    if (piece->prev)
+        piece->prev->next = piece->next;
+    else
+        *list = piece->next;
 }
 
 void release_piece(Piece* piece) {
@@ -184,8 +190,10 @@ void* obtain(KaSMEMSTG* parent, uint64_t size) {
 }
 
 void give_back(KaSMEMSTG* parent, void* memory) {
-    if (parent) put_back(parent, memory, kInternalMark);
-    else free(memory);
+    if (parent)
+        put_back(parent, memory, kInternalMark);
+    else
+        free(memory);
 }
 
 void open_record(KaMEMSTG* record, uint64_t tag, KaSMEMSTG* parent) {
@@ -200,8 +208,10 @@ void open_record(KaMEMSTG* record, uint64_t tag, KaSMEMSTG* parent) {
 
 void close_record(KaMEMSTG* record) {
     if (record->next) record->next->prev = record->prev;
-    if (record->prev) record->prev->next = record->next;
-    else if (record->parent) record->parent->child = record->next;
+    if (record->prev)
+        record->prev->next = record->next;
+    else if (record->parent)
+        record->parent->child = record->next;
     *record = {};
     live_storages.fetch_sub(1, std::memory_order_relaxed);
 }

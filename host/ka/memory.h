@@ -28,8 +28,8 @@
 
 namespace ka {
 
-// Sizes above this are refused before any sum can overflow. The sanitizers' heaps end the process, instead of returning null,
-// when asked for too much: there the limit is what they surely give.
+// Sizes above this are refused before any sum can overflow. The sanitizers' heaps end the process, instead of returning
+// null, when asked for too much: there the limit is what they surely give.
 inline constexpr uint64_t kLargestSize = UINT64_C(1) << (KA_ASAN || KA_TSAN ? 33 : 62);
 inline constexpr uint64_t kLargestAlignment = 4096;
 inline constexpr uint64_t kAlignment = 16;
@@ -43,8 +43,8 @@ inline bool good_alignment(uint64_t alignment) {
 
 inline uint64_t round_up(uint64_t value, uint64_t alignment) { return (value + alignment - 1) & ~(alignment - 1); }
 
-// Memory that storages and pools take for themselves (a child's piece, a pool's slab): from the parent, or from the heap
-// when it is null. Not counted as a block. Size at most kLargestSize; the address is a multiple of 16.
+// Memory that storages and pools take for themselves (a child's piece, a pool's slab): from the parent, or from the
+// heap when it is null. Not counted as a block. Size at most kLargestSize; the address is a multiple of 16.
 void* obtain(KaSMEMSTG* parent, uint64_t size);
 void give_back(KaSMEMSTG* parent, void* memory);
 

@@ -1,5 +1,5 @@
-// Pools: objects of one size, handed out from slabs that double in size. Objects are never given back one by one, so there is
-// no list of free ones to keep.
+// Pools: objects of one size, handed out from slabs that double in size. Objects are never given back one by one, so
+// there is no list of free ones to keep.
 #include "ka/memory.h"
 
 using namespace ka;
@@ -24,7 +24,8 @@ bool add_slab(KaPOOL* pool) {
     *slab = {static_cast<Slab*>(pool->base.blocks), size};
     pool->base.blocks = slab;
     const uint64_t behind_header = reinterpret_cast<uint64_t>(slab + 1);
-    pool->next_object = reinterpret_cast<uint8_t*>(slab + 1) + (round_up(behind_header, pool->alignment) - behind_header);
+    pool->next_object =
+        reinterpret_cast<uint8_t*>(slab + 1) + (round_up(behind_header, pool->alignment) - behind_header);
     pool->slab_end = pool->next_object + stride * pool->slab_objects;
     hide(slab + 1, size - sizeof(Slab));
     if (stride * pool->slab_objects <= kLargestSlab / 2) pool->slab_objects *= 2;

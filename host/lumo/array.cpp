@@ -11,11 +11,16 @@ constexpr int64_t kLargestArray = INT64_C(1) << 62;
 
 int dim_of(char letter) {
     switch (letter) {
-        case 'W': return LUMO_DIM_W;
-        case 'H': return LUMO_DIM_H;
-        case 'C': return LUMO_DIM_C;
-        case 'N': return LUMO_DIM_N;
-        default: return -1;
+        case 'W':
+            return LUMO_DIM_W;
+        case 'H':
+            return LUMO_DIM_H;
+        case 'C':
+            return LUMO_DIM_C;
+        case 'N':
+            return LUMO_DIM_N;
+        default:
+            return -1;
     }
 }
 
@@ -26,7 +31,8 @@ int32_t count_dims(const LumoARRLO& layout) {
     return *LumoARRLOshow(&layout) == '?' ? -1 : int32_t(strlen(layout.dims));
 }
 
-// Bytes from an array's first element to the end of its last, for strides that are not negative; -1 when that is too many.
+// Bytes from an array's first element to the end of its last, for strides that are not negative; -1 when that is too
+// many.
 int64_t extent(const LumoARRAY& parms) {
     const int64_t element = int64_t(LumoELEMTYPEsizeof(parms.elemtype));
     int64_t bytes = element;
@@ -88,7 +94,8 @@ int LumoARRPARMSnull(const LumoARRAY* parms) {
     return !parms || parms->size[LUMO_DIM_W] <= 0 || parms->size[LUMO_DIM_H] <= 0 || parms->size[LUMO_DIM_C] <= 0;
 }
 
-LumoARRAY* LumoARRPARMSmodify(LumoARRAY* result, const LumoARRAY* parms, const LumoARRLO* layout, const int64_t* strides) {
+LumoARRAY* LumoARRPARMSmodify(LumoARRAY* result, const LumoARRAY* parms, const LumoARRLO* layout,
+                              const int64_t* strides) {
     const LumoARRAY from = *parms;
     const LumoARRLO to = layout ? *layout : from.layout;
     const int32_t ndims = count_dims(to);

@@ -36,11 +36,17 @@ const char* LumoELEMTYPEshow(LumoELEMTYPE type) {
 
 uint32_t _LumoELEMTYPEto_old(LumoELEMTYPE type) {
     switch (type & 255) {
-        case LUMO_CODE_U8: return LUMO_KIND_U8;
-        case LUMO_CODE_S16: return LUMO_KIND_S16;
-        case LUMO_CODE_S32: return LUMO_KIND_S32;
-        case LUMO_CODE_U32: return LUMO_KIND_U32;
-        case LUMO_CODE_F32: return LUMO_KIND_F32;
-        default: return 0;
+        case LUMO_CODE_U8:
+            return LUMO_KIND_U8;
+        case LUMO_CODE_S16:
+            return LUMO_KIND_S16;
+        case LUMO_CODE_S32:
+            return LUMO_KIND_S32;
+        case LUMO_CODE_U32:
+            return LUMO_KIND_U32;
+        case LUMO_CODE_F32:
+            return LUMO_KIND_F32;
+        default:
+            return 0;
     }
 }

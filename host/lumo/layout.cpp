@@ -30,10 +30,14 @@ const char* LumoARRLOshow(const LumoARRLO* layout) {
 
 int32_t LumoARRCLSnchannels(uint32_t cls) {
     switch (cls) {
-        case LUMO_CLASS_GREY: return 1;
+        case LUMO_CLASS_GREY:
+            return 1;
         case LUMO_CLASS_RGB:
-        case LUMO_CLASS_BGR: return 3;
-        case LUMO_CLASS_BGRA: return 4;
-        default: return 0;
+        case LUMO_CLASS_BGR:
+            return 3;
+        case LUMO_CLASS_BGRA:
+            return 4;
+        default:
+            return 0;
     }
 }

@@ -28,6 +28,8 @@ void LumoLOGprintf(LumoLOGGER* logger, int32_t level, const char* format, ...) {
     va_end(values);
     if (length < 0) return;
     if (size_t(length) >= sizeof line) memcpy(line + sizeof line - 4, "...", 4);
-    if (logger->write) logger->write(logger->context, level, line);
-    else write_to_stderr(level, line);
+    if (logger->write)
+        logger->write(logger->context, level, line);
+    else
+        write_to_stderr(level, line);
 }

@@ -40,7 +40,8 @@ LumoMAT* _LumoMATof(LumoMAT* view, const LumoMAT* mat, const LumoRECT* region) {
     result.width = LumoRECTwidth(&part);
     result.height = LumoRECTheight(&part);
     if (!LumoRECTnull(&part)) {
-        const int64_t offset = int64_t(part.top) * mat->stride + int64_t(part.left) * int64_t(pixel_bytes(mat->elemtype));
+        const int64_t offset =
+            int64_t(part.top) * mat->stride + int64_t(part.left) * int64_t(pixel_bytes(mat->elemtype));
         result.data = static_cast<uint8_t*>(mat->data) + offset;
     }
     *view = result;
@@ -63,6 +64,4 @@ void _LumoARRdestroy(LumoMAT* mat, KaSMEMSTG* storage) {
     *mat = {};
 }
 
-void _LumoARRmatgenparm(LumoMATPARM* parm, const LumoMAT* mat) {
-    *parm = {mat->elemtype, mat->width, mat->height, 0};
-}
+void _LumoARRmatgenparm(LumoMATPARM* parm, const LumoMAT* mat) { *parm = {mat->elemtype, mat->width, mat->height, 0}; }

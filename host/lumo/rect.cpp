@@ -25,7 +25,8 @@ int LumoRECTequ(const LumoRECT* a, const LumoRECT* b) {
 }
 
 int LumoRECTprosub(const LumoRECT* a, const LumoRECT* b) {
-    return a->left >= b->left && a->top >= b->top && a->right <= b->right && a->bottom <= b->bottom && !LumoRECTequ(a, b);
+    return a->left >= b->left && a->top >= b->top && a->right <= b->right && a->bottom <= b->bottom &&
+           !LumoRECTequ(a, b);
 }
 
 void LumoRECTintersecI(LumoRECT* a, const LumoRECT* b) {

@@ -9,15 +9,18 @@
 namespace {
 
 // The value's codes and its text; a text that is too long ends in "...".
-int64_t make(QuelERR* err, uint32_t iface, uint32_t code, uint32_t cls, uint32_t form, const char* format, va_list values) {
+int64_t make(QuelERR* err, uint32_t iface, uint32_t code, uint32_t cls, uint32_t form, const char* format,
+             va_list values) {
     QuelERRVAL& value = err->last;
     value.iface = iface;
     value.code = code;
     value.cls = cls;
     value.form = form;
     const int length = vsnprintf(value.text, sizeof value.text, format, values);
-    if (length < 0) snprintf(value.text, sizeof value.text, "error %u of class %u (its text can't be printed)", code, cls);
-    else if (size_t(length) >= sizeof value.text) memcpy(value.text + sizeof value.text - 4, "...", 4);
+    if (length < 0)
+        snprintf(value.text, sizeof value.text, "error %u of class %u (its text can't be printed)", code, cls);
+    else if (size_t(length) >= sizeof value.text)
+        memcpy(value.text + sizeof value.text - 4, "...", 4);
     err->status = (err->status & ~UINT64_C(0xffffffff)) | uint64_t(iface & 0xffff) << 16 | (code & 0xffff);
     err->count += 1;
     return -1;
@@ -46,16 +49,18 @@ int64_t QuelMkerr(uint64_t, QuelERR* err, uint64_t, uint64_t, uint64_t, uint32_t
     va_end(values);
     switch (form) {
         case 1:
-            return make_text(err, iface, code, cls, form, "%s: out of memory; free some or work on smaller arrays", text[0]);
+            return make_text(err, iface, code, cls, form, "%s: out of memory; free some or work on smaller arrays",
+                             text[0]);
         case 3:
             return make_text(err, iface, code, cls, form, "%s::%s: %s is out of range; see the operation's description",
                              text[0], text[1], text[2]);
         case 6:
             return make_text(err, iface, code, cls, form,
-                             "%s::%s: unsupported %s; see the operation's description for what it takes", text[0], text[1],
-                             text[2]);
+                             "%s::%s: unsupported %s; see the operation's description for what it takes", text[0],
+                             text[1], text[2]);
         default:
-            return make_text(err, iface, code, cls, form, "error %u of class %u from interface 0x%04x", code, cls, iface);
+            return make_text(err, iface, code, cls, form, "error %u of class %u from interface 0x%04x", code, cls,
+                             iface);
     }
 }
 

@@ -1,8 +1,8 @@
 // The host: one module, its companions, and the table that calls go through.
 //
-// The table is a copy of the module's interface record in which each declared slot leads to the companion's function of the
-// same name, or to a stub that makes an error value. Every call record carries the table's address, so calls of one operation
-// to another are routed the same way.
+// The table is a copy of the module's interface record in which each declared slot leads to the companion's function of
+// the same name, or to a stub that makes an error value. Every call record carries the table's address, so calls of one
+// operation to another are routed the same way.
 #include "quel/host.h"
 
 #include <stdio.h>
@@ -50,8 +50,8 @@ int64_t unserved(int slot, const QuelCALL* call, QuelERR* err) {
     const uint32_t iface = uint32_t(table->packed_code >> 48);
     if (host->missing[0])
         return QuelMkerr_u(err, 0, 0, 0, iface, QUEL_E_UNSERVED, QUEL_C_UNSUPPORTED,
-                           "no loaded module serves %s; put the companion module %s%s beside this one", name, host->missing,
-                           kModuleSuffix);
+                           "no loaded module serves %s; put the companion module %s%s beside this one", name,
+                           host->missing, kModuleSuffix);
     return QuelMkerr_u(err, 0, 0, 0, iface, QUEL_E_UNSERVED, QUEL_C_UNSUPPORTED, "no loaded module serves %s", name);
 }
 
@@ -98,7 +98,8 @@ int64_t call_once(const QuelIFACE* table, int32_t slot, const char* name, QuelER
 
 bool load_companion(QuelHOST* host, const char* folder, const char* name, QuelERR* err) {
     char path[kPathSize];
-    if (strchr(name, '/') || size_t(snprintf(path, sizeof path, "%s%s%s", folder, name, kModuleSuffix)) >= sizeof path ||
+    if (strchr(name, '/') ||
+        size_t(snprintf(path, sizeof path, "%s%s%s", folder, name, kModuleSuffix)) >= sizeof path ||
         !file_exists(path)) {
         if (!host->missing[0]) snprintf(host->missing, sizeof host->missing, "%s", name);
         return true;
@@ -161,7 +162,8 @@ int32_t find_slot(const QuelIFACE* table, const char* name) {
         for (int32_t i = 0; i < QUEL_IFACE_SLOTS; ++i) {
             const char* candidate = pass == 0 ? table->slots[i].name : table->slots[i].qualified;
             if (pass == 2) {
-                if (strncmp(candidate, table->family, family) != 0 || strncmp(candidate + family, "::", 2) != 0) continue;
+                if (strncmp(candidate, table->family, family) != 0 || strncmp(candidate + family, "::", 2) != 0)
+                    continue;
                 candidate += family + 2;
             }
             if (strcmp(candidate, name) == 0) return i;
@@ -173,20 +175,24 @@ int32_t find_slot(const QuelIFACE* table, const char* name) {
 
 QuelHOST* QuelHOSTopen(QuelERR* err) {
     QuelHOST* host = static_cast<QuelHOST*>(calloc(1, sizeof(QuelHOST)));
-    if (!host) QuelMkerr(0, err, 0, 0, 0, 0, QUEL_E_NOMEM, QUEL_C_NOMEM, 1, "QuelHOSTopen");
-    else host->context.host = host;
+    if (!host)
+        QuelMkerr(0, err, 0, 0, 0, 0, QUEL_E_NOMEM, QUEL_C_NOMEM, 1, "QuelHOSTopen");
+    else
+        host->context.host = host;
     return host;
 }
 
 int64_t QuelHOSTload(QuelHOST* host, const char* path, QuelERR* err) {
     if (!host) return QUEL_HOST_ERROR(err, QUEL_E_MODULE, "no host to load a module into; make one with QuelHOSTopen");
     if (host->module.library)
-        return QUEL_HOST_ERROR(err, QUEL_E_MODULE, "this host has loaded %s already; open another host for another module",
+        return QUEL_HOST_ERROR(err, QUEL_E_MODULE,
+                               "this host has loaded %s already; open another host for another module",
                                host->module.descriptor->name);
     char own[kPathSize];
     if (!path) {
         if (!own_folder(own) || strlen(own) + sizeof "tarn-ipp" + sizeof kModuleSuffix > sizeof own)
-            return QUEL_HOST_ERROR(err, QUEL_E_MODULE, "the folder of this library can't be found; give the module's path");
+            return QUEL_HOST_ERROR(err, QUEL_E_MODULE,
+                                   "the folder of this library can't be found; give the module's path");
         strcat(strcat(own, "tarn-ipp"), kModuleSuffix);
         path = own;
     }
@@ -205,10 +211,12 @@ int64_t QuelHOSTfind(QuelHOST* host, const char* name, QuelOP* op, QuelERR* err)
 int64_t QuelHOSTslot(QuelHOST* host, int32_t slot, QuelOP* op, QuelERR* err) {
     if (!host || !host->module.iface) return QUEL_HOST_ERROR(err, QUEL_E_MODULE, "no module is loaded");
     if (slot < 0 || slot >= QUEL_IFACE_SLOTS)
-        return QUEL_HOST_ERROR(err, QUEL_E_OPTION, "there is no slot %d; slots are 0 to %d", slot, QUEL_IFACE_SLOTS - 1);
+        return QUEL_HOST_ERROR(err, QUEL_E_OPTION, "there is no slot %d; slots are 0 to %d", slot,
+                               QUEL_IFACE_SLOTS - 1);
     const QuelSLOT& found = host->table.slots[slot];
     if (!found.entry)
-        return QUEL_HOST_ERROR(err, QUEL_E_OPTION, "slot %d (%s) is reserved and holds no operation", slot, found.qualified);
+        return QUEL_HOST_ERROR(err, QUEL_E_OPTION, "slot %d (%s) is reserved and holds no operation", slot,
+                               found.qualified);
     *op = {found.entry, {{host, nullptr, nullptr}, &host->table, slot, 0}};
     return 0;
 }
@@ -223,8 +231,7 @@ void QuelHOSTclose(QuelHOST* host) {
     if (!host) return;
     if (host->module.iface) {
         call_once(&host->table, 1, "fini_once", nullptr);
-        for (int i = 0; i < host->companion_count; ++i)
-            call_once(&host->companions[i].table, 1, "fini_once", nullptr);
+        for (int i = 0; i < host->companion_count; ++i) call_once(&host->companions[i].table, 1, "fini_once", nullptr);
     }
     unload(host);
     free(host);

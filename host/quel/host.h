@@ -21,8 +21,8 @@ extern "C" {
 
 typedef struct QuelHOST QuelHOST;
 
-/* An operation ready to be called: cast entry to the operation's type (tarn.h) and pass &call first. Valid until the host
- * is closed; may be copied. */
+/* An operation ready to be called: cast entry to the operation's type (tarn.h) and pass &call first. Valid until the
+ * host is closed; may be copied. */
 typedef struct QuelOP {
     QuelENTRY entry;
     QuelCALL call;
@@ -32,12 +32,13 @@ typedef struct QuelOP {
 KA_API QuelHOST* QuelHOSTopen(QuelERR* err);
 
 /* Loads a module: opens the library, reads its descriptor (checking every field that the host relies on), attaches it,
- * and calls init-once. Modules it depends on ("tarn-c") are loaded from the same folder when they exist; that they do not is no error.
- *   path  library file; null: tarn-ipp.so in the folder of this library
- * Returns 0, or -1 with an error value (QUEL_E_MODULE) that names the file and the reason. */
+ * and calls init-once. Modules it depends on ("tarn-c") are loaded from the same folder when they exist; that they do
+ * not is no error. path  library file; null: tarn-ipp.so in the folder of this library Returns 0, or -1 with an error
+ * value (QUEL_E_MODULE) that names the file and the reason. */
 KA_API int64_t QuelHOSTload(QuelHOST* host, const char* path, QuelERR* err);
 
-/* Finds an operation by slot name ("scaleresize"), qualified name ("tarn::scale-resize") or the latter without its family
+/* Finds an operation by slot name ("scaleresize"), qualified name ("tarn::scale-resize") or the latter without its
+ * family
  * ("scale-resize").
  * A slot that the module declares but does not implement is served by the companion when that is loaded; otherwise the
  * operation found makes a QUEL_E_UNSERVED error value and returns -1 when called.
@@ -56,12 +57,12 @@ KA_API const QuelIFACE* QuelHOSTtable(const QuelHOST* host);
 /* Calls fini-once and closes the host; null is ignored. */
 KA_API void QuelHOSTclose(QuelHOST* host);
 
-/* ---- For tests ---------------------------------------------------------------------------------------------------- */
+/* ---- For tests ------------------------------------------------------------------------------------------------ */
 
 /* Makes the n-th allocation from now on (1: the next) of this process's storages and pools fail, once; 0 takes it back.
- * Blocks and pool objects count, as their users ask for them; the memory that storages and pools take for themselves doesn't.
- * Returns how many allocations were made since the last call; the first call starts the counting and returns 0. Not for use
- * while other threads allocate. */
+ * Blocks and pool objects count, as their users ask for them; the memory that storages and pools take for themselves
+ * doesn't. Returns how many allocations were made since the last call; the first call starts the counting and returns
+ * 0. Not for use while other threads allocate. */
 KA_API uint64_t KaTESTfailnth(uint64_t n);
 
 /* What is open or handed out now in the whole process. */

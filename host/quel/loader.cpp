@@ -1,5 +1,5 @@
-// The loader. A file that is no module, or a module made for another host, must give a message and not a crash: each field
-// that the host reads later is checked here, in the order in which the later ones depend on it.
+// The loader. A file that is no module, or a module made for another host, must give a message and not a crash: each
+// field that the host reads later is checked here, in the order in which the later ones depend on it.
 #include "quel/loader.h"
 
 #include <string.h>
@@ -20,21 +20,23 @@ bool refuse(QuelERR* err, const char* path, const char* reason) {
 
 bool refuse_word(QuelERR* err, const char* path, const char* what, uint64_t is, uint64_t should) {
     QUEL_HOST_ERROR(err, QUEL_E_MODULE,
-                    "cannot load module %s: its %s is 0x%llx where this host knows 0x%llx; build both from one version", path,
-                    what, (unsigned long long)is, (unsigned long long)should);
+                    "cannot load module %s: its %s is 0x%llx where this host knows 0x%llx; build both from one version",
+                    path, what, (unsigned long long)is, (unsigned long long)should);
     return false;
 }
 
 bool refuse_count(QuelERR* err, const char* path, uint64_t count) {
-    QUEL_HOST_ERROR(err, QUEL_E_MODULE, "cannot load module %s: its interface has %llu slots where this host knows %d", path,
-                    (unsigned long long)count, QUEL_IFACE_SLOTS);
+    QUEL_HOST_ERROR(err, QUEL_E_MODULE, "cannot load module %s: its interface has %llu slots where this host knows %d",
+                    path, (unsigned long long)count, QUEL_IFACE_SLOTS);
     return false;
 }
 
 bool check_descriptor(const char* path, const QuelMODULE* descriptor, QuelERR* err) {
     if (!descriptor) return refuse(err, path, "its descriptor is missing (_G_quel_module is null)");
-    if (descriptor->format != kFormat) return refuse_word(err, path, "descriptor's format word", descriptor->format, kFormat);
-    if (!descriptor->path || !descriptor->name || !*descriptor->name) return refuse(err, path, "its descriptor has no name");
+    if (descriptor->format != kFormat)
+        return refuse_word(err, path, "descriptor's format word", descriptor->format, kFormat);
+    if (!descriptor->path || !descriptor->name || !*descriptor->name)
+        return refuse(err, path, "its descriptor has no name");
     if (descriptor->one != 1) return refuse_word(err, path, "descriptor's word 0x1e0", descriptor->one, 1);
     if (!descriptor->attach) return refuse(err, path, "its descriptor has no attach function");
     return true;
@@ -62,15 +64,18 @@ bool open_module(const char* path, Module* module, QuelERR* err) {
     const QuelMODULE* descriptor = symbol ? *static_cast<const QuelMODULE* const*>(symbol) : nullptr;
     const bool good = symbol ? check_descriptor(path, descriptor, err)
                              : refuse(err, path, "it is a library but no module (it has no symbol _G_quel_module)");
-    if (good) module->descriptor = descriptor;
-    else close_module(module);
+    if (good)
+        module->descriptor = descriptor;
+    else
+        close_module(module);
     return good;
 }
 
 bool attach_module(const char* path, Module* module, QuelMODCTX* context, void* pass, QuelERR* err) {
     const QuelMODULE* descriptor = module->descriptor;
     const uint64_t before = context->interfaces.count;
-    if (descriptor->attach(context, nullptr, nullptr, pass) != 0) return refuse(err, path, "its attach function failed");
+    if (descriptor->attach(context, nullptr, nullptr, pass) != 0)
+        return refuse(err, path, "its attach function failed");
     if (descriptor->attached != 1) return refuse(err, path, "it doesn't say that it is attached");
     if (!descriptor->cell || !*descriptor->cell) return refuse(err, path, "it gives no interface");
     const QuelIFACE* iface = *descriptor->cell;

@@ -20,8 +20,7 @@ bool attach_module(const char* path, Module* module, QuelMODCTX* context, void* 
 void close_module(Module* module);
 
 // Makes an error value of the host's own. Returns -1.
-#define QUEL_HOST_ERROR(err, code, ...) \
-    QuelMkerr_u(err, 0, 0, 0, 0, code, QUEL_C_ARGUMENT, __VA_ARGS__)
+#define QUEL_HOST_ERROR(err, code, ...) QuelMkerr_u(err, 0, 0, 0, 0, code, QUEL_C_ARGUMENT, __VA_ARGS__)
 
 inline bool is_function(QuelENTRY entry) { return entry && entry != QUEL_ENTRY_DECLARED; }
 

@@ -11,14 +11,15 @@ bool file_exists(const char* path) { return access(path, F_OK) == 0; }
 
 bool folder_of(const char* path, char (&folder)[kPathSize]) {
     const char* slash = strrchr(path, '/');
-    const int length = slash ? snprintf(folder, kPathSize, "%.*s", int(slash - path) + 1, path)
-                             : snprintf(folder, kPathSize, "./");
+    const int length =
+        slash ? snprintf(folder, kPathSize, "%.*s", int(slash - path) + 1, path) : snprintf(folder, kPathSize, "./");
     return length > 0 && size_t(length) < kPathSize;
 }
 
 bool own_folder(char (&folder)[kPathSize]) {
     Dl_info info;
-    return dladdr(reinterpret_cast<const void*>(&file_exists), &info) && info.dli_fname && folder_of(info.dli_fname, folder);
+    return dladdr(reinterpret_cast<const void*>(&file_exists), &info) && info.dli_fname &&
+           folder_of(info.dli_fname, folder);
 }
 
 void* open_library(const char* path, const char** reason) {

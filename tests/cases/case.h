@@ -1,5 +1,5 @@
-// What a kernel case is: how to call one kernel, and what it must equal. The families' cases (cases/<family>.h) serve the
-// tests, which check them at every level over many shapes, and the benches, which time them.
+// What a kernel case is: how to call one kernel, and what it must equal. The families' cases (cases/<family>.h) serve
+// the tests, which check them at every level over many shapes, and the benches, which time them.
 #pragma once
 
 #include <cstdint>
@@ -22,17 +22,29 @@ inline int bytes_of(Type t) {
 template <class T>
 struct TypeOf;
 template <>
-struct TypeOf<uint8_t> { static constexpr Type value = Type::u8; };
+struct TypeOf<uint8_t> {
+    static constexpr Type value = Type::u8;
+};
 template <>
-struct TypeOf<int16_t> { static constexpr Type value = Type::s16; };
+struct TypeOf<int16_t> {
+    static constexpr Type value = Type::s16;
+};
 template <>
-struct TypeOf<int32_t> { static constexpr Type value = Type::s32; };
+struct TypeOf<int32_t> {
+    static constexpr Type value = Type::s32;
+};
 template <>
-struct TypeOf<uint32_t> { static constexpr Type value = Type::u32; };
+struct TypeOf<uint32_t> {
+    static constexpr Type value = Type::u32;
+};
 template <>
-struct TypeOf<float> { static constexpr Type value = Type::f32; };
+struct TypeOf<float> {
+    static constexpr Type value = Type::f32;
+};
 template <>
-struct TypeOf<double> { static constexpr Type value = Type::f64; };
+struct TypeOf<double> {
+    static constexpr Type value = Type::f64;
+};
 
 enum class Role { in, out, inout };
 
@@ -58,7 +70,8 @@ struct View {
 
 // What the elements of input planes are.
 enum class Values {
-    any,     // every bit pattern that may occur: extremes, and for floats also NaN, infinities, zeros of both signs, denormals
+    any,     // every bit pattern that may occur: extremes, and for floats also NaN, infinities, zeros of both signs,
+             // denormals
     finite,  // floats without NaN and infinities
     unit,    // floats in -1..1; integers as with any
 };
@@ -67,8 +80,8 @@ struct Case {
     std::string name;  // the kernel's name; a variant behind a space
     std::vector<Plane> planes;
     std::function<Status(const View*, Size)> run;
-    // Fills the out and inout planes of packed views with what the kernel must give, from the in and inout planes. May be
-    // empty when another test covers the values; the levels are then only compared with each other.
+    // Fills the out and inout planes of packed views with what the kernel must give, from the in and inout planes. May
+    // be empty when another test covers the values; the levels are then only compared with each other.
     std::function<void(const View*, Size)> expect = {};
     Values values = Values::any;
     // How far an output element may lie from the expected one, in units of the last place for floats and in steps for
@@ -79,11 +92,17 @@ struct Case {
 };
 
 template <class T>
-Plane in(int elements) { return {TypeOf<T>::value, elements, Role::in}; }
+Plane in(int elements) {
+    return {TypeOf<T>::value, elements, Role::in};
+}
 template <class T>
-Plane out(int elements) { return {TypeOf<T>::value, elements, Role::out}; }
+Plane out(int elements) {
+    return {TypeOf<T>::value, elements, Role::out};
+}
 template <class T>
-Plane inout(int elements) { return {TypeOf<T>::value, elements, Role::inout}; }
+Plane inout(int elements) {
+    return {TypeOf<T>::value, elements, Role::inout};
+}
 
 // fn(x, y, channel) for every element of a plane.
 template <class Fn>

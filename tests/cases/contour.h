@@ -33,7 +33,8 @@ inline Case find_stretches_case(const char* name, bool diagonal) {
     count.size_of = [](Size) { return Size{1, 1}; };
     Case c{name, {bits, bits, stretches, count}, {}, {}};
     c.run = [diagonal](const View* v, Size n) {
-        return k::find_stretches(v[0].data, v[1].data, n.width, int32_t(diagonal), v[2].row<k::Stretch>(0), v[3].row<int32_t>(0));
+        return k::find_stretches(v[0].data, v[1].data, n.width, int32_t(diagonal), v[2].row<k::Stretch>(0),
+                                 v[3].row<int32_t>(0));
     };
     c.expect = [diagonal](const View* v, Size n) {
         const auto pixel = [&](int row, int x) {

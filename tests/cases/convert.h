@@ -28,8 +28,7 @@ Case convert_case(const char* name, const k::Kernel<k::Copy>& kernel, int channe
     c.run = [&kernel](const View* v, Size n) { return kernel(v[0].data, v[0].stride, v[1].data, v[1].stride, n); };
     c.expect = [channels, kept](const View* v, Size n) {
         each_element(n, channels, [&](int x, int y, int ch) {
-            if (!(kept && ch == 3))
-                v[1].row<D>(y)[x * channels + ch] = converted<D>(v[0].row<S>(y)[x * channels + ch]);
+            if (!(kept && ch == 3)) v[1].row<D>(y)[x * channels + ch] = converted<D>(v[0].row<S>(y)[x * channels + ch]);
         });
     };
     return c;
@@ -37,10 +36,10 @@ Case convert_case(const char* name, const k::Kernel<k::Copy>& kernel, int channe
 
 template <class Visit>
 void convert_cases(Visit&& visit) {
-#define CONVERT(S, s, D, d)                                                                              \
-    visit(convert_case<S, D>("convert_" #s "_" #d "_c1", k::convert_##s##_##d##_c1, 1));                 \
-    visit(convert_case<S, D>("convert_" #s "_" #d "_c3", k::convert_##s##_##d##_c3, 3));                 \
-    visit(convert_case<S, D>("convert_" #s "_" #d "_c4", k::convert_##s##_##d##_c4, 4));                 \
+#define CONVERT(S, s, D, d)                                                              \
+    visit(convert_case<S, D>("convert_" #s "_" #d "_c1", k::convert_##s##_##d##_c1, 1)); \
+    visit(convert_case<S, D>("convert_" #s "_" #d "_c3", k::convert_##s##_##d##_c3, 3)); \
+    visit(convert_case<S, D>("convert_" #s "_" #d "_c4", k::convert_##s##_##d##_c4, 4)); \
     visit(convert_case<S, D>("convert_" #s "_" #d "_c3x", k::convert_##s##_##d##_c3x, 4, true));
     CONVERT(uint8_t, u8, int16_t, s16)
     CONVERT(uint8_t, u8, int32_t, s32)

@@ -26,7 +26,8 @@ Case scale_case(const char* name, const k::Kernel<k::ScaleMap>& kernel, int chan
     c.expect = [channels, kept](const View* v, Size n) {
         each_element(n, channels, [&](int x, int y, int ch) {
             if (!(kept && ch == 3))
-                v[1].row<D>(y)[x * channels + ch] = mapped<D>(v[0].row<S>(y)[x * channels + ch], kScale[ch], kOffset[ch]);
+                v[1].row<D>(y)[x * channels + ch] =
+                    mapped<D>(v[0].row<S>(y)[x * channels + ch], kScale[ch], kOffset[ch]);
         });
     };
     return c;
@@ -54,7 +55,8 @@ Case range_case(const char* name, const k::Kernel<k::RangeMap>& kernel, int chan
             each_element(n, channels, [&](int x, int y, int e) {
                 if (e != ch) return;
                 D& d = v[1].row<D>(y)[x * channels + e];
-                d = flat && channels == 1 ? converted<D>(kLo) : mapped<D>(v[0].row<S>(y)[x * channels + e], scale, offset);
+                d = flat && channels == 1 ? converted<D>(kLo)
+                                          : mapped<D>(v[0].row<S>(y)[x * channels + e], scale, offset);
             });
         }
     };
@@ -63,15 +65,15 @@ Case range_case(const char* name, const k::Kernel<k::RangeMap>& kernel, int chan
 
 template <class Visit>
 void mapping_cases(Visit&& visit) {
-#define PAIR(S, s, D, d)                                                                                       \
-    visit(scale_case<S, D>("scale_" #s "_" #d "_c1", k::scale_##s##_##d##_c1, 1));                             \
-    visit(scale_case<S, D>("scale_" #s "_" #d "_c3", k::scale_##s##_##d##_c3, 3));                             \
-    visit(scale_case<S, D>("scale_" #s "_" #d "_c4", k::scale_##s##_##d##_c4, 4));                             \
-    visit(scale_case<S, D>("scale_" #s "_" #d "_c3x", k::scale_##s##_##d##_c3x, 4, true));                     \
-    visit(range_case<S, D>("range_" #s "_" #d "_c1", k::range_##s##_##d##_c1, 1, false, false));               \
-    visit(range_case<S, D>("range_" #s "_" #d "_c2", k::range_##s##_##d##_c2, 4, false, true));                \
-    visit(range_case<S, D>("range_" #s "_" #d "_c3", k::range_##s##_##d##_c3, 3, false, false));               \
-    visit(range_case<S, D>("range_" #s "_" #d "_c4", k::range_##s##_##d##_c4, 4, false, false));               \
+#define PAIR(S, s, D, d)                                                                         \
+    visit(scale_case<S, D>("scale_" #s "_" #d "_c1", k::scale_##s##_##d##_c1, 1));               \
+    visit(scale_case<S, D>("scale_" #s "_" #d "_c3", k::scale_##s##_##d##_c3, 3));               \
+    visit(scale_case<S, D>("scale_" #s "_" #d "_c4", k::scale_##s##_##d##_c4, 4));               \
+    visit(scale_case<S, D>("scale_" #s "_" #d "_c3x", k::scale_##s##_##d##_c3x, 4, true));       \
+    visit(range_case<S, D>("range_" #s "_" #d "_c1", k::range_##s##_##d##_c1, 1, false, false)); \
+    visit(range_case<S, D>("range_" #s "_" #d "_c2", k::range_##s##_##d##_c2, 4, false, true));  \
+    visit(range_case<S, D>("range_" #s "_" #d "_c3", k::range_##s##_##d##_c3, 3, false, false)); \
+    visit(range_case<S, D>("range_" #s "_" #d "_c4", k::range_##s##_##d##_c4, 4, false, false)); \
     visit(range_case<S, D>("range_" #s "_" #d "_c3x", k::range_##s##_##d##_c3x, 4, true, false));
     PAIR(uint8_t, u8, uint8_t, u8)
     PAIR(uint8_t, u8, int16_t, s16)

@@ -1,5 +1,6 @@
-// Cases of the resizes: every kernel over sources larger and smaller than the destination, as a whole and as a region with
-// pixels around it. The values are compared between levels here; against the real values in kernels/resize_test.cpp.
+// Cases of the resizes: every kernel over sources larger and smaller than the destination, as a whole and as a region
+// with pixels around it. The values are compared between levels here; against the real values in
+// kernels/resize_test.cpp.
 #pragma once
 
 #include <cstdlib>
@@ -16,7 +17,9 @@ struct Shape {
     int numerator, denominator;  // region = destination * numerator / denominator
     int left, top, right, bottom;
     k::Region region(Size dst) const {
-        const auto length = [&](int64_t d) { return int32_t(d * numerator / denominator > 0 ? d * numerator / denominator : 1); };
+        const auto length = [&](int64_t d) {
+            return int32_t(d * numerator / denominator > 0 ? d * numerator / denominator : 1);
+        };
         return {left, top, length(dst.width), length(dst.height)};
     }
     Size source(Size dst) const {
@@ -27,8 +30,12 @@ struct Shape {
 
 inline const std::vector<Shape>& shapes() {
     static const std::vector<Shape> all = {
-        {"twice", 1, 2, 0, 0, 0, 0},       {"half", 2, 1, 0, 0, 0, 0},      {"three quarters", 4, 3, 0, 0, 0, 0},
-        {"up in a region", 5, 7, 3, 2, 1, 1}, {"1/1.9 in a region", 19, 10, 1, 0, 4, 3}, {"1/5", 5, 1, 2, 2, 0, 0},
+        {"twice", 1, 2, 0, 0, 0, 0},
+        {"half", 2, 1, 0, 0, 0, 0},
+        {"three quarters", 4, 3, 0, 0, 0, 0},
+        {"up in a region", 5, 7, 3, 2, 1, 1},
+        {"1/1.9 in a region", 19, 10, 1, 0, 4, 3},
+        {"1/5", 5, 1, 2, 2, 0, 0},
         {"five times", 1, 5, 1, 0, 0, 1},
     };
     return all;
@@ -36,7 +43,8 @@ inline const std::vector<Shape>& shapes() {
 
 // kept: the fourth channel of the destination stays.
 template <class T>
-Case resize_case(const std::string& name, const k::Kernel<k::Resize>& kernel, int channels, bool kept, const Shape& shape) {
+Case resize_case(const std::string& name, const k::Kernel<k::Resize>& kernel, int channels, bool kept,
+                 const Shape& shape) {
     Case c{name + " " + shape.name, {in<T>(channels), kept ? inout<T>(channels) : out<T>(channels)}, {}, {}};
     c.planes[0].size_of = [shape](Size n) { return shape.source(n); };
     c.run = [&kernel, shape](const View* v, Size n) {

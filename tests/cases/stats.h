@@ -74,7 +74,8 @@ Case plane_mean_case(const char* name, const k::Kernel<k::PlaneMean>& kernel, in
     return c;
 }
 // The order of a float sum decides its last bits: the expectation adds in the same lanes.
-inline Case plane_mean_floats_case(const char* name, const k::Kernel<k::PlaneMean>& kernel, int channels, int results_count) {
+inline Case plane_mean_floats_case(const char* name, const k::Kernel<k::PlaneMean>& kernel, int channels,
+                                   int results_count) {
     Case c = plane_mean_case<float>(name, kernel, channels, results_count);
     c.expect = [channels, results_count](const View* v, Size n) {
         std::vector<double> lanes(48);
@@ -91,10 +92,10 @@ inline Case plane_mean_floats_case(const char* name, const k::Kernel<k::PlaneMea
 
 template <class Visit>
 void stats_cases(Visit&& visit) {
-#define MINMAX(T, t)                                                                    \
-    visit(minmax_case<T>("minmax_" #t "_c1", k::minmax_##t##_c1, 1, 1));                \
-    visit(minmax_case<T>("minmax_" #t "_c3", k::minmax_##t##_c3, 3, 3));                \
-    visit(minmax_case<T>("minmax_" #t "_c4", k::minmax_##t##_c4, 4, 4));                \
+#define MINMAX(T, t)                                                     \
+    visit(minmax_case<T>("minmax_" #t "_c1", k::minmax_##t##_c1, 1, 1)); \
+    visit(minmax_case<T>("minmax_" #t "_c3", k::minmax_##t##_c3, 3, 3)); \
+    visit(minmax_case<T>("minmax_" #t "_c4", k::minmax_##t##_c4, 4, 4)); \
     visit(minmax_case<T>("minmax_" #t "_c3x", k::minmax_##t##_c3x, 4, 3));
     MINMAX(uint8_t, u8)
     MINMAX(int16_t, s16)

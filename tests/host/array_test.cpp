@@ -19,15 +19,17 @@ TEST(Layouts, are_parts_of_one_another_in_order) {
         const char *a, *b;
         bool sub;
     };
-    for (const Row& row : {Row{"HWC", "NHWC", true}, Row{"HW", "HWC", true}, Row{"HW", "NCHW", true}, Row{"", "HWC", true},
-                           Row{"NHWC", "NHWC", true}, Row{"NW", "NHWC", true}, Row{"CHW", "NHWC", false},
-                           Row{"CHW", "NCHW", true}, Row{"WH", "NHWC", false}, Row{"NHWC", "HWC", false},
-                           Row{"HWX", "NHWC", false}, Row{"WW", "NHWC", false}, Row{"HWC", "", false}}) {
+    for (const Row& row :
+         {Row{"HWC", "NHWC", true}, Row{"HW", "HWC", true}, Row{"HW", "NCHW", true}, Row{"", "HWC", true},
+          Row{"NHWC", "NHWC", true}, Row{"NW", "NHWC", true}, Row{"CHW", "NHWC", false}, Row{"CHW", "NCHW", true},
+          Row{"WH", "NHWC", false}, Row{"NHWC", "HWC", false}, Row{"HWX", "NHWC", false}, Row{"WW", "NHWC", false},
+          Row{"HWC", "", false}}) {
         const LumoARRLO a = layout(row.a), b = layout(row.b);
         EXPECT_EQ(LumoARRLOsub(&a, &b), row.sub) << row.a << ' ' << row.b;
         EXPECT_EQ(LumoARRLOsame(&a, &b), strcmp(row.a, row.b) == 0);
     }
-    const LumoARRLO unterminated = {{'H', 'W', 'C', 'N', 'H', 'W', 'C', 'N'}}, twice = layout("HH"), foreign = layout("HD");
+    const LumoARRLO unterminated = {{'H', 'W', 'C', 'N', 'H', 'W', 'C', 'N'}}, twice = layout("HH"),
+                    foreign = layout("HD");
     EXPECT_STREQ(LumoARRLOshow(&unterminated), "?");
     EXPECT_STREQ(LumoARRLOshow(&twice), "?");
     EXPECT_STREQ(LumoARRLOshow(&foreign), "?");
@@ -43,13 +45,14 @@ TEST(Layouts, colour_classes_have_channel_counts) {
 
 LumoARRAY describe(const LumoARRLO& layout, std::initializer_list<int32_t> sizes, LumoELEMTYPE type = LUMO_F32) {
     LumoARRAY parms;
-    EXPECT_EQ(LumoARRPARMS(&parms, int32_t(sizes.size()), sizes.begin(), _G_Lumo_strides_corder, &layout, type, 0), &parms);
+    EXPECT_EQ(LumoARRPARMS(&parms, int32_t(sizes.size()), sizes.begin(), _G_Lumo_strides_corder, &layout, type, 0),
+              &parms);
     return parms;
 }
 
 TEST(Arrays, in_c_order_are_packed_with_the_last_dimension_fastest) {
-    const LumoARRAY nhwc = describe(_G_Lumo_NHWC_arrlo, {2, 5, 7, 3}), nchw = describe(_G_Lumo_NCHW_arrlo, {2, 3, 5, 7}),
-                    hw = describe(layout("HW"), {5, 7});
+    const LumoARRAY nhwc = describe(_G_Lumo_NHWC_arrlo, {2, 5, 7, 3}),
+                    nchw = describe(_G_Lumo_NCHW_arrlo, {2, 3, 5, 7}), hw = describe(layout("HW"), {5, 7});
     const int32_t sizes[] = {7, 5, 3, 2};
     const int64_t nhwc_strides[] = {12, 84, 4, 420}, nchw_strides[] = {4, 28, 140, 420};
     for (int dim = 0; dim < LUMO_DIMS; ++dim) {
@@ -93,7 +96,8 @@ TEST(Arrays, that_cannot_be_described_are_null) {
         LumoARRAY parms;
         memset(&parms, 0x11, sizeof parms);
         const LumoARRLO lo = layout(row.layout);
-        EXPECT_EQ(LumoARRPARMS(&parms, row.ndims, row.sizes, _G_Lumo_strides_corder, &lo, row.type, 0), nullptr) << row.layout;
+        EXPECT_EQ(LumoARRPARMS(&parms, row.ndims, row.sizes, _G_Lumo_strides_corder, &lo, row.type, 0), nullptr)
+            << row.layout;
         EXPECT_TRUE(LumoARRPARMSnull(&parms));
     }
     EXPECT_TRUE(LumoARRPARMSnull(nullptr));

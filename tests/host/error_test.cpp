@@ -19,7 +19,8 @@ TEST(Errors, say_what_went_wrong_in_each_form) {
         {1, QUEL_E_NOMEM, QUEL_C_NOMEM, "filter", "", "", "filter: out of memory"},
         {3, QUEL_E_OPTION, QUEL_C_ARGUMENT, "tarn", "threshold", "@options(.mtho_ksize)",
          "tarn::threshold: @options(.mtho_ksize) is out of range"},
-        {6, QUEL_E_TYPE, QUEL_C_UNSUPPORTED, "tarn", "reshape", "@ArrOrderMethod", "tarn::reshape: unsupported @ArrOrderMethod"},
+        {6, QUEL_E_TYPE, QUEL_C_UNSUPPORTED, "tarn", "reshape", "@ArrOrderMethod",
+         "tarn::reshape: unsupported @ArrOrderMethod"},
         {6, QUEL_E_TYPE, QUEL_C_UNSUPPORTED, "tarn", nullptr, "%s%n", "tarn::?: unsupported %s%n"},
         {77, 5, 6, "", "", "", "error 5 of class 6"},
     };

@@ -50,9 +50,10 @@ TEST_F(Loader, names_file_and_reason_for_whatever_is_wrong_with_a_module) {
           Row{"WRONG_FORMAT", "descriptor's format word is 0x7"}, Row{"NO_NAME", "no name"},
           Row{"NO_ATTACH", "no attach function"}, Row{"ATTACH_FAILS", "attach function failed"},
           Row{"NOT_ATTACHED", "doesn't say that it is attached"}, Row{"NO_CELL", "gives no interface"},
-          Row{"UNREGISTERED", "not the one that it registers"}, Row{"WRONG_IFACE_FORMAT", "interface's format word is 0x7"},
-          Row{"NO_FAMILY", "interface has no name"}, Row{"WRONG_SLOT_COUNT", "199 slots where this host knows 200"},
-          Row{"UNNAMED_SLOT", "slot has no name"}, Row{"NO_INIT", "init-once is missing"}, Row{"INIT_FAILS", "init-once"}}) {
+          Row{"UNREGISTERED", "not the one that it registers"},
+          Row{"WRONG_IFACE_FORMAT", "interface's format word is 0x7"}, Row{"NO_FAMILY", "interface has no name"},
+          Row{"WRONG_SLOT_COUNT", "199 slots where this host knows 200"}, Row{"UNNAMED_SLOT", "slot has no name"},
+          Row{"NO_INIT", "init-once is missing"}, Row{"INIT_FAILS", "init-once"}}) {
         SCOPED_TRACE(row.fault);
         expect_refused(fake(std::string("faulty/") + row.fault), row.reason);
     }
@@ -83,7 +84,8 @@ TEST_F(Loader, finds_operations_by_slot_name_qualified_name_and_without_family) 
         EXPECT_EQ(op.entry, QuelHOSTtable(host)->slots[row.slot].entry);
     }
     QuelOP op = {};
-    for (const char* name : {"", "tarn", "tarn::", "Watch", "reserved", "forward-not", static_cast<const char*>(nullptr)}) {
+    for (const char* name :
+         {"", "tarn", "tarn::", "Watch", "reserved", "forward-not", static_cast<const char*>(nullptr)}) {
         err = {};
         EXPECT_EQ(QuelHOSTfind(host, name, &op, &err), -1);
         EXPECT_EQ(err.last.code, uint32_t(QUEL_E_OPTION));
@@ -111,7 +113,8 @@ TEST_F(Loader, makes_an_error_value_for_operations_that_nobody_serves) {
     EXPECT_EQ(reinterpret_cast<Sum>(sum.entry)(&sum.call, &err, nullptr, 3, 4), -1);
     EXPECT_EQ(err.last.code, uint32_t(QUEL_E_UNSERVED));
     EXPECT_EQ(err.last.iface, 0x05e7u);
-    EXPECT_STREQ(err.last.text, "no loaded module serves tarn::sum; put the companion module tarn-c.so beside this one");
+    EXPECT_STREQ(err.last.text,
+                 "no loaded module serves tarn::sum; put the companion module tarn-c.so beside this one");
     // A sibling call carries its caller's slot, and must still name the operation that is missing.
     err = {};
     const QuelOP forward = find("forward");
@@ -137,7 +140,8 @@ TEST_F(Loader, refuses_a_companion_that_is_broken_or_of_another_family) {
     for (const char* folder : {"broken_pair", "other_family"}) {
         err = {};
         EXPECT_EQ(QuelHOSTload(host, fake(std::string(folder) + "/good").c_str(), &err), -1);
-        EXPECT_NE(std::string(err.last.text).find(fake(std::string(folder) + "/tarn-c")), std::string::npos) << err.last.text;
+        EXPECT_NE(std::string(err.last.text).find(fake(std::string(folder) + "/tarn-c")), std::string::npos)
+            << err.last.text;
     }
     load("pair/good");
 }

@@ -24,11 +24,21 @@ TEST(ElementTypes, have_sizes_and_names_by_kind_and_by_code) {
         uint32_t old;
     };
     const Row rows[] = {
-        {LUMO_U8 | LUMO_CHANNELS(3), 1, "u8", 1}, {LUMO_S16, 2, "s16", 2}, {LUMO_S32, 4, "s32", 3}, {LUMO_U32, 4, "u32", 4},
-        {LUMO_F32 | LUMO_CHANNELS(4), 4, "f32", 5}, {LUMO_F64, 8, "f64", 0},
+        {LUMO_U8 | LUMO_CHANNELS(3), 1, "u8", 1},
+        {LUMO_S16, 2, "s16", 2},
+        {LUMO_S32, 4, "s32", 3},
+        {LUMO_U32, 4, "u32", 4},
+        {LUMO_F32 | LUMO_CHANNELS(4), 4, "f32", 5},
+        {LUMO_F64, 8, "f64", 0},
         {LUMO_KIND_S16 << 8, 2, "s16", 1},  // without a code the low byte reads as u8
-        {LUMO_CODE_S8, 1, "s8", 0}, {LUMO_CODE_U16, 2, "u16", 0}, {LUMO_CODE_U64, 8, "u64", 0}, {LUMO_CODE_S64, 8, "s64", 0},
-        {10, 0, "?", 0}, {0xff, 0, "?", 0}, {7 << 8, 0, "?", 1}, {15 << 8, 0, "?", 1},
+        {LUMO_CODE_S8, 1, "s8", 0},
+        {LUMO_CODE_U16, 2, "u16", 0},
+        {LUMO_CODE_U64, 8, "u64", 0},
+        {LUMO_CODE_S64, 8, "s64", 0},
+        {10, 0, "?", 0},
+        {0xff, 0, "?", 0},
+        {7 << 8, 0, "?", 1},
+        {15 << 8, 0, "?", 1},
     };
     for (const Row& row : rows) {
         EXPECT_EQ(LumoELEMTYPEsizeof(row.type), row.size) << row.type;
@@ -64,20 +74,28 @@ TEST(Rectangles, are_changed_in_place_and_saturate) {
     };
     const Row rows[] = {
         {"extend", {0, 0, 5, 5}, [](LumoRECT* r) { _LumoRECTextendI(r, 2, 3); }, {-2, -3, 7, 8}},
-        {"extend to the ends", {kMin + 1, -5, kMax - 1, 5}, [](LumoRECT* r) { _LumoRECTextendI(r, 8, kMax); },
+        {"extend to the ends",
+         {kMin + 1, -5, kMax - 1, 5},
+         [](LumoRECT* r) { _LumoRECTextendI(r, 8, kMax); },
          {kMin, kMin, kMax, kMax}},
         {"shrink", {0, 0, 5, 5}, [](LumoRECT* r) { _LumoRECTextendI(r, -1, kMin); }, {1, kMax, 4, kMin + 5}},
         {"move", {1, 2, 4, 9}, [](LumoRECT* r) { _LumoRECTmovetoltI(r, -7, 100); }, {-7, 100, -4, 107}},
-        {"move to the end", {0, 0, 10, 10}, [](LumoRECT* r) { _LumoRECTmovetoltI(r, kMax - 3, kMin); },
+        {"move to the end",
+         {0, 0, 10, 10},
+         [](LumoRECT* r) { _LumoRECTmovetoltI(r, kMax - 3, kMin); },
          {kMax - 3, kMin, kMax, kMin + 10}},
         {"move left", {1, 2, 4, 9}, [](LumoRECT* r) { _LumoRECTmoveleftI(r, 0); }, {0, 2, 3, 9}},
         {"set width", {1, 2, 4, 9}, [](LumoRECT* r) { _LumoRECTwidthsetlI(r, 50); }, {1, 2, 51, 9}},
-        {"set width beyond the end", {100, 2, 104, 9}, [](LumoRECT* r) { _LumoRECTwidthsetlI(r, kMax); },
+        {"set width beyond the end",
+         {100, 2, 104, 9},
+         [](LumoRECT* r) { _LumoRECTwidthsetlI(r, kMax); },
          {100, 2, kMax, 9}},
         {"set height", {1, 2, 4, 9}, [](LumoRECT* r) { _LumoRECTheightsettI(r, 0); }, {1, 2, 4, 2}},
         {"cut width", {1, 2, 40, 9}, [](LumoRECT* r) { _LumoRECTwidthcutiflI(r, 5); }, {1, 2, 6, 9}},
         {"cut width that fits", {1, 2, 4, 9}, [](LumoRECT* r) { _LumoRECTwidthcutiflI(r, 3); }, {1, 2, 4, 9}},
-        {"cut a width above 2^31", {kMin, 0, kMax, 1}, [](LumoRECT* r) { _LumoRECTwidthcutiflI(r, kMax); },
+        {"cut a width above 2^31",
+         {kMin, 0, kMax, 1},
+         [](LumoRECT* r) { _LumoRECTwidthcutiflI(r, kMax); },
          {kMin, 0, -1, 1}},
         {"cut height", {1, 2, 4, 90}, [](LumoRECT* r) { _LumoRECTheightcutiftI(r, 8); }, {1, 2, 4, 10}},
         {"cut height that fits", {1, 2, 4, 9}, [](LumoRECT* r) { _LumoRECTheightcutiftI(r, 100); }, {1, 2, 4, 9}},
@@ -96,8 +114,9 @@ TEST(Rectangles, intersect_to_their_common_pixels_or_to_none_at_the_corner) {
     struct Row {
         LumoRECT with, common;
     };
-    for (const Row& row : {Row{{5, -5, 20, 5}, {5, 0, 10, 5}}, Row{{10, 0, 20, 10}, {0, 0, 0, 0}}, Row{{3, 4, 5, 6}, {3, 4, 5, 6}},
-                           Row{{9, 9, kMax, kMax}, {9, 9, 10, 10}}, Row{{kMax, kMax, kMax, kMax}, {0, 0, 0, 0}}}) {
+    for (const Row& row :
+         {Row{{5, -5, 20, 5}, {5, 0, 10, 5}}, Row{{10, 0, 20, 10}, {0, 0, 0, 0}}, Row{{3, 4, 5, 6}, {3, 4, 5, 6}},
+          Row{{9, 9, kMax, kMax}, {9, 9, 10, 10}}, Row{{kMax, kMax, kMax, kMax}, {0, 0, 0, 0}}}) {
         LumoRECT rect = a;
         LumoRECTintersecI(&rect, &row.with);
         EXPECT_EQ(rect, row.common) << row.with;
@@ -145,8 +164,8 @@ TEST(Warps, bound_the_image_of_the_pixel_centres) {
     const Row rows[] = {
         {{1, 0, 0, 0, 1, 0}, {2, 3, 10, 20}, {2, 3, 10, 20}},
         {{1, 0, 0.5, 0, 1, -0.25}, {0, 0, 4, 4}, {0, -1, 5, 4}},
-        {{2, 0, 0, 0, 3, 0}, {0, 0, 4, 4}, {0, 0, 7, 10}},     // centres 0..3 go to 0..6 and 0..9
-        {{0, -1, 0, 1, 0, 0}, {0, 0, 4, 2}, {-1, 0, 1, 4}},    // a quarter turn
+        {{2, 0, 0, 0, 3, 0}, {0, 0, 4, 4}, {0, 0, 7, 10}},   // centres 0..3 go to 0..6 and 0..9
+        {{0, -1, 0, 1, 0, 0}, {0, 0, 4, 2}, {-1, 0, 1, 4}},  // a quarter turn
         {{-1, 0, 0, 0, -1, 0}, {1, 1, 3, 3}, {-2, -2, 0, 0}},
         {{1, 0, 0, 0, 1, 0}, {5, 5, 5, 9}, {0, 0, 0, 0}},
         {{1e30, 0, 0, 0, 1, 0}, {-1, 0, 3, 1}, {kMin, 0, kMax, 1}},
@@ -169,9 +188,10 @@ protected:
 };
 
 TEST_F(Matrices, are_made_aligned_with_the_stride_asked_for) {
-    const LumoMATPARM parms[] = {{LUMO_U8 | LUMO_CHANNELS(3), 7, 5, 0}, {LUMO_U8 | LUMO_CHANNELS(3), 7, 5, 64},
-                                 {LUMO_F32 | LUMO_CHANNELS(4), 1, 1, 16}, {LUMO_KIND_S16 << 8 | LUMO_CHANNELS(1), 9, 2, 4},
-                                 {LUMO_U8 | LUMO_CHANNELS(1), 0, 9, 0}, {LUMO_U8 | LUMO_CHANNELS(1), 9, 0, 0}};
+    const LumoMATPARM parms[] = {
+        {LUMO_U8 | LUMO_CHANNELS(3), 7, 5, 0},   {LUMO_U8 | LUMO_CHANNELS(3), 7, 5, 64},
+        {LUMO_F32 | LUMO_CHANNELS(4), 1, 1, 16}, {LUMO_KIND_S16 << 8 | LUMO_CHANNELS(1), 9, 2, 4},
+        {LUMO_U8 | LUMO_CHANNELS(1), 0, 9, 0},   {LUMO_U8 | LUMO_CHANNELS(1), 9, 0, 0}};
     const int32_t strides[] = {21, 64, 16, 20, 0, 9};
     for (int i = 0; i < 6; ++i) {
         LumoMAT mat = {};
@@ -186,8 +206,10 @@ TEST_F(Matrices, are_made_aligned_with_the_stride_asked_for) {
         _LumoARRmatgenparm(&again, &mat);
         EXPECT_EQ(again.width, mat.width);
         EXPECT_EQ(again.elemtype, mat.elemtype);
-        if (i % 2) _LumoARRfree(&mat, &storage);
-        else _LumoARRdestroy(&mat, &storage);
+        if (i % 2)
+            _LumoARRfree(&mat, &storage);
+        else
+            _LumoARRdestroy(&mat, &storage);
         EXPECT_EQ(mat.data, nullptr);
         EXPECT_EQ(mat.cls == nullptr, i % 2 == 0);
     }

@@ -143,7 +143,8 @@ TEST_F(Memory, impossible_sizes_and_arguments_are_refused_with_a_status) {
     KaSMEMSTGopen(&storage, nullptr, 0, nullptr);
     QuelERR err = {};
     const auto refused = [&err](const void* result, uint32_t code) {
-        const bool as_promised = !result && (err.status & 0xffff) == code && err.status >> 16 == 0xabcd && err.count == 0;
+        const bool as_promised =
+            !result && (err.status & 0xffff) == code && err.status >> 16 == 0xabcd && err.count == 0;
         err.status = UINT64_C(0xabcd0000);
         return as_promised;
     };
@@ -262,7 +263,8 @@ TEST_F(Memory, a_cleared_storage_uses_its_memory_again) {
 TEST_F(Memory, a_storage_keeps_a_bounded_amount_of_idle_memory) {
     KaSMEMSTG storage;
     KaSMEMSTGopen(&storage, nullptr, 0, nullptr);
-    for (int i = 0; i < 40; ++i) KaSMEMSTGalloc(&storage, 20 << 20, 0, nullptr);  // never touched: costs address space only
+    for (int i = 0; i < 40; ++i)
+        KaSMEMSTGalloc(&storage, 20 << 20, 0, nullptr);  // never touched: costs address space only
     KaSMEMSTGclear(&storage);
     EXPECT_LE(storage.idle_bytes, UINT64_C(256) << 20);
     EXPECT_GE(storage.idle_count, 10u);

@@ -61,7 +61,8 @@ struct Collector : TarnCONTOURS {
     int64_t deliver(TarnCONTOUR* c, void** handle) {
         if (++calls == fail_at) return -77;
         EXPECT_STREQ(c->tag, "clp");
-        EXPECT_EQ(c->flags & ~uint32_t(TARN_CONTOUR_HOLE | TARN_CONTOUR_VALUE), uint32_t(TARN_CONTOUR_BASE | TARN_CONTOUR_CLOSED));
+        EXPECT_EQ(c->flags & ~uint32_t(TARN_CONTOUR_HOLE | TARN_CONTOUR_VALUE),
+                  uint32_t(TARN_CONTOUR_BASE | TARN_CONTOUR_CLOSED));
         Node node;
         Points points;
         const TarnPOINT* before = nullptr;
@@ -114,9 +115,11 @@ struct Collector : TarnCONTOURS {
     }
 };
 
-inline int64_t find_contours(TarnCONTOURS* out, const Bitmap& m, uint32_t flags, KaSMEMSTG* storage = nullptr, QuelERR* err = nullptr) {
+inline int64_t find_contours(TarnCONTOURS* out, const Bitmap& m, uint32_t flags, KaSMEMSTG* storage = nullptr,
+                             QuelERR* err = nullptr) {
     static const QuelOP op = find("tarn::contour::find");
-    const LumoMAT mat = {nullptr, LUMO_U8 | LUMO_CHANNELS(1), m.width, m.height, m.width, const_cast<uint8_t*>(m.pixels.data())};
+    const LumoMAT mat = {nullptr, LUMO_U8 | LUMO_CHANNELS(1),           m.width, m.height,
+                         m.width, const_cast<uint8_t*>(m.pixels.data())};
     return reinterpret_cast<TarnContourFind>(op.entry)(&op.call, err, storage, out, &mat, flags);
 }
 

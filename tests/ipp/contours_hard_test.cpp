@@ -1,4 +1,5 @@
-// Contour find where it is hard: large and deep pictures on a small stack, wrong arguments, and every allocation and callback failing.
+// Contour find where it is hard: large and deep pictures on a small stack, wrong arguments, and every allocation and
+// callback failing.
 #include <pthread.h>
 
 #include "ipp/contours_collector.h"
@@ -7,8 +8,8 @@ using namespace tarn::test;
 
 namespace {
 
-// Runs body on a thread whose stack holds less than ten bytes for each of the levels that the rings below nest: a recursion of
-// any kind would overflow it, as 10^6 levels would overflow a usual stack.
+// Runs body on a thread whose stack holds less than ten bytes for each of the levels that the rings below nest: a
+// recursion of any kind would overflow it, as 10^6 levels would overflow a usual stack.
 template <class Body>
 void on_small_stack(Body body) {
     pthread_attr_t attributes;
@@ -28,8 +29,8 @@ void on_small_stack(Body body) {
 struct Counter : TarnCONTOURS {
     Counter() : TarnCONTOURS{release, deliver, top} {}
     int64_t outers = 0, holes = 0, points = 0, tops = 0, released = 0, inside = 0;
-    int64_t twice_area = 0;   // outer outlines' less holes'
-    int64_t fail_at = 0;      // the delivery that fails
+    int64_t twice_area = 0;  // outer outlines' less holes'
+    int64_t fail_at = 0;     // the delivery that fails
     bool fail_top = false;
     static void release(TarnCONTOURS* self, void*) { ++static_cast<Counter*>(self)->released; }
     static int64_t top(TarnCONTOURS* self, int32_t, void*, QuelERR*) {
@@ -50,7 +51,9 @@ struct Counter : TarnCONTOURS {
     }
 };
 
-int64_t set_pixels(const Bitmap& m) { return std::count_if(m.pixels.begin(), m.pixels.end(), [](uint8_t p) { return p > 0; }); }
+int64_t set_pixels(const Bitmap& m) {
+    return std::count_if(m.pixels.begin(), m.pixels.end(), [](uint8_t p) { return p > 0; });
+}
 
 // Rings around the middle, one pixel wide, one pixel apart, the outermost away from the frame.
 Bitmap rings(int count) {
@@ -136,7 +139,8 @@ TEST(contours_hard, pictures_made_to_be_hard) {
         {"all zeros", drawn(n, n, [](int, int) { return 0; }), 1, 0, 0},
         {"one row", drawn(100000, 1, checks), 1, 50000, 0},
         {"one column", drawn(1, 100000, checks), 1, 50000, 0},
-        {"large", drawn(large, large, [](int x, int y) { return x / 32 % 2 && y / 32 % 2; }), 1, large / 64 * (large / 64), 0},
+        {"large", drawn(large, large, [](int x, int y) { return x / 32 % 2 && y / 32 % 2; }), 1,
+         large / 64 * (large / 64), 0},
     };
     for (const auto& [name, image, flags, outers, holes] : rows)
         on_small_stack([&, name = name, &image = image, flags = flags, outers = outers, holes = holes] {

@@ -11,7 +11,7 @@ struct Loop {
     Points points;  // canonical
     int value;      // of the region whose boundary it is
     int region;
-    int x, y;       // a pixel of it
+    int x, y;  // a pixel of it
     bool hole;
     int64_t area;
     int node = -1;
@@ -55,7 +55,8 @@ std::vector<int> label(const Bitmap& m, int value, bool diagonal) {
     return labels;
 }
 
-// Side s of a pixel, travelled with the pixel to the right: 0 top (east), 1 right (south), 2 bottom (west), 3 left (north).
+// Side s of a pixel, travelled with the pixel to the right: 0 top (east), 1 right (south), 2 bottom (west), 3 left
+// (north).
 constexpr int kDx[] = {1, 0, -1, 0}, kDy[] = {0, 1, 0, -1};
 
 // The boundary loops of the regions of one value.
@@ -71,7 +72,8 @@ void loops_of(const Bitmap& m, int value, bool diagonal, std::vector<Loop>& loop
         for (int x = 0; x < m.width; ++x)
             for (int s = 0; s < 4; ++s) {
                 const int r = region(x, y);
-                if (r < 0 || region(x + kOutX[s], y + kOutY[s]) == r || used[(size_t(y) * m.width + x) * 4 + s]) continue;
+                if (r < 0 || region(x + kOutX[s], y + kOutY[s]) == r || used[(size_t(y) * m.width + x) * 4 + s])
+                    continue;
                 Points points;
                 for (int px = x, py = y, ps = s;;) {
                     uint8_t& seen = used[(size_t(py) * m.width + px) * 4 + ps];
@@ -81,9 +83,12 @@ void loops_of(const Bitmap& m, int value, bool diagonal, std::vector<Loop>& loop
                     const int ax = px + kDx[ps], ay = py + kDy[ps], ox = ax + kOutX[ps], oy = ay + kOutY[ps];
                     const bool ahead = region(ax, ay) == r, over = region(ox, oy) == r;
                     int nx = px, ny = py, ns;
-                    if (over && (ahead || diagonal)) nx = ox, ny = oy, ns = (ps + 3) % 4;
-                    else if (ahead) nx = ax, ny = ay, ns = ps;
-                    else ns = (ps + 1) % 4;
+                    if (over && (ahead || diagonal))
+                        nx = ox, ny = oy, ns = (ps + 3) % 4;
+                    else if (ahead)
+                        nx = ax, ny = ay, ns = ps;
+                    else
+                        ns = (ps + 1) % 4;
                     if (ns != ps) {
                         const int end_x = px + (ps == 0 || ps == 1), end_y = py + (ps == 1 || ps == 2);
                         points.push_back({end_x, end_y});

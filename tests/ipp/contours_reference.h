@@ -1,5 +1,5 @@
-// The outlines of a binary image by another way than the module's: regions are labelled by flood fill, the sides of their pixels
-// collected, chained corner by corner, and nested by looking which holes hold a region's pixel.
+// The outlines of a binary image by another way than the module's: regions are labelled by flood fill, the sides of
+// their pixels collected, chained corner by corner, and nested by looking which holes hold a region's pixel.
 #pragma once
 
 #include <cstddef>

@@ -1,4 +1,5 @@
-// Contour find against another way to find outlines (contours_reference.h): on every small image, on random ones, on real pictures.
+// Contour find against another way to find outlines (contours_reference.h): on every small image, on random ones, on
+// real pictures.
 #include "ipp/contours_collector.h"
 
 #include <sstream>
@@ -48,7 +49,7 @@ TEST(contours, of_every_image_up_to_4_x_4) {
     const int step = kSlowBuild ? 61 : 1;
     for (int h = 1; h <= 4; ++h)
         for (int w = 1; w <= 4; ++w)
-            for (int bits = 0; bits < 1 << (w * h); bits += w * h > 9 ? step : 1) {
+            for (int bits = 0; bits<1 << (w * h); bits += w * h> 9 ? step : 1) {
                 Bitmap m{w, h, std::vector<uint8_t>(size_t(w * h))};
                 for (int i = 0; i < w * h; ++i) m.pixels[size_t(i)] = bits >> i & 1;
                 for (uint32_t flags : kContourFlags)
@@ -64,13 +65,15 @@ TEST(contours, of_random_images_of_every_width_and_density) {
             const Bitmap m = noise(w, 1 + int(seed % 23), density, seed);
             const Bitmap row = noise(w, 1, density, seed), column = noise(1, w, density, seed);
             for (uint32_t flags : kContourFlags)
-                if (!matches_reference(m, flags) || !matches_reference(row, flags) || !matches_reference(column, flags)) return;
+                if (!matches_reference(m, flags) || !matches_reference(row, flags) || !matches_reference(column, flags))
+                    return;
         }
     for (double density : {0.3, 0.42, 0.5, 0.6}) {
         seed += 2;
         // Blocks make larger regions, with more in them, than single pixels do.
         const Bitmap fine = noise(kSlowBuild ? 40 : 131, 60, density, seed), coarse = noise(40, 40, density, seed + 1);
-        const Bitmap blocks = drawn(80, 70, [&](int x, int y) { return coarse.at(x / 2, y / 2) ^ fine.at(x / 2, y % 60) * (x % 7 == 0); });
+        const Bitmap blocks = drawn(
+            80, 70, [&](int x, int y) { return coarse.at(x / 2, y / 2) ^ fine.at(x / 2, y % 60) * (x % 7 == 0); });
         for (uint32_t flags : kContourFlags)
             if (!matches_reference(fine, flags) || !matches_reference(blocks, flags)) return;
     }
@@ -97,7 +100,8 @@ TEST(contours, begin_and_run_as_documented) {
     EXPECT_EQ(pixel.nodes[0].as_delivered, (Points{{2, 2}, {2, 1}, {3, 1}, {3, 2}}));
     EXPECT_EQ(pixel.nodes[0].outline.value, 1);
 
-    // A ring: its hole is value 0 and comes first, since it closes first; with both values once, as the region's own outline.
+    // A ring: its hole is value 0 and comes first, since it closes first; with both values once, as the region's own
+    // outline.
     const Bitmap ring = picture({".....", ".###.", ".#.#.", ".###.", "....."});
     for (uint32_t flags : {1u, 3u, 0u}) {
         Collector out;
@@ -108,7 +112,8 @@ TEST(contours, begin_and_run_as_documented) {
         EXPECT_EQ(out.nodes[0].parent, 1);
         EXPECT_EQ(out.nodes[1].outline.value, 1);
         EXPECT_TRUE(out.nodes[1].top);
-        EXPECT_EQ(out.nodes[0].as_delivered, flags ? (Points{{3, 3}, {3, 2}, {2, 2}, {2, 3}}) : (Points{{2, 3}, {2, 2}, {3, 2}, {3, 3}}));
+        EXPECT_EQ(out.nodes[0].as_delivered,
+                  flags ? (Points{{3, 3}, {3, 2}, {2, 2}, {2, 3}}) : (Points{{2, 3}, {2, 2}, {3, 2}, {3, 3}}));
     }
 
     // How many outlines: the frame is none, and pixels that touch at a corner are one region or two.
@@ -117,12 +122,24 @@ TEST(contours, begin_and_run_as_documented) {
         uint32_t flags;
         size_t outlines;
     } rows[] = {
-        {picture({"##", "##"}), 1, 0},       {picture({"##", "##"}), 2, 0},       {picture({"##", "##"}), 0, 0},
-        {picture({"..", ".."}), 1, 0},       {picture({"..", ".."}), 0, 0},       {picture({"#.", ".#"}), 1, 2},
-        {picture({"#.", ".#"}), 9, 1},       {picture({"#.", ".#"}), 2, 2},       {picture({"#.", ".#"}), 6, 1},
-        {picture({"#.", ".#"}), 5, 2},       {picture({"#.", ".#"}), 10, 2},      {picture({"#.", ".#"}), 0, 4},
-        {picture({"#.", ".#"}), 12, 2},      {picture({"###", "#.#", "###"}), 1, 1}, {picture({"###", "#.#", "###"}), 2, 1},
-        {picture({"###", "#.#", "###"}), 0, 1}, {picture({"#.#"}), 3, 2},         {picture({"#.#"}), 0, 3},
+        {picture({"##", "##"}), 1, 0},
+        {picture({"##", "##"}), 2, 0},
+        {picture({"##", "##"}), 0, 0},
+        {picture({"..", ".."}), 1, 0},
+        {picture({"..", ".."}), 0, 0},
+        {picture({"#.", ".#"}), 1, 2},
+        {picture({"#.", ".#"}), 9, 1},
+        {picture({"#.", ".#"}), 2, 2},
+        {picture({"#.", ".#"}), 6, 1},
+        {picture({"#.", ".#"}), 5, 2},
+        {picture({"#.", ".#"}), 10, 2},
+        {picture({"#.", ".#"}), 0, 4},
+        {picture({"#.", ".#"}), 12, 2},
+        {picture({"###", "#.#", "###"}), 1, 1},
+        {picture({"###", "#.#", "###"}), 2, 1},
+        {picture({"###", "#.#", "###"}), 0, 1},
+        {picture({"#.#"}), 3, 2},
+        {picture({"#.#"}), 0, 3},
     };
     for (const auto& [image, flags, outlines] : rows) {
         Collector out;

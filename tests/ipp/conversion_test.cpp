@@ -22,19 +22,27 @@ int64_t stretch(std::vector<LumoMAT*> arrays, const float* range, QuelERR* err =
 // An element of any kind.
 double get(const Array& a, int x, int y, int c) {
     switch (a.mat.elemtype >> 8 & 15) {
-        case LUMO_KIND_U8: return a.at<uint8_t>(x, y, c);
-        case LUMO_KIND_S16: return a.at<int16_t>(x, y, c);
-        case LUMO_KIND_S32: return a.at<int32_t>(x, y, c);
-        default: return a.at<float>(x, y, c);
+        case LUMO_KIND_U8:
+            return a.at<uint8_t>(x, y, c);
+        case LUMO_KIND_S16:
+            return a.at<int16_t>(x, y, c);
+        case LUMO_KIND_S32:
+            return a.at<int32_t>(x, y, c);
+        default:
+            return a.at<float>(x, y, c);
     }
 }
 // What a value becomes in an array's type.
 double fit(const Array& a, double v) {
     switch (a.mat.elemtype >> 8 & 15) {
-        case LUMO_KIND_U8: return std::fmin(std::fmax(std::nearbyint(v), 0), 255);
-        case LUMO_KIND_S16: return std::fmin(std::fmax(std::nearbyint(v), -32768), 32767);
-        case LUMO_KIND_S32: return std::fmin(std::fmax(std::nearbyint(v), -2147483648.0), 2147483647.0);
-        default: return float(v);
+        case LUMO_KIND_U8:
+            return std::fmin(std::fmax(std::nearbyint(v), 0), 255);
+        case LUMO_KIND_S16:
+            return std::fmin(std::fmax(std::nearbyint(v), -32768), 32767);
+        case LUMO_KIND_S32:
+            return std::fmin(std::fmax(std::nearbyint(v), -2147483648.0), 2147483647.0);
+        default:
+            return float(v);
     }
 }
 // value x scale + offset in float, each step rounded.
@@ -63,7 +71,8 @@ void each_pair(const std::vector<LumoELEMTYPE>& kinds, Fn body) {
     for (const LumoELEMTYPE from : kinds)
         for (const LumoELEMTYPE to : kinds)
             for (int channels = 1; channels <= 4; ++channels) {
-                SCOPED_TRACE(testing::Message() << LumoELEMTYPEshow(from) << " to " << LumoELEMTYPEshow(to) << " x " << channels);
+                SCOPED_TRACE(testing::Message()
+                             << LumoELEMTYPEshow(from) << " to " << LumoELEMTYPEshow(to) << " x " << channels);
                 body(from | LUMO_CHANNELS(channels), to | LUMO_CHANNELS(channels));
             }
 }
@@ -127,8 +136,8 @@ TEST(convert_scale, rounds_ties_to_the_even_integer) {
     convert(b, &a, &half, &quarter);
     EXPECT_EQ(b.pixels(), (std::vector<uint8_t>{0, 1, 1, 2}));
     // A product that does not fit 32 bits, and constants that are no number.
-    for (const auto& [scale, offset, want] : {std::tuple{1e9f, -1e9f, 255}, {-1e38f, 0.0f, 0}, {NAN, 0.0f, 0}, {1.0f, NAN, 0},
-                                              {INFINITY, 0.0f, 255}}) {
+    for (const auto& [scale, offset, want] :
+         {std::tuple{1e9f, -1e9f, 255}, {-1e38f, 0.0f, 0}, {NAN, 0.0f, 0}, {1.0f, NAN, 0}, {INFINITY, 0.0f, 255}}) {
         convert(b, &a, &scale, &offset);
         EXPECT_EQ(b.at<uint8_t>(2, 0), want) << scale << ", " << offset;
     }
@@ -171,12 +180,14 @@ TEST(value_range, of_lists_stretches_each_array_by_its_own_values) {
         for (int channels = 1; channels <= 4; ++channels) {
             SCOPED_TRACE(testing::Message() << LumoELEMTYPEshow(kind) << " x " << channels);
             const LumoELEMTYPE type = kind | LUMO_CHANNELS(channels);
-            Array a(type, 43, 5, 8), a0(type, 43, 5), b(type, 7, 2, 4, true), b0(type, 7, 2), other(s32(1), 4, 4), other0(s32(1), 4, 4);
+            Array a(type, 43, 5, 8), a0(type, 43, 5), b(type, 7, 2, 4, true), b0(type, 7, 2), other(s32(1), 4, 4),
+                other0(s32(1), 4, 4);
             a.fill(1), a0.fill(1), b.fill(2), b0.fill(2), other.fill(3), other0.fill(3);
             EXPECT_EQ(stretch({&a, &other, &b}, range), 3);
             const auto check = [&](const Array& got, const Array& before) {
                 std::vector<Range> r;
-                for (int c = 0; c < channels; ++c) r.push_back(range_of(before, c, 0, before.mat.height, range[0], range[1]));
+                for (int c = 0; c < channels; ++c)
+                    r.push_back(range_of(before, c, 0, before.mat.height, range[0], range[1]));
                 expect_pixels(got, before, [&](int x, int y, int c) {
                     return mapped(get(before, x, y, c), r[size_t(c)].scale, r[size_t(c)].offset);
                 });

@@ -19,8 +19,8 @@ TEST(copy, of_every_type_and_form_carries_the_pixels_and_keeps_the_fourth_channe
                 if (channels == 4)
                     for (int y = 0; y < 5; ++y)
                         for (int x = 0; x < 18; ++x)
-                            memcpy(expected.row<uint8_t>(y) + (x * 4 + 3) * src.element_bytes, dst.row<uint8_t>(y) + (x * 4 + 3) * src.element_bytes,
-                                   size_t(src.element_bytes));
+                            memcpy(expected.row<uint8_t>(y) + (x * 4 + 3) * src.element_bytes,
+                                   dst.row<uint8_t>(y) + (x * 4 + 3) * src.element_bytes, size_t(src.element_bytes));
                 EXPECT_EQ(copy(dst, src), 0);
                 EXPECT_EQ(dst.pixels(), expected.pixels());
                 EXPECT_TRUE(dst.intact());
@@ -41,7 +41,8 @@ TEST(copy, with_nothing_to_do_writes_nothing_and_succeeds) {
     src.fill(1);
     dst.set<uint8_t>(3);
     const auto before = dst.pixels();
-    for (const LumoELEMTYPE type : {LUMO_F64 | LUMO_CHANNELS(1), LUMO_U8, LUMO_U8 | LUMO_CHANNELS(5), LUMO_CHANNELS(1)}) {
+    for (const LumoELEMTYPE type :
+         {LUMO_F64 | LUMO_CHANNELS(1), LUMO_U8, LUMO_U8 | LUMO_CHANNELS(5), LUMO_CHANNELS(1)}) {
         dst.mat.elemtype = type;
         EXPECT_EQ(copy(dst, src), 0);
         EXPECT_EQ(memcmp(dst.mat.data, before.data(), before.size()), 0) << std::hex << type;
@@ -62,8 +63,10 @@ TEST(copy, within_one_buffer_moves_pixels_as_if_through_a_temporary) {
     // Shifts in both directions, by less than a row and by rows; rows down and up; carried and kept fourth channel.
     for (const int channels : {1, 3, 4})
         for (const bool upwards : {false, true})
-            for (const auto& [dx, dy] : {std::pair{1, 0}, {-1, 0}, {5, 1}, {-5, -1}, {0, 2}, {0, -2}, {70, 0}, {-70, 1}}) {
-                SCOPED_TRACE(testing::Message() << channels << " channels, by " << dx << ", " << dy << " up " << upwards);
+            for (const auto& [dx, dy] :
+                 {std::pair{1, 0}, {-1, 0}, {5, 1}, {-5, -1}, {0, 2}, {0, -2}, {70, 0}, {-70, 1}}) {
+                SCOPED_TRACE(testing::Message()
+                             << channels << " channels, by " << dx << ", " << dy << " up " << upwards);
                 Array whole(u8(channels), 300, 12, 4, upwards);
                 whole.fill(7);
                 Array src(u8(channels), 200, 6);

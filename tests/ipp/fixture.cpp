@@ -5,8 +5,8 @@ namespace tarn::test {
 namespace {
 constexpr int kAround = 64;  // bytes before the first and behind the last row
 
-// Rows may start at any byte, and do so in the tests. The undefined-behaviour sanitizer would stop at the tests' own typed
-// access to them, so its builds have rows that start at whole elements.
+// Rows may start at any byte, and do so in the tests. The undefined-behaviour sanitizer would stop at the tests' own
+// typed access to them, so its builds have rows that start at whole elements.
 #if defined(__SANITIZE_ADDRESS__)
 constexpr bool kWholeElements = true;
 #else
@@ -54,8 +54,10 @@ void Array::fill(unsigned seed) {
     const bool floats = (mat.elemtype >> 8 & 15) == LUMO_KIND_F32;
     for (int y = 0; y < mat.height; ++y)
         for (int i = 0; i < mat.width * channels * element_bytes; ++i)
-            if (!floats) row<uint8_t>(y)[i] = uint8_t(rng() >> 13);
-            else if (i % 4 == 0) row<float>(y)[i / 4] = float(rng() % 2000001) / 1000 - 1000;
+            if (!floats)
+                row<uint8_t>(y)[i] = uint8_t(rng() >> 13);
+            else if (i % 4 == 0)
+                row<float>(y)[i / 4] = float(rng() % 2000001) / 1000 - 1000;
 }
 
 bool Array::intact() const {

@@ -26,8 +26,8 @@ int64_t call(const char* name, QuelERR* err, KaSMEMSTG* storage, Args... args) {
     return reinterpret_cast<Fn>(op.entry)(&op.call, err, storage, args...);
 }
 
-// An array with its memory: `padding` bytes behind each row, optionally upwards (negative stride). Padding and surroundings
-// hold 0xa5 and are checked by intact().
+// An array with its memory: `padding` bytes behind each row, optionally upwards (negative stride). Padding and
+// surroundings hold 0xa5 and are checked by intact().
 struct Array {
     Array(LumoELEMTYPE type, int width, int height, int padding = 0, bool upwards = false);
     LumoMAT* operator&() { return &mat; }

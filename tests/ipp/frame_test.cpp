@@ -69,9 +69,38 @@ TEST(frame, attach_sets_the_flag_and_the_cell_and_appends_the_entry_each_time) {
     const uint64_t interface = word(cell, 0);
     const void* e = context.interfaces.entries[0];
     EXPECT_EQ(e, context.interfaces.entries[1]);
-    const uint64_t words[] = {9, 0, 0, 0, 0, 0, 0, 3, 0xffff000300000008, 0x0000060705e70003, 0, 0, interface,
-                              0, 0, 0, 0xffff000300000008, 0x0000000803ee0003, 0, 0, 1, 0x03ee0003ffff0003, 8, 0,
-                              0xffff000300000008, 0x0000000503ed0003, 0, 0x1e0, 1, 0x03ed0003ffff0003, 5, 0};
+    const uint64_t words[] = {9,
+                              0,
+                              0,
+                              0,
+                              0,
+                              0,
+                              0,
+                              3,
+                              0xffff000300000008,
+                              0x0000060705e70003,
+                              0,
+                              0,
+                              interface,
+                              0,
+                              0,
+                              0,
+                              0xffff000300000008,
+                              0x0000000803ee0003,
+                              0,
+                              0,
+                              1,
+                              0x03ee0003ffff0003,
+                              8,
+                              0,
+                              0xffff000300000008,
+                              0x0000000503ed0003,
+                              0,
+                              0x1e0,
+                              1,
+                              0x03ed0003ffff0003,
+                              5,
+                              0};
     for (size_t i = 0; i < std::size(words); ++i) EXPECT_EQ(word(e, 8 * i), words[i]) << "word " << i;
     free(context.interfaces.entries);  // the list is its host's, here this test
 }

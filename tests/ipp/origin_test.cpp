@@ -42,13 +42,15 @@ TEST(origin, reverses_the_rows_of_every_kind_with_all_channels) {
                 const int moved = !served ? 0 : (channels == 2 ? width - 1 : width) * channels * bytes;
                 for (int y = 0; y < height; ++y)
                     for (int i = 0; i < a.array.mat.width; ++i)
-                        ASSERT_EQ(a.array.row<uint8_t>(y)[i], before.array.row<uint8_t>(i < moved ? height - 1 - y : y)[i]);
+                        ASSERT_EQ(a.array.row<uint8_t>(y)[i],
+                                  before.array.row<uint8_t>(i < moved ? height - 1 - y : y)[i]);
                 EXPECT_TRUE(a.array.intact());
             }
 }
 
 TEST(origin, of_lists_returns_how_many_arrays_it_visited) {
-    Array a(u8(1), 3, 2), b(f32(3), 3, 4), c(LUMO_F64 | LUMO_CHANNELS(1), 2, 2), b0(f32(3), 3, 4), c0(LUMO_F64 | LUMO_CHANNELS(1), 2, 2);
+    Array a(u8(1), 3, 2), b(f32(3), 3, 4), c(LUMO_F64 | LUMO_CHANNELS(1), 2, 2), b0(f32(3), 3, 4),
+        c0(LUMO_F64 | LUMO_CHANNELS(1), 2, 2);
     a.fill(1), b.fill(2), c.fill(3), b0.fill(2), c0.fill(3);
     LumoMAT* list[] = {&a, &c, &b};
     const auto of_list = [&](uint64_t n, uint32_t from, uint32_t to) {
@@ -80,15 +82,17 @@ TEST(reshape, pours_the_pixels_in_the_order_of_rows_between_any_two_shapes) {
             for (int wd = 1; wd <= kPixels; ++wd) {
                 if (kPixels % ws || kPixels % wd) continue;
                 for (const int padding : {0, 8}) {
-                    SCOPED_TRACE(testing::Message() << LumoELEMTYPEshow(type) << " " << ws << " wide to " << wd << ", padding " << padding);
-                    Array src(type, ws, kPixels / ws, padding, padding && ws % 2), dst(type, wd, kPixels / wd, padding * 2);
+                    SCOPED_TRACE(testing::Message() << LumoELEMTYPEshow(type) << " " << ws << " wide to " << wd
+                                                    << ", padding " << padding);
+                    Array src(type, ws, kPixels / ws, padding, padding && ws % 2),
+                        dst(type, wd, kPixels / wd, padding * 2);
                     src.fill(1), dst.fill(2);
                     const auto before = dst.pixels();
                     auto expected = src.pixels();
                     const size_t pixel = expected.size() / kPixels;
                     const bool typed = wd == ws, one_row = wd == kPixels;
-                    // The typed copy keeps the fourth channel; two channels go in pairs and leave an odd last column; kinds without
-                    // a copy kernel are poured only.
+                    // The typed copy keeps the fourth channel; two channels go in pairs and leave an odd last column;
+                    // kinds without a copy kernel are poured only.
                     for (size_t i = 0; i < expected.size(); ++i) {
                         const size_t x = i / pixel % size_t(ws);
                         const bool kept = typed && !one_row && src.channels == 4 && i % pixel / 2 == 3;
@@ -116,8 +120,15 @@ TEST(reshape, refuses_order_method_4_whatever_the_arrays_are) {
 
 TEST(reshape, of_arrays_that_differ_in_pixels_stays_inside_of_both) {
     for (const LumoELEMTYPE type : {u8(1), u32(1), f32(3)})
-        for (const auto& [ws, hs, wd, hd] : {std::tuple{3, 50, 7, 2}, {7, 2, 3, 50}, {5, 40, 5, 3}, {5, 3, 5, 40}, {30, 9, 20, 1},
-                                             {3, 9, 20, 1}, {0, 4, 4, 4}, {4, 4, 4, 0}, {-3, 4, 4, 4}}) {
+        for (const auto& [ws, hs, wd, hd] : {std::tuple{3, 50, 7, 2},
+                                             {7, 2, 3, 50},
+                                             {5, 40, 5, 3},
+                                             {5, 3, 5, 40},
+                                             {30, 9, 20, 1},
+                                             {3, 9, 20, 1},
+                                             {0, 4, 4, 4},
+                                             {4, 4, 4, 0},
+                                             {-3, 4, 4, 4}}) {
             SCOPED_TRACE(testing::Message() << ws << " x " << hs << " to " << wd << " x " << hd);
             Array src(type, ws < 0 ? 4 : ws, hs, 3), dst(type, wd, hd, 5);
             src.mat.width = ws;

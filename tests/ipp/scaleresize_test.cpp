@@ -29,7 +29,8 @@ std::vector<uint8_t> part(const Array& a, const LumoRECT& r, int carried) {
     const int pixel = a.channels * a.element_bytes;
     for (int y = r.top; y < r.bottom; ++y)
         for (int x = r.left; x < r.right; ++x)
-            all.insert(all.end(), a.row<uint8_t>(y) + x * pixel, a.row<uint8_t>(y) + x * pixel + carried * a.element_bytes);
+            all.insert(all.end(), a.row<uint8_t>(y) + x * pixel,
+                       a.row<uint8_t>(y) + x * pixel + carried * a.element_bytes);
     return all;
 }
 LumoRECT all_of(const Array& a) { return {0, 0, a.mat.width, a.mat.height}; }
@@ -68,7 +69,8 @@ TEST(scaleresize, keeps_the_fourth_channel_when_it_resamples_and_copies_it_when_
     const LumoRECT region = {3, 2, 8, 6};
     ASSERT_EQ(resize(&same, &src, &region, TARN_CUBIC).result, 0);
     EXPECT_EQ(same.pixels(), part(src, region, 4));
-    for (const LumoELEMTYPE kind : {LUMO_U8, LUMO_S16, LUMO_S32, LUMO_F32}) {  // a copy serves kinds that no resize serves
+    for (const LumoELEMTYPE kind :
+         {LUMO_U8, LUMO_S16, LUMO_S32, LUMO_F32}) {  // a copy serves kinds that no resize serves
         Array from(kind | LUMO_CHANNELS(3), 12, 10, 5), to(kind | LUMO_CHANNELS(3), 5, 4);
         from.fill(2);
         ASSERT_EQ(resize(&to, &from, &region, 99).result, 0);
@@ -81,10 +83,11 @@ TEST(scaleresize, code_2_is_cubic_and_small_sources_get_fewer_taps) {
         int width, height;
         uint32_t mode, like, unlike;
     };
-    for (const Row& r : {Row{9, 9, 2, TARN_CUBIC, TARN_LINEAR}, Row{3, 10, TARN_CUBIC, TARN_LINEAR, TARN_NEAREST},
-                         Row{10, 3, TARN_LANCZOS, TARN_LINEAR, TARN_NEAREST}, Row{5, 5, TARN_LANCZOS, TARN_CUBIC, TARN_LINEAR},
-                         Row{6, 4, TARN_LANCZOS, TARN_CUBIC, TARN_LINEAR}, Row{4, 4, TARN_CUBIC, TARN_CUBIC, TARN_LINEAR},
-                         Row{6, 6, TARN_LANCZOS, TARN_LANCZOS, TARN_CUBIC}}) {
+    for (const Row& r :
+         {Row{9, 9, 2, TARN_CUBIC, TARN_LINEAR}, Row{3, 10, TARN_CUBIC, TARN_LINEAR, TARN_NEAREST},
+          Row{10, 3, TARN_LANCZOS, TARN_LINEAR, TARN_NEAREST}, Row{5, 5, TARN_LANCZOS, TARN_CUBIC, TARN_LINEAR},
+          Row{6, 4, TARN_LANCZOS, TARN_CUBIC, TARN_LINEAR}, Row{4, 4, TARN_CUBIC, TARN_CUBIC, TARN_LINEAR},
+          Row{6, 6, TARN_LANCZOS, TARN_LANCZOS, TARN_CUBIC}}) {
         Array src(u8(1), r.width, r.height), got(u8(1), 23, 17), like(u8(1), 23, 17), unlike(u8(1), 23, 17);
         src.fill(unsigned(r.width));
         ASSERT_EQ(resize(&got, &src, nullptr, r.mode).result, 0);
@@ -97,18 +100,22 @@ TEST(scaleresize, code_2_is_cubic_and_small_sources_get_fewer_taps) {
 
 TEST(scaleresize, to_another_kind_equals_a_conversion_of_everything_before_it) {
     // Region corners near each edge, so that the context is cut there; odd ones for pairs of pixels.
-    for (const LumoRECT& region : {LumoRECT{0, 0, 12, 9}, LumoRECT{11, 9, 25, 23}, LumoRECT{3, 1, 13, 9}, LumoRECT{27, 20, 41, 31}})
+    for (const LumoRECT& region :
+         {LumoRECT{0, 0, 12, 9}, LumoRECT{11, 9, 25, 23}, LumoRECT{3, 1, 13, 9}, LumoRECT{27, 20, 41, 31}})
         for (const LumoELEMTYPE from : kKinds)
             for (const LumoELEMTYPE to : kKinds)
                 for (int channels = 1; channels <= 4; ++channels)
                     for (const uint32_t mode : kModes) {
                         if (from == to) continue;
-                        SCOPED_TRACE(testing::Message() << mode << " " << LumoELEMTYPEshow(from) << " to " << LumoELEMTYPEshow(to)
-                                                        << " x " << channels << " at " << region.left);
-                        Array src(from | LUMO_CHANNELS(channels), 41, 31, 4), converted(to | LUMO_CHANNELS(channels), 41, 31);
+                        SCOPED_TRACE(testing::Message()
+                                     << mode << " " << LumoELEMTYPEshow(from) << " to " << LumoELEMTYPEshow(to) << " x "
+                                     << channels << " at " << region.left);
+                        Array src(from | LUMO_CHANNELS(channels), 41, 31, 4),
+                            converted(to | LUMO_CHANNELS(channels), 41, 31);
                         Array dst(to | LUMO_CHANNELS(channels), 18, 14), want(to | LUMO_CHANNELS(channels), 18, 14);
                         src.fill(5);
-                        if (channels == 2) {  // the last of an odd row belongs to no pair: convert the two halves of the pairs' grid
+                        if (channels == 2) {  // the last of an odd row belongs to no pair: convert the two halves of
+                                              // the pairs' grid
                             LumoRECT left = {0, 0, 40, 31}, right = {1, 0, 41, 31};
                             for (const LumoRECT& r : {left, right}) {
                                 LumoMAT view;
@@ -139,9 +146,11 @@ TEST(scaleresize, with_a_value_range_stretches_what_it_made) {
     for (const LumoELEMTYPE from : kKinds)
         for (const LumoELEMTYPE to : kKinds)
             for (const int channels : {1, 2, 3}) {
-                SCOPED_TRACE(testing::Message() << LumoELEMTYPEshow(from) << " to " << LumoELEMTYPEshow(to) << " x " << channels);
+                SCOPED_TRACE(testing::Message()
+                             << LumoELEMTYPEshow(from) << " to " << LumoELEMTYPEshow(to) << " x " << channels);
                 Array src(from | LUMO_CHANNELS(channels), 20, 14, 3), plain(to | LUMO_CHANNELS(channels), 30, 9);
-                Array dst(plain.mat.elemtype, 30, 9, 5), copied(plain.mat.elemtype, 20, 14), same(plain.mat.elemtype, 20, 14);
+                Array dst(plain.mat.elemtype, 30, 9, 5), copied(plain.mat.elemtype, 20, 14),
+                    same(plain.mat.elemtype, 20, 14);
                 src.fill(4);
                 ASSERT_EQ(resize(&plain, &src, nullptr, TARN_CUBIC).result, 0);
                 LumoMAT* arrays[] = {&plain};
@@ -154,7 +163,7 @@ TEST(scaleresize, with_a_value_range_stretches_what_it_made) {
                 double low = 1e9, high = -1e9;
                 for (int y = 0; y < 14; ++y)
                     for (int i = 0; i < 20 * channels; i += channels) {
-                        const double v = to == LUMO_U8 ? same.row<uint8_t>(y)[i]
+                        const double v = to == LUMO_U8    ? same.row<uint8_t>(y)[i]
                                          : to == LUMO_S16 ? same.row<int16_t>(y)[i]
                                                           : same.row<float>(y)[i];
                         low = std::min(low, v), high = std::max(high, v);
@@ -167,9 +176,10 @@ TEST(scaleresize, with_a_value_range_stretches_what_it_made) {
 TEST(scaleresize, cuts_the_region_to_the_source_before_it_computes_factors) {
     Array src(f32(3), 20, 20), dst(f32(3), 16, 16), want(f32(3), 16, 16);
     src.fill(1);
-    for (const auto& [given, cut] : {std::pair{LumoRECT{-5, -3, 8, 8}, LumoRECT{0, 0, 8, 8}},
-                                     std::pair{LumoRECT{12, 4, 100, 12}, LumoRECT{12, 4, 20, 12}},
-                                     std::pair{LumoRECT{INT32_MIN, INT32_MIN, INT32_MAX, INT32_MAX}, LumoRECT{0, 0, 20, 20}}}) {
+    for (const auto& [given, cut] :
+         {std::pair{LumoRECT{-5, -3, 8, 8}, LumoRECT{0, 0, 8, 8}},
+          std::pair{LumoRECT{12, 4, 100, 12}, LumoRECT{12, 4, 20, 12}},
+          std::pair{LumoRECT{INT32_MIN, INT32_MIN, INT32_MAX, INT32_MAX}, LumoRECT{0, 0, 20, 20}}}) {
         ASSERT_EQ(resize(&dst, &src, &given, TARN_CUBIC).result, 0);
         ASSERT_EQ(resize(&want, &src, &cut, TARN_CUBIC).result, 0);
         EXPECT_TRUE(dst.same_pixels(want)) << given.left;
@@ -188,7 +198,8 @@ TEST(scaleresize, refuses_what_it_can_not_do_and_leaves_the_destination) {
                          Row{"code 7", u8(1), u8(1), inside, 7}, Row{"code 2^32 - 1", u8(3), u8(3), inside, UINT32_MAX},
                          Row{"s32", s32(1), s32(1), inside, 4}, Row{"u8 to s32", s32(1), u8(1), inside, 4},
                          Row{"u32 to u8", u8(1), u32(1), inside, 4}, Row{"other channels", u8(3), u8(1), inside, 4},
-                         Row{"no channels", LUMO_U8, LUMO_U8, inside, 4}, Row{"no kind", LUMO_CHANNELS(1), LUMO_CHANNELS(1), inside, 4},
+                         Row{"no channels", LUMO_U8, LUMO_U8, inside, 4},
+                         Row{"no kind", LUMO_CHANNELS(1), LUMO_CHANNELS(1), inside, 4},
                          Row{"outside", u8(1), u8(1), {50, 50, 60, 60}, 4}, Row{"empty", u8(1), u8(1), {4, 4, 4, 8}, 4},
                          Row{"inside out", u8(1), u8(1), {8, 8, 2, 2}, 4}}) {
         Array src(r.src, 12, 12, 200), dst(r.dst, 9, 9, 200);
@@ -215,7 +226,8 @@ TEST(scaleresize, with_any_allocation_failing_says_so_and_keeps_nothing) {
             expect_error(result, o.err, QUEL_E_NOMEM, QUEL_C_NOMEM, "scaleresize");
         };
         const float range[2] = {0, 1};
-        const int made = each_allocation_failing([&] { return (o = resize(&same, &src, nullptr, mode)).result; }, out_of_memory);
+        const int made =
+            each_allocation_failing([&] { return (o = resize(&same, &src, nullptr, mode)).result; }, out_of_memory);
         EXPECT_EQ(o.result, 0);
         const int made_with_range = each_allocation_failing(
             [&] { return (o = resize(&same, &src, nullptr, mode, nullptr, range)).result; }, out_of_memory);

@@ -9,7 +9,9 @@ namespace {
 
 using Floats = std::vector<float>;
 
-int64_t minmax(Array& a, float* lo, float* hi) { return call<TarnMinMax>("tarn::minmax", nullptr, nullptr, lo, hi, &a); }
+int64_t minmax(Array& a, float* lo, float* hi) {
+    return call<TarnMinMax>("tarn::minmax", nullptr, nullptr, lo, hi, &a);
+}
 int64_t mean(Array& a, float* means) { return call<TarnMean>("tarn::mean", nullptr, nullptr, means, &a); }
 std::vector<int32_t> count(Array& a, const float* lower, const float* upper) {
     std::vector<int32_t> counts(4, -9);
@@ -41,9 +43,12 @@ TEST(statistics, of_four_channels_give_three_values_and_pass_over_the_fourth) {
             for (int x = 0; x < 33; ++x)
                 for (int c = 0; c < 4; ++c) {
                     const int v = c == 3 ? 77 : 10 * c + (x == 32 && y == 6);
-                    if (type == u8(4)) a.at<uint8_t>(x, y, c) = uint8_t(v);
-                    else if (type == s16(4)) a.at<int16_t>(x, y, c) = int16_t(v);
-                    else a.at<float>(x, y, c) = float(v);
+                    if (type == u8(4))
+                        a.at<uint8_t>(x, y, c) = uint8_t(v);
+                    else if (type == s16(4))
+                        a.at<int16_t>(x, y, c) = int16_t(v);
+                    else
+                        a.at<float>(x, y, c) = float(v);
                 }
         Floats lo(4, -9), hi(4, -9), m(4, -9);
         minmax(a, lo.data(), hi.data());
@@ -84,8 +89,14 @@ TEST(count_in_range, floors_and_wraps_its_bounds) {
         float lower, upper;
         int32_t values;
     };
-    for (const Row& r : {Row{10.7f, 20.2f, 11}, {-1, 255, 1}, {0, 256, 1}, {20, 10, 0}, {0, 255, 256}, {-0.5f, 300, 0},
-                         {3e9f, 1, 2}, {NAN, INFINITY, 1}})
+    for (const Row& r : {Row{10.7f, 20.2f, 11},
+                         {-1, 255, 1},
+                         {0, 256, 1},
+                         {20, 10, 0},
+                         {0, 255, 256},
+                         {-0.5f, 300, 0},
+                         {3e9f, 1, 2},
+                         {NAN, INFINITY, 1}})
         EXPECT_EQ(count(a, &r.lower, &r.upper)[0], 2 * r.values) << r.lower << " to " << r.upper;
     EXPECT_EQ(count(a, nullptr, nullptr), (std::vector<int32_t>{512, -9, -9, -9}));
 }
@@ -120,5 +131,6 @@ TEST(statistics_death, unsupported_types_end_the_process) {
         EXPECT_DEATH(mean(a, v), "unsupported");
     }
     Array words(s16(1), 4, 4);
-    EXPECT_DEATH(call<TarnCountInRange>("tarn::count-in-range", nullptr, nullptr, n, &words, v, v), "unsupported s16 x 1");
+    EXPECT_DEATH(call<TarnCountInRange>("tarn::count-in-range", nullptr, nullptr, n, &words, v, v),
+                 "unsupported s16 x 1");
 }

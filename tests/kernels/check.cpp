@@ -87,7 +87,8 @@ constexpr Layout kLayouts[] = {
 
 template <class T>
 T random_value(std::mt19937& rng, Values) {
-    static constexpr T kEdges[] = {std::numeric_limits<T>::min(), std::numeric_limits<T>::max(), 0, 1, T(-1), T(-2), 127, 2};
+    static constexpr T kEdges[] = {
+        std::numeric_limits<T>::min(), std::numeric_limits<T>::max(), 0, 1, T(-1), T(-2), 127, 2};
     const uint32_t r = rng();
     return r % 4 == 0 ? kEdges[r >> 8 & 7] : T(rng());
 }
@@ -97,22 +98,31 @@ T random_float(std::mt19937& rng, Values values) {
     const uint32_t r = rng();
     if (values == Values::unit) return T(unit);
     if (r % 16 == 0 && values == Values::any) {
-        static const T special[] = {std::numeric_limits<T>::quiet_NaN(), std::numeric_limits<T>::infinity(),
-                                    -std::numeric_limits<T>::infinity(), T(-0.0), std::numeric_limits<T>::denorm_min(),
-                                    std::numeric_limits<T>::max(), std::numeric_limits<T>::lowest(), T(0.0)};
+        static const T special[] = {std::numeric_limits<T>::quiet_NaN(),  std::numeric_limits<T>::infinity(),
+                                    -std::numeric_limits<T>::infinity(),  T(-0.0),
+                                    std::numeric_limits<T>::denorm_min(), std::numeric_limits<T>::max(),
+                                    std::numeric_limits<T>::lowest(),     T(0.0)};
         return special[r >> 8 & 7];
     }
     switch (r >> 4 & 3) {
-        case 0: return T(int32_t(rng() % 512) - 256) / 2;  // halves: ties when rounded
-        case 1: return T(unit * 70000);
-        case 2: return T(unit);
-        default: return T(std::ldexp(unit, int(rng() % 60) - 30));
+        case 0:
+            return T(int32_t(rng() % 512) - 256) / 2;  // halves: ties when rounded
+        case 1:
+            return T(unit * 70000);
+        case 2:
+            return T(unit);
+        default:
+            return T(std::ldexp(unit, int(rng() % 60) - 30));
     }
 }
 template <>
-float random_value<float>(std::mt19937& rng, Values v) { return random_float<float>(rng, v); }
+float random_value<float>(std::mt19937& rng, Values v) {
+    return random_float<float>(rng, v);
+}
 template <>
-double random_value<double>(std::mt19937& rng, Values v) { return random_float<double>(rng, v); }
+double random_value<double>(std::mt19937& rng, Values v) {
+    return random_float<double>(rng, v);
+}
 
 template <class T>
 void fill(std::vector<uint8_t>& bytes, std::mt19937& rng, Values values) {
@@ -122,12 +132,18 @@ void fill(std::vector<uint8_t>& bytes, std::mt19937& rng, Values values) {
 
 void fill(std::vector<uint8_t>& bytes, Type type, std::mt19937& rng, Values values) {
     switch (type) {
-        case Type::u8: return fill<uint8_t>(bytes, rng, values);
-        case Type::s16: return fill<int16_t>(bytes, rng, values);
-        case Type::s32: return fill<int32_t>(bytes, rng, values);
-        case Type::u32: return fill<uint32_t>(bytes, rng, values);
-        case Type::f32: return fill<float>(bytes, rng, values);
-        case Type::f64: return fill<double>(bytes, rng, values);
+        case Type::u8:
+            return fill<uint8_t>(bytes, rng, values);
+        case Type::s16:
+            return fill<int16_t>(bytes, rng, values);
+        case Type::s32:
+            return fill<int32_t>(bytes, rng, values);
+        case Type::u32:
+            return fill<uint32_t>(bytes, rng, values);
+        case Type::f32:
+            return fill<float>(bytes, rng, values);
+        case Type::f64:
+            return fill<double>(bytes, rng, values);
     }
 }
 
@@ -154,24 +170,55 @@ double int_distance(const uint8_t* a, const uint8_t* b) {
 }
 double distance(Type type, const uint8_t* a, const uint8_t* b) {
     switch (type) {
-        case Type::u8: return int_distance<uint8_t>(a, b);
-        case Type::s16: return int_distance<int16_t>(a, b);
-        case Type::s32: return int_distance<int32_t>(a, b);
-        case Type::u32: return int_distance<uint32_t>(a, b);
-        case Type::f32: return float_distance<float, int32_t>(a, b);
-        case Type::f64: return float_distance<double, int64_t>(a, b);
+        case Type::u8:
+            return int_distance<uint8_t>(a, b);
+        case Type::s16:
+            return int_distance<int16_t>(a, b);
+        case Type::s32:
+            return int_distance<int32_t>(a, b);
+        case Type::u32:
+            return int_distance<uint32_t>(a, b);
+        case Type::f32:
+            return float_distance<float, int32_t>(a, b);
+        case Type::f64:
+            return float_distance<double, int64_t>(a, b);
     }
     return 0;
 }
 
 std::string show(Type type, const uint8_t* p) {
     switch (type) {
-        case Type::u8: return std::to_string(*p);
-        case Type::s16: { int16_t v; memcpy(&v, p, 2); return std::to_string(v); }
-        case Type::s32: { int32_t v; memcpy(&v, p, 4); return std::to_string(v); }
-        case Type::u32: { uint32_t v; memcpy(&v, p, 4); return std::to_string(v); }
-        case Type::f32: { float v; memcpy(&v, p, 4); char t[64]; snprintf(t, sizeof t, "%.9g (%a)", v, v); return t; }
-        case Type::f64: { double v; memcpy(&v, p, 8); char t[64]; snprintf(t, sizeof t, "%.17g (%a)", v, v); return t; }
+        case Type::u8:
+            return std::to_string(*p);
+        case Type::s16: {
+            int16_t v;
+            memcpy(&v, p, 2);
+            return std::to_string(v);
+        }
+        case Type::s32: {
+            int32_t v;
+            memcpy(&v, p, 4);
+            return std::to_string(v);
+        }
+        case Type::u32: {
+            uint32_t v;
+            memcpy(&v, p, 4);
+            return std::to_string(v);
+        }
+        case Type::f32: {
+            float v;
+            memcpy(&v, p, 4);
+            char t[64];
+            snprintf(t, sizeof t, "%.9g (%a)", v, v);
+            return t;
+        }
+        case Type::f64: {
+            double v;
+            memcpy(&v, p, 8);
+            char t[64];
+            snprintf(t, sizeof t, "%.17g (%a)", v, v);
+            return t;
+        }
     }
     return {};
 }
@@ -181,7 +228,9 @@ struct Placed {
     const Plane* plane;
     std::vector<uint8_t> contents;  // packed, before the call
     int64_t row_bytes;
-    View packed(std::vector<uint8_t>& bytes, Size n) const { return {bytes.data(), int32_t(row_bytes), plane->size(n)}; }
+    View packed(std::vector<uint8_t>& bytes, Size n) const {
+        return {bytes.data(), int32_t(row_bytes), plane->size(n)};
+    }
 };
 
 struct Trial {
@@ -234,8 +283,8 @@ struct Trial {
             uint8_t* to = std::min(a.end(), lowest + span + 256);
             memset(from, 0xa5, size_t(to - from));
             used.push_back({from, to});
-            View v{layout.upwards ? lowest + pitch * (s.height - 1) : lowest,
-                   int32_t(layout.upwards ? -pitch : pitch), s};
+            View v{layout.upwards ? lowest + pitch * (s.height - 1) : lowest, int32_t(layout.upwards ? -pitch : pitch),
+                   s};
             if (p.plane->role != Role::out)
                 for (int y = 0; y < s.height; ++y)
                     memcpy(v.row<uint8_t>(y), p.contents.data() + y * p.row_bytes, size_t(p.row_bytes));
@@ -267,13 +316,16 @@ private:
                 for (int64_t e = 0; e < p.row_bytes; e += eb)
                     if (!(distance(p.plane->type, got + e, want + e) <= tolerance)) {
                         ADD_FAILURE() << where(level, layout) << ": plane " << i << " row " << y << " pixel "
-                                      << e / eb / p.plane->elements << " channel " << e / eb % p.plane->elements << " is "
-                                      << show(p.plane->type, got + e) << ", should be " << show(p.plane->type, want + e);
+                                      << e / eb / p.plane->elements << " channel " << e / eb % p.plane->elements
+                                      << " is " << show(p.plane->type, got + e) << ", should be "
+                                      << show(p.plane->type, want + e);
                         return false;
                     }
-            if (first) memcpy(want, got, size_t(p.row_bytes));
+            if (first)
+                memcpy(want, got, size_t(p.row_bytes));
             else if (memcmp(got, want, size_t(p.row_bytes)) != 0) {
-                ADD_FAILURE() << where(level, layout) << ": plane " << i << " row " << y << " has other NaN bits than level 0";
+                ADD_FAILURE() << where(level, layout) << ": plane " << i << " row " << y
+                              << " has other NaN bits than level 0";
                 return false;
             }
             memset(got, 0xa5, size_t(p.row_bytes));

@@ -1,7 +1,8 @@
 // Checks a kernel case at every level over many shapes: widths around every vector width, several heights, packed and
-// padded rows, rows that go upwards, pixels right behind and right before an inaccessible page. A kernel fails when it differs
-// from the case's expectation, when a level differs from level 0 in one bit, when it writes anything but the pixels of its
-// outputs, or when it touches memory behind or before its planes (the process then dies naming the place it was at).
+// padded rows, rows that go upwards, pixels right behind and right before an inaccessible page. A kernel fails when it
+// differs from the case's expectation, when a level differs from level 0 in one bit, when it writes anything but the
+// pixels of its outputs, or when it touches memory behind or before its planes (the process then dies naming the place
+// it was at).
 #pragma once
 
 #include <string>

@@ -40,7 +40,7 @@ struct Taps {
         double sum = 0;
         for (int k = 1 - lobes; k <= lobes; ++k) {
             const double x = std::fabs(f - k);
-            const double w = mode == linear ? 1 - x
+            const double w = mode == linear    ? 1 - x
                              : mode == lanczos ? sinc(x) * sinc(x / 3)
                              : x < 1           ? 1.5 * x * x * x - 2.5 * x * x + 1
                                                : -0.5 * x * x * x + 2.5 * x * x - 4 * x + 2;
@@ -53,25 +53,24 @@ struct Taps {
 };
 
 struct Kernels {
-    const k::Kernel<k::Resize>*forms[4];  // c1, c3, c4, c3x
+    const k::Kernel<k::Resize>* forms[4];  // c1, c3, c4, c3x
 };
 constexpr int kElements[] = {1, 3, 4, 4};
 
 template <class T>
 Kernels kernels_of(Mode mode);
-#define KERNELS(T, type)                                                                                              \
-    template <>                                                                                                       \
-    Kernels kernels_of<T>(Mode mode) {                                                                                \
-        static constexpr Kernels all[] = {                                                                            \
-            {{&k::resize_nearest_##type##_c1, &k::resize_nearest_##type##_c3, &k::resize_nearest_##type##_c4,         \
-              &k::resize_nearest_##type##_c3x}},                                                                      \
-            {{&k::resize_linear_##type##_c1, &k::resize_linear_##type##_c3, &k::resize_linear_##type##_c4,            \
-              &k::resize_linear_##type##_c3x}},                                                                       \
-            {{&k::resize_cubic_##type##_c1, &k::resize_cubic_##type##_c3, &k::resize_cubic_##type##_c4,               \
-              &k::resize_cubic_##type##_c3x}},                                                                        \
-            {{&k::resize_lanczos_##type##_c1, &k::resize_lanczos_##type##_c3, &k::resize_lanczos_##type##_c4,         \
-              &k::resize_lanczos_##type##_c3x}}};                                                                     \
-        return all[mode];                                                                                             \
+#define KERNELS(T, type)                                                                                        \
+    template <>                                                                                                 \
+    Kernels kernels_of<T>(Mode mode) {                                                                          \
+        static constexpr Kernels all[] = {{{&k::resize_nearest_##type##_c1, &k::resize_nearest_##type##_c3,     \
+                                            &k::resize_nearest_##type##_c4, &k::resize_nearest_##type##_c3x}},  \
+                                          {{&k::resize_linear_##type##_c1, &k::resize_linear_##type##_c3,       \
+                                            &k::resize_linear_##type##_c4, &k::resize_linear_##type##_c3x}},    \
+                                          {{&k::resize_cubic_##type##_c1, &k::resize_cubic_##type##_c3,         \
+                                            &k::resize_cubic_##type##_c4, &k::resize_cubic_##type##_c3x}},      \
+                                          {{&k::resize_lanczos_##type##_c1, &k::resize_lanczos_##type##_c3,     \
+                                            &k::resize_lanczos_##type##_c4, &k::resize_lanczos_##type##_c3x}}}; \
+        return all[mode];                                                                                       \
     }
 KERNELS(uint8_t, u8)
 KERNELS(int16_t, s16)
@@ -91,12 +90,23 @@ std::vector<T> make_image(Image image, Size size, int channels, std::mt19937& rn
             for (int c = 0; c < channels; ++c) {
                 double v = level;
                 switch (image) {
-                    case Image::noise: v = low + (high - low) * double(rng()) / 4294967295.0; break;
-                    case Image::impulses: v = rng() % 7 == 0 ? high : low; break;
-                    case Image::checkerboard: v = (x + y + c) % 2 ? high : low; break;
-                    case Image::extremes: v = rng() % 2 ? high : low; break;
-                    case Image::steps: v = rng() % 2; break;  // many ties
-                    case Image::flat: break;
+                    case Image::noise:
+                        v = low + (high - low) * double(rng()) / 4294967295.0;
+                        break;
+                    case Image::impulses:
+                        v = rng() % 7 == 0 ? high : low;
+                        break;
+                    case Image::checkerboard:
+                        v = (x + y + c) % 2 ? high : low;
+                        break;
+                    case Image::extremes:
+                        v = rng() % 2 ? high : low;
+                        break;
+                    case Image::steps:
+                        v = rng() % 2;
+                        break;  // many ties
+                    case Image::flat:
+                        break;
                 }
                 all.push_back(real ? T(v) : T(std::floor(v)));
             }
@@ -105,7 +115,9 @@ std::vector<T> make_image(Image image, Size size, int channels, std::mt19937& rn
 
 // How far results of a type may lie from the real value, in steps of an integer type.
 template <class T>
-double slack() { return std::is_same_v<T, uint8_t> ? 0.5 + 1.0 / 32 : 0.5 + 1.0 / 16; }
+double slack() {
+    return std::is_same_v<T, uint8_t> ? 0.5 + 1.0 / 32 : 0.5 + 1.0 / 16;
+}
 
 struct Axis {
     int from, to, before, behind;
@@ -119,9 +131,10 @@ void check_resize(Mode mode, int form, Image image, Axis ax, Axis ay, unsigned s
     const std::vector<T> src = make_image<T>(image, src_size, channels, rng);
     std::vector<T> dst(size_t(ax.to) * ay.to * channels, T(77));
     const Region region{ax.before, ay.before, ax.from, ay.from};
-    const int32_t src_stride = int32_t(src_size.width * channels * sizeof(T)), dst_stride = int32_t(ax.to * channels * sizeof(T));
-    ASSERT_EQ(k::kOk, (*kernels_of<T>(mode).forms[form])(src.data(), src_stride, src_size, region, dst.data(), dst_stride,
-                                                          dst_size, heap()));
+    const int32_t src_stride = int32_t(src_size.width * channels * sizeof(T)),
+                  dst_stride = int32_t(ax.to * channels * sizeof(T));
+    ASSERT_EQ(k::kOk, (*kernels_of<T>(mode).forms[form])(src.data(), src_stride, src_size, region, dst.data(),
+                                                         dst_stride, dst_size, heap()));
     std::vector<Taps> columns;
     for (int x = 0; x < ax.to; ++x) columns.emplace_back(mode, x, ax.from, ax.to, ax.before, src_size.width);
     for (int y = 0; y < ay.to; ++y) {
@@ -160,8 +173,9 @@ void check_resize(Mode mode, int form, Image image, Axis ax, Axis ay, unsigned s
 template <class T>
 void check_all() {
     // Lengths from the region to the destination, with pixels before and behind the region.
-    const Axis axes[] = {{1, 1, 0, 0},   {1, 5, 0, 0},   {2, 3, 0, 0},   {5, 5, 1, 1},    {5, 13, 2, 0},  {16, 32, 0, 0},
-                         {64, 32, 0, 0}, {48, 36, 3, 5}, {40, 5, 0, 1},  {7, 56, 0, 0},   {37, 101, 4, 9}, {101, 37, 0, 7},
+    const Axis axes[] = {{1, 1, 0, 0},   {1, 5, 0, 0},    {2, 3, 0, 0},     {5, 5, 1, 1},
+                         {5, 13, 2, 0},  {16, 32, 0, 0},  {64, 32, 0, 0},   {48, 36, 3, 5},
+                         {40, 5, 0, 1},  {7, 56, 0, 0},   {37, 101, 4, 9},  {101, 37, 0, 7},
                          {97, 50, 1, 2}, {10, 200, 3, 3}, {300, 290, 1, 0}, {33, 32, 0, 0}};
     unsigned seed = 1;
     for (Mode mode : {nearest, linear, cubic, lanczos})
@@ -179,33 +193,36 @@ TEST(resize, lies_within_the_stated_distance_of_the_real_value_u8) { check_all<u
 TEST(resize, lies_within_the_stated_distance_of_the_real_value_s16) { check_all<int16_t>(); }
 TEST(resize, lies_within_the_stated_distance_of_the_real_value_f32) { check_all<float>(); }
 
-// Factors whose weights are short binary fractions: the real value is known exactly, and a half goes to the even number.
+// Factors whose weights are short binary fractions: the real value is known exactly, and a half goes to the even
+// number.
 TEST(resize, rounds_exact_ties_to_even) {
     struct Row {
         Mode mode;
         int from, to;
     };
     int ties = 0;
-    for (const Row& r : {Row{linear, 32, 16}, Row{linear, 16, 32}, Row{linear, 16, 64}, Row{linear, 8, 64}, Row{linear, 64, 16},
-                         Row{cubic, 32, 16}, Row{cubic, 16, 32}}) {
+    for (const Row& r : {Row{linear, 32, 16}, Row{linear, 16, 32}, Row{linear, 16, 64}, Row{linear, 8, 64},
+                         Row{linear, 64, 16}, Row{cubic, 32, 16}, Row{cubic, 16, 32}}) {
         std::mt19937 rng(5);
         const Size src_size{r.from, r.from}, dst_size{r.to, r.to};
         const std::vector<uint8_t> src = make_image<uint8_t>(Image::noise, src_size, 1, rng);
         std::vector<uint8_t> dst(size_t(r.to) * r.to);
-        ASSERT_EQ(k::kOk, (*kernels_of<uint8_t>(r.mode).forms[0])(src.data(), r.from, src_size, Region{0, 0, r.from, r.from},
-                                                                   dst.data(), r.to, dst_size, heap()));
+        ASSERT_EQ(k::kOk,
+                  (*kernels_of<uint8_t>(r.mode).forms[0])(src.data(), r.from, src_size, Region{0, 0, r.from, r.from},
+                                                          dst.data(), r.to, dst_size, heap()));
         for (int y = 0; y < r.to; ++y)
             for (int x = 0; x < r.to; ++x) {
                 const Taps rows(r.mode, y, r.from, r.to, 0, r.from), columns(r.mode, x, r.from, r.to, 0, r.from);
                 double real = 0;
                 for (size_t i = 0; i < rows.pixel.size(); ++i)
                     for (size_t k = 0; k < columns.pixel.size(); ++k)
-                        real += rows.weight[i] * columns.weight[k] * src[size_t(rows.pixel[i] * r.from + columns.pixel[k])];
+                        real +=
+                            rows.weight[i] * columns.weight[k] * src[size_t(rows.pixel[i] * r.from + columns.pixel[k])];
                 real = std::clamp(real, 0.0, 255.0);
                 if (real - std::floor(real) != 0.5) continue;
                 ++ties;
-                ASSERT_EQ(std::nearbyint(real), dst[size_t(y) * r.to + x]) << kModeNames[r.mode] << " " << r.from << " to "
-                                                                           << r.to << " at " << x << "," << y << ": " << real;
+                ASSERT_EQ(std::nearbyint(real), dst[size_t(y) * r.to + x])
+                    << kModeNames[r.mode] << " " << r.from << " to " << r.to << " at " << x << "," << y << ": " << real;
             }
     }
     EXPECT_GT(ties, 100);
@@ -217,7 +234,7 @@ TEST(resize, of_a_flat_8_bit_image_is_flat) {
             const std::vector<uint8_t> src(size_t(23) * 7, uint8_t(value));
             std::vector<uint8_t> dst(size_t(31) * 17);
             ASSERT_EQ(k::kOk, (*kernels_of<uint8_t>(mode).forms[0])(src.data(), 23, Size{23, 7}, Region{0, 0, 23, 7},
-                                                                     dst.data(), 31, Size{31, 17}, heap()));
+                                                                    dst.data(), 31, Size{31, 17}, heap()));
             for (uint8_t v : dst) ASSERT_EQ(value, v) << kModeNames[mode];
         }
 }
@@ -231,13 +248,14 @@ TEST(resize, refuses_bad_sizes_and_regions) {
         k::Status status;
     };
     constexpr int32_t kMax = std::numeric_limits<int32_t>::max();
-    for (const Row& r : {Row{{10, 10}, {0, 0, 0, 5}, {5, 5}, k::kBadSize}, Row{{10, 10}, {0, 0, 5, -5}, {5, 5}, k::kBadSize},
-                         Row{{0, 10}, {0, 0, 5, 5}, {5, 5}, k::kBadSize}, Row{{10, 10}, {0, 0, 5, 5}, {5, 0}, k::kBadSize},
-                         Row{{10, 10}, {6, 0, 5, 5}, {5, 5}, k::kBadArg}, Row{{10, 10}, {-1, 0, 5, 5}, {6, 5}, k::kBadArg},
-                         Row{{10, 10}, {0, 1, 5, kMax}, {5, 5}, k::kBadArg}})
+    for (const Row& r :
+         {Row{{10, 10}, {0, 0, 0, 5}, {5, 5}, k::kBadSize}, Row{{10, 10}, {0, 0, 5, -5}, {5, 5}, k::kBadSize},
+          Row{{0, 10}, {0, 0, 5, 5}, {5, 5}, k::kBadSize}, Row{{10, 10}, {0, 0, 5, 5}, {5, 0}, k::kBadSize},
+          Row{{10, 10}, {6, 0, 5, 5}, {5, 5}, k::kBadArg}, Row{{10, 10}, {-1, 0, 5, 5}, {6, 5}, k::kBadArg},
+          Row{{10, 10}, {0, 1, 5, kMax}, {5, 5}, k::kBadArg}})
         for (Mode mode : {nearest, linear, cubic, lanczos})
-            EXPECT_EQ(r.status, (*kernels_of<uint8_t>(mode).forms[0])(src.data(), 10, r.src, r.region, dst.data(), 10, r.dst,
-                                                                       heap()));
+            EXPECT_EQ(r.status, (*kernels_of<uint8_t>(mode).forms[0])(src.data(), 10, r.src, r.region, dst.data(), 10,
+                                                                      r.dst, heap()));
 }
 
 TEST(resize, reports_scratch_memory_that_cannot_be_had) {
@@ -245,7 +263,7 @@ TEST(resize, reports_scratch_memory_that_cannot_be_had) {
     const k::Allocator none{[](void*, uint64_t) -> void* { return nullptr; }, [](void*, void*) { FAIL(); }, nullptr};
     for (Mode mode : {nearest, linear, cubic, lanczos})
         EXPECT_EQ(k::kNoMemory, (*kernels_of<float>(mode).forms[0])(src.data(), 40, Size{10, 10}, Region{0, 0, 10, 10},
-                                                                     dst.data(), 80, Size{20, 20}, none));
+                                                                    dst.data(), 80, Size{20, 20}, none));
 }
 
 }  // namespace

@@ -15,24 +15,15 @@ TEST(level, follows_the_feature_mask) {
         int level, sublevel;
     };
     const Row rows[] = {
-        {0, false, 0, 0},
-        {0, true, 0, 0},
-        {b3, false, 1, 0},
-        {b4, false, 2, 0},
-        {b3 | b4, false, 2, 0},
-        {b3 | b4 | b5, false, 2, 1},
-        {b5, false, 0, 0},
-        {b3 | b5, false, 1, 0},
-        {b6, false, 3, 0},
-        {b3 | b4 | b5 | b6, true, 3, 0},
-        {b6 | b8, true, 3, 0},
-        {b6 | b9, true, 3, 0},
-        {b6 | b8 | b9, true, 4, 0},
-        {b6 | b8 | b9, false, 3, 0},
-        {b8 | b9, true, 4, 0},
-        {b4 | b5 | b8 | b9, false, 2, 1},
-        {~uint64_t(0), true, 4, 0},
-        {~uint64_t(0), false, 3, 0},
+        {0, false, 0, 0},           {0, true, 0, 0},
+        {b3, false, 1, 0},          {b4, false, 2, 0},
+        {b3 | b4, false, 2, 0},     {b3 | b4 | b5, false, 2, 1},
+        {b5, false, 0, 0},          {b3 | b5, false, 1, 0},
+        {b6, false, 3, 0},          {b3 | b4 | b5 | b6, true, 3, 0},
+        {b6 | b8, true, 3, 0},      {b6 | b9, true, 3, 0},
+        {b6 | b8 | b9, true, 4, 0}, {b6 | b8 | b9, false, 3, 0},
+        {b8 | b9, true, 4, 0},      {b4 | b5 | b8 | b9, false, 2, 1},
+        {~uint64_t(0), true, 4, 0}, {~uint64_t(0), false, 3, 0},
     };
     for (const Row& r : rows) {
         const Level got = choose_level(r.mask, r.wide);

@@ -1,5 +1,5 @@
-// Statistics over planes so large that the counters and sums of every level are emptied on the way, which the shapes of the
-// family's cases do not reach. One row of memory serves as many: its stride is 0.
+// Statistics over planes so large that the counters and sums of every level are emptied on the way, which the shapes of
+// the family's cases do not reach. One row of memory serves as many: its stride is 0.
 #include <gtest/gtest.h>
 
 #include <vector>
@@ -18,7 +18,8 @@ void over_each(const std::vector<T>& values, int channels, Fn check) {
     for (const T value : values) {
         const std::vector<T> row(size_t(kLarge.width * channels), value);
         test::at_every_level([&](int level) {
-            SCOPED_TRACE(testing::Message() << "level " << level << ", value " << double(value) << ", channels " << channels);
+            SCOPED_TRACE(testing::Message()
+                         << "level " << level << ", value " << double(value) << ", channels " << channels);
             check(row.data(), value);
         });
     }

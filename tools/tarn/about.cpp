@@ -12,12 +12,14 @@
 
 namespace tarn::tool {
 namespace {
-// What a slot is. The operations that the module plans share one function, which reports the type error; nothing else does.
+// What a slot is. The operations that the module plans share one function, which reports the type error; nothing else
+// does.
 const char* kind_of(const QuelIFACE& iface, const QuelSLOT& slot) {
     if (slot.entry == QUEL_ENTRY_DECLARED) return "declared";
     if (slot.entry) {
         const QuelSLOT* end = iface.slots + iface.slot_count;
-        const bool shared = std::any_of(iface.slots, end, [&](const QuelSLOT& s) { return &s != &slot && s.entry == slot.entry; });
+        const bool shared =
+            std::any_of(iface.slots, end, [&](const QuelSLOT& s) { return &s != &slot && s.entry == slot.entry; });
         return shared ? "planned" : "implemented";
     }
     return std::strncmp(slot.name, "reserved", 8) == 0 ? "reserved" : "empty";

@@ -20,14 +20,16 @@ struct ContourFind {
 std::vector<uint16_t> luminance(const Image& image, const std::string& name) {
     const Shape& shape = image.shape;
     if (shape.sample != Sample::u8 && shape.sample != Sample::u16)
-        fail(name, std::string("has ") + sample_name(shape.sample) + " samples; outlines are found in 8- and 16-bit pictures",
+        fail(name,
+             std::string("has ") + sample_name(shape.sample) + " samples; outlines are found in 8- and 16-bit pictures",
              "convert it with `tarn scale-resize --scale 1 --depth u8`");
     const int channels = shape.channels;
     std::vector<uint16_t> grey(static_cast<size_t>(shape.width * shape.height));
     uint16_t* to = grey.data();
     for (int64_t y = 0; y < shape.height; ++y) {
         const auto value = [&](int64_t i) -> double {
-            return shape.sample == Sample::u8 ? image.row(y)[i] : reinterpret_cast<const int16_t*>(image.row(y))[i] + kOffset16;
+            return shape.sample == Sample::u8 ? image.row(y)[i]
+                                              : reinterpret_cast<const int16_t*>(image.row(y))[i] + kOffset16;
         };
         for (int64_t i = 0; i < shape.width * channels; i += channels)
             *to++ = static_cast<uint16_t>(
@@ -36,7 +38,8 @@ std::vector<uint16_t> luminance(const Image& image, const std::string& name) {
     return grey;
 }
 
-// The threshold that parts the values into two classes whose means lie farthest apart, weighted by their sizes (Otsu 1979).
+// The threshold that parts the values into two classes whose means lie farthest apart, weighted by their sizes (Otsu
+// 1979).
 int otsu_threshold(const std::vector<uint16_t>& grey) {
     std::vector<uint64_t> histogram(65536);
     for (const uint16_t v : grey) ++histogram[v];
@@ -58,7 +61,7 @@ int otsu_threshold(const std::vector<uint16_t>& grey) {
     return threshold;
 }
 
-// ---- What the module delivers -----------------------------------------------------------------------------------------
+// ---- What the module delivers -------------------------------------------------------------------------------------
 
 struct Outline {
     std::vector<std::pair<int32_t, int32_t>> points;
@@ -100,7 +103,7 @@ struct Outlines : TarnCONTOURS {
     }
 };
 
-// ---- Output -----------------------------------------------------------------------------------------------------------
+// ---- Output -------------------------------------------------------------------------------------------------------
 
 std::string base64(const std::vector<uint8_t>& bytes) {
     constexpr char kDigits[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
@@ -149,8 +152,9 @@ std::vector<uint8_t> png_bytes(const Image& image, const std::string& name) {
 std::string svg(const Image& image, const std::string& name, const Outlines& outlines, bool both) {
     const std::string width = std::to_string(image.width()), height = std::to_string(image.height());
     std::string text = "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"" + width + "\" height=\"" + height +
-                       "\" viewBox=\"0 0 " + width + " " + height + "\">\n<image width=\"" + width + "\" height=\"" + height +
-                       "\" image-rendering=\"pixelated\" href=\"data:image/png;base64," + base64(png_bytes(image, name)) + "\"/>\n";
+                       "\" viewBox=\"0 0 " + width + " " + height + "\">\n<image width=\"" + width + "\" height=\"" +
+                       height + "\" image-rendering=\"pixelated\" href=\"data:image/png;base64," +
+                       base64(png_bytes(image, name)) + "\"/>\n";
     // Two groups: outer outlines and holes; of both values, the outlines of ones and of zeros.
     const struct {
         const char *title, *colour;
@@ -178,8 +182,9 @@ std::string json(const Image& image, int threshold, const Outlines& outlines) {
     // Outer before inner: the reverse of the order of delivery.
     const auto last = static_cast<int64_t>(outlines.all.size()) - 1;
     std::vector<int> depth(outlines.all.size());
-    std::string text = "{\"type\":\"FeatureCollection\",\"width\":" + std::to_string(image.width()) + ",\"height\":" +
-                       std::to_string(image.height()) + ",\"threshold\":" + std::to_string(threshold) + ",\"features\":[";
+    std::string text = "{\"type\":\"FeatureCollection\",\"width\":" + std::to_string(image.width()) +
+                       ",\"height\":" + std::to_string(image.height()) + ",\"threshold\":" + std::to_string(threshold) +
+                       ",\"features\":[";
     for (int64_t i = last; i >= 0; --i) {
         const Outline& outline = outlines.all[static_cast<size_t>(i)];
         if (outline.parent >= 0) depth[static_cast<size_t>(i)] = depth[static_cast<size_t>(outline.parent)] + 1;
@@ -203,7 +208,8 @@ std::string json(const Image& image, int threshold, const Outlines& outlines) {
         feature["bbox"] = {left, top, right, bottom};
         feature["geometry"] = {{"type", "Polygon"}, {"coordinates", nlohmann::ordered_json::array({ring})}};
         auto& properties = feature["properties"];
-        properties["parent"] = outline.parent < 0 ? nlohmann::ordered_json() : nlohmann::ordered_json(last - outline.parent);
+        properties["parent"] =
+            outline.parent < 0 ? nlohmann::ordered_json() : nlohmann::ordered_json(last - outline.parent);
         properties["children"] = children;
         properties["depth"] = depth[static_cast<size_t>(i)];
         properties["hole"] = outline.hole;
@@ -218,7 +224,8 @@ void run_contour_find(const ContourFind& options) {
     const Files& files = options.files;
     const std::string& name = files.inputs[0];
     if (options.otsu && !options.threshold.empty()) usage("--otsu", "can't go with --threshold", "give one of them");
-    int threshold = options.threshold.empty() ? 0 : static_cast<int>(parse_integer(options.threshold, "--threshold", 0, 65535));
+    int threshold =
+        options.threshold.empty() ? 0 : static_cast<int>(parse_integer(options.threshold, "--threshold", 0, 65535));
     const size_t values = parse_word(options.values, "--values", {"ones", "zeros", "both"});
     const size_t diagonal = parse_word(options.diagonal, "--diagonal", {"none", "zeros", "ones", "both"});
     const size_t dot = files.output.rfind('.');
@@ -235,7 +242,8 @@ void run_contour_find(const ContourFind& options) {
     shape.height = source.shape.height;
     Image mask = Image::make(shape, name);
     for (int64_t y = 0; y < shape.height; ++y)
-        for (int64_t x = 0; x < shape.width; ++x) mask.row(y)[x] = grey[size_t(y * shape.width + x)] > threshold ? 255 : 0;
+        for (int64_t x = 0; x < shape.width; ++x)
+            mask.row(y)[x] = grey[size_t(y * shape.width + x)] > threshold ? 255 : 0;
 
     constexpr uint32_t kValues[] = {TARN_CONTOURS_OF_ONES, TARN_CONTOURS_OF_ZEROS, 0};
     constexpr uint32_t kDiagonal[] = {0, TARN_CONTOURS_DIAGONAL_ZEROS, TARN_CONTOURS_DIAGONAL_ONES,
@@ -258,13 +266,17 @@ void run_contour_find(const ContourFind& options) {
 Run setup_contour_find(CLI::App& app) {
     const auto options = std::make_shared<ContourFind>();
     add_inputs(app, options->files);
-    app.add_option("-o,--output", options->files.output,
-                   ".svg: the outlines over the picture; .json: nested polygons (default: the latter to standard output)")
+    app.add_option(
+           "-o,--output", options->files.output,
+           ".svg: the outlines over the picture; .json: nested polygons (default: the latter to standard output)")
         ->type_name("OUT");
-    app.add_option("--threshold", options->threshold, "pixels above this luminance are ones (default 0)")->type_name("V");
+    app.add_option("--threshold", options->threshold, "pixels above this luminance are ones (default 0)")
+        ->type_name("V");
     app.add_flag("--otsu", options->otsu, "choose the threshold from the picture's histogram");
-    app.add_option("--values", options->values, "outlines of the regions of ones (default), zeros or both")->type_name("WHICH");
-    app.add_option("--diagonal", options->diagonal, "values whose pixels connect at corners: none (default), zeros, ones or both")
+    app.add_option("--values", options->values, "outlines of the regions of ones (default), zeros or both")
+        ->type_name("WHICH");
+    app.add_option("--diagonal", options->diagonal,
+                   "values whose pixels connect at corners: none (default), zeros, ones or both")
         ->type_name("WHICH");
     return [options] { run_contour_find(*options); };
 }

@@ -32,11 +32,16 @@ bool is_one_of(Sample sample, std::initializer_list<Sample> samples) {
 // What stands for opaque.
 double full(Sample sample) {
     switch (sample) {
-        case Sample::u8: return 255;
-        case Sample::u16: return 65535;
-        case Sample::s16: return 32767;
-        case Sample::f32: return 1;
-        default: return 0;
+        case Sample::u8:
+            return 255;
+        case Sample::u16:
+            return 65535;
+        case Sample::s16:
+            return 32767;
+        case Sample::f32:
+            return 1;
+        default:
+            return 0;
     }
 }
 
@@ -69,20 +74,23 @@ void run_convert_scale(const Options& options) {
     const Module module;
     Timing timing{options.files.time};
     Operation convert(module, "tarn::convert-scale", timing);
-    const Image result = by_parts(source, shape, options.files.inputs[0], [&](Image& to, const Image& from, bool alpha) {
-        LumoMAT dst = to.view();
-        const LumoMAT src = from.view();
-        float scales[4], offsets[4];
-        for (int c = 0; c < to.shape.channels; ++c) {
-            // Opaque stays opaque, whatever the colours are scaled by.
-            const bool kept = !full(from.shape.sample) || !full(to.shape.sample);
-            const double s = alpha ? kept ? 1 : full(to.shape.sample) / full(from.shape.sample) : scale[static_cast<size_t>(c)];
-            const double o = alpha ? 0 : offset[static_cast<size_t>(c)];
-            scales[c] = static_cast<float>(s);
-            offsets[c] = static_cast<float>(bias(from.shape.sample) * s + o - bias(to.shape.sample));
-        }
-        convert.call<TarnConvertScale>(describe(from.shape) + " to " + describe(to.shape), &dst, &src, scales, offsets);
-    });
+    const Image result =
+        by_parts(source, shape, options.files.inputs[0], [&](Image& to, const Image& from, bool alpha) {
+            LumoMAT dst = to.view();
+            const LumoMAT src = from.view();
+            float scales[4], offsets[4];
+            for (int c = 0; c < to.shape.channels; ++c) {
+                // Opaque stays opaque, whatever the colours are scaled by.
+                const bool kept = !full(from.shape.sample) || !full(to.shape.sample);
+                const double s =
+                    alpha ? kept ? 1 : full(to.shape.sample) / full(from.shape.sample) : scale[static_cast<size_t>(c)];
+                const double o = alpha ? 0 : offset[static_cast<size_t>(c)];
+                scales[c] = static_cast<float>(s);
+                offsets[c] = static_cast<float>(bias(from.shape.sample) * s + o - bias(to.shape.sample));
+            }
+            convert.call<TarnConvertScale>(describe(from.shape) + " to " + describe(to.shape), &dst, &src, scales,
+                                           offsets);
+        });
     out.write(result);
     print_time(options.files, timing);
 }
@@ -101,10 +109,11 @@ void in_place(const Options& options, const char* operation, bool alpha_too, Wor
     const Module module;
     Timing timing{false};
     Operation op(module, operation, timing);
-    const Image result = by_parts(source, source.shape, options.files.inputs[0], [&](Image& to, const Image& from, bool alpha) {
-        copy_pixels(to, from);
-        if (!alpha || alpha_too) work(op, to);
-    });
+    const Image result =
+        by_parts(source, source.shape, options.files.inputs[0], [&](Image& to, const Image& from, bool alpha) {
+            copy_pixels(to, from);
+            if (!alpha || alpha_too) work(op, to);
+        });
     out.write(result);
     print_time(options.files, timing);
 }
@@ -129,10 +138,12 @@ struct Range {
 };
 Range range_for(const Options& options, const Image& image) {
     if (!full(image.shape.sample))
-        fail(options.files.inputs[0], std::string("has ") + sample_name(image.shape.sample) + " samples, and u8, u16, s16 and f32 are stretched",
+        fail(options.files.inputs[0],
+             std::string("has ") + sample_name(image.shape.sample) + " samples, and u8, u16, s16 and f32 are stretched",
              "convert it first with tarn convert-scale --depth f32");
     const auto ends = parse_numbers(options.range, "--range", 2);
-    return {{static_cast<float>(ends[0] - bias(image.shape.sample)), static_cast<float>(ends[1] - bias(image.shape.sample))}};
+    return {{static_cast<float>(ends[0] - bias(image.shape.sample)),
+             static_cast<float>(ends[1] - bias(image.shape.sample))}};
 }
 
 void run_reshape(const Options& options) {
@@ -143,8 +154,9 @@ void run_reshape(const Options& options) {
     shape.width = size.width;
     shape.height = size.height;
     if (shape.width * shape.height != source.shape.width * source.shape.height)
-        fail("--size", "has " + std::to_string(shape.width * shape.height) + " pixels and the picture " +
-                           std::to_string(source.shape.width * source.shape.height),
+        fail("--size",
+             "has " + std::to_string(shape.width * shape.height) + " pixels and the picture " +
+                 std::to_string(source.shape.width * source.shape.height),
              "give a width and a height with the same product");
     out.check(shape);
     const Module module;
@@ -167,16 +179,20 @@ std::shared_ptr<Options> add_common(CLI::App& app) {
 }
 
 void add_range(CLI::App& app, Options& options) {
-    app.add_option("--range", options.range, "what the smallest and the largest value become")->type_name("LO,HI")->required();
+    app.add_option("--range", options.range, "what the smallest and the largest value become")
+        ->type_name("LO,HI")
+        ->required();
 }
 
 }  // namespace
 
 Run setup_convert_scale(CLI::App& app) {
     const auto options = add_common(app);
-    app.add_option("--depth", options->depth, "samples of the result: same (default), u8, u16, s16, s32 or f32; values saturate")
+    app.add_option("--depth", options->depth,
+                   "samples of the result: same (default), u8, u16, s16, s32 or f32; values saturate")
         ->type_name("TYPE");
-    app.add_option("--scale", options->scale, "factor, one for all colour channels or one for each (default: 1)")->type_name("F[,F,F]");
+    app.add_option("--scale", options->scale, "factor, one for all colour channels or one for each (default: 1)")
+        ->type_name("F[,F,F]");
     app.add_option("--offset", options->offset, "what is added after that (default: 0)")->type_name("V[,V,V]");
     return [options] { run_convert_scale(*options); };
 }
@@ -185,10 +201,11 @@ Run setup_cvtvrange_n(CLI::App& app) {
     const auto options = add_common(app);
     add_range(app, *options);
     return [options] {
-        in_place_list(*options, "tarn::cvtvrange-n", false, [&](Operation& op, Image& image, std::vector<LumoMAT*>& list) {
-            const Range range = range_for(*options, image);
-            op.call<TarnCvtvrangeN>(describe(image.shape), uint64_t(list.size()), list.data(), range.ends);
-        });
+        in_place_list(
+            *options, "tarn::cvtvrange-n", false, [&](Operation& op, Image& image, std::vector<LumoMAT*>& list) {
+                const Range range = range_for(*options, image);
+                op.call<TarnCvtvrangeN>(describe(image.shape), uint64_t(list.size()), list.data(), range.ends);
+            });
     };
 }
 
@@ -217,15 +234,18 @@ Run setup_cvtorigin(CLI::App& app) {
 Run setup_cvtorigin_n(CLI::App& app) {
     const auto options = add_common(app);
     return [options] {
-        in_place_list(*options, "tarn::cvtorigin-n", true, [&](Operation& op, Image& image, std::vector<LumoMAT*>& list) {
-            op.call<TarnCvtoriginN>(describe(image.shape), uint64_t(list.size()), list.data(), 0u, 1u);
-        });
+        in_place_list(*options, "tarn::cvtorigin-n", true,
+                      [&](Operation& op, Image& image, std::vector<LumoMAT*>& list) {
+                          op.call<TarnCvtoriginN>(describe(image.shape), uint64_t(list.size()), list.data(), 0u, 1u);
+                      });
     };
 }
 
 Run setup_reshape(CLI::App& app) {
     const auto options = add_common(app);
-    app.add_option("--size", options->size, "new width and height, as many pixels as before")->type_name("WxH")->required();
+    app.add_option("--size", options->size, "new width and height, as many pixels as before")
+        ->type_name("WxH")
+        ->required();
     return [options] { run_reshape(*options); };
 }
 

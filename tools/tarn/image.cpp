@@ -130,8 +130,7 @@ void as_plain_values(Image& image, const std::string& subject) {
     image.shape.sample = Sample::s16;
 }
 
-// ---- Files
-// ------------------------------------------------------------------------------------------------------------
+// ---- Files --------------------------------------------------------------------------------------------------------
 
 std::vector<uint8_t> read_file(const std::string& path) {
     struct Close {

@@ -73,8 +73,7 @@ void invert(uint8_t* row, size_t samples, Sample sample);
 // naming subject, when a value is above 32767.
 void as_plain_values(Image& image, const std::string& subject);
 
-// ---- Files
-// ------------------------------------------------------------------------------------------------------------
+// ---- Files --------------------------------------------------------------------------------------------------------
 
 enum class Format { png, jpeg, tiff };
 

@@ -13,14 +13,15 @@ namespace tarn::tool {
 
 struct Matrix {
     int32_t rows = 0, columns = 0;
-    std::vector<float> values; // rows * columns
+    std::vector<float> values;  // rows * columns
     // A view that the operations take; valid as long as the matrix.
     LumoMAT view() const;
 };
 
-// Reads a file of one axis (a single row) or two. Throws when it is no such file or holds anything but 32-bit floats in C order.
+// Reads a file of one axis (a single row) or two. Throws when it is no such file or holds anything but 32-bit floats in
+// C order.
 Matrix read_npy(const std::string& path);
 void write_npy(OutputFile& file, const Matrix& matrix);
 
-} // namespace tarn::tool
+}  // namespace tarn::tool
 #endif

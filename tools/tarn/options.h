@@ -14,8 +14,7 @@
 
 namespace tarn::tool {
 
-// ---- Values: each throws (usage) with the option's name when the text is not what it says
-// ---------------------------------
+// ---- Values: each throws (usage) with the option's name when the text is not what it says -------------------------
 
 int64_t parse_integer(const std::string& text, const std::string& option, int64_t low, int64_t high);
 double parse_number(const std::string& text, const std::string& option);
@@ -30,8 +29,7 @@ LumoRECT parse_region(const std::string& text, const std::string& option, const 
 // One of several words, in the order of their codes; returns the index.
 size_t parse_word(const std::string& text, const std::string& option, const std::vector<std::string>& words);
 
-// ---- Options
-// -----------------------------------------------------------------------------------------------------------
+// ---- Options ------------------------------------------------------------------------------------------------------
 
 struct Files {
     std::vector<std::string> inputs;
@@ -47,7 +45,7 @@ void add_image_output(CLI::App& app, Files& files);
 void add_text_output(CLI::App& app, Files& files);
 void add_json(CLI::App& app, bool& json);
 
-// ---- Input and output -----------------------------------------------------------------------------------------------
+// ---- Input and output ---------------------------------------------------------------------------------------------
 
 // Reads input number index with progress shown.
 Image read_input(const Files& files, size_t index = 0);

@@ -30,7 +30,8 @@ Image colours_of(const Files& files, const std::string& command, std::initialize
         all += (all.empty() ? "" : ", ") + std::string(sample_name(sample));
     }
     if (!taken)
-        fail(files.inputs[0], std::string("has ") + sample_name(image.shape.sample) + " samples, and " + command + " takes " + all,
+        fail(files.inputs[0],
+             std::string("has ") + sample_name(image.shape.sample) + " samples, and " + command + " takes " + all,
              "convert it first, for example with tarn convert-scale --depth f32");
     return image.has_alpha() ? take_channels(image, 0, image.shape.channels - 1) : std::move(image);
 }
@@ -147,8 +148,9 @@ Run setup_mean(CLI::App& app) {
 
 Run setup_count_in_range(CLI::App& app) {
     const auto options = add_common(app);
-    app.add_option("--lower", options->lower, "smallest value that counts, one for all channels or one for each "
-                                              "(default: the smallest there is)")
+    app.add_option("--lower", options->lower,
+                   "smallest value that counts, one for all channels or one for each "
+                   "(default: the smallest there is)")
         ->type_name("V[,V,V]");
     app.add_option("--upper", options->upper, "largest value that counts (default: the largest there is)")
         ->type_name("V[,V,V]");

@@ -36,7 +36,7 @@ typedef struct KaMEMSTG {
     struct KaMEMSTG* child;  /* first record that draws on this one */
     struct KaMEMSTG* next;   /* siblings under one parent */
     struct KaMEMSTG* prev;
-    void* blocks;            /* pieces in use (storage) or slabs (pool) */
+    void* blocks; /* pieces in use (storage) or slabs (pool) */
 } KaMEMSTG;
 
 /* A storage: blocks of any size. */
@@ -68,8 +68,9 @@ typedef struct KaPOOL {
  * Returns storage, or null. Destroy it with KaMEMSTGdestroy(&storage->base). */
 KA_API KaSMEMSTG* KaSMEMSTGopen(KaSMEMSTG* storage, KaSMEMSTG* parent, uint64_t block_size, struct QuelERR* err);
 
-/* Gives back every block of the storage and destroys what draws on it; the storage stays open. The memory is kept for the
- * next blocks (up to 16 pieces and 256 MiB, the newest), so that a storage cleared step after step doesn't go to the heap. */
+/* Gives back every block of the storage and destroys what draws on it; the storage stays open. The memory is kept for
+ * the next blocks (up to 16 pieces and 256 MiB, the newest), so that a storage cleared step after step doesn't go to
+ * the heap. */
 KA_API void KaSMEMSTGclear(KaSMEMSTG* storage);
 
 /* Allocates size bytes (16-byte aligned, not cleared; size 0 gives a unique address).
@@ -78,10 +79,11 @@ KA_API void KaSMEMSTGclear(KaSMEMSTG* storage);
 KA_API void* KaSMEMSTGalloc(KaSMEMSTG* storage, uint64_t size, uint32_t flags, struct QuelERR* err);
 
 /* The same at a multiple of alignment bytes, a power of two up to 4096. */
-KA_API void* KaSMEMSTGaalloc(KaSMEMSTG* storage, uint64_t size, uint64_t alignment, uint32_t flags, struct QuelERR* err);
+KA_API void* KaSMEMSTGaalloc(KaSMEMSTG* storage, uint64_t size, uint64_t alignment, uint32_t flags,
+                             struct QuelERR* err);
 
-/* Gives one block back; null is ignored. A block that this storage didn't hand out, or that was given back already, ends
- * the process with a message. */
+/* Gives one block back; null is ignored. A block that this storage didn't hand out, or that was given back already,
+ * ends the process with a message. */
 KA_API void KaSMEMSTGfree(KaSMEMSTG* storage, void* block);
 
 /* Destroys a storage or a pool: everything in it, everything that draws on it, then the record itself. Null and a

@@ -35,20 +35,20 @@ typedef struct QuelSLOT {
 
 /* Interface record: an operation table and its names. */
 typedef struct QuelIFACE {
-    uint64_t host[8];       /* 0x000: the host's own */
-    uint64_t format;        /* 0x040 */
-    const char* path;       /* 0x048: "operations/tarn/Tarnipp" */
-    const char* name;       /* 0x050: "tarn/Tarnipp" */
-    const char* family;     /* 0x058: "tarn" */
-    uint64_t packed_code;   /* 0x060: the top 16 bits are the interface code */
-    uint64_t version;       /* 0x068 */
-    uint64_t reserved[9];   /* 0x070 */
-    uint64_t slot_count;    /* 0x0b8 */
+    uint64_t host[8];                 /* 0x000: the host's own */
+    uint64_t format;                  /* 0x040 */
+    const char* path;                 /* 0x048: "operations/tarn/Tarnipp" */
+    const char* name;                 /* 0x050: "tarn/Tarnipp" */
+    const char* family;               /* 0x058: "tarn" */
+    uint64_t packed_code;             /* 0x060: the top 16 bits are the interface code */
+    uint64_t version;                 /* 0x068 */
+    uint64_t reserved[9];             /* 0x070 */
+    uint64_t slot_count;              /* 0x0b8 */
     QuelSLOT slots[QUEL_IFACE_SLOTS]; /* 0x0c0 */
 } QuelIFACE;
 
-/* One entry of the host's list of registered interfaces: a block of words of which word 12 (the thirteenth) is the address of the
- * interface record. The meaning of the others is the host's. */
+/* One entry of the host's list of registered interfaces: a block of words of which word 12 (the thirteenth) is the
+ * address of the interface record. The meaning of the others is the host's. */
 typedef uint64_t QuelREGENTRY;
 
 /* Growing list of entries, the host's own. */
@@ -81,15 +81,15 @@ typedef struct QuelMODULE {
     uint64_t unused1[6]; /* 0x068 */
     /* 0x098: called by the host; the second and third arguments are the host's own. Returns 0. */
     int64_t (*attach)(QuelMODCTX* context, void* unused1, void* unused2, void* pass);
-    uint64_t hooks1[29]; /* 0x0a0 */
-    const char* name3;   /* 0x188 */
-    uint64_t hooks2[5];  /* 0x190 */
+    uint64_t hooks1[29];                      /* 0x0a0 */
+    const char* name3;                        /* 0x188 */
+    uint64_t hooks2[5];                       /* 0x190 */
     const QuelDEPLIST* (*dependencies)(void); /* 0x1b8 */
-    uint64_t attached;          /* 0x1c0: 1 after attach */
-    QuelIFACE* const* cell;     /* 0x1c8: set by attach to the cell that holds the interface record's address */
-    uint64_t unused2[2];        /* 0x1d0 */
-    uint64_t one;               /* 0x1e0: 1 */
-    const char* build_date;     /* 0x1e8 */
+    uint64_t attached;                        /* 0x1c0: 1 after attach */
+    QuelIFACE* const* cell; /* 0x1c8: set by attach to the cell that holds the interface record's address */
+    uint64_t unused2[2];    /* 0x1d0 */
+    uint64_t one;           /* 0x1e0: 1 */
+    const char* build_date; /* 0x1e8 */
 } QuelMODULE;
 
 /* First argument of every operation. */
@@ -111,19 +111,19 @@ typedef struct QuelERRVAL {
 
 /* Error context: collects error values. A zeroed record is empty and ready. */
 typedef struct QuelERR {
-    uint64_t count;     /*  0: error values made since the record was cleared */
-    void* host[2];      /*  8: the host's own */
-    uint64_t status;    /* 24: bits 0-15 code of the last failure, bits 16-31 interface code of who reported it */
-    QuelERRVAL last;    /* 32: the newest error value; meaningful when count is above 0 */
+    uint64_t count;  /*  0: error values made since the record was cleared */
+    void* host[2];   /*  8: the host's own */
+    uint64_t status; /* 24: bits 0-15 code of the last failure, bits 16-31 interface code of who reported it */
+    QuelERRVAL last; /* 32: the newest error value; meaningful when count is above 0 */
 } QuelERR;
 
 /* Error codes and classes in use. */
 enum {
-    QUEL_E_OPTION = 259,       /* option or shape out of range */
-    QUEL_E_TYPE = 1029,        /* element type or channel count not supported, or a kernel failed */
-    QUEL_E_NOMEM = 32773,      /* out of memory */
-    QUEL_E_UNSERVED = 1030,    /* made by the host: no loaded module serves the operation */
-    QUEL_E_MODULE = 1031,      /* made by the host: a module can't be loaded */
+    QUEL_E_OPTION = 259,    /* option or shape out of range */
+    QUEL_E_TYPE = 1029,     /* element type or channel count not supported, or a kernel failed */
+    QUEL_E_NOMEM = 32773,   /* out of memory */
+    QUEL_E_UNSERVED = 1030, /* made by the host: no loaded module serves the operation */
+    QUEL_E_MODULE = 1031,   /* made by the host: a module can't be loaded */
     QUEL_C_NOMEM = 12,
     QUEL_C_ARGUMENT = 22,
     QUEL_C_UNSUPPORTED = 129

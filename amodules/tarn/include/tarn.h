@@ -1,7 +1,7 @@
 /* tarn-ipp's own records and the types of its operations.
  *
- * Every operation takes the call record, an error context (may be null), a scratch storage (may be null: the operation then
- * opens its own), and its own arguments, destinations before sources.
+ * Every operation takes the call record, an error context (may be null), a scratch storage (may be null: the operation
+ * then opens its own), and its own arguments, destinations before sources.
  */
 #ifndef TARN_TARN_H
 #define TARN_TARN_H
@@ -32,34 +32,34 @@ typedef int64_t (*TarnOnce)(const QuelCALL*, QuelERR*, KaSMEMSTG*);
  * destination's); any other type copies nothing. Always returns 0. */
 typedef int64_t (*TarnCopy)(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* dst, const LumoMAT* src);
 
-/* "tarn::and", "tarn::or", "tarn::xor": dst := a op b, bit by bit, over the size of the first operand; dst's fourth channel
- * is kept. One of a and b may be null: then dst := dst op the other. a or b may be dst. Kinds u8, s16, s32 with 1, 3 or 4
- * channels (dst's); any other type ends the process. Always returns 0. */
+/* "tarn::and", "tarn::or", "tarn::xor": dst := a op b, bit by bit, over the size of the first operand; dst's fourth
+ * channel is kept. One of a and b may be null: then dst := dst op the other. a or b may be dst. Kinds u8, s16, s32
+ * with 1, 3 or 4 channels (dst's); any other type ends the process. Always returns 0. */
 typedef int64_t (*TarnLogic)(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* dst, const LumoMAT* a, const LumoMAT* b);
 
-/* "tarn::not": dst := the complement of src (null: of dst) over the source's size, the fourth channel kept. u8 with 1, 3 or 4
- * channels; any other type ends the process. Always returns 0. */
+/* "tarn::not": dst := the complement of src (null: of dst) over the source's size, the fourth channel kept. u8 with 1,
+ * 3 or 4 channels; any other type ends the process. Always returns 0. */
 typedef int64_t (*TarnNot)(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* dst, const LumoMAT* src);
 
 /* Comparison codes of "tarn::cmp" and "tarn::cmp-c"; with any other nothing is written. */
 enum { TARN_LESS = 3, TARN_LESS_EQUAL = 4, TARN_EQUAL = 5, TARN_GREATER_EQUAL = 6, TARN_GREATER = 7 };
 
-/* "tarn::cmp": dst (u8, one channel) := 255 where a compared with b holds in every channel, else 0, over dst's size. Four
- * channels: the first three count. Two channels: one result for two pixels. Nothing holds for a NaN. Kinds u8, s16, f32
- * (a's); any other type writes nothing. Always returns 0. */
+/* "tarn::cmp": dst (u8, one channel) := 255 where a compared with b holds in every channel, else 0, over dst's size.
+ * Four channels: the first three count. Two channels: one result for two pixels. Nothing holds for a NaN. Kinds u8,
+ * s16, f32 (a's); any other type writes nothing. Always returns 0. */
 typedef int64_t (*TarnCmp)(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* dst, const LumoMAT* a, const LumoMAT* b,
                            uint32_t comparison);
 
 /* "tarn::and-c", "tarn::or-c", "tarn::xor-c": dst := src op constants over dst's size; src null: dst.
- *   constants  one word per channel, its low 8 or 16 bits or all 32 (null: dst := src). u8 with four channels reads three and
- *              keeps the fourth channel; s16 and s32 with four channels read four.
+ *   constants  one word per channel, its low 8 or 16 bits or all 32 (null: dst := src). u8 with four channels reads
+ *              three and keeps the fourth channel; s16 and s32 with four channels read four.
  * Kinds u8, s16, s32 with 1, 3 or 4 channels (dst's); any other type ends the process. Always returns 0. */
 typedef int64_t (*TarnLogicC)(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* dst, const LumoMAT* src,
                               const uint32_t* constants);
 
 /* "tarn::set": dst := constants, everywhere or where mask (u8, one channel, dst's size; may be null) is not zero.
- *   constants  one float for one channel, three for three and four (the fourth channel is kept); null: zeros. Integers take
- *              the floor, cut to the element's low bits: 256 is 0 and -1 is 255 for u8.
+ *   constants  one float for one channel, three for three and four (the fourth channel is kept); null: zeros. Integers
+ *              take the floor, cut to the element's low bits: 256 is 0 and -1 is 255 for u8.
  * Kinds u8, s16, s32, f32 with 1, 3 or 4 channels; any other type ends the process. Always returns 0. */
 typedef int64_t (*TarnSet)(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* dst, const float* constants,
                            const LumoMAT* mask);
@@ -70,24 +70,24 @@ typedef int64_t (*TarnSet)(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* dst, 
 typedef int64_t (*TarnCmpC)(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* dst, const LumoMAT* src,
                             const float* constants, uint32_t comparison);
 
-/* "tarn::add-c", "tarn::sub-c", "tarn::mul-c": dst := src op constants over dst's size, saturated; src null: dst. src is copied
- * into dst first unless both have one data pointer.
+/* "tarn::add-c", "tarn::sub-c", "tarn::mul-c": dst := src op constants over dst's size, saturated; src null: dst. src
+ * is copied into dst first unless both have one data pointer.
  *   constants  one float for one channel, three for three and four (the fourth channel is kept); null: only the copy.
  *              Integers take the floor, cut to the element's low bits: -1 is 255 for u8.
- * Kinds s16 and f32 (dst's); any other is processed as u8. Channel counts other than 1, 3 and 4 are left after the copy.
- * Where a pixel and its constant are both NaN, the pixel's NaN stays. Returns 1, or 0 without constants. */
+ * Kinds s16 and f32 (dst's); any other is processed as u8. Channel counts other than 1, 3 and 4 are left after the
+ * copy. Where a pixel and its constant are both NaN, the pixel's NaN stays. Returns 1, or 0 without constants. */
 typedef int64_t (*TarnArithC)(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* dst, const LumoMAT* src,
                               const float* constants);
 
-/* "tarn::add-n", "tarn::sub-n", "tarn::mul-n": dst := ((source 0 op source 1) op source 2) ..., integers saturated after every
- * step, over dst's size, the fourth channel kept. dst may be among the sources: it then takes part with what the steps before
- * have made of it. Kinds s16 and f32 (dst's); any other is processed as u8. Channel counts other than 1, 3 and 4 end the
- * process when count is 2 or more. count 1 copies; 0 and less do nothing. Returns count.
+/* "tarn::add-n", "tarn::sub-n", "tarn::mul-n": dst := ((source 0 op source 1) op source 2) ..., integers saturated
+ * after every step, over dst's size, the fourth channel kept. dst may be among the sources: it then takes part with
+ * what the steps before have made of it. Kinds s16 and f32 (dst's); any other is processed as u8. Channel counts other
+ * than 1, 3 and 4 end the process when count is 2 or more. count 1 copies; 0 and less do nothing. Returns count.
  *
- * "tarn::avgarith-n": dst := the mean of the sources, nearest, ties to even. u8: of the exact sum (up to 65793 sources; a
- * float sum beyond). s16: of the sum saturated after every step, divided by the low 16 bits of count. f32: of the float sum.
- * Any other kind is left alone. Uses scratch memory for u8. Returns count, or -1 without an error value when there is no
- * memory: the error context's status word then names the interface in its upper half. */
+ * "tarn::avgarith-n": dst := the mean of the sources, nearest, ties to even. u8: of the exact sum (up to 65793
+ * sources; a float sum beyond). s16: of the sum saturated after every step, divided by the low 16 bits of count. f32:
+ * of the float sum. Any other kind is left alone. Uses scratch memory for u8. Returns count, or -1 without an error
+ * value when there is no memory: the error context's status word then names the interface in its upper half. */
 typedef int64_t (*TarnArithN)(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* dst, int32_t count,
                               const LumoMAT* const* sources);
 
@@ -95,10 +95,11 @@ typedef int64_t (*TarnArithN)(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* ds
  *   region         part of src, or null for all; cut to src
  *   value_range    lo and hi (two floats), or null: dst's values are stretched to lo..hi afterwards
  *   interpolation  TARN_NEAREST, ...
- * Kinds u8, s16, f32, any pair of them; as many channels in both. Four channels: the fourth of dst stays when the image is
- * resampled and is copied when region and dst have one size. Alpha is not looked at: colours of transparent pixels blend in.
- * Returns 0 (1 when resampled with a value range), or -1 with an error value: QUEL_E_TYPE (types, sizes or interpolation not supported),
- * QUEL_E_NOMEM. A temporary that can't be had makes no error value but marks the error context. */
+ * Kinds u8, s16, f32, any pair of them; as many channels in both. Four channels: the fourth of dst stays when the
+ * image is resampled and is copied when region and dst have one size. Alpha is not looked at: colours of transparent
+ * pixels blend in. Returns 0 (1 when resampled with a value range), or -1 with an error value: QUEL_E_TYPE (types,
+ * sizes or interpolation not supported), QUEL_E_NOMEM. A temporary that can't be had makes no error value but marks the
+ * error context. */
 typedef int64_t (*TarnScaleResize)(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* dst, const LumoMAT* src,
                                    const LumoRECT* region, const uint32_t* value_range, uint32_t interpolation);
 
@@ -106,12 +107,14 @@ typedef int64_t (*TarnScaleResize)(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMA
  *   smallest, largest  one float, or three for 3 and 4 channels; either may be null
  *   src                u8, s16, f32 with 1, 3 or 4 channels (the fourth is passed over); anything else ends the process
  * NaN is passed over; nothing but NaN gives NaN; a zero is +0. No pixels: nothing is written. Returns 0. */
-typedef int64_t (*TarnMinMax)(const QuelCALL*, QuelERR*, KaSMEMSTG*, float* smallest, float* largest, const LumoMAT* src);
+typedef int64_t (*TarnMinMax)(const QuelCALL*, QuelERR*, KaSMEMSTG*, float* smallest, float* largest,
+                              const LumoMAT* src);
 
 /* "tarn::count-in-range": how many pixels of each channel have lower <= value <= upper.
  *   counts        one, or three for 3 and 4 channels; 2147483647 at most
  *   src           u8 or f32 with 1, 3 or 4 channels (the fourth is passed over); anything else ends the process
- *   lower, upper  a float a channel; for u8 floored, then cut to 8 bits: 256 is 0 and -1 is 255. Null: all finite values
+ *   lower, upper  a float a channel; for u8 floored, then cut to 8 bits: 256 is 0 and -1 is 255. Null: all finite
+ *                 values
  * Returns 0. */
 typedef int64_t (*TarnCountInRange)(const QuelCALL*, QuelERR*, KaSMEMSTG*, int32_t* counts, const LumoMAT* src,
                                     const float* lower, const float* upper);
@@ -122,18 +125,19 @@ typedef int64_t (*TarnCountInRange)(const QuelCALL*, QuelERR*, KaSMEMSTG*, int32
  * Returns 0. */
 typedef int64_t (*TarnMean)(const QuelCALL*, QuelERR*, KaSMEMSTG*, float* means, const LumoMAT* src);
 
-/* "tarn::convert-scale": dst := src x scale + offset, converted to dst's kind. In float: the product is rounded, then the sum;
- * to integers the nearest, ties to the even one, saturated, NaN the smallest.
+/* "tarn::convert-scale": dst := src x scale + offset, converted to dst's kind. In float: the product is rounded, then
+ * the sum; to integers the nearest, ties to the even one, saturated, NaN the smallest.
  *   dst            its channel count counts; the fourth of four channels stays as it is
  *   src            gives the size; null: dst. In place when both have one kind
  *   scale, offset  a float a channel, four for four channels; null: 1 and 0
- * Any pair of the kinds u8, s16, f32. Where scale is 1 and offset 0 to the float epsilon nothing is computed: pixels are copied
- * (u32 too), or converted between u8, s16, s32, f32. Returns 0, or -1 with an error value: QUEL_E_TYPE, QUEL_E_NOMEM. */
+ * Any pair of the kinds u8, s16, f32. Where scale is 1 and offset 0 to the float epsilon nothing is computed: pixels
+ * are copied (u32 too), or converted between u8, s16, s32, f32. Returns 0, or -1 with an error value: QUEL_E_TYPE,
+ * QUEL_E_NOMEM. */
 typedef int64_t (*TarnConvertScale)(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* dst, const LumoMAT* src,
                                     const float* scale, const float* offset);
 
-/* "tarn::cvtvrange-v": stretches each row of an array in place, so that the row's smallest value becomes lo and its largest hi,
- * per channel. A row of one value becomes lo. NaN is passed over.
+/* "tarn::cvtvrange-v": stretches each row of an array in place, so that the row's smallest value becomes lo and its
+ * largest hi, per channel. A row of one value becomes lo. NaN is passed over.
  *   array  u8, s16, f32; any other stays as it is; the fourth of four channels stays too
  *   range  lo, hi
  * Returns 0, or -1 with QUEL_E_NOMEM. */
@@ -141,7 +145,7 @@ typedef int64_t (*TarnCvtvrangeV)(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT
 
 /* "tarn::cvtvrange-n": the same for n arrays, each as a whole. Returns n, or -1 with QUEL_E_NOMEM. */
 typedef int64_t (*TarnCvtvrangeN)(const QuelCALL*, QuelERR*, KaSMEMSTG*, uint64_t n, LumoMAT* const* arrays,
-                               const float* range);
+                                  const float* range);
 
 /* "tarn::cvtorigin": reverses the order of an array's rows in place when the two origin codes differ.
  *   array  kinds 1 to 5 and 8 to 11 (taken for s8, u16, u64, s64), all channels; any other stays as it is
@@ -149,14 +153,15 @@ typedef int64_t (*TarnCvtvrangeN)(const QuelCALL*, QuelERR*, KaSMEMSTG*, uint64_
 typedef int64_t (*TarnCvtorigin)(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* array, uint32_t from, uint32_t to);
 
 /* "tarn::cvtorigin-n": the same for n arrays. Returns n; 0 when the codes are equal. */
-typedef int64_t (*TarnCvtoriginN)(const QuelCALL*, QuelERR*, KaSMEMSTG*, uint64_t n, LumoMAT* const* arrays, uint32_t from,
-                               uint32_t to);
+typedef int64_t (*TarnCvtoriginN)(const QuelCALL*, QuelERR*, KaSMEMSTG*, uint64_t n, LumoMAT* const* arrays,
+                                  uint32_t from, uint32_t to);
 
 /* "tarn::reshape": copies the pixels of src in the order of its rows into dst of another shape with as many pixels.
  *   dst           its type gives the bytes of a pixel
  *   order_method  4 is refused (QUEL_E_TYPE); any other is the order of the rows
- * A dst with one row, or with rows as long as src's, is filled by typed copies: of two channels in pairs of pixels, leaving an odd
- * last column; with rows as long as src's the fourth of four channels stays. Returns 0, or -1 with an error value. */
+ * A dst with one row, or with rows as long as src's, is filled by typed copies: of two channels in pairs of pixels,
+ * leaving an odd last column; with rows as long as src's the fourth of four channels stays. Returns 0, or -1 with an
+ * error value. */
 typedef int64_t (*TarnReshape)(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* dst, const LumoMAT* src,
                                uint32_t order_method);
 

@@ -27,15 +27,16 @@ typedef struct TarnLayer {
 } TarnLayer;
 
 /* "tarn::multi-line-neuronet": evaluates a network on a matrix of samples.
- *   output  as many rows as input, as many columns as the last layer has neurons. When its first word is null it is made in
- *           the storage (which may then not be null); otherwise it is used as it stands and must not share memory with input
+ *   output  as many rows as input, as many columns as the last layer has neurons. When its first word is null it is
+ *           made in the storage (which may then not be null); otherwise it is used as it stands and must not share
+ *           memory with input
  *   input   a sample per row; one channel of 32-bit floats
  *   count   number of layers; with 0 nothing is done
  *   layers  first layer first
  * Widths are not compared: weights must be as wide as their input, a bias must hold a value per neuron. Results do not
  * depend on the processor or on how many samples are given at once. A NaN result is always the quiet NaN 0x7fc00000.
- * Matrices of other element kinds are read as floats at the kind's element stride (s32, f64), or not computed at all (u8,
- * s16, u32).
+ * Matrices of other element kinds are read as floats at the kind's element stride (s32, f64), or not computed at all
+ * (u8, s16, u32).
  * Returns 0, or -1 when a matrix could not be made: no error value, but the code in the low half of the error context's
  * status. */
 typedef int64_t (*TarnMultiLineNeuronet)(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* output, const LumoMAT* input,

@@ -1,5 +1,5 @@
-/* A small module for the loader's tests. A definition gives it one fault, or makes it the companion. What some fault leaves
- * unused is not static, to build without a warning. */
+/* A small module for the loader's tests. A definition gives it one fault, or makes it the companion. What some fault
+ * leaves unused is not static, to build without a warning. */
 #include <string.h>
 
 #include "quel.h"
@@ -80,22 +80,23 @@ static QuelIFACE iface = {
     .family = IFACE_FAMILY,
     .packed_code = 0x05e70003ffff0003,
     .slot_count = SLOT_COUNT,
-    .slots = {
+    .slots =
+        {
 #ifndef NO_INIT
-        [0] = {"init_once", "init-once", "P,P", (QuelENTRY)init_once, 0, 0, 0},
+            [0] = {"init_once", "init-once", "P,P", (QuelENTRY)init_once, 0, 0, 0},
 #endif
-        [1] = {"fini_once", "fini-once", "P,P", (QuelENTRY)fini_once, 0, 0, 0},
+            [1] = {"fini_once", "fini-once", "P,P", (QuelENTRY)fini_once, 0, 0, 0},
 #ifdef COMPANION
-        [20] = {"sum", FAMILY "::sum", "P,P", (QuelENTRY)sum, 0, 0, 0},
-        [21] = {"gone", FAMILY "::gone", "P,P", QUEL_ENTRY_DECLARED, 1, 0, 0},
+            [20] = {"sum", FAMILY "::sum", "P,P", (QuelENTRY)sum, 0, 0, 0},
+            [21] = {"gone", FAMILY "::gone", "P,P", QUEL_ENTRY_DECLARED, 1, 0, 0},
 #else
-        [5] = {"watch", "tarn::watch-it", "P,P", (QuelENTRY)watch, 0, 0, 0},
-        [6] = {"sum", "tarn::sum", "P,P", QUEL_ENTRY_DECLARED, 1, 0, 0},
-        [7] = {"forward", "tarn::deep::forward", "P,P", (QuelENTRY)forward, 0, 0, 0},
-        [8] = {"gone", "tarn::gone", "P,P", QUEL_ENTRY_DECLARED, 1, 0, 0},
-        [9] = {"gone_too", "tarn::watch", "P,P", QUEL_ENTRY_DECLARED, 1, 0, 0},
+            [5] = {"watch", "tarn::watch-it", "P,P", (QuelENTRY)watch, 0, 0, 0},
+            [6] = {"sum", "tarn::sum", "P,P", QUEL_ENTRY_DECLARED, 1, 0, 0},
+            [7] = {"forward", "tarn::deep::forward", "P,P", (QuelENTRY)forward, 0, 0, 0},
+            [8] = {"gone", "tarn::gone", "P,P", QUEL_ENTRY_DECLARED, 1, 0, 0},
+            [9] = {"gone_too", "tarn::watch", "P,P", QUEL_ENTRY_DECLARED, 1, 0, 0},
 #endif
-    },
+        },
 };
 
 static QuelIFACE* cell;

@@ -44,6 +44,4 @@ KaSMEMSTG* Storage::get(QuelERR* err) {
     return opened ? &own : nullptr;
 }
 
-tarn::k::Allocator kernel_allocator(KaSMEMSTG* storage) {
-    return {allocate_from_storage, release_to_storage, storage};
-}
+tarn::k::Allocator kernel_allocator(KaSMEMSTG* storage) { return {allocate_from_storage, release_to_storage, storage}; }

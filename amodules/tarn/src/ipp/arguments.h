@@ -1,20 +1,20 @@
-// What operations share: fields of the type word, the kernel size with its halving for two channels, statuses turned into
-// error values, and the guard of a call's own storage.
+// What operations share: fields of the type word, the kernel size with its halving for two channels, statuses turned
+// into error values, and the guard of a call's own storage.
 #pragma once
 
 #include "kernels/kernel.h"
 #include "kernels/runtime.h"
 #include "tarn.h"
 
-// ---- The type word ----------------------------------------------------------------------------------------------------
+// ---- The type word ------------------------------------------------------------------------------------------------
 
 // Element kind: 1 u8, 2 s16, 3 s32, 4 u32, 5 f32.
 constexpr int kind_of(LumoELEMTYPE type) { return int(type >> 8 & 15); }
 constexpr int channels_of(LumoELEMTYPE type) { return int(type >> 12 & 15); }
 // Kind and channel count in one number, 0x101 to 0x504, for operations that choose with a switch.
 constexpr int key_of(LumoELEMTYPE type) { return int(type & 0xf00) | channels_of(type); }
-// Channel form: the channel count, except that four channels, whose kernels leave the fourth alone, are form 5. Any other
-// count is form 0, which no table serves.
+// Channel form: the channel count, except that four channels, whose kernels leave the fourth alone, are form 5. Any
+// other count is form 0, which no table serves.
 constexpr int form_of(LumoELEMTYPE type) {
     const int channels = channels_of(type);
     return channels == 4 ? 5 : channels < 4 ? channels : 0;
@@ -27,8 +27,8 @@ constexpr int element_bytes(int kind) {
 // Channels as the pixel's size counts them: codes 1 to 7 as they stand, 8 for one.
 constexpr int size_channels(LumoELEMTYPE type) { return (channels_of(type) & 7) + (channels_of(type) >> 3); }
 
-// Two-channel rows are processed as rows of four-element pixels of half the width, truncated: an odd last pixel is left,
-// deliberately.
+// Two-channel rows are processed as rows of four-element pixels of half the width, truncated: an odd last pixel is
+// left, deliberately.
 constexpr int32_t kernel_width(int32_t width, LumoELEMTYPE type) { return channels_of(type) == 2 ? width / 2 : width; }
 constexpr tarn::k::Size kernel_size(const LumoMAT& mat, LumoELEMTYPE type) {
     return {kernel_width(mat.width, type), mat.height};
@@ -39,7 +39,7 @@ inline uint8_t* pixel_at(const LumoMAT& mat, int64_t x, int64_t y, int64_t pixel
     return static_cast<uint8_t*>(mat.data) + y * mat.stride + x * pixel_bytes;
 }
 
-// ---- Kernel tables ----------------------------------------------------------------------------------------------------
+// ---- Kernel tables ------------------------------------------------------------------------------------------------
 
 // Rows: element kinds 1 to 5. Columns: 1, 2, 3 channels, a copy of the second that no rule selects, 4 channels.
 template <class Fn>
@@ -54,7 +54,7 @@ struct KernelTable {
     constexpr const tarn::k::Kernel<Fn>* find(LumoELEMTYPE type) const { return find(kind_of(type), form_of(type)); }
 };
 
-// ---- Errors -----------------------------------------------------------------------------------------------------------
+// ---- Errors -------------------------------------------------------------------------------------------------------
 
 inline constexpr char kTextTypes[] = "@src(.elem-type, .nchannels) -> @dst(.elem-type, .nchannels)";
 
@@ -72,9 +72,10 @@ int64_t mark_failed(const QuelCALL* call, QuelERR* err);
 // Ends the process after a line in the log: the operation has no kernel for the type and no error value to say so.
 [[noreturn]] void unsupported(const QuelCALL* call, LumoELEMTYPE type);
 
-// ---- Storage ----------------------------------------------------------------------------------------------------------
+// ---- Storage ------------------------------------------------------------------------------------------------------
 
-// The scratch storage of a call: the caller's, or one of its own that is opened when first needed and destroyed on every path.
+// The scratch storage of a call: the caller's, or one of its own that is opened when first needed and destroyed on
+// every path.
 struct Storage {
     explicit Storage(KaSMEMSTG* given) : caller(given) {}
     ~Storage() {
@@ -95,7 +96,7 @@ struct Storage {
 // Kernel scratch memory from a storage.
 tarn::k::Allocator kernel_allocator(KaSMEMSTG* storage);
 
-// ---- Float unit -------------------------------------------------------------------------------------------------------
+// ---- Float unit ---------------------------------------------------------------------------------------------------
 
 // Operations on floats run with the default state of the float unit, whatever the caller's thread has set.
 struct FloatState {

@@ -63,8 +63,7 @@ Constants floored(int kind, const float* values, int n) {
 
 int three_or_one(LumoELEMTYPE type) { return channels_of(type) == 1 ? 1 : 3; }
 
-// ---- Logic
-// --------------------------------------------------------------------------------------------------------------
+// ---- Logic --------------------------------------------------------------------------------------------------------
 
 // 8 bits with four channels keep the fourth; 16 and 32 bits combine it with a constant of its own, deliberately.
 #define LOGIC(op)                                                                                   \
@@ -96,8 +95,7 @@ int64_t logic(const KernelTable<k::WithConstant>& table, const QuelCALL* call, L
     return 0;
 }
 
-// ---- Set, compare, arithmetic
-// -------------------------------------------------------------------------------------------
+// ---- Set, compare, arithmetic -------------------------------------------------------------------------------------
 
 #define FORMS(op, type) \
     { &k::op##_##type##_c1, nullptr, &k::op##_##type##_c3, nullptr, &k::op##_##type##_c3x }

@@ -1,7 +1,7 @@
-// "tarn::contour::find": the outlines of the regions of a binary image, in one pass over its rows. Rows become bits, one row of
-// 64-bit words after the other; the lines between them, with an empty row before the first and behind the last, are traced
-// from left to right. An outline is held as a list of vertices with two ends that run down to the line, so memory is that of a
-// few rows and of the vertices of what is open.
+// "tarn::contour::find": the outlines of the regions of a binary image, in one pass over its rows. Rows become bits,
+// one row of 64-bit words after the other; the lines between them, with an empty row before the first and behind the
+// last, are traced from left to right. An outline is held as a list of vertices with two ends that run down to the
+// line, so memory is that of a few rows and of the vertices of what is open.
 #include "ipp/contours.h"
 
 #include "ipp/operations.h"
@@ -36,7 +36,8 @@ bool open_tracer(Tracer& t, KaSMEMSTG* storage, int32_t width, int value, uint32
 void read_line(Tracer& t, const LumoMAT& image, int value, int32_t y) {
     const uint64_t words = (uint64_t(image.width) + 63) / 64;
     if (y < image.height)
-        k::binarise_u8_c1(pixel_at(image, 0, y, 1), image.stride, t.below, int32_t(words * 8), k::Size{image.width, 1}, value);
+        k::binarise_u8_c1(pixel_at(image, 0, y, 1), image.stride, t.below, int32_t(words * 8), k::Size{image.width, 1},
+                          value);
     else
         for (uint64_t w = 0; w < words; ++w) t.below[w] = 0;
     k::find_stretches(t.above, t.below, image.width, int32_t(t.diagonal), t.stretches, &t.stretch_count);
@@ -74,8 +75,8 @@ int64_t find(Search& s, Tracer* tracers, uint32_t mask, const LumoMAT& image) {
 }  // namespace
 
 // "tarn::contour::find": hands the outlines of the regions of `image` to `output`; see tarn_contour.h.
-int64_t op_contr_find(const QuelCALL* call, QuelERR* err, KaSMEMSTG* storage, TarnCONTOURS* output, const LumoMAT* image,
-                      uint32_t flags) {
+int64_t op_contr_find(const QuelCALL* call, QuelERR* err, KaSMEMSTG* storage, TarnCONTOURS* output,
+                      const LumoMAT* image, uint32_t flags) {
     if (key_of(image->elemtype) != 0x101) return refuse(call, err, QUEL_E_TYPE, QUEL_C_ARGUMENT, 6, kTextArray);
     if (image->width <= 0 || image->height <= 0) return 0;  // no pixel, no outline
 

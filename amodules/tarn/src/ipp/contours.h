@@ -7,13 +7,14 @@
 #include "kernels/contour.h"
 #include "tarn_contour.h"
 
-// What traces the outlines of the regions of one value, between two rows of bits that are set where a pixel has that value.
+// What traces the outlines of the regions of one value, between two rows of bits that are set where a pixel has that
+// value.
 struct Tracer {
-    bool diagonal;      // pixels that touch at a corner belong together
-    uint32_t value_bit; // TARN_CONTOUR_VALUE for value 1
+    bool diagonal;       // pixels that touch at a corner belong together
+    uint32_t value_bit;  // TARN_CONTOUR_VALUE for value 1
     uint64_t *above, *below;
-    // By x: the open contour whose end runs down the vertical edge at x, where there is one. A run's left end is the head
-    // of a contour's point list, its right end the tail of one.
+    // By x: the open contour whose end runs down the vertical edge at x, where there is one. A run's left end is the
+    // head of a contour's point list, its right end the tail of one.
     TarnCONTOUR** ends;
     tarn::k::Stretch* stretches;  // of the line between the two rows
     int32_t stretch_count;
@@ -39,7 +40,7 @@ struct Search {
     TarnPOINT frame[4];
 };
 
-// ---- Lists ------------------------------------------------------------------------------------------------------------
+// ---- Lists --------------------------------------------------------------------------------------------------------
 
 inline void append(TarnCONTOURLIST& list, TarnCONTOUR* c) {
     c->next = nullptr;
@@ -73,10 +74,10 @@ inline void init_contour(TarnCONTOUR* c, uint32_t bits) {
     c->flags = TARN_CONTOUR_BASE | bits;
 }
 
-// ---- Tracing (contours_trace.cpp) -------------------------------------------------------------------------------------
+// ---- Tracing (contours_trace.cpp) ---------------------------------------------------------------------------------
 
-// Takes from the pools what one line can need at most: a pair of points and a contour for each stretch. False when memory
-// is out.
+// Takes from the pools what one line can need at most: a pair of points and a contour for each stretch. False when
+// memory is out.
 bool reserve_line(Search& s, int64_t stretches);
 
 // Follows the outlines along line y, between the tracer's two rows. Returns 0, or a callback's negative status.
@@ -85,7 +86,7 @@ int64_t trace_line(Search& s, Tracer& t, int32_t y);
 // The same for both values at once, on a line inside of the image.
 int64_t trace_line(Search& s, Tracer& ones, Tracer& zeros, int32_t y);
 
-// ---- Delivery (contours_deliver.cpp) ----------------------------------------------------------------------------------
+// ---- Delivery (contours_deliver.cpp) ------------------------------------------------------------------------------
 
 // Makes the root of a search.
 void make_root(Search& s);
@@ -94,8 +95,10 @@ void make_root(Search& s);
 int64_t deliver_outer(Search& s, TarnCONTOUR* contour, TarnCONTOUR* parent);
 int64_t deliver_hole(Search& s, TarnCONTOUR* contour, TarnCONTOUR* parent);
 
-// A hole and the outer outline of the region in it are complete. outer_parent: where the outer one hangs if the two are not the same.
-int64_t deliver_both(Search& s, TarnCONTOUR* hole, TarnCONTOUR* hole_parent, TarnCONTOUR* outer, TarnCONTOUR* outer_parent);
+// A hole and the outer outline of the region in it are complete. outer_parent: where the outer one hangs if the two are
+// not the same.
+int64_t deliver_both(Search& s, TarnCONTOUR* hole, TarnCONTOUR* hole_parent, TarnCONTOUR* outer,
+                     TarnCONTOUR* outer_parent);
 
 // Tells the output object what lies in no other contour. Returns 0, or the callback's negative status.
 int64_t notify_top(Search& s);

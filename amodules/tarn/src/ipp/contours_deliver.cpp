@@ -1,6 +1,7 @@
-// Closing, delivery and release. A contour's child lists collect what was closed next to it while it was open: holes of its own
-// region, and regions on its other side. Which of the two lie inside is known when it closes: an outer outline keeps the
-// holes, a hole keeps the regions, and the other list goes on to the parent. Trees are walked without recursion, however deep.
+// Closing, delivery and release. A contour's child lists collect what was closed next to it while it was open: holes of
+// its own region, and regions on its other side. Which of the two lie inside is known when it closes: an outer outline
+// keeps the holes, a hole keeps the regions, and the other list goes on to the parent. Trees are walked without
+// recursion, however deep.
 #include "ipp/contours.h"
 
 namespace {
@@ -15,8 +16,8 @@ void hang(Search& s, TarnCONTOUR* c, int kind, TarnCONTOUR* parent) {
 }
 
 void free_points(Search& s, TarnCONTOUR* c) {
-    // The pair that closed the contour has its first point at the tail and its second at the head; turned by one, the list is
-    // one of whole pairs.
+    // The pair that closed the contour has its first point at the tail and its second at the head; turned by one, the
+    // list is one of whole pairs.
     TarnPOINT *head = c->points.head, *tail = c->points.tail;
     tail->next = head;
     TarnPOINT* pairs = head->next;
@@ -79,7 +80,8 @@ int64_t deliver_hole(Search& s, TarnCONTOUR* c, TarnCONTOUR* parent) {
     return deliver(s, c);
 }
 
-int64_t deliver_both(Search& s, TarnCONTOUR* hole, TarnCONTOUR* hole_parent, TarnCONTOUR* outer, TarnCONTOUR* outer_parent) {
+int64_t deliver_both(Search& s, TarnCONTOUR* hole, TarnCONTOUR* hole_parent, TarnCONTOUR* outer,
+                     TarnCONTOUR* outer_parent) {
     if (!same_outline(hole, outer)) {
         const int64_t status = deliver_outer(s, outer, outer_parent);
         return status < 0 ? status : deliver_hole(s, hole, hole_parent);

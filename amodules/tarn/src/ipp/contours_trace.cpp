@@ -1,7 +1,7 @@
-// Tracing. On the line between two rows, outlines run along the stretches where the rows differ. Each stretch has two ends,
-// and each end goes on up, where an open contour's end arrives, or down, where one leaves. So a stretch joins two open
-// ends, moves one, or starts a contour, and the ends that run straight down are not touched at all. Where four edges meet, the
-// diagonal rule says which two belong together.
+// Tracing. On the line between two rows, outlines run along the stretches where the rows differ. Each stretch has two
+// ends, and each end goes on up, where an open contour's end arrives, or down, where one leaves. So a stretch joins two
+// open ends, moves one, or starts a contour, and the ends that run straight down are not touched at all. Where four
+// edges meet, the diagonal rule says which two belong together.
 #include <stddef.h>
 
 #include "ipp/contours.h"
@@ -104,14 +104,14 @@ inline TarnCONTOUR**& left_or_right(TarnCONTOUR* c, bool right) {
     return either<TarnCONTOUR**>(c, offsetof(TarnCONTOUR, left), offsetof(TarnCONTOUR, right), right);
 }
 
-// Joins a stretch of line y to what it meets. at: the contours whose ends arrive from above at its two ends, if it goes on
-// upwards there. An outline keeps its region to the right, so it runs west when the region is above the stretch.
+// Joins a stretch of line y to what it meets. at: the contours whose ends arrive from above at its two ends, if it goes
+// on upwards there. An outline keeps its region to the right, so it runs west when the region is above the stretch.
 inline Joined join(Search& s, Tracer& t, const k::Stretch& stretch, TarnCONTOUR* const (&at)[2], int32_t y) {
     const int west = stretch.above, up = stretch.up[0];
     TarnPOINT* pair = take_pair(s, stretch.x[west], stretch.x[1 - west], y);
-    if (up == stretch.up[1])
-        return up ? join_ends(s, at[west], at[1 - west], pair) : Joined{start(s, t, pair), false};
-    // One end moves, from the corner `up` to the other: nearly always so, and no branch tells which of the four ways it is.
+    if (up == stretch.up[1]) return up ? join_ends(s, at[west], at[1 - west], pair) : Joined{start(s, t, pair), false};
+    // One end moves, from the corner `up` to the other: nearly always so, and no branch tells which of the four ways it
+    // is.
     TarnCONTOUR* c = at[1 - up];
     const bool tail = up != west;
     TarnPOINT *near = pair + !tail, *far = pair + tail;
@@ -190,8 +190,8 @@ int64_t trace_line(Search& s, Tracer& t, int32_t y) {
         const Joined joined = join(s, t, stretch, at, y);
         if (!joined.closed) continue;
         TarnCONTOUR* parent = contour_before(s, t, stretch.x[0]);
-        const int64_t status = stretch.above ? deliver_outer(s, joined.contour, parent)
-                                             : deliver_hole(s, joined.contour, parent);
+        const int64_t status =
+            stretch.above ? deliver_outer(s, joined.contour, parent) : deliver_hole(s, joined.contour, parent);
         if (status < 0) return status;
     }
     return 0;
@@ -220,9 +220,10 @@ int64_t trace_line(Search& s, Tracer& ones, Tracer& zeros, int32_t y) {
         // A region that ends on this stretch lies next to the outline under it.
         TarnCONTOUR* outer_parent = crossing ? contour_before(s, over, stretch1.x[0]) : hole.contour;
         TarnCONTOUR* hole_parent = contour_before(s, under, stretch1.x[0]);
-        const int64_t status = !hole.closed    ? deliver_outer(s, outer.contour, outer_parent)
-                               : !outer.closed ? deliver_hole(s, hole.contour, hole_parent)
-                                               : deliver_both(s, hole.contour, hole_parent, outer.contour, outer_parent);
+        const int64_t status = !hole.closed ? deliver_outer(s, outer.contour, outer_parent)
+                               : !outer.closed
+                                   ? deliver_hole(s, hole.contour, hole_parent)
+                                   : deliver_both(s, hole.contour, hole_parent, outer.contour, outer_parent);
         if (status < 0) return status;
     }
     return 0;

@@ -7,35 +7,95 @@
 
 namespace k = tarn::k;
 
-// One line per source kind; a pair of kinds has 1, 2, 3 channels, four, three of four. Two-channel pixels go in pairs, as one
-// of four.
+// One line per source kind; a pair of kinds has 1, 2, 3 channels, four, three of four. Two-channel pixels go in pairs,
+// as one of four.
 #define PAIR(kernel) &k::kernel##_c1, &k::kernel##_c4, &k::kernel##_c3, &k::kernel##_c4, &k::kernel##_c3x
 #define NONE nullptr, nullptr, nullptr, nullptr, nullptr
 constexpr PairTable<k::Copy> kConvert = {{
-    PAIR(copy_u8), PAIR(convert_u8_s16), PAIR(convert_u8_s32), NONE, PAIR(convert_u8_f32),
-    PAIR(convert_s16_u8), PAIR(copy_s16), PAIR(convert_s16_s32), NONE, PAIR(convert_s16_f32),
-    PAIR(convert_s32_u8), PAIR(convert_s32_s16), PAIR(copy_s32), NONE, PAIR(convert_s32_f32),
-    NONE, NONE, NONE, NONE, NONE,
-    PAIR(convert_f32_u8), PAIR(convert_f32_s16), PAIR(convert_f32_s32), NONE, PAIR(copy_s32),
+    PAIR(copy_u8),
+    PAIR(convert_u8_s16),
+    PAIR(convert_u8_s32),
+    NONE,
+    PAIR(convert_u8_f32),
+    PAIR(convert_s16_u8),
+    PAIR(copy_s16),
+    PAIR(convert_s16_s32),
+    NONE,
+    PAIR(convert_s16_f32),
+    PAIR(convert_s32_u8),
+    PAIR(convert_s32_s16),
+    PAIR(copy_s32),
+    NONE,
+    PAIR(convert_s32_f32),
+    NONE,
+    NONE,
+    NONE,
+    NONE,
+    NONE,
+    PAIR(convert_f32_u8),
+    PAIR(convert_f32_s16),
+    PAIR(convert_f32_s32),
+    NONE,
+    PAIR(copy_s32),
 }};
 
 constexpr PairTable<k::ScaleMap> kScale = {{
-    PAIR(scale_u8_u8), PAIR(scale_u8_s16), NONE, NONE, PAIR(scale_u8_f32),
-    PAIR(scale_s16_u8), PAIR(scale_s16_s16), NONE, NONE, PAIR(scale_s16_f32),
-    NONE, NONE, NONE, NONE, NONE,
-    NONE, NONE, NONE, NONE, NONE,
-    PAIR(scale_f32_u8), PAIR(scale_f32_s16), NONE, NONE, PAIR(scale_f32_f32),
+    PAIR(scale_u8_u8),
+    PAIR(scale_u8_s16),
+    NONE,
+    NONE,
+    PAIR(scale_u8_f32),
+    PAIR(scale_s16_u8),
+    PAIR(scale_s16_s16),
+    NONE,
+    NONE,
+    PAIR(scale_s16_f32),
+    NONE,
+    NONE,
+    NONE,
+    NONE,
+    NONE,
+    NONE,
+    NONE,
+    NONE,
+    NONE,
+    NONE,
+    PAIR(scale_f32_u8),
+    PAIR(scale_f32_s16),
+    NONE,
+    NONE,
+    PAIR(scale_f32_f32),
 }};
 #undef PAIR
 
 // Two channels in pairs of pixels have a range each, so they need a kernel of their own.
 #define PAIR(kernel) &k::kernel##_c1, &k::kernel##_c2, &k::kernel##_c3, &k::kernel##_c4, &k::kernel##_c3x
 constexpr PairTable<k::RangeMap> kRange = {{
-    PAIR(range_u8_u8), PAIR(range_u8_s16), NONE, NONE, PAIR(range_u8_f32),
-    PAIR(range_s16_u8), PAIR(range_s16_s16), NONE, NONE, PAIR(range_s16_f32),
-    NONE, NONE, NONE, NONE, NONE,
-    NONE, NONE, NONE, NONE, NONE,
-    PAIR(range_f32_u8), PAIR(range_f32_s16), NONE, NONE, PAIR(range_f32_f32),
+    PAIR(range_u8_u8),
+    PAIR(range_u8_s16),
+    NONE,
+    NONE,
+    PAIR(range_u8_f32),
+    PAIR(range_s16_u8),
+    PAIR(range_s16_s16),
+    NONE,
+    NONE,
+    PAIR(range_s16_f32),
+    NONE,
+    NONE,
+    NONE,
+    NONE,
+    NONE,
+    NONE,
+    NONE,
+    NONE,
+    NONE,
+    NONE,
+    PAIR(range_f32_u8),
+    PAIR(range_f32_s16),
+    NONE,
+    NONE,
+    PAIR(range_f32_f32),
 }};
 #undef PAIR
 #undef NONE
@@ -60,7 +120,8 @@ k::Status range_map_plane(Storage& storage, QuelERR* err, int src_kind, int dst_
 
 namespace {
 
-// Whether the first n values are no further than the float epsilon from `wanted`; values that are absent are. NaN is not.
+// Whether the first n values are no further than the float epsilon from `wanted`; values that are absent are. NaN is
+// not.
 bool all_near(const float* values, int n, float wanted) {
     for (int c = 0; values && c < n; ++c)
         if (!(__builtin_fabsf(values[c] - wanted) <= k::kFlat)) return false;
@@ -81,14 +142,14 @@ k::Status scale_plane(Storage& storage, QuelERR* err, const LumoMAT& dst, const 
         scales[c] = scale && from < channels ? scale[from] : 1.0f;
         offsets[c] = offset && from < channels ? offset[from] : 0.0f;
     }
-    return (*map)(src.data, src.stride, dst.data, dst.stride, {kernel_width(src.width, dst.elemtype), src.height}, scales,
-                  offsets, kernel_allocator(scratch));
+    return (*map)(src.data, src.stride, dst.data, dst.stride, {kernel_width(src.width, dst.elemtype), src.height},
+                  scales, offsets, kernel_allocator(scratch));
 }
 
 k::Status stretch(Storage& storage, QuelERR* err, const LumoMAT& array, void* data, k::Size size, const float* range) {
     const int kind = kind_of(array.elemtype);
-    return range_map_plane(storage, err, kind, kind, form_of(array.elemtype), data, array.stride, data, array.stride, size,
-                           range[0], range[1]);
+    return range_map_plane(storage, err, kind, kind, form_of(array.elemtype), data, array.stride, data, array.stride,
+                           size, range[0], range[1]);
 }
 
 }  // namespace
@@ -97,8 +158,9 @@ k::Status stretch(Storage& storage, QuelERR* err, const LumoMAT& array, void* da
 //   dst            its channel count is that of both; the fourth channel of four stays
 //   src            its size is that of both; null: dst itself
 //   scale, offset  a float a channel (four for four channels); null: 1 and 0
-// Kinds u8, s16, f32; where scale and offset are 1 and 0 to the float epsilon, nothing is computed and s32 (and u32 to itself)
-// serve too. Returns 0, or -1 after an error value: a pair of kinds or a size that is not served, out of memory.
+// Kinds u8, s16, f32; where scale and offset are 1 and 0 to the float epsilon, nothing is computed and s32 (and u32 to
+// itself) serve too. Returns 0, or -1 after an error value: a pair of kinds or a size that is not served, out of
+// memory.
 int64_t op_convscale(const QuelCALL* call, QuelERR* err, KaSMEMSTG* given, LumoMAT* dst, const LumoMAT* src,
                      const float* scale, const float* offset) {
     if (!src) src = dst;
@@ -110,9 +172,10 @@ int64_t op_convscale(const QuelCALL* call, QuelERR* err, KaSMEMSTG* given, LumoM
     }
     if (from == to && src->data == dst->data) return 0;
     const k::Size size{src->width, src->height};
-    const auto move = from == to ? copy_plane(to, form_of(dst->elemtype), src->data, src->stride, dst->data, dst->stride, size)
-                                 : convert_plane(from, to, form_of(dst->elemtype), src->data, src->stride, dst->data,
-                                                 dst->stride, size);
+    const auto move =
+        from == to
+            ? copy_plane(to, form_of(dst->elemtype), src->data, src->stride, dst->data, dst->stride, size)
+            : convert_plane(from, to, form_of(dst->elemtype), src->data, src->stride, dst->data, dst->stride, size);
     return report(call, err, move, kTextTypes);
 }
 

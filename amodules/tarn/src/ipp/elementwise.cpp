@@ -1,6 +1,6 @@
 // Element-wise operations over whole planes. Each reads one type word, picks one kernel and calls it once; none of them
-// compares its arrays with each other or looks at the kernel's status: what can't be done leaves the destination as it is.
-// In place needs no form of its own: every kernel here takes a source that is the destination.
+// compares its arrays with each other or looks at the kernel's status: what can't be done leaves the destination as it
+// is. In place needs no form of its own: every kernel here takes a source that is the destination.
 #include "ipp/elementwise.h"
 
 #include "ipp/operations.h"
@@ -17,7 +17,8 @@ constexpr KernelTable<k::Copy> kCopy = {{
     {&k::copy_s32_c1, &k::copy_s32_c4, &k::copy_s32_c3, &k::copy_s32_c4, &k::copy_s32_c3x},
 }};
 
-k::Status copy_plane(int kind, int form, const void* src, int32_t src_stride, void* dst, int32_t dst_stride, k::Size size) {
+k::Status copy_plane(int kind, int form, const void* src, int32_t src_stride, void* dst, int32_t dst_stride,
+                     k::Size size) {
     const auto* copy = kCopy.find(kind, form);
     if (!copy) return k::kNoKernel;
     if (form == 2) size.width /= 2;
@@ -36,8 +37,14 @@ int64_t op_copy(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* dst, const LumoM
 
 namespace {
 
-#define FORMS(op, type) {&k::op##_##type##_c1, nullptr, &k::op##_##type##_c3, nullptr, &k::op##_##type##_c3x}
-#define LOGIC(op) {{FORMS(op, u8), FORMS(op, s16), FORMS(op, s32), {}, {}}}
+#define FORMS(op, type) \
+    { &k::op##_##type##_c1, nullptr, &k::op##_##type##_c3, nullptr, &k::op##_##type##_c3x }
+#define LOGIC(op)                                                 \
+    {                                                             \
+        {                                                         \
+            FORMS(op, u8), FORMS(op, s16), FORMS(op, s32), {}, {} \
+        }                                                         \
+    }
 constexpr KernelTable<k::Binary> kAnd = LOGIC(and), kOr = LOGIC(or), kXor = LOGIC(xor);
 constexpr KernelTable<k::Copy> kNot = {{FORMS(not, u8), {}, {}, {}, {}}};
 #undef LOGIC
@@ -45,11 +52,12 @@ constexpr KernelTable<k::Copy> kNot = {{FORMS(not, u8), {}, {}, {}, {}}};
 
 // Two channels are compared in units of four elements; four channels by the first three.
 #define FORMS(type) \
-    {&k::cmp_##type##_c1, &k::cmp_##type##_c4, &k::cmp_##type##_c3, &k::cmp_##type##_c4, &k::cmp_##type##_c3x}
+    { &k::cmp_##type##_c1, &k::cmp_##type##_c4, &k::cmp_##type##_c3, &k::cmp_##type##_c4, &k::cmp_##type##_c3x }
 constexpr KernelTable<k::Compare> kCompare = {{FORMS(u8), FORMS(s16), {}, {}, FORMS(f32)}};
 #undef FORMS
 
-int64_t logic(const KernelTable<k::Binary>& table, const QuelCALL* call, LumoMAT* dst, const LumoMAT* a, const LumoMAT* b) {
+int64_t logic(const KernelTable<k::Binary>& table, const QuelCALL* call, LumoMAT* dst, const LumoMAT* a,
+              const LumoMAT* b) {
     const auto* kernel = table.find(dst->elemtype);
     if (!kernel) unsupported(call, dst->elemtype);
     if (!a && !b) return 0;
@@ -95,7 +103,8 @@ int32_t kernel_comparison(uint32_t code) {
 //   a           its type word chooses the kernel; an unsupported type writes nothing
 //   comparison  3 <, 4 <=, 5 ==, 6 >=, 7 >; any other writes nothing
 // Returns 0.
-int64_t op_cmp(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* dst, const LumoMAT* a, const LumoMAT* b, uint32_t comparison) {
+int64_t op_cmp(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* dst, const LumoMAT* a, const LumoMAT* b,
+               uint32_t comparison) {
     const auto* kernel = kCompare.find(a->elemtype);
     if (!kernel) return 0;
     const FloatState state;

@@ -1,5 +1,5 @@
-// The module's frame: the descriptor that the host finds, the interface record with its operation table, and the two hooks
-// that tie them together. Layouts and values are the host's and are checked here at compile time; the records are
+// The module's frame: the descriptor that the host finds, the interface record with its operation table, and the two
+// hooks that tie them together. Layouts and values are the host's and are checked here at compile time; the records are
 // writable, since the host keeps state of its own in their reserved areas.
 #include "ipp/operations.h"
 
@@ -18,19 +18,18 @@ constexpr char kSignature[] = "P,P";
 #define NAMED(number, name, qualified) {name, qualified, kSignature, nullptr, 0, 0, 0},
 #define RESERVED(number) {"reserved" #number, "tarn::reserved" #number, kSignature, nullptr, 0, 0, 0},
 
-QuelIFACE interface_record = {
-    {},                            // host
-    kFormat,                       //
-    "operations/tarn/Tarnipp",     //
-    "tarn/Tarnipp",                //
-    "tarn",                        //
-    0x05e70003ffff0003,            // packed code
-    0x0607,                        // version
-    {},                            //
-    QUEL_IFACE_SLOTS,              //
-    {
+QuelIFACE interface_record = {{},                         // host
+                              kFormat,                    //
+                              "operations/tarn/Tarnipp",  //
+                              "tarn/Tarnipp",             //
+                              "tarn",                     //
+                              0x05e70003ffff0003,         // packed code
+                              0x0607,                     // version
+                              {},                         //
+                              QUEL_IFACE_SLOTS,           //
+                              {
 #include "ipp/slots.def"
-    }};
+                              }};
 
 #undef SLOT
 #undef LATER
@@ -71,12 +70,11 @@ struct {
     QuelIFACE* interface;
     uint64_t words2[25];
     QuelDEPLIST dependencies;
-} registration = {
-    {9, 0, 0, 0, 0, 0, 0, 3, 0xffff000300000008, 0x0000060705e70003, 0, 0},
-    &interface_record,
-    {0, 0, 0, 0xffff000300000008, 0x0000000803ee0003, 0, 0, 1, 0x03ee0003ffff0003, 8, 0, 0xffff000300000008,
-     0x0000000503ed0003, 0, 0x1e0, 1, 0x03ed0003ffff0003, 5},
-    {1, {kCompanionName}}};
+} registration = {{9, 0, 0, 0, 0, 0, 0, 3, 0xffff000300000008, 0x0000060705e70003, 0, 0},
+                  &interface_record,
+                  {0, 0, 0, 0xffff000300000008, 0x0000000803ee0003, 0, 0, 1, 0x03ee0003ffff0003, 8, 0,
+                   0xffff000300000008, 0x0000000503ed0003, 0, 0x1e0, 1, 0x03ed0003ffff0003, 5},
+                  {1, {kCompanionName}}};
 
 extern QuelMODULE module_descriptor;
 
@@ -90,30 +88,30 @@ int64_t attach(QuelMODCTX* context, void*, void*, void* pass) {
 
 const QuelDEPLIST* dependencies() { return &registration.dependencies; }
 
-QuelMODULE module_descriptor = {
-    {},                     // host
-    kFormat,                //
-    "modules/tarn-ipp",     //
-    kModuleName,            //
-    kModuleName,            //
-    0x05ec0005ffff0002,     // type code
-    {},                     //
-    attach,                 //
-    {},                     //
-    kModuleName,            //
-    {},                     //
-    dependencies,           //
-    0,                      // attached
-    nullptr,                // cell
-    {},                     //
-    1,                      //
-    "Jan 16 2026"};
+QuelMODULE module_descriptor = {{},                  // host
+                                kFormat,             //
+                                "modules/tarn-ipp",  //
+                                kModuleName,         //
+                                kModuleName,         //
+                                0x05ec0005ffff0002,  // type code
+                                {},                  //
+                                attach,              //
+                                {},                  //
+                                kModuleName,         //
+                                {},                  //
+                                dependencies,        //
+                                0,                   // attached
+                                nullptr,             // cell
+                                {},                  //
+                                1,                   //
+                                "Jan 16 2026"};
 
-static_assert(sizeof(QuelSLOT) == 56 && offsetof(QuelIFACE, format) == 0x40 && offsetof(QuelIFACE, slot_count) == 0xb8 &&
-              offsetof(QuelIFACE, slots) == 0xc0);
-static_assert(sizeof(QuelMODULE) == 0x1f0 && offsetof(QuelMODULE, attach) == 0x98 && offsetof(QuelMODULE, name3) == 0x188 &&
-              offsetof(QuelMODULE, dependencies) == 0x1b8 && offsetof(QuelMODULE, attached) == 0x1c0 &&
-              offsetof(QuelMODULE, cell) == 0x1c8 && offsetof(QuelMODULE, one) == 0x1e0);
+static_assert(sizeof(QuelSLOT) == 56 && offsetof(QuelIFACE, format) == 0x40 &&
+              offsetof(QuelIFACE, slot_count) == 0xb8 && offsetof(QuelIFACE, slots) == 0xc0);
+static_assert(sizeof(QuelMODULE) == 0x1f0 && offsetof(QuelMODULE, attach) == 0x98 &&
+              offsetof(QuelMODULE, name3) == 0x188 && offsetof(QuelMODULE, dependencies) == 0x1b8 &&
+              offsetof(QuelMODULE, attached) == 0x1c0 && offsetof(QuelMODULE, cell) == 0x1c8 &&
+              offsetof(QuelMODULE, one) == 0x1e0);
 static_assert(offsetof(QuelCALL, iface) == 24 && offsetof(QuelCALL, slot) == 32);
 
 }  // namespace

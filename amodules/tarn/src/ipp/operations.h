@@ -14,7 +14,8 @@ int64_t op_and(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* dst, const LumoMA
 int64_t op_or(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* dst, const LumoMAT* a, const LumoMAT* b);
 int64_t op_xor(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* dst, const LumoMAT* a, const LumoMAT* b);
 int64_t op_not(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* dst, const LumoMAT* src);
-int64_t op_cmp(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* dst, const LumoMAT* a, const LumoMAT* b, uint32_t comparison);
+int64_t op_cmp(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* dst, const LumoMAT* a, const LumoMAT* b,
+               uint32_t comparison);
 int64_t op_and_c(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* dst, const LumoMAT* src, const uint32_t* constants);
 int64_t op_or_c(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* dst, const LumoMAT* src, const uint32_t* constants);
 int64_t op_xor_c(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* dst, const LumoMAT* src, const uint32_t* constants);
@@ -27,12 +28,14 @@ int64_t op_mul_c(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* dst, const Lumo
 int64_t op_add_n(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* dst, int32_t count, const LumoMAT* const* sources);
 int64_t op_sub_n(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* dst, int32_t count, const LumoMAT* const* sources);
 int64_t op_mul_n(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* dst, int32_t count, const LumoMAT* const* sources);
-int64_t op_avgarith_n(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* dst, int32_t count, const LumoMAT* const* sources);
+int64_t op_avgarith_n(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* dst, int32_t count,
+                      const LumoMAT* const* sources);
 int64_t op_scaleresize(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* dst, const LumoMAT* src, const LumoRECT* region,
                        const uint32_t* value_range, uint32_t interpolation);
 int64_t op_mlnn(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* output, const LumoMAT* input, uint64_t count,
                 const TarnLayer* layers);
-int64_t op_contr_find(const QuelCALL*, QuelERR*, KaSMEMSTG*, TarnCONTOURS* output, const LumoMAT* image, uint32_t flags);
+int64_t op_contr_find(const QuelCALL*, QuelERR*, KaSMEMSTG*, TarnCONTOURS* output, const LumoMAT* image,
+                      uint32_t flags);
 int64_t op_minmax(const QuelCALL*, QuelERR*, KaSMEMSTG*, float* smallest, float* largest, const LumoMAT* src);
 int64_t op_countinrange(const QuelCALL*, QuelERR*, KaSMEMSTG*, int32_t* counts, const LumoMAT* src, const float* lower,
                         const float* upper);

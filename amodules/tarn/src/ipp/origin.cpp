@@ -1,4 +1,5 @@
-// Moves of whole rows and bytes, without arithmetic: the origin of rows, and reshaping. Elements count only by their size.
+// Moves of whole rows and bytes, without arithmetic: the origin of rows, and reshaping. Elements count only by their
+// size.
 #include "ipp/origin.h"
 
 #include <string.h>
@@ -12,12 +13,16 @@ namespace k = tarn::k;
 namespace {
 
 // Rows: elements of 1, 2, 4, 8 bytes. Columns: channel forms; all channels move in every one of them.
-#define CELLS(type) {&k::mirror_##type##_c1, &k::mirror_##type##_c4, &k::mirror_##type##_c3, &k::mirror_##type##_c4, &k::mirror_##type##_c4}
+#define CELLS(type)                                                                                     \
+    {                                                                                                   \
+        &k::mirror_##type##_c1, &k::mirror_##type##_c4, &k::mirror_##type##_c3, &k::mirror_##type##_c4, \
+            &k::mirror_##type##_c4                                                                      \
+    }
 constexpr const k::Kernel<k::Mirror>* kMirror[4][5] = {CELLS(u8), CELLS(s16), CELLS(s32), CELLS(s64)};
 #undef CELLS
 
-// The row of kMirror for an element kind, or -1. Kinds 8 to 11 are taken for the element codes that have no kind among the
-// first five: s8, u16, u64, s64. Kinds 6 and 7 are not mirrored.
+// The row of kMirror for an element kind, or -1. Kinds 8 to 11 are taken for the element codes that have no kind among
+// the first five: s8, u16, u64, s64. Kinds 6 and 7 are not mirrored.
 int mirror_row(int kind) {
     constexpr int kRows[16] = {-1, 0, 1, 2, 2, 2, -1, -1, 0, 1, 3, 3, -1, -1, -1, -1};
     return kRows[kind & 15];
@@ -65,7 +70,8 @@ void pour(RowStream to, RowStream from, int64_t bytes) {
 }  // namespace
 
 // Four channels and three of four are carried whole alike.
-#define CELLS(type) {&k::copy_##type##_c1, &k::copy_##type##_c4, &k::copy_##type##_c3, &k::copy_##type##_c4, &k::copy_##type##_c4}
+#define CELLS(type) \
+    { &k::copy_##type##_c1, &k::copy_##type##_c4, &k::copy_##type##_c3, &k::copy_##type##_c4, &k::copy_##type##_c4 }
 k::Status packed_copy_plane(int kind, int form, const void* src, int32_t src_stride, void* dst, int32_t dst_stride,
                             k::Size size) {
     constexpr const k::Kernel<k::Copy>* kCopies[3][5] = {CELLS(u8), CELLS(s16), CELLS(s32)};
@@ -78,7 +84,8 @@ k::Status packed_copy_plane(int kind, int form, const void* src, int32_t src_str
 #undef CELLS
 
 // "tarn::cvtorigin": reverses the rows of an array in place when the two origin codes differ.
-//   array     kinds 1 to 5 and 8 to 11; any other stays as it is; two channels go in pairs of pixels, an odd last column stays
+//   array     kinds 1 to 5 and 8 to 11; any other stays as it is; two channels go in pairs of pixels, an odd last
+//             column stays
 //   from, to  origin codes, compared with each other only
 // Returns 0.
 int64_t op_cvtorigin(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* array, uint32_t from, uint32_t to) {
@@ -94,12 +101,14 @@ int64_t op_cvtorigin_n(const QuelCALL*, QuelERR*, KaSMEMSTG*, uint64_t n, LumoMA
     return int64_t(uint32_t(n));
 }
 
-// "tarn::reshape": copies the pixels of src, as one stream of bytes in the order of its rows, into dst of another shape.
+// "tarn::reshape": copies the pixels of src, as one stream of bytes in the order of its rows, into dst of another
+// shape.
 //   dst           its type gives the size of a pixel; as many pixels as src
 //   src           where dst has one row or rows as long as src's, only types with a copy kernel are copied
 //   order_method  order of the elements; 4 is refused, any other is the order of the rows
 // When the two differ in pixels, what the smaller of them holds is copied. Returns 0, or -1 after an error value.
-int64_t op_reshape(const QuelCALL* call, QuelERR* err, KaSMEMSTG*, LumoMAT* dst, const LumoMAT* src, uint32_t order_method) {
+int64_t op_reshape(const QuelCALL* call, QuelERR* err, KaSMEMSTG*, LumoMAT* dst, const LumoMAT* src,
+                   uint32_t order_method) {
     if (order_method == 4) return refuse(call, err, QUEL_E_TYPE, QUEL_C_UNSUPPORTED, 6, "@ArrOrderMethod");
     const int kind = kind_of(dst->elemtype), form = form_of(dst->elemtype);
     const int64_t pixel = int64_t(element_bytes(kind)) * size_channels(dst->elemtype);
@@ -120,7 +129,7 @@ int64_t op_reshape(const QuelCALL* call, QuelERR* err, KaSMEMSTG*, LumoMAT* dst,
     if (dst->stride == dst_row && src->stride == src_row)
         memmove(dst->data, src->data, size_t(bytes));
     else
-        pour({static_cast<uint8_t*>(dst->data), dst->stride, dst_row}, {static_cast<uint8_t*>(src->data), src->stride, src_row},
-             bytes);
+        pour({static_cast<uint8_t*>(dst->data), dst->stride, dst_row},
+             {static_cast<uint8_t*>(src->data), src->stride, src_row}, bytes);
     return 0;
 }

@@ -1,5 +1,5 @@
-// "tarn::scale-resize": a region resampled to the size of the destination, with a change of element kind on the way where
-// the two arrays differ in it, and a value range afterwards where one is given.
+// "tarn::scale-resize": a region resampled to the size of the destination, with a change of element kind on the way
+// where the two arrays differ in it, and a value range afterwards where one is given.
 #include "kernels/resize.h"
 
 #include "ipp/conversion.h"
@@ -11,7 +11,8 @@ namespace k = tarn::k;
 namespace {
 
 // Three kinds in four channel forms. The column that no rule selects repeats the second.
-#define CELLS(kernel) {&k::kernel##_c1, &k::kernel##_c4, &k::kernel##_c3, &k::kernel##_c4, &k::kernel##_c3x}
+#define CELLS(kernel) \
+    { &k::kernel##_c1, &k::kernel##_c4, &k::kernel##_c3, &k::kernel##_c4, &k::kernel##_c3x }
 using Table = KernelTable<k::Resize>;
 constexpr Table kNearest = {{CELLS(resize_nearest_u8), CELLS(resize_nearest_s16), {}, {}, CELLS(resize_nearest_f32)}};
 constexpr Table kLinear = {{CELLS(resize_linear_u8), CELLS(resize_linear_s16), {}, {}, CELLS(resize_linear_f32)}};
@@ -19,16 +20,22 @@ constexpr Table kCubic = {{CELLS(resize_cubic_u8), CELLS(resize_cubic_s16), {}, 
 constexpr Table kLanczos = {{CELLS(resize_lanczos_u8), CELLS(resize_lanczos_s16), {}, {}, CELLS(resize_lanczos_f32)}};
 #undef CELLS
 
-// The kernels for an interpolation code; null for a code that is none. A source smaller than the taps gets fewer of them.
+// The kernels for an interpolation code; null for a code that is none. A source smaller than the taps gets fewer of
+// them.
 const Table* table_of(uint32_t interpolation, k::Size src) {
     const int32_t least = src.width < src.height ? src.width : src.height;
     switch (interpolation) {
-        case TARN_NEAREST: return &kNearest;
-        case TARN_LINEAR: return &kLinear;
+        case TARN_NEAREST:
+            return &kNearest;
+        case TARN_LINEAR:
+            return &kLinear;
         case 2:
-        case TARN_CUBIC: return least < 4 ? &kLinear : &kCubic;
-        case TARN_LANCZOS: return least < 4 ? &kLinear : least < 6 ? &kCubic : &kLanczos;
-        default: return nullptr;
+        case TARN_CUBIC:
+            return least < 4 ? &kLinear : &kCubic;
+        case TARN_LANCZOS:
+            return least < 4 ? &kLinear : least < 6 ? &kCubic : &kLanczos;
+        default:
+            return nullptr;
     }
 }
 
@@ -88,8 +95,9 @@ k::Status convert_and_resize(Call& c, uint32_t interpolation, bool* unmade) {
         *unmade = true;
         return k::kNoMemory;
     }
-    k::Status status = convert_plane(kind_of(c.src->elemtype), kind_of(temporary.elemtype), c.form, corner(*c.src, extended),
-                                     c.src->stride, temporary.data, temporary.stride, {temporary.width, temporary.height});
+    k::Status status =
+        convert_plane(kind_of(c.src->elemtype), kind_of(temporary.elemtype), c.form, corner(*c.src, extended),
+                      c.src->stride, temporary.data, temporary.stride, {temporary.width, temporary.height});
     if (status == k::kOk) {
         LumoRECT region{c.region.left - extended.left, c.region.top - extended.top, 0, 0};
         _LumoRECTwidthsetlI(&region, LumoRECTwidth(&c.region));
@@ -100,15 +108,16 @@ k::Status convert_and_resize(Call& c, uint32_t interpolation, bool* unmade) {
     return status;
 }
 
-// A region of the destination's size: its values stretched where a range is given, else its elements converted, or of equal
-// kinds every channel copied.
+// A region of the destination's size: its values stretched where a range is given, else its elements converted, or of
+// equal kinds every channel copied.
 k::Status carry_region(Call& c, const uint32_t* value_range) {
     const int from = kind_of(c.src->elemtype), to = kind_of(c.dst->elemtype);
     const uint8_t* data = corner(*c.src, c.region);
     const k::Size size{c.dst->width, c.dst->height};
     if (value_range)
-        return range_map_plane(c.storage, c.err, from, to, c.form, data, c.src->stride, c.dst->data, c.dst->stride, size,
-                               __builtin_bit_cast(float, value_range[0]), __builtin_bit_cast(float, value_range[1]));
+        return range_map_plane(c.storage, c.err, from, to, c.form, data, c.src->stride, c.dst->data, c.dst->stride,
+                               size, __builtin_bit_cast(float, value_range[0]),
+                               __builtin_bit_cast(float, value_range[1]));
     if (from != to) return convert_plane(from, to, c.form, data, c.src->stride, c.dst->data, c.dst->stride, size);
     return packed_copy_plane(from, c.form, data, c.src->stride, c.dst->data, c.dst->stride, size);
 }
@@ -120,14 +129,17 @@ constexpr int kValueRangeSlot = 8;
 }  // namespace
 
 // "tarn::scale-resize": resamples a region of src to the whole of dst.
-//   dst            as many channels as src; its channel count chooses the form; two channels go in pairs of pixels, an odd
+//   dst            as many channels as src; its channel count chooses the form; two channels go in pairs of pixels, an
+//   odd
 //                  last column is left
 //   src            u8, s16 or f32; another kind than dst's is converted before it is resampled
 //   region         part of src, or null for all; cut to src before anything else
-//   value_range    null, or the bits of two floats lo and hi: dst is stretched to them afterwards, through "tarn::cvtvrange-n"
-//   interpolation  TARN_NEAREST, TARN_LINEAR, TARN_CUBIC (or 2), TARN_LANCZOS; looked at only when the sizes differ
+//   value_range    null, or the bits of two floats lo and hi: dst is stretched to them afterwards, through
+//   "tarn::cvtvrange-n" interpolation  TARN_NEAREST, TARN_LINEAR, TARN_CUBIC (or 2), TARN_LANCZOS; looked at only when
+//   the sizes differ
 // A region of dst's size is not resampled; of equal kinds and without a value range all channels are copied.
-// Returns 0, or -1 after an error value; after resampling with a value range, what "tarn::cvtvrange-n" returns: 1 or -1.
+// Returns 0, or -1 after an error value; after resampling with a value range, what "tarn::cvtvrange-n" returns: 1 or
+// -1.
 int64_t op_scaleresize(const QuelCALL* call, QuelERR* err, KaSMEMSTG* storage, LumoMAT* dst, const LumoMAT* src,
                        const LumoRECT* region, const uint32_t* value_range, uint32_t interpolation) {
     if (channels_of(src->elemtype) != channels_of(dst->elemtype)) return report(call, err, k::kNoKernel, kTextTypes);
@@ -148,6 +160,6 @@ int64_t op_scaleresize(const QuelCALL* call, QuelERR* err, KaSMEMSTG* storage, L
     if (unmade) return mark_failed(call, err);
     if (status != k::kOk) return report(call, err, status, kTextTypes);
     if (!value_range) return 0;
-    return reinterpret_cast<ValueRange>(call->iface->slots[kValueRangeSlot].entry)(call, err, c.storage.get(err), 1, &c.dst,
-                                                                                   value_range);
+    return reinterpret_cast<ValueRange>(call->iface->slots[kValueRangeSlot].entry)(call, err, c.storage.get(err), 1,
+                                                                                   &c.dst, value_range);
 }

@@ -1,5 +1,5 @@
-// Statistics: numbers per channel of one plane, into vectors of the caller's. None makes an error value; a type without a
-// kernel ends the process, and a plane without pixels leaves the vectors as they are.
+// Statistics: numbers per channel of one plane, into vectors of the caller's. None makes an error value; a type without
+// a kernel ends the process, and a plane without pixels leaves the vectors as they are.
 #include "kernels/stats.h"
 
 #include <math.h>
@@ -44,12 +44,8 @@ const k::Kernel<Fn>& kernel_for(const KernelTable<Fn>& table, const QuelCALL* ca
 }
 
 // Bounds where the caller gives none: everything that the type holds. Row: element kind.
-constexpr float kLowest[][4] = {{},
-                                {0, 0, 0, 0},
-                                {-32768, -32768, -32768, -32768},
-                                {},
-                                {},
-                                {-3.40282347e38f, -3.40282347e38f, -3.40282347e38f, -3.40282347e38f}};
+constexpr float kLowest[][4] = {{}, {0, 0, 0, 0}, {-32768, -32768, -32768, -32768},
+                                {}, {},           {-3.40282347e38f, -3.40282347e38f, -3.40282347e38f, -3.40282347e38f}};
 constexpr float kHighest[][4] = {{},
                                  {255, 255, 255, 255},
                                  {32767, 32767, 32767, 32767},

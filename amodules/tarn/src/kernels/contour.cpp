@@ -1,6 +1,6 @@
-// Rows as bits, 64 pixels a word: ends of runs are then the set bits of the row XORed with itself shifted by one, found by
-// counting trailing zeros, and words that equal those of the row above are skipped whole. Between two rows, outlines run where
-// they differ, and turn where they begin or cease to, or where they differ and both change.
+// Rows as bits, 64 pixels a word: ends of runs are then the set bits of the row XORed with itself shifted by one, found
+// by counting trailing zeros, and words that equal those of the row above are skipped whole. Between two rows, outlines
+// run where they differ, and turn where they begin or cease to, or where they differ and both change.
 #include "kernels/contour.h"
 
 #include "kernels/body.h"
@@ -44,7 +44,8 @@ inline int trailing_zeros(uint64_t word) { return __builtin_ctzll(word); }
 
 // Bit i: word base + i of the rows differs, for up to 64 words.
 inline uint64_t differing_words(const void* above, const void* below, int64_t base, int64_t n) {
-    const uint8_t *a = static_cast<const uint8_t*>(above) + 8 * base, *b = static_cast<const uint8_t*>(below) + 8 * base;
+    const uint8_t *a = static_cast<const uint8_t*>(above) + 8 * base,
+                  *b = static_cast<const uint8_t*>(below) + 8 * base;
     uint64_t differing = 0;
     int64_t i = 0;
 #if defined(__AVX512F__)

@@ -1,7 +1,7 @@
 // Plane conversions between element types. An element knows nothing of its channel, so one body serves every channel
-// count; the c3x forms convert strips into a buffer and blend whole pixels from there. Loops from integers are plain: what
-// one element becomes (saturate.h) is written so that they turn into vectors. Large outputs go past the cache by way of a
-// buffer.
+// count; the c3x forms convert strips into a buffer and blend whole pixels from there. Loops from integers are plain:
+// what one element becomes (saturate.h) is written so that they turn into vectors. Large outputs go past the cache by
+// way of a buffer.
 #include "kernels/convert.h"
 
 #include "kernels/body.h"
@@ -34,7 +34,8 @@ void convert_row_streamed(const S* s, D* d, int64_t n) {
     const int64_t to_line = int64_t(-reinterpret_cast<intptr_t>(d) & 63) / int64_t(sizeof(D));
     for (int64_t i = 0, count = min(n, to_line); i < n; i += count, count = min(kStrip, n - i)) {
         convert_row(s + i, buffer, count);
-        stream_row(reinterpret_cast<uint8_t*>(d + i), reinterpret_cast<const uint8_t*>(buffer), count * int64_t(sizeof(D)));
+        stream_row(reinterpret_cast<uint8_t*>(d + i), reinterpret_cast<const uint8_t*>(buffer),
+                   count * int64_t(sizeof(D)));
     }
 }
 
@@ -48,8 +49,10 @@ Status convert(const void* src, int32_t src_stride, void* dst, int32_t dst_strid
     for (int64_t y = 0; y < rows.count; ++y) {
         const S* s = row<S>(src, src_stride, y);
         D* d = row<D>(dst, dst_stride, y);
-        if (streamed) convert_row_streamed(s, d, rows.length);
-        else convert_row(s, d, rows.length);
+        if (streamed)
+            convert_row_streamed(s, d, rows.length);
+        else
+            convert_row(s, d, rows.length);
     }
     if (streamed) stream_end();
     return kOk;
@@ -73,18 +76,18 @@ Status convert_c3x(const void* src, int32_t src_stride, void* dst, int32_t dst_s
 
 }  // namespace
 
-#define CONVERT(S, s, D, d)                                                                                    \
-    Status convert_##s##_##d##_c1(const void* src, int32_t src_stride, void* dst, int32_t dst_stride, Size n) { \
-        return convert<S, D, 1>(src, src_stride, dst, dst_stride, n);                                          \
-    }                                                                                                          \
-    Status convert_##s##_##d##_c3(const void* src, int32_t src_stride, void* dst, int32_t dst_stride, Size n) { \
-        return convert<S, D, 3>(src, src_stride, dst, dst_stride, n);                                          \
-    }                                                                                                          \
-    Status convert_##s##_##d##_c4(const void* src, int32_t src_stride, void* dst, int32_t dst_stride, Size n) { \
-        return convert<S, D, 4>(src, src_stride, dst, dst_stride, n);                                          \
-    }                                                                                                          \
+#define CONVERT(S, s, D, d)                                                                                      \
+    Status convert_##s##_##d##_c1(const void* src, int32_t src_stride, void* dst, int32_t dst_stride, Size n) {  \
+        return convert<S, D, 1>(src, src_stride, dst, dst_stride, n);                                            \
+    }                                                                                                            \
+    Status convert_##s##_##d##_c3(const void* src, int32_t src_stride, void* dst, int32_t dst_stride, Size n) {  \
+        return convert<S, D, 3>(src, src_stride, dst, dst_stride, n);                                            \
+    }                                                                                                            \
+    Status convert_##s##_##d##_c4(const void* src, int32_t src_stride, void* dst, int32_t dst_stride, Size n) {  \
+        return convert<S, D, 4>(src, src_stride, dst, dst_stride, n);                                            \
+    }                                                                                                            \
     Status convert_##s##_##d##_c3x(const void* src, int32_t src_stride, void* dst, int32_t dst_stride, Size n) { \
-        return convert_c3x<S, D>(src, src_stride, dst, dst_stride, n);                                         \
+        return convert_c3x<S, D>(src, src_stride, dst, dst_stride, n);                                           \
     }
 CONVERT(uint8_t, u8, int16_t, s16)
 CONVERT(uint8_t, u8, int32_t, s32)

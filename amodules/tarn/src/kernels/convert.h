@@ -1,5 +1,6 @@
-// Plane conversions: dst := src, element by element, in another element type. Integers saturate; floats go to the nearest
-// integer, ties to the even one, and saturate, NaN to the type's smallest value; 32-bit integers go to the nearest float.
+// Plane conversions: dst := src, element by element, in another element type. Integers saturate; floats go to the
+// nearest integer, ties to the even one, and saturate, NaN to the type's smallest value; 32-bit integers go to the
+// nearest float.
 #pragma once
 
 #include "kernels/kernel.h"

@@ -83,7 +83,8 @@ void copy_row_s32_c3x(uint8_t* d, const uint8_t* s, int64_t n) {
 using CopyRow = void(uint8_t* d, const uint8_t* s, int64_t n);
 
 // A row whose destination overlaps it: through a buffer, piece by piece, in the order that reads before it writes.
-void copy_row_overlapping(CopyRow* copy_row, uint8_t* d, const uint8_t* s, int64_t n, int64_t pixel_bytes, bool reverse) {
+void copy_row_overlapping(CopyRow* copy_row, uint8_t* d, const uint8_t* s, int64_t n, int64_t pixel_bytes,
+                          bool reverse) {
     constexpr int64_t kPiece = 64;
     uint8_t buffer[kPiece * 16];
     for (int64_t done = 0; done < n; done += kPiece) {
@@ -114,13 +115,13 @@ Status copy_c3x(CopyRow* copy_row, int64_t pixel_bytes, const void* src, int32_t
 
 }  // namespace
 
-#define COPY(name, element_bytes, channels)                                                                       \
-    Status name(const void* src, int32_t src_stride, void* dst, int32_t dst_stride, Size size) {                  \
-        return copy_bytes(src, src_stride, dst, dst_stride, size, element_bytes * channels);                      \
+#define COPY(name, element_bytes, channels)                                                      \
+    Status name(const void* src, int32_t src_stride, void* dst, int32_t dst_stride, Size size) { \
+        return copy_bytes(src, src_stride, dst, dst_stride, size, element_bytes * channels);     \
     }
-#define COPY_C3X(name, copy_row, pixel_bytes)                                                                                  \
-    Status name(const void* src, int32_t src_stride, void* dst, int32_t dst_stride, Size size) {                  \
-        return copy_c3x(copy_row, pixel_bytes, src, src_stride, dst, dst_stride, size);                                        \
+#define COPY_C3X(name, copy_row, pixel_bytes)                                                    \
+    Status name(const void* src, int32_t src_stride, void* dst, int32_t dst_stride, Size size) { \
+        return copy_c3x(copy_row, pixel_bytes, src, src_stride, dst, dst_stride, size);          \
     }
 COPY(copy_u8_c1, 1, 1)
 COPY(copy_u8_c3, 1, 3)

@@ -1,6 +1,6 @@
-// For kernel sources only: the level's widest float vector, filled from elements of any type and stored as elements of any
-// type, four vectors at a time. Values are those of saturate.h: floats go to the nearest integer, ties to the even one, and
-// saturate; NaN gives the type's smallest value.
+// For kernel sources only: the level's widest float vector, filled from elements of any type and stored as elements of
+// any type, four vectors at a time. Values are those of saturate.h: floats go to the nearest integer, ties to the even
+// one, and saturate; NaN gives the type's smallest value.
 #pragma once
 
 #include "kernels/body.h"
@@ -22,7 +22,8 @@ using Ints = __m512i;
 [[maybe_unused]] inline void store(void* p, Ints v) { _mm512_storeu_si512(p, v); }
 // Packing works within 128-bit lanes: these put the lanes' parts in order.
 [[maybe_unused]] inline Ints in_order(Ints packed_twice) {
-    return _mm512_permutexvar_epi32(_mm512_setr_epi32(0, 4, 8, 12, 1, 5, 9, 13, 2, 6, 10, 14, 3, 7, 11, 15), packed_twice);
+    return _mm512_permutexvar_epi32(_mm512_setr_epi32(0, 4, 8, 12, 1, 5, 9, 13, 2, 6, 10, 14, 3, 7, 11, 15),
+                                    packed_twice);
 }
 [[maybe_unused]] inline Ints in_order_pairs(Ints packed_once) {
     return _mm512_permutexvar_epi64(_mm512_setr_epi64(0, 2, 4, 6, 1, 3, 5, 7), packed_once);
@@ -118,7 +119,8 @@ using Floats = float __attribute__((vector_size(16)));
 constexpr int kFloats = 4;
 template <class S>
 [[maybe_unused]] inline Floats load(const S* p) {
-    return Floats{saturate<float, S>(p[0]), saturate<float, S>(p[1]), saturate<float, S>(p[2]), saturate<float, S>(p[3])};
+    return Floats{saturate<float, S>(p[0]), saturate<float, S>(p[1]), saturate<float, S>(p[2]),
+                  saturate<float, S>(p[3])};
 }
 [[maybe_unused]] inline Floats all(float v) { return Floats{v, v, v, v}; }
 [[maybe_unused]] inline Floats add(Floats a, Floats b) { return a + b; }

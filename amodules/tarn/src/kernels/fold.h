@@ -9,8 +9,7 @@
 namespace tarn::k::TARN_LEVEL {
 namespace {
 
-// ---- Operators: the destination's element first
-// -------------------------------------------------------------------------
+// ---- Operators: the destination's element first -------------------------------------------------------------------
 
 struct AddU8 {
     using T = uint8_t;
@@ -65,8 +64,7 @@ struct MulF32 {
     Bytes operator()(Bytes d, Bytes s) const { return (Bytes)mul_ordered((Vec<float>)d, (Vec<float>)s); }
 };
 
-// ---- Lists
-// --------------------------------------------------------------------------------------------------------------
+// ---- Lists --------------------------------------------------------------------------------------------------------
 
 constexpr int64_t kStrip = 8192;  // bytes of the destination
 

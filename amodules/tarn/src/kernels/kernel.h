@@ -1,7 +1,7 @@
 // What every kernel shares: its status, its size, and the table of five addresses that a call goes through.
 //
-// A kernel is a plain function over (pointer, stride in bytes, ..., size). Strides are signed. It reads and writes only the
-// pixels of its region: never the padding of a row, never a byte beyond the last pixel of the last row.
+// A kernel is a plain function over (pointer, stride in bytes, ..., size). Strides are signed. It reads and writes only
+// the pixels of its region: never the padding of a row, never a byte beyond the last pixel of the last row.
 #pragma once
 
 #include <stddef.h>
@@ -53,7 +53,7 @@ struct Kernel<Status(Args...)> {
 #define TARN_ADDRESS_AT(level, name) &level::name,
 
 // Declares a kernel's five bodies and defines its table.
-#define TARN_KERNEL(name, Fn)             \
+#define TARN_KERNEL(name, Fn)              \
     TARN_LEVELS(TARN_DECLARE_AT, name, Fn) \
     inline constexpr Kernel<Fn> name{{TARN_LEVELS(TARN_ADDRESS_AT, name)}};
 

@@ -11,7 +11,8 @@ namespace tarn::k {
 inline constexpr int kLevelCount = 0 TARN_LEVELS(TARN_COUNT_LEVEL);
 #undef TARN_COUNT_LEVEL
 
-// The level that every kernel call uses. 0 until init-once has run; written there only (tests set it to try each level).
+// The level that every kernel call uses. 0 until init-once has run; written there only (tests set it to try each
+// level).
 extern int active_level;
 
 }  // namespace tarn::k

@@ -1,6 +1,7 @@
-// Linear mappings. A block of four vectors at a time is widened to float, mapped and narrowed in registers: the bits are those
-// of a mapping by way of a float plane, without its traffic. Three vectors of scales and offsets hold the period of any
-// channel count, so channels are never taken apart. A range costs a pass for the minimum and maximum and one to map.
+// Linear mappings. A block of four vectors at a time is widened to float, mapped and narrowed in registers: the bits
+// are those of a mapping by way of a float plane, without its traffic. Three vectors of scales and offsets hold the
+// period of any channel count, so channels are never taken apart. A range costs a pass for the minimum and maximum and
+// one to map.
 #include "kernels/mapping.h"
 
 #include "kernels/body.h"
@@ -66,9 +67,10 @@ void map_strip(const S* s, D* d, int64_t n, const Line& line) {
 }
 
 #if defined(__AVX2__)
-// Bytes to bytes, where arithmetic and not memory is the limit. A byte v under the bits of 2^23 is the float 2^23 + v, and
-// fma(2^23 + v, scale, -2^23 scale) is v * scale rounded once, as the product alone would be: that saves the conversion. With
-// results known to fit 32 bits none is cut off before packing. Bytes are spread so that packing puts them back in order.
+// Bytes to bytes, where arithmetic and not memory is the limit. A byte v under the bits of 2^23 is the float 2^23 + v,
+// and fma(2^23 + v, scale, -2^23 scale) is v * scale rounded once, as the product alone would be: that saves the
+// conversion. With results known to fit 32 bits none is cut off before packing. Bytes are spread so that packing puts
+// them back in order.
 struct ByteLine {
     Floats scale[3], back[3], offset[3];
     bool fits = true;
@@ -107,9 +109,10 @@ inline Ints packed(Ints a, Ints b, Ints c, Ints d) {
 }
 #else
 inline Floats spread(Ints v, int at) {
-    const Ints from = _mm256_add_epi32(_mm256_set_epi32(int(0x80808003), int(0x80808002), int(0x80808001), int(0x80808000),
-                                                        int(0x80808003), int(0x80808002), int(0x80808001), int(0x80808000)),
-                                       _mm256_set1_epi32(4 * at));
+    const Ints from =
+        _mm256_add_epi32(_mm256_set_epi32(int(0x80808003), int(0x80808002), int(0x80808001), int(0x80808000),
+                                          int(0x80808003), int(0x80808002), int(0x80808001), int(0x80808000)),
+                         _mm256_set1_epi32(4 * at));
     return _mm256_castsi256_ps(_mm256_or_si256(_mm256_shuffle_epi8(v, from), _mm256_set1_epi32(0x4b000000)));
 }
 inline Ints rounded(Floats v, Floats scale, Floats back, Floats offset) {
@@ -166,8 +169,10 @@ template <>
 struct Mapping<uint8_t, uint8_t> {
     Mapping(const float* s, const float* o, int channels) : line(s, o, channels), bytes(s, o, channels) {}
     void operator()(const uint8_t* s, uint8_t* d, int64_t n) const {
-        if (bytes.fits) map_strip(s, d, n, bytes);
-        else map_strip(s, d, n, line);
+        if (bytes.fits)
+            map_strip(s, d, n, bytes);
+        else
+            map_strip(s, d, n, line);
     }
     Line line;
     ByteLine bytes;
@@ -199,8 +204,8 @@ struct Strip {
 
 // kept: of four channels, the destination's fourth stays.
 template <class S, class D, int kChannels, bool kKept>
-void map_plane(D* strip, const void* src, int32_t src_stride, void* dst, int32_t dst_stride, Size size, const float* scale,
-               const float* offset) {
+void map_plane(D* strip, const void* src, int32_t src_stride, void* dst, int32_t dst_stride, Size size,
+               const float* scale, const float* offset) {
     const Mapping<S, D> map(scale, offset, kChannels);
     const int64_t elements = int64_t(size.width) * kChannels;
     const bool packed = src_stride == elements * int64_t(sizeof(S)) && dst_stride == elements * int64_t(sizeof(D));
@@ -218,8 +223,11 @@ void map_plane(D* strip, const void* src, int32_t src_stride, void* dst, int32_t
             const int64_t n = min(kStrip, rows.length - i);
             map(s + i, strip, n);
             settle_nan(strip, n, scale, offset, kChannels);
-            if (kKept) blend_c3x(strip, d + i, n / 4);
-            else stream_row(reinterpret_cast<uint8_t*>(d + i), reinterpret_cast<const uint8_t*>(strip), n * int64_t(sizeof(D)));
+            if (kKept)
+                blend_c3x(strip, d + i, n / 4);
+            else
+                stream_row(reinterpret_cast<uint8_t*>(d + i), reinterpret_cast<const uint8_t*>(strip),
+                           n * int64_t(sizeof(D)));
         }
     }
     if (streamed) stream_end();
@@ -291,21 +299,21 @@ Status range_map(const void* src, int32_t src_stride, void* dst, int32_t dst_str
 
 }  // namespace
 
-#define SCALE(name, S, D, channels, kept)                                                                            \
-    Status name(const void* src, int32_t src_stride, void* dst, int32_t dst_stride, Size size, const float* scale,   \
-                const float* offset, Allocator scratch) {                                                            \
-        return scale_map<S, D, channels, kept>(src, src_stride, dst, dst_stride, size, scale, offset, scratch);      \
+#define SCALE(name, S, D, channels, kept)                                                                          \
+    Status name(const void* src, int32_t src_stride, void* dst, int32_t dst_stride, Size size, const float* scale, \
+                const float* offset, Allocator scratch) {                                                          \
+        return scale_map<S, D, channels, kept>(src, src_stride, dst, dst_stride, size, scale, offset, scratch);    \
     }
-#define RANGE(name, S, D, channels, kept, pairs)                                                                     \
-    Status name(const void* src, int32_t src_stride, void* dst, int32_t dst_stride, Size size, float lo, float hi,   \
-                Allocator scratch) {                                                                                 \
-        return range_map<S, D, channels, kept, pairs>(src, src_stride, dst, dst_stride, size, lo, hi, scratch);      \
+#define RANGE(name, S, D, channels, kept, pairs)                                                                   \
+    Status name(const void* src, int32_t src_stride, void* dst, int32_t dst_stride, Size size, float lo, float hi, \
+                Allocator scratch) {                                                                               \
+        return range_map<S, D, channels, kept, pairs>(src, src_stride, dst, dst_stride, size, lo, hi, scratch);    \
     }
-#define PAIR(S, s, D, d)                            \
-    SCALE(scale_##s##_##d##_c1, S, D, 1, false)      \
-    SCALE(scale_##s##_##d##_c3, S, D, 3, false)      \
-    SCALE(scale_##s##_##d##_c4, S, D, 4, false)      \
-    SCALE(scale_##s##_##d##_c3x, S, D, 4, true)      \
+#define PAIR(S, s, D, d)                               \
+    SCALE(scale_##s##_##d##_c1, S, D, 1, false)        \
+    SCALE(scale_##s##_##d##_c3, S, D, 3, false)        \
+    SCALE(scale_##s##_##d##_c4, S, D, 4, false)        \
+    SCALE(scale_##s##_##d##_c3x, S, D, 4, true)        \
     RANGE(range_##s##_##d##_c1, S, D, 1, false, false) \
     RANGE(range_##s##_##d##_c2, S, D, 4, false, true)  \
     RANGE(range_##s##_##d##_c3, S, D, 3, false, false) \

@@ -1,4 +1,5 @@
-// Mirrors in place: two rows change places register by register, without a buffer, so each byte is read and written once.
+// Mirrors in place: two rows change places register by register, without a buffer, so each byte is read and written
+// once.
 #include "kernels/mirror.h"
 
 #include "kernels/body.h"
@@ -24,9 +25,9 @@ Status mirror(void* data, int32_t stride, Size size, int32_t axis, int64_t pixel
 
 }  // namespace
 
-#define MIRROR(name, pixel_bytes)                                          \
-    Status name(void* data, int32_t stride, Size size, int32_t axis) {     \
-        return mirror(data, stride, size, axis, pixel_bytes);              \
+#define MIRROR(name, pixel_bytes)                                      \
+    Status name(void* data, int32_t stride, Size size, int32_t axis) { \
+        return mirror(data, stride, size, axis, pixel_bytes);          \
     }
 MIRROR(mirror_u8_c1, 1)
 MIRROR(mirror_u8_c3, 3)

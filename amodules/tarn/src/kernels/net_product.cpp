@@ -15,7 +15,7 @@ namespace {
 constexpr int kLanes = 16;
 constexpr int kTile = 16;
 
-// ---- Lanes: the partial sums of one output, or sixteen elements of a row --------------------------------------------
+// ---- Lanes: the partial sums of one output, or sixteen elements of a row ------------------------------------------
 
 #if defined(__AVX512F__)
 
@@ -123,7 +123,7 @@ inline float sum(Lanes a) {
 
 #endif
 
-// ---- Tiles ----------------------------------------------------------------------------------------------------------
+// ---- Tiles --------------------------------------------------------------------------------------------------------
 
 // The sums of kRows x kNeurons outputs over k elements, into acc[row * stride + neuron].
 template <int kRows, int kNeurons>

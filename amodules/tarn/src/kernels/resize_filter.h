@@ -1,17 +1,21 @@
-// For the resize sources only: the separable resampling with a fixed number of taps that linear, cubic and Lanczos share.
+// For the resize sources only: the separable resampling with a fixed number of taps that linear, cubic and Lanczos
+// share.
 //
-// A strip of columns at a time, narrow enough that its tables and rows stay in the first-level cache. Per strip a ring holds the
-// last kTaps source rows, resampled horizontally, as floats; an output row is their weighted sum, rounded once. Source rows
-// that no output needs are never read. Horizontally the taps of neighbouring outputs are fetched by permutes from a row
-// converted to floats, or, where the image shrinks to less than half (and below AVX2), gathered one by one into a plane per tap.
+// A strip of columns at a time, narrow enough that its tables and rows stay in the first-level cache. Per strip a ring
+// holds the last kTaps source rows, resampled horizontally, as floats; an output row is their weighted sum, rounded
+// once. Source rows that no output needs are never read. Horizontally the taps of neighbouring outputs are fetched by
+// permutes from a row converted to floats, or, where the image shrinks to less than half (and below AVX2), gathered one
+// by one into a plane per tap.
 //
-// Sums are chains of fused multiply-adds in one order, exact in software where the processor has none, so all levels give the same
-// bits. For 8-bit sources the horizontal weights are multiples of 2^-15 whose sum is exactly 1: with 9 bits of pixel sums the
-// result fits the 24 bits of a float and nothing is ever rounded, so there a product and an addition do as well.
+// Sums are chains of fused multiply-adds in one order, exact in software where the processor has none, so all levels
+// give the same bits. For 8-bit sources the horizontal weights are multiples of 2^-15 whose sum is exactly 1: with 9
+// bits of pixel sums the result fits the 24 bits of a float and nothing is ever rounded, so there a product and an
+// addition do as well.
 //
 // A filter is a type with
 //   kTaps                                     2, 4 or 6
-//   weights(const double* f, double (*w)[kBlock])   for kBlock positions at once: the weights of the taps around a position that lies f
+//   weights(const double* f, double (*w)[kBlock])   for kBlock positions at once: the weights of the taps around a
+//   position that lies f
 //                                             (0 <= f < 1) to the right of tap kTaps / 2 - 1; their sum is 1
 //   half(const Job&)                          with 2 taps: one channel at exactly half the size
 #pragma once
@@ -23,7 +27,7 @@ namespace {
 
 constexpr int kBlock = 64;  // positions whose weights are computed together
 
-// ---- Elements -------------------------------------------------------------------------------------------------------
+// ---- Elements -----------------------------------------------------------------------------------------------------
 
 template <class T>
 struct Element {
@@ -43,7 +47,7 @@ struct Element<uint8_t> {
 // Which operand's NaN a sum hands on depends on the compiler, so NaN gets one pattern.
 [[maybe_unused]] inline void store(float* to, float v) { *to = v == v ? v : __builtin_nanf(""); }
 
-// ---- Vectors --------------------------------------------------------------------------------------------------------
+// ---- Vectors ------------------------------------------------------------------------------------------------------
 
 #if defined(__AVX512F__)
 constexpr int kLanes = 16;
@@ -74,16 +78,16 @@ inline Lanes pick(Lanes low, Lanes high, Index at) {
 constexpr int kLanes = 8;
 #endif
 
-// ---- Sums -----------------------------------------------------------------------------------------------------------
+// ---- Sums ---------------------------------------------------------------------------------------------------------
 
 // a * b + c, rounded once.
 [[maybe_unused]] inline float fused(float a, float b, float c) {
 #if defined(__FMA__) || defined(__FP_FAST_FMAF)
     return __builtin_fmaf(a, b, c);
 #else
-    // The product of two floats is exact in double precision. The sum is rounded to double, then to float: wrong only where the
-    // first rounding ends halfway between two floats, or below the normal floats. There it is rounded to odd first (S. Boldo and
-    // G. Melquiond, "Emulation of FMA and correctly rounded sums", 2008).
+    // The product of two floats is exact in double precision. The sum is rounded to double, then to float: wrong only
+    // where the first rounding ends halfway between two floats, or below the normal floats. There it is rounded to odd
+    // first (S. Boldo and G. Melquiond, "Emulation of FMA and correctly rounded sums", 2008).
     const double product = double(a) * double(b);
     double sum = product + double(c);
     uint64_t bits = __builtin_bit_cast(uint64_t, sum);
@@ -144,14 +148,16 @@ void block_of_weights(Walk& walk, int64_t* first, float (*weight)[kBlock]) {
         for (int i = 0; i < kBlock; ++i) weight[k][i] = float(kExact ? w[k][i] / 32768.0 : w[k][i]);
 }
 
-// ---- Strips ---------------------------------------------------------------------------------------------------------
+// ---- Strips -------------------------------------------------------------------------------------------------------
 
 // Elements of a strip at most: multiples of 16 and 3.
 template <int kTaps>
-constexpr int64_t kStripElements = kTaps == 2 ? 1536 : kTaps == 4 ? 960 : 1248;
+constexpr int64_t kStripElements = kTaps == 2   ? 1536
+                                   : kTaps == 4 ? 960
+                                                : 1248;
 
-// Rows whose strips are made before those of the rows below. A row of a strip is short and lies in memory pages of its own: of a
-// tall image a whole strip would touch more of them than the processor keeps translated.
+// Rows whose strips are made before those of the rows below. A row of a strip is short and lies in memory pages of its
+// own: of a tall image a whole strip would touch more of them than the processor keeps translated.
 constexpr int64_t kBandRows = 512;
 
 enum class Fetch { planes, one_window, two_windows };
@@ -159,8 +165,8 @@ enum class Fetch { planes, one_window, two_windows };
 // What a strip's rows are made with. Elements: outputs times channels, then up to a whole vector more of no meaning.
 struct Strip {
     int64_t pixels, elements;
-    float* weight;       // plane after plane of kStripElements: the taps' weights per element
-    int64_t* first;      // source pixel of tap 0 per pixel, from the region's left
+    float* weight;   // plane after plane of kStripElements: the taps' weights per element
+    int64_t* first;  // source pixel of tap 0 per pixel, from the region's left
     Fetch fetch;
     int64_t row_from;    // permutes: first source pixel of the converted row, from the region's left
     int64_t row_pixels;  // and how many it has
@@ -216,13 +222,14 @@ void weigh_planes(const Strip& strip, const float* TARN_RESTRICT planes, float* 
     const float* TARN_RESTRICT weight = strip.weight;
     constexpr int64_t kPitch = kStripElements<kTaps>;
     for (int64_t i = 0; i < strip.elements; ++i)
-        out[i] = sum_of<kTaps, kExact>([&](int k) { return planes[k * kPitch + i]; }, [&](int k) { return weight[k * kPitch + i]; });
+        out[i] = sum_of<kTaps, kExact>([&](int k) { return planes[k * kPitch + i]; },
+                                       [&](int k) { return weight[k * kPitch + i]; });
 }
 
 #if defined(__AVX2__)
 
-// kWindows: how many vectors of the converted row hold the taps of a vector of outputs; kShare: for how many taps in turn one
-// load of them serves.
+// kWindows: how many vectors of the converted row hold the taps of a vector of outputs; kShare: for how many taps in
+// turn one load of them serves.
 template <int kTaps, bool kExact, int kWindows, int kShare>
 void weigh_windows(const Strip& strip, const float* row, int channels, float* out) {
     for (int64_t g = 0; g * kLanes < strip.elements; ++g) {
@@ -282,7 +289,8 @@ void find_windows(Strip& strip, int channels) {
         strip.base[g] = least;
         for (int i = 0; i < kLanes; ++i) strip.index[g * kLanes + i] = at[i] - least;
     }
-    // Two windows may hold all taps where one does not. Picking from two is one instruction in the widest registers only.
+    // Two windows may hold all taps where one does not. Picking from two is one instruction in the widest registers
+    // only.
     const int all = strip.reach + (kTaps - 1) * channels;
     const bool one = kLanes == 16 ? strip.reach < kLanes && (all < kLanes || all >= 2 * kLanes) : strip.reach < kLanes;
     strip.fetch = one ? Fetch::one_window : Fetch::two_windows;
@@ -345,7 +353,7 @@ void resample_row(const Strip& strip, const T* s, int64_t width, int64_t left, i
     weigh_planes<kTaps, kExact>(strip, row, out);
 }
 
-// ---- Output rows ----------------------------------------------------------------------------------------------------
+// ---- Output rows --------------------------------------------------------------------------------------------------
 
 #if defined(__AVX512F__)
 
@@ -371,8 +379,8 @@ inline void store_rounded(float* to, const Lanes* v, __mmask64 mask) {
                               _mm512_mask_mov_ps(v[i], _mm512_cmp_ps_mask(v[i], v[i], _CMP_UNORD_Q), nan));
 }
 
-// Rows must be readable up to a multiple of 64 elements. Inlined: handed over in memory, the rows' addresses would be read before
-// they have got there.
+// Rows must be readable up to a multiple of 64 elements. Inlined: handed over in memory, the rows' addresses would be
+// read before they have got there.
 template <int kTaps, bool kKept, class T>
 [[gnu::always_inline]] inline void blend_rows(const float* const* rows, const float* weight, int64_t n, T* dst) {
     const float* r[kTaps];
@@ -383,7 +391,8 @@ template <int kTaps, bool kKept, class T>
         Lanes v[4];
 #pragma GCC unroll 4
         for (int part = 0; part < 4; ++part)
-            v[part] = sum_of<kTaps, false>([&](int k) { return load(r[k] + i + 16 * part); }, [&](int k) { return w[k]; });
+            v[part] =
+                sum_of<kTaps, false>([&](int k) { return load(r[k] + i + 16 * part); }, [&](int k) { return w[k]; });
         store_rounded(dst + i, v, mask);
     };
     int64_t i = 0;
@@ -398,7 +407,9 @@ void blend_rows(const float* const* rows, const float* weight, int64_t n, T* TAR
     const float* r[kTaps];
     float w[kTaps];
     for (int k = 0; k < kTaps; ++k) r[k] = rows[k], w[k] = weight[k];
-    const auto at = [&](int64_t i) { return sum_of<kTaps, false>([&](int k) { return r[k][i]; }, [&](int k) { return w[k]; }); };
+    const auto at = [&](int64_t i) {
+        return sum_of<kTaps, false>([&](int k) { return r[k][i]; }, [&](int k) { return w[k]; });
+    };
     if (kKept) {
         // Blocks of whole pixels through a buffer: the sums as vectors, the three channels one by one.
         T block[64];
@@ -434,7 +445,7 @@ Status resample(const Job& j, int channels) {
 
     Scratch scratch(j.allocator);
     scratch.want<Line<kTaps>>(height + kBlock);
-    scratch.want<float>(kTaps * kElements);  // weights
+    scratch.want<float>(kTaps * kElements);       // weights
     scratch.want<float>(kTaps * kElements + 64);  // ring, read up to a multiple of 64
     scratch.want<float>(kRow);
     scratch.want<int64_t>(kElements);
@@ -479,13 +490,14 @@ Status resample(const Job& j, int channels) {
                     const int64_t source = clamp<int64_t>(j.region.y + lines[y].first + k, 0, j.src_size.height - 1);
                     const int slot = int(source % kTaps);
                     if (held[slot] != source) {
-                        resample_row<kTaps>(strip, row<T>(j.src, j.src_stride, source), j.src_size.width, j.region.x, channels,
-                                            row_space, ring + slot * kElements);
+                        resample_row<kTaps>(strip, row<T>(j.src, j.src_stride, source), j.src_size.width, j.region.x,
+                                            channels, row_space, ring + slot * kElements);
                         held[slot] = source;
                     }
                     rows[k] = ring + slot * kElements;
                 }
-                blend_rows<kTaps, kKept>(rows, lines[y].weight, pixels * channels, row<T>(j.dst, j.dst_stride, y) + x * channels);
+                blend_rows<kTaps, kKept>(rows, lines[y].weight, pixels * channels,
+                                         row<T>(j.dst, j.dst_stride, y) + x * channels);
             }
         }
     return kOk;
@@ -495,16 +507,16 @@ Status resample(const Job& j, int channels) {
 }  // namespace tarn::k::TARN_LEVEL
 
 // A kernel of a filter: planes of equal size are copied.
-#define TARN_RESIZE(mode, suffix, Filter, T, channels, kept)                                                          \
-    Status resize_##mode##_##suffix(const void* src, int32_t src_stride, Size src_size, Region region, void* dst,     \
-                                    int32_t dst_stride, Size dst_size, const Allocator& allocator) {                  \
-        const Job j{src, src_stride, src_size, region, dst, dst_stride, dst_size, allocator};                         \
-        if (same_size(j))                                                                                             \
-            return resize_nearest_##suffix(src, src_stride, src_size, region, dst, dst_stride, dst_size, allocator);  \
-        return resample<Filter, T, kept>(j, channels);                                                                \
+#define TARN_RESIZE(mode, suffix, Filter, T, channels, kept)                                                         \
+    Status resize_##mode##_##suffix(const void* src, int32_t src_stride, Size src_size, Region region, void* dst,    \
+                                    int32_t dst_stride, Size dst_size, const Allocator& allocator) {                 \
+        const Job j{src, src_stride, src_size, region, dst, dst_stride, dst_size, allocator};                        \
+        if (same_size(j))                                                                                            \
+            return resize_nearest_##suffix(src, src_stride, src_size, region, dst, dst_stride, dst_size, allocator); \
+        return resample<Filter, T, kept>(j, channels);                                                               \
     }
-#define TARN_RESIZES_OF(mode, type, Filter, T)                \
-    TARN_RESIZE(mode, type##_c1, Filter, T, 1, false)         \
-    TARN_RESIZE(mode, type##_c3, Filter, T, 3, false)         \
-    TARN_RESIZE(mode, type##_c4, Filter, T, 4, false)         \
+#define TARN_RESIZES_OF(mode, type, Filter, T)        \
+    TARN_RESIZE(mode, type##_c1, Filter, T, 1, false) \
+    TARN_RESIZE(mode, type##_c3, Filter, T, 3, false) \
+    TARN_RESIZE(mode, type##_c4, Filter, T, 4, false) \
     TARN_RESIZE(mode, type##_c3x, Filter, T, 4, true)

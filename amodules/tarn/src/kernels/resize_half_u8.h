@@ -1,4 +1,5 @@
-// For the 8-bit linear resize only: 16-bit fixed-point vectors, and the resize to exactly half, which is the mean of 2 x 2 pixels.
+// For the 8-bit linear resize only: 16-bit fixed-point vectors, and the resize to exactly half, which is the mean of 2
+// x 2 pixels.
 #pragma once
 
 #include "kernels/resize_taps.h"
@@ -29,7 +30,9 @@ inline Vector add16(Vector a, Vector b) { return _mm512_add_epi16(a, b); }
 inline Vector sub16(Vector a, Vector b) { return _mm512_sub_epi16(a, b); }
 inline Vector multiply(Vector a, Vector b) { return _mm512_mulhrs_epi16(a, b); }
 template <int kBits>
-inline Vector down(Vector v) { return _mm512_srli_epi16(v, kBits); }
+inline Vector down(Vector v) {
+    return _mm512_srli_epi16(v, kBits);
+}
 inline Vector bits(Vector a, Vector b) { return _mm512_and_si512(a, b); }
 inline Vector either(Vector a, Vector b) { return _mm512_or_si512(a, b); }
 inline Vector shuffle(Vector v, Vector at) { return _mm512_shuffle_epi8(v, at); }
@@ -54,7 +57,9 @@ inline Vector add16(Vector a, Vector b) { return _mm256_add_epi16(a, b); }
 inline Vector sub16(Vector a, Vector b) { return _mm256_sub_epi16(a, b); }
 inline Vector multiply(Vector a, Vector b) { return _mm256_mulhrs_epi16(a, b); }
 template <int kBits>
-inline Vector down(Vector v) { return _mm256_srli_epi16(v, kBits); }
+inline Vector down(Vector v) {
+    return _mm256_srli_epi16(v, kBits);
+}
 inline Vector bits(Vector a, Vector b) { return _mm256_and_si256(a, b); }
 inline Vector either(Vector a, Vector b) { return _mm256_or_si256(a, b); }
 inline Vector shuffle(Vector v, Vector at) { return _mm256_shuffle_epi8(v, at); }
@@ -74,7 +79,9 @@ inline Vector add16(Vector a, Vector b) { return _mm_add_epi16(a, b); }
 inline Vector sub16(Vector a, Vector b) { return _mm_sub_epi16(a, b); }
 inline Vector multiply(Vector a, Vector b) { return _mm_mulhrs_epi16(a, b); }
 template <int kBits>
-inline Vector down(Vector v) { return _mm_srli_epi16(v, kBits); }
+inline Vector down(Vector v) {
+    return _mm_srli_epi16(v, kBits);
+}
 inline Vector bits(Vector a, Vector b) { return _mm_and_si128(a, b); }
 inline Vector either(Vector a, Vector b) { return _mm_or_si128(a, b); }
 inline Vector shuffle(Vector v, Vector at) { return _mm_shuffle_epi8(v, at); }
@@ -115,7 +122,6 @@ inline void store_some(uint8_t* dst, Vector v, int64_t n) {
 }
 #endif
 
-
 #if defined(TARN_VECTORS)
 // The same 16 bytes for every 128-bit lane of a shuffle.
 inline Vector in_every_lane(__m128i v) {
@@ -147,15 +153,18 @@ constexpr int kHalfBytes = kChannels == 3 ? kBytes / 16 * 12 : kBytes;
 template <int kChannels>
 inline Vector half_vector(const uint8_t* upper, const uint8_t* lower) {
     const Vector ones = all16(0x0101);
-    const auto mean = [&](Vector a, Vector b) { return round_even<2>(add16(weigh_pairs(a, ones), weigh_pairs(b, ones))); };
+    const auto mean = [&](Vector a, Vector b) {
+        return round_even<2>(add16(weigh_pairs(a, ones), weigh_pairs(b, ones)));
+    };
     if constexpr (kChannels == 3) {
         // A lane holds the four source pixels of one window of either kind; the bytes of two neighbours go together.
         static constexpr int64_t kEven[] = {0, 24, 48, 72}, kOdd[] = {12, 36, 60, 84};
         const Vector neighbours = in_every_lane(_mm_setr_epi8(0, 3, 1, 4, 2, 5, 6, 9, 7, 10, 8, 11, -1, -1, -1, -1));
         const Vector close_up = in_every_lane(_mm_setr_epi8(0, 1, 2, 3, 4, 5, 8, 9, 10, 11, 12, 13, -1, -1, -1, -1));
         const auto pairs = [&](const uint8_t* p, const int64_t* from) { return shuffle(windows(p, from), neighbours); };
-        return join_twelves(shuffle(pack_in_lanes(mean(pairs(upper, kEven), pairs(lower, kEven)),
-                                                  mean(pairs(upper, kOdd), pairs(lower, kOdd))), close_up));
+        return join_twelves(shuffle(
+            pack_in_lanes(mean(pairs(upper, kEven), pairs(lower, kEven)), mean(pairs(upper, kOdd), pairs(lower, kOdd))),
+            close_up));
     } else {
         const Vector neighbours = in_every_lane(_mm_setr_epi8(0, 4, 1, 5, 2, 6, 3, 7, 8, 12, 9, 13, 10, 14, 11, 15));
         const auto pairs = [&](const uint8_t* p) { return kChannels == 1 ? load(p) : shuffle(load(p), neighbours); };

@@ -4,15 +4,18 @@
 namespace tarn::k::TARN_LEVEL {
 namespace {
 
-// The weight at distance x is proportional to sin(pi x) sin(pi x / 3) / x^2, with x = f + m for m = 2, 1, 0, -1, -2, -3.
-// Then sin(pi x) is the same but for its sign and drops out when the weights are divided by their sum, and the other sine is
-// one of three combinations of sin(a) and cos(a) with a = pi f / 3. Both by their Taylor series: a < pi / 3, where the first
-// term left out is below 2^-60. The C library's are not used, since they may differ between processors in the last bit.
+// The weight at distance x is proportional to sin(pi x) sin(pi x / 3) / x^2, with x = f + m for m = 2, 1, 0, -1, -2,
+// -3. Then sin(pi x) is the same but for its sign and drops out when the weights are divided by their sum, and the
+// other sine is one of three combinations of sin(a) and cos(a) with a = pi f / 3. Both by their Taylor series: a < pi /
+// 3, where the first term left out is below 2^-60. The C library's are not used, since they may differ between
+// processors in the last bit.
 struct Lanczos {
     static constexpr int kTaps = 6;
     static void weights(const double* f, double (*w)[kBlock]) {
-        constexpr double kSin[] = {1.0 / 6, 1.0 / 20, 1.0 / 42, 1.0 / 72, 1.0 / 110, 1.0 / 156, 1.0 / 210, 1.0 / 272, 1.0 / 342};
-        constexpr double kCos[] = {1.0 / 2, 1.0 / 12, 1.0 / 30, 1.0 / 56, 1.0 / 90, 1.0 / 132, 1.0 / 182, 1.0 / 240, 1.0 / 306};
+        constexpr double kSin[] = {1.0 / 6,   1.0 / 20,  1.0 / 42,  1.0 / 72, 1.0 / 110,
+                                   1.0 / 156, 1.0 / 210, 1.0 / 272, 1.0 / 342};
+        constexpr double kCos[] = {1.0 / 2,   1.0 / 12,  1.0 / 30,  1.0 / 56, 1.0 / 90,
+                                   1.0 / 132, 1.0 / 182, 1.0 / 240, 1.0 / 306};
         constexpr double kThirdOfPi = 1.0471975511965977462, kHalfRoot3 = 0.86602540378443864676;
         for (int i = 0; i < kBlock; ++i) {
             const double x = f[i], a = x * kThirdOfPi, a2 = a * a;

@@ -1,14 +1,15 @@
 // Linear resize of 8-bit pixels, in 16-bit fixed point: twice as many outputs to a register as the float pipeline has.
 //
-// Source rows are resampled horizontally into a ring of two rows with 7 fraction bits; an output row is made of both and
-// rounded once. With f the distance from the left (upper) of the two pixels a and b, rounded to 16 bits (15 vertically):
+// Source rows are resampled horizontally into a ring of two rows with 7 fraction bits; an output row is made of both
+// and rounded once. With f the distance from the left (upper) of the two pixels a and b, rounded to 16 bits (15
+// vertically):
 //   f < 1/2:  a + f (b - a)        else:  b + (f - 1) (b - a)
 // where the product is rounded to 7 fraction bits. The choice keeps the factor within a signed 16-bit fraction.
-// Errors: of f 255 * 2^-17 and 255 * 2^-16, of the two roundings 2^-8 each: below 1/64 together. Fractions up to 7 bits, hence
-// every factor of a power of two to 64, lose nothing.
+// Errors: of f 255 * 2^-17 and 255 * 2^-16, of the two roundings 2^-8 each: below 1/64 together. Fractions up to 7
+// bits, hence every factor of a power of two to 64, lose nothing.
 //
-// Horizontally 8 outputs find their pixels in one or two 16-byte windows of the source row; where they reach further, and below
-// SSSE3, pixel by pixel.
+// Horizontally 8 outputs find their pixels in one or two 16-byte windows of the source row; where they reach further,
+// and below SSSE3, pixel by pixel.
 #include "kernels/resize_half_u8.h"
 
 namespace tarn::k::TARN_LEVEL {
@@ -37,7 +38,7 @@ struct Strip {
     int8_t* base;           // 16 per group: -128 at that of a and b that the sum starts from
 };
 
-// ---- Rows -----------------------------------------------------------------------------------------------------------
+// ---- Rows ---------------------------------------------------------------------------------------------------------
 
 void resample_by_pixel(const Strip& strip, const uint8_t* s, int channels, int16_t* out) {
     int64_t e = 0;
@@ -94,7 +95,7 @@ void blend_rows(const int16_t* TARN_RESTRICT upper, const int16_t* TARN_RESTRICT
 
 #endif
 
-// ---- Tables ---------------------------------------------------------------------------------------------------------
+// ---- Tables -------------------------------------------------------------------------------------------------------
 
 // The two source pixels of an output, not yet cut to the source, and its fraction in 2^-kBits, from -1/2 to 1/2.
 template <int kBits>
@@ -208,13 +209,13 @@ Status linear(const Job& j, int channels) {
 
 }  // namespace
 
-#define LINEAR(suffix, channels, kept)                                                                                \
-    Status resize_linear_##suffix(const void* src, int32_t src_stride, Size src_size, Region region, void* dst,       \
-                                  int32_t dst_stride, Size dst_size, const Allocator& allocator) {                    \
-        const Job j{src, src_stride, src_size, region, dst, dst_stride, dst_size, allocator};                         \
-        if (same_size(j))                                                                                             \
-            return resize_nearest_##suffix(src, src_stride, src_size, region, dst, dst_stride, dst_size, allocator);  \
-        return linear<kept>(j, channels);                                                                             \
+#define LINEAR(suffix, channels, kept)                                                                               \
+    Status resize_linear_##suffix(const void* src, int32_t src_stride, Size src_size, Region region, void* dst,      \
+                                  int32_t dst_stride, Size dst_size, const Allocator& allocator) {                   \
+        const Job j{src, src_stride, src_size, region, dst, dst_stride, dst_size, allocator};                        \
+        if (same_size(j))                                                                                            \
+            return resize_nearest_##suffix(src, src_stride, src_size, region, dst, dst_stride, dst_size, allocator); \
+        return linear<kept>(j, channels);                                                                            \
     }
 LINEAR(u8_c1, 1, false)
 LINEAR(u8_c3, 3, false)

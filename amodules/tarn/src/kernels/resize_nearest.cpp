@@ -1,7 +1,7 @@
-// Nearest-neighbour resize. It moves whole pixels, so one body per pixel size serves all element types. The source columns
-// are found once per call. Where a byte shuffle exists and the image shrinks to no less than half, 16 output bytes come
-// from one or two 16-byte windows of the source row, four such groups to a wide register; elsewhere pixel by pixel.
-// Destination rows of one source row are copies of the first.
+// Nearest-neighbour resize. It moves whole pixels, so one body per pixel size serves all element types. The source
+// columns are found once per call. Where a byte shuffle exists and the image shrinks to no less than half, 16 output
+// bytes come from one or two 16-byte windows of the source row, four such groups to a wide register; elsewhere pixel by
+// pixel. Destination rows of one source row are copies of the first.
 #include "kernels/resize_half_u8.h"
 
 namespace tarn::k::TARN_LEVEL {
@@ -11,18 +11,19 @@ constexpr int kGroup = 16;  // bytes
 
 // The columns of a row of outputs.
 struct Columns {
-    int64_t count;            // outputs
-    const int32_t* pixel;     // source column of each, from the source row's start
-    int64_t groups;           // groups of 16 output bytes; 0: pixel by pixel
-    bool two_windows;         // some group takes bytes beyond its first window
-    const int64_t* from;      // first byte of each group's window
-    const uint8_t* low;       // 16 per group: which byte of the first window, 0x80 for none
-    const uint8_t* high;      // the same for the second, which follows the first
+    int64_t count;         // outputs
+    const int32_t* pixel;  // source column of each, from the source row's start
+    int64_t groups;        // groups of 16 output bytes; 0: pixel by pixel
+    bool two_windows;      // some group takes bytes beyond its first window
+    const int64_t* from;   // first byte of each group's window
+    const uint8_t* low;    // 16 per group: which byte of the first window, 0x80 for none
+    const uint8_t* high;   // the same for the second, which follows the first
 };
 
 template <int kPixel, bool kKept>
 void row_by_pixel(const uint8_t* s, const Columns& c, uint8_t* d) {
-    for (int64_t x = 0; x < c.count; ++x) memcpy(d + x * kPixel, s + c.pixel[x] * int64_t(kPixel), kKept ? kPixel / 4 * 3 : kPixel);
+    for (int64_t x = 0; x < c.count; ++x)
+        memcpy(d + x * kPixel, s + c.pixel[x] * int64_t(kPixel), kKept ? kPixel / 4 * 3 : kPixel);
 }
 
 // Every second pixel, at exactly half the width: one or two bytes each.
@@ -72,8 +73,9 @@ bool find_windows(Columns& c, int64_t src_row_bytes, int64_t* from, uint8_t* low
 // A byte per channel of a kept pixel: -1 where the result goes, 0 where the destination stays.
 template <int kPixel>
 inline __m128i kept_mask() {
-    return kPixel == 4 ? _mm_set1_epi32(0x00ffffff)
-                       : kPixel == 8 ? _mm_set1_epi64x(0x0000ffffffffffff) : _mm_set_epi32(0, -1, -1, -1);
+    return kPixel == 4   ? _mm_set1_epi32(0x00ffffff)
+           : kPixel == 8 ? _mm_set1_epi64x(0x0000ffffffffffff)
+                         : _mm_set_epi32(0, -1, -1, -1);
 }
 
 #if defined(__AVX512BW__)

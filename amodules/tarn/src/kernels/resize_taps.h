@@ -23,7 +23,8 @@ struct Job {
     if (Status s = check(j.src_size, j.src, j.dst)) return s;
     const Region& r = j.region;
     if (j.dst_size.width <= 0 || j.dst_size.height <= 0 || r.width <= 0 || r.height <= 0) return kBadSize;
-    const bool inside = r.x >= 0 && r.y >= 0 && r.width <= j.src_size.width - r.x && r.height <= j.src_size.height - r.y;
+    const bool inside =
+        r.x >= 0 && r.y >= 0 && r.width <= j.src_size.width - r.x && r.height <= j.src_size.height - r.y;
     return inside ? kOk : kBadArg;
 }
 
@@ -35,9 +36,10 @@ struct Job {
     return j.region.width == 2 * int64_t(j.dst_size.width) && j.region.height == 2 * int64_t(j.dst_size.height);
 }
 
-// Positions of consecutive outputs d on an axis that maps `from` source pixels to `to` outputs, relative to the region's first
-// pixel: ((2d + 1) from - offset) / (2 to), as a whole number and a rest below `denominator`. offset 0 gives
-// (d + 0.5) / factor, offset `to` that less 0.5. All in integers, so no step loses anything: the product stays below 2^63.
+// Positions of consecutive outputs d on an axis that maps `from` source pixels to `to` outputs, relative to the
+// region's first pixel: ((2d + 1) from - offset) / (2 to), as a whole number and a rest below `denominator`. offset 0
+// gives (d + 0.5) / factor, offset `to` that less 0.5. All in integers, so no step loses anything: the product stays
+// below 2^63.
 struct Walk {
     int64_t whole, rest, step_whole, step_rest, denominator;
 

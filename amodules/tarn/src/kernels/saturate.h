@@ -1,6 +1,6 @@
 // For kernel sources only: one element converted to another type, saturated to its range. Floats go to the nearest
-// integer, ties to the even one; NaN gives the type's smallest value. Written without library calls and branches, so that
-// loops over these functions become vectors at every level.
+// integer, ties to the even one; NaN gives the type's smallest value. Written without library calls and branches, so
+// that loops over these functions become vectors at every level.
 #pragma once
 
 #include "kernels/body.h"
@@ -11,9 +11,13 @@ namespace {
 template <class D>
 struct Limits;
 template <>
-struct Limits<uint8_t> { static constexpr int32_t kMin = 0, kMax = 255; };
+struct Limits<uint8_t> {
+    static constexpr int32_t kMin = 0, kMax = 255;
+};
 template <>
-struct Limits<int16_t> { static constexpr int32_t kMin = -32768, kMax = 32767; };
+struct Limits<int16_t> {
+    static constexpr int32_t kMin = -32768, kMax = 32767;
+};
 
 // Integers to integers.
 template <class D, class S>
@@ -25,21 +29,35 @@ template <>
     return uint8_t(clamp<int16_t>(v, 0, 255));  // in 16 bits: twice as many to a vector
 }
 template <>
-[[maybe_unused]] inline int16_t saturate(uint8_t v) { return v; }
+[[maybe_unused]] inline int16_t saturate(uint8_t v) {
+    return v;
+}
 template <>
-[[maybe_unused]] inline int32_t saturate(uint8_t v) { return v; }
+[[maybe_unused]] inline int32_t saturate(uint8_t v) {
+    return v;
+}
 template <>
-[[maybe_unused]] inline int32_t saturate(int16_t v) { return v; }
+[[maybe_unused]] inline int32_t saturate(int16_t v) {
+    return v;
+}
 
 // Anything to floats; 32-bit integers are rounded to the nearest float.
 template <>
-[[maybe_unused]] inline float saturate(uint8_t v) { return float(int32_t(v)); }
+[[maybe_unused]] inline float saturate(uint8_t v) {
+    return float(int32_t(v));
+}
 template <>
-[[maybe_unused]] inline float saturate(int16_t v) { return float(int32_t(v)); }
+[[maybe_unused]] inline float saturate(int16_t v) {
+    return float(int32_t(v));
+}
 template <>
-[[maybe_unused]] inline float saturate(int32_t v) { return float(v); }
+[[maybe_unused]] inline float saturate(int32_t v) {
+    return float(v);
+}
 template <>
-[[maybe_unused]] inline float saturate(float v) { return v; }
+[[maybe_unused]] inline float saturate(float v) {
+    return v;
+}
 
 // Floats to 8 and 16 bits. In range, the sum with 1.5 x 2^23 has a last place of 1: its low bits are the rounded value.
 template <class D>
@@ -50,9 +68,13 @@ template <class D>
     return D(__builtin_bit_cast(int32_t, v + 12582912.0f) - 0x4b400000);
 }
 template <>
-[[maybe_unused]] inline uint8_t saturate(float v) { return saturate_small<uint8_t>(v); }
+[[maybe_unused]] inline uint8_t saturate(float v) {
+    return saturate_small<uint8_t>(v);
+}
 template <>
-[[maybe_unused]] inline int16_t saturate(float v) { return saturate_small<int16_t>(v); }
+[[maybe_unused]] inline int16_t saturate(float v) {
+    return saturate_small<int16_t>(v);
+}
 
 // Floats to 32 bits. Below 2^23 a sum with 2^23 of the same sign rounds; from there on every float is an integer.
 template <>

@@ -1,6 +1,6 @@
-// Pixels in a range. Three vectors of a row in turn, so that a lane always meets the same channel, whose bounds stand in
-// that lane; each counts into lanes of its own. The end of a row is filled up with the lower bounds, which count, and those
-// are taken off again.
+// Pixels in a range. Three vectors of a row in turn, so that a lane always meets the same channel, whose bounds stand
+// in that lane; each counts into lanes of its own. The end of a row is filled up with the lower bounds, which count,
+// and those are taken off again.
 #include "kernels/stats.h"
 
 #include "kernels/body.h"
@@ -8,8 +8,8 @@
 namespace tarn::k::TARN_LEVEL {
 namespace {
 
-// One vector's elements in range, counted into the lanes of a counter. A mask is -1 where it holds. For bytes, v is in range
-// when v - lower, modulo 256, is not above upper - lower.
+// One vector's elements in range, counted into the lanes of a counter. A mask is -1 where it holds. For bytes, v is in
+// range when v - lower, modulo 256, is not above upper - lower.
 #if defined(__AVX512BW__)
 using Bytes = __m512i;
 using Ints = __m512i;
@@ -18,7 +18,8 @@ inline Bytes load(const void* p) { return _mm512_loadu_si512(p); }
 inline Floats load_floats(const float* p) { return _mm512_loadu_ps(p); }
 inline void store(void* p, Bytes v) { _mm512_storeu_si512(p, v); }
 inline Bytes count(Bytes counts, Bytes v, Bytes lower, Bytes span) {
-    return _mm512_mask_sub_epi8(counts, _mm512_cmple_epu8_mask(_mm512_sub_epi8(v, lower), span), counts, _mm512_set1_epi8(-1));
+    return _mm512_mask_sub_epi8(counts, _mm512_cmple_epu8_mask(_mm512_sub_epi8(v, lower), span), counts,
+                                _mm512_set1_epi8(-1));
 }
 inline Ints count(Ints counts, Floats v, Floats lower, Floats upper) {
     const __mmask16 in = _mm512_mask_cmp_ps_mask(_mm512_cmp_ps_mask(v, lower, _CMP_GE_OQ), v, upper, _CMP_LE_OQ);
@@ -96,7 +97,8 @@ struct CountF32 {
 };
 
 template <class E, int kChannels, int kResults>
-Status count_in_range(const void* src, int32_t stride, Size size, const void* lower, const void* upper, int32_t* counts) {
+Status count_in_range(const void* src, int32_t stride, Size size, const void* lower, const void* upper,
+                      int32_t* counts) {
     using T = typename E::T;
     constexpr int kLanes = sizeof(typename E::V) / sizeof(T), kTurn = 3 * kLanes;
     if (Status s = check(size, src, lower, upper, counts)) return s;
@@ -156,9 +158,9 @@ Status count_in_range(const void* src, int32_t stride, Size size, const void* lo
 
 }  // namespace
 
-#define COUNT(name, E, channels, results)                                                                              \
+#define COUNT(name, E, channels, results)                                                                            \
     Status name(const void* src, int32_t stride, Size size, const void* lower, const void* upper, int32_t* counts) { \
-        return count_in_range<E, channels, results>(src, stride, size, lower, upper, counts);                          \
+        return count_in_range<E, channels, results>(src, stride, size, lower, upper, counts);                        \
     }
 COUNT(count_in_range_u8_c1, CountU8, 1, 1)
 COUNT(count_in_range_u8_c3, CountU8, 3, 3)

@@ -1,7 +1,8 @@
 // Means. Rows are read without regard to channels, three vectors in turn, so that a lane always meets the same channel;
-// channels come apart at the end. Integers are summed exactly in lanes of twice their width: of each pair of elements the
-// upper one by a shift, and both at once by adding the pair as it is, from which the upper ones are taken off at the end.
-// That is two additions and a shift for two elements of any channel. Floats are summed in double in a fixed order.
+// channels come apart at the end. Integers are summed exactly in lanes of twice their width: of each pair of elements
+// the upper one by a shift, and both at once by adding the pair as it is, from which the upper ones are taken off at
+// the end. That is two additions and a shift for two elements of any channel. Floats are summed in double in a fixed
+// order.
 #include "kernels/stats.h"
 
 #include "kernels/body.h"
@@ -36,8 +37,8 @@ inline Pairs load(const void* p) {
 inline void store(void* p, Pairs v) { memcpy(p, &v, sizeof v); }
 #endif
 
-// Vectors of doubles, from as many floats, or from n fewer than that with zeros behind. Level 4 stays at 256 bits: widening
-// into 512 takes twice the work.
+// Vectors of doubles, from as many floats, or from n fewer than that with zeros behind. Level 4 stays at 256 bits:
+// widening into 512 takes twice the work.
 #if defined(__AVX2__)
 using Doubles = __m256d;
 inline Doubles load_doubles(const float* p) { return _mm256_cvtps_pd(_mm_loadu_ps(p)); }
@@ -101,8 +102,7 @@ uint64_t sum_bytes(const uint8_t* s, int64_t n) {
     for (; i + 4 * kVector <= n; i += 4 * kVector)
         for (int j = 0; j < 4; ++j)
             sums[j] = TARN_V(add_epi64)(sums[j], TARN_V(sad_epu8)(load(s + i + j * kVector), zero));
-    for (; i + kVector <= n; i += kVector)
-        sums[0] = TARN_V(add_epi64)(sums[0], TARN_V(sad_epu8)(load(s + i), zero));
+    for (; i + kVector <= n; i += kVector) sums[0] = TARN_V(add_epi64)(sums[0], TARN_V(sad_epu8)(load(s + i), zero));
     uint64_t lanes[4 * kVector / 8], sum = 0;
     memcpy(lanes, sums, sizeof sums);
     for (uint64_t lane : lanes) sum += lane;
@@ -181,8 +181,10 @@ Status mean_floats(const void* src, int32_t stride, Size size, double* means) {
         for (; left >= kLanes; left -= kLanes, s += kLanes)
             for (int j = 0; j < kLanes / kWide; ++j) sums[j] += load_doubles(s + j * kWide);
         for (int j = 0; j < kLanes / kWide; ++j, left -= kWide) {
-            if (left >= kWide) sums[j] += load_doubles(s + j * kWide);
-            else if (left > 0) sums[j] += load_doubles(s + j * kWide, left);  // adding +0 changes no sum that began with +0
+            if (left >= kWide)
+                sums[j] += load_doubles(s + j * kWide);
+            else if (left > 0)
+                sums[j] += load_doubles(s + j * kWide, left);  // adding +0 changes no sum that began with +0
         }
     }
     double lanes[kLanes];
@@ -198,13 +200,13 @@ Status mean_floats(const void* src, int32_t stride, Size size, double* means) {
 
 }  // namespace
 
-#define MEAN(name, E, channels, results)                                             \
-    Status name(const void* src, int32_t stride, Size size, double* means) {         \
-        return mean_integers<E, channels, results>(src, stride, size, means);        \
+#define MEAN(name, E, channels, results)                                      \
+    Status name(const void* src, int32_t stride, Size size, double* means) {  \
+        return mean_integers<E, channels, results>(src, stride, size, means); \
     }
-#define MEAN_F32(name, channels, results)                                            \
-    Status name(const void* src, int32_t stride, Size size, double* means) {         \
-        return mean_floats<channels, results>(src, stride, size, means);             \
+#define MEAN_F32(name, channels, results)                                    \
+    Status name(const void* src, int32_t stride, Size size, double* means) { \
+        return mean_floats<channels, results>(src, stride, size, means);     \
     }
 #if defined(TARN_V)
 Status plane_mean_u8_c1(const void* src, int32_t stride, Size size, double* means) {

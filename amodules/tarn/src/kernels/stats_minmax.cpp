@@ -1,6 +1,7 @@
 // Minimum and maximum. Rows are read as vectors without regard to channels: the vectors of a row fall
 // into accumulators by turns, so many that an accumulator's lanes always meet the same channel, and channels come apart
-// only at the end. Both results of a minimum and maximum cost one pass, which memory bounds, so both are always computed.
+// only at the end. Both results of a minimum and maximum cost one pass, which memory bounds, so both are always
+// computed.
 #include "kernels/stats.h"
 
 #include "kernels/body.h"
@@ -156,9 +157,9 @@ Status minmax(const void* src, int32_t stride, Size size, float* smallest, float
 
 }  // namespace
 
-#define MINMAX(name, E, channels, results)                                                           \
-    Status name(const void* src, int32_t stride, Size size, float* smallest, float* largest) {       \
-        return minmax<E, channels, results>(src, stride, size, smallest, largest);                   \
+#define MINMAX(name, E, channels, results)                                                     \
+    Status name(const void* src, int32_t stride, Size size, float* smallest, float* largest) { \
+        return minmax<E, channels, results>(src, stride, size, smallest, largest);             \
     }
 MINMAX(minmax_u8_c1, U8, 1, 1)
 MINMAX(minmax_u8_c3, U8, 3, 3)

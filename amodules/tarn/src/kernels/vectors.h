@@ -147,9 +147,10 @@ template <class F>
     if (i < n) f(Part{n - i}, i);
 }
 
-// ---- What expressions can't say
-// --------------------------------------------------------------------------------------- unpack_lo, unpack_hi and the
-// packs work within 16-byte groups, whatever the vector's width: a pack undoes both unpacks.
+// ---- What expressions can't say -----------------------------------------------------------------------------------
+
+// unpack_lo, unpack_hi and the packs work within 16-byte groups, whatever the vector's width: a pack undoes both
+// unpacks.
 
 #if defined(__SSE2__)
 [[maybe_unused]] inline Bytes adds_u8(Bytes a, Bytes b) { return TARN_INTEGER(adds_epu8, a, b); }
