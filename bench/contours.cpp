@@ -4,7 +4,7 @@
 
 #include "bench.h"
 #include "image.h"
-#include "kernels/contour.h"
+#include "kernels/contour/contour.h"
 #include "peer_opencv.h"
 #include "quel/host.h"
 #include "tarn.h"

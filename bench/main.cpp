@@ -15,7 +15,7 @@
 #include <opencv2/core/utility.hpp>
 
 #include "bench.h"
-#include "kernels/runtime.h"
+#include "kernels/base/runtime.h"
 
 namespace tarn::bench {
 

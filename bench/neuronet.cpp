@@ -9,7 +9,7 @@
 #include <random>
 
 #include "bench.h"
-#include "kernels/runtime.h"
+#include "kernels/base/runtime.h"
 #include "quel/host.h"
 #include "tarn.h"
 

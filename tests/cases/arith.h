@@ -5,7 +5,7 @@
 #include <cmath>
 
 #include "cases/case.h"
-#include "kernels/arith.h"
+#include "kernels/arith/arith.h"
 
 namespace tarn::cases {
 
@@ -31,7 +31,7 @@ T arith_step(Op op, T a, T b) {
 }
 
 template <class T, class Op>
-void constant_case(const char* name, const k::Kernel<k::ConstantInPlace>& kernel, int channels, Op op,
+void constant_case(const char* name, const k::Kernel<k::WithConstantInPlace>& kernel, int channels, Op op,
                    const auto& visit) {
     static const T constants[3] = {T(3.25), T(200), T(-1.5)};
     Case c{name, {inout<T>(channels)}, {}, {}};

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "kernels/kernel.h"
+#include "kernels/base/kernel.h"
 
 namespace tarn::cases {
 

@@ -3,7 +3,7 @@
 #pragma once
 
 #include "cases/case.h"
-#include "kernels/compare.h"
+#include "kernels/compare/compare.h"
 
 namespace tarn::cases {
 

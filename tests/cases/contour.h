@@ -2,7 +2,7 @@
 #pragma once
 
 #include "cases/case.h"
-#include "kernels/contour.h"
+#include "kernels/contour/contour.h"
 
 namespace tarn::cases {
 

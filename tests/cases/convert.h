@@ -5,7 +5,7 @@
 #include <limits>
 
 #include "cases/case.h"
-#include "kernels/convert.h"
+#include "kernels/convert/convert.h"
 
 namespace tarn::cases {
 
@@ -23,7 +23,7 @@ D converted(S v) {
 
 // kept: the fourth channel of the destination stays.
 template <class S, class D>
-Case convert_case(const char* name, const k::Kernel<k::Copy>& kernel, int channels, bool kept = false) {
+Case convert_case(const char* name, const k::Kernel<k::Unary>& kernel, int channels, bool kept = false) {
     Case c{name, {in<S>(channels), kept ? inout<D>(channels) : out<D>(channels)}, {}, {}};
     c.run = [&kernel](const View* v, Size n) { return kernel(v[0].data, v[0].stride, v[1].data, v[1].stride, n); };
     c.expect = [channels, kept](const View* v, Size n) {

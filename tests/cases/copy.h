@@ -4,13 +4,13 @@
 #include <cstring>
 
 #include "cases/case.h"
-#include "kernels/copy.h"
+#include "kernels/copy/copy.h"
 
 namespace tarn::cases {
 
 // kept: the fourth channel of the destination stays.
 template <class T>
-Case copy_case(const char* name, const k::Kernel<k::Copy>& kernel, int channels, bool kept = false) {
+Case copy_case(const char* name, const k::Kernel<k::Unary>& kernel, int channels, bool kept = false) {
     Case c{name, {in<T>(channels), kept ? inout<T>(channels) : out<T>(channels)}, {}, {}};
     c.run = [&kernel](const View* v, Size n) { return kernel(v[0].data, v[0].stride, v[1].data, v[1].stride, n); };
     c.expect = [channels, kept](const View* v, Size n) {

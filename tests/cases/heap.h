@@ -3,7 +3,7 @@
 
 #include <cstdlib>
 
-#include "kernels/kernel.h"
+#include "kernels/base/kernel.h"
 
 namespace tarn::cases {
 

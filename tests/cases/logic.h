@@ -5,7 +5,7 @@
 #include <cstring>
 
 #include "cases/case.h"
-#include "kernels/logic.h"
+#include "kernels/logic/logic.h"
 
 namespace tarn::cases {
 
@@ -83,30 +83,33 @@ void logic_cases(Visit&& visit) {
     const auto both = [](auto a, auto b) { return a & b; };
     const auto either = [](auto a, auto b) { return a | b; };
     const auto one = [](auto a, auto b) { return a ^ b; };
-#define TARN_LOGIC(op, fn)                                                                 \
-    binary_cases<uint8_t>(#op "_u8_c1", k::op##_u8_c1, 1, false, fn, visit);               \
-    binary_cases<uint8_t>(#op "_u8_c3", k::op##_u8_c3, 3, false, fn, visit);               \
-    binary_cases<uint8_t>(#op "_u8_c3x", k::op##_u8_c3x, 4, true, fn, visit);              \
-    binary_cases<int16_t>(#op "_s16_c1", k::op##_s16_c1, 1, false, fn, visit);             \
-    binary_cases<int16_t>(#op "_s16_c3", k::op##_s16_c3, 3, false, fn, visit);             \
-    binary_cases<int16_t>(#op "_s16_c3x", k::op##_s16_c3x, 4, true, fn, visit);            \
-    binary_cases<int32_t>(#op "_s32_c1", k::op##_s32_c1, 1, false, fn, visit);             \
-    binary_cases<int32_t>(#op "_s32_c3", k::op##_s32_c3, 3, false, fn, visit);             \
-    binary_cases<int32_t>(#op "_s32_c3x", k::op##_s32_c3x, 4, true, fn, visit);            \
-    logic_constant_cases<uint8_t>(#op "_c_u8_c1", k::op##_c_u8_c1, 1, false, fn, visit);   \
-    logic_constant_cases<uint8_t>(#op "_c_u8_c3", k::op##_c_u8_c3, 3, false, fn, visit);   \
-    logic_constant_cases<uint8_t>(#op "_c_u8_c3x", k::op##_c_u8_c3x, 4, true, fn, visit);  \
-    logic_constant_cases<int16_t>(#op "_c_s16_c1", k::op##_c_s16_c1, 1, false, fn, visit); \
-    logic_constant_cases<int16_t>(#op "_c_s16_c3", k::op##_c_s16_c3, 3, false, fn, visit); \
-    logic_constant_cases<int16_t>(#op "_c_s16_c4", k::op##_c_s16_c4, 4, false, fn, visit); \
-    logic_constant_cases<int32_t>(#op "_c_s32_c1", k::op##_c_s32_c1, 1, false, fn, visit); \
-    logic_constant_cases<int32_t>(#op "_c_s32_c3", k::op##_c_s32_c3, 3, false, fn, visit); \
+#define TARN_LOGIC(op, fn)                                                                  \
+    binary_cases<uint8_t>(#op "_u8_c1", k::op##_u8_c1, 1, false, fn, visit);                \
+    binary_cases<uint8_t>(#op "_u8_c3", k::op##_u8_c3, 3, false, fn, visit);                \
+    binary_cases<uint8_t>(#op "_u8_c3x", k::op##_u8_c3x, 4, true, fn, visit);               \
+    binary_cases<int16_t>(#op "_s16_c1", k::op##_s16_c1, 1, false, fn, visit);              \
+    binary_cases<int16_t>(#op "_s16_c3", k::op##_s16_c3, 3, false, fn, visit);              \
+    binary_cases<int16_t>(#op "_s16_c3x", k::op##_s16_c3x, 4, true, fn, visit);             \
+    binary_cases<int32_t>(#op "_s32_c1", k::op##_s32_c1, 1, false, fn, visit);              \
+    binary_cases<int32_t>(#op "_s32_c3", k::op##_s32_c3, 3, false, fn, visit);              \
+    binary_cases<int32_t>(#op "_s32_c3x", k::op##_s32_c3x, 4, true, fn, visit);             \
+    logic_constant_cases<uint8_t>(#op "_c_u8_c1", k::op##_c_u8_c1, 1, false, fn, visit);    \
+    logic_constant_cases<uint8_t>(#op "_c_u8_c3", k::op##_c_u8_c3, 3, false, fn, visit);    \
+    logic_constant_cases<uint8_t>(#op "_c_u8_c3x", k::op##_c_u8_c3x, 4, true, fn, visit);   \
+    logic_constant_cases<uint8_t>(#op "_c_u8_c4", k::op##_c_u8_c4, 4, false, fn, visit);    \
+    logic_constant_cases<int16_t>(#op "_c_s16_c3x", k::op##_c_s16_c3x, 4, true, fn, visit); \
+    logic_constant_cases<int32_t>(#op "_c_s32_c3x", k::op##_c_s32_c3x, 4, true, fn, visit); \
+    logic_constant_cases<int16_t>(#op "_c_s16_c1", k::op##_c_s16_c1, 1, false, fn, visit);  \
+    logic_constant_cases<int16_t>(#op "_c_s16_c3", k::op##_c_s16_c3, 3, false, fn, visit);  \
+    logic_constant_cases<int16_t>(#op "_c_s16_c4", k::op##_c_s16_c4, 4, false, fn, visit);  \
+    logic_constant_cases<int32_t>(#op "_c_s32_c1", k::op##_c_s32_c1, 1, false, fn, visit);  \
+    logic_constant_cases<int32_t>(#op "_c_s32_c3", k::op##_c_s32_c3, 3, false, fn, visit);  \
     logic_constant_cases<int32_t>(#op "_c_s32_c4", k::op##_c_s32_c4, 4, false, fn, visit);
     TARN_LOGIC(and, both)
     TARN_LOGIC(or, either)
     TARN_LOGIC(xor, one)
 #undef TARN_LOGIC
-    const auto complement = [&](const char* name, const k::Kernel<k::Copy>& kernel, int channels, bool kept) {
+    const auto complement = [&](const char* name, const k::Kernel<k::Unary>& kernel, int channels, bool kept) {
         unary_cases<uint8_t>(
             name, channels, kept,
             [&kernel](const void* s, int32_t ss, void* d, int32_t ds, Size n) { return kernel(s, ss, d, ds, n); },

@@ -5,7 +5,7 @@
 
 #include "cases/convert.h"
 #include "cases/heap.h"
-#include "kernels/mapping.h"
+#include "kernels/mapping/mapping.h"
 
 namespace tarn::cases {
 

@@ -4,7 +4,7 @@
 #include <cstring>
 
 #include "cases/case.h"
-#include "kernels/mirror.h"
+#include "kernels/mirror/mirror.h"
 
 namespace tarn::cases {
 

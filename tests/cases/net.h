@@ -6,7 +6,7 @@
 #include <limits>
 
 #include "cases/case.h"
-#include "kernels/net.h"
+#include "kernels/net/net.h"
 
 namespace tarn::cases {
 

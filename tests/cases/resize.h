@@ -7,7 +7,7 @@
 
 #include "cases/case.h"
 #include "cases/heap.h"
-#include "kernels/resize.h"
+#include "kernels/resize/resize.h"
 
 namespace tarn::cases {
 

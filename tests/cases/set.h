@@ -2,12 +2,12 @@
 #pragma once
 
 #include "cases/case.h"
-#include "kernels/set.h"
+#include "kernels/set/set.h"
 
 namespace tarn::cases {
 
 template <class T>
-void set_case(const char* name, const k::Kernel<k::ConstantInPlace>& kernel, int channels, bool kept,
+void set_case(const char* name, const k::Kernel<k::Fill>& kernel, int channels, bool kept,
               const auto& visit) {
     static const T constants[4] = {T(0x81c3a5f7), T(0x01020304), T(0xfefdfcfb), 99};
     Case c{name, {kept ? inout<T>(channels) : out<T>(channels)}, {}, {}};

@@ -5,7 +5,7 @@
 #include <limits>
 
 #include "cases/case.h"
-#include "kernels/stats.h"
+#include "kernels/stats/stats.h"
 
 namespace tarn::cases {
 

@@ -8,8 +8,8 @@
 #include <limits>
 #include <vector>
 
-#include "kernels/net.h"
-#include "kernels/runtime.h"
+#include "kernels/net/net.h"
+#include "kernels/base/runtime.h"
 
 using namespace tarn::k;
 

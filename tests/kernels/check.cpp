@@ -12,7 +12,7 @@
 #include <limits>
 #include <random>
 
-#include "kernels/runtime.h"
+#include "kernels/base/runtime.h"
 
 namespace tarn::test {
 
@@ -373,11 +373,13 @@ void Check::operator()(const Case& c) const {
 const std::vector<std::string>& checked_kernels() { return checked; }
 
 const std::vector<std::string>& all_kernels() {
-#define KERNEL(name, ...) #name,
+#define KERNEL(name, Fn) #name,
+#define KERNELS(op, Fn, types, forms) TARN_NAMES(op, Fn, types, forms)
     static const std::vector<std::string> names = {
 #include "kernel_names.inc"
     };
 #undef KERNEL
+#undef KERNELS
     return names;
 }
 

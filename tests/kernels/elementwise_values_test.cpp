@@ -71,7 +71,7 @@ void fold_pairs(const char* name, const k::Kernel<k::Fold>& kernel, Op op) {
 
 // Every value with every constant of 8 bits, or with corner constants of 16.
 template <class T, class Op>
-void constant_pairs(const char* name, const k::Kernel<k::ConstantInPlace>& kernel, Op op) {
+void constant_pairs(const char* name, const k::Kernel<k::WithConstantInPlace>& kernel, Op op) {
     at_every_level([&](int level) {
         const int first = sizeof(T) == 1 ? 0 : -32768, last = sizeof(T) == 1 ? 255 : 32767,
                   step = sizeof(T) == 1 ? 1 : 257;
@@ -205,7 +205,7 @@ TEST(elementwise_values, of_two_nan_the_first_operand_s_is_kept_quieted) {
     };
     const std::pair<const char*, const k::Kernel<k::Fold>*> folds[] = {
         {"add", &k::add_n_f32_c1}, {"sub", &k::sub_n_f32_c1}, {"mul", &k::mul_n_f32_c1}};
-    const std::pair<const char*, const k::Kernel<k::ConstantInPlace>*> constants[] = {
+    const std::pair<const char*, const k::Kernel<k::WithConstantInPlace>*> constants[] = {
         {"add_c", &k::add_c_f32_c1}, {"sub_c", &k::sub_c_f32_c1}, {"mul_c", &k::mul_c_f32_c1}};
     at_every_level([&](int level) {
         for (const auto& [name, kernel] : folds) {

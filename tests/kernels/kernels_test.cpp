@@ -17,7 +17,7 @@
 #include "cases/set.h"
 #include "cases/stats.h"
 #include "kernels/check.h"
-#include "kernels/runtime.h"
+#include "kernels/base/runtime.h"
 
 using tarn::test::Check;
 

@@ -1,5 +1,5 @@
 // Resizes against the real values: every mode, type and form over many factors, tiny sources and hard images.
-#include "kernels/resize.h"
+#include "kernels/resize/resize.h"
 
 #include <gtest/gtest.h>
 

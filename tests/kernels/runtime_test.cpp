@@ -1,5 +1,5 @@
 // The choice of the processor level, as a table, and the float state that float operations run in.
-#include "kernels/runtime.h"
+#include "kernels/base/runtime.h"
 
 #include <gtest/gtest.h>
 

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "kernels/check.h"
-#include "kernels/stats.h"
+#include "kernels/stats/stats.h"
 
 using namespace tarn;
 

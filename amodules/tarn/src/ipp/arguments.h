@@ -2,8 +2,8 @@
 // into error values, and the guard of a call's own storage.
 #pragma once
 
-#include "kernels/kernel.h"
-#include "kernels/runtime.h"
+#include "kernels/base/kernel.h"
+#include "kernels/base/runtime.h"
 #include "tarn.h"
 
 // ---- The type word ------------------------------------------------------------------------------------------------

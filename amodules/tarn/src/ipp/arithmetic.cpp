@@ -4,7 +4,7 @@
 // run as promised.
 #include "ipp/elementwise.h"
 #include "ipp/operations.h"
-#include "kernels/arith.h"
+#include "kernels/arith/arith.h"
 
 namespace k = tarn::k;
 

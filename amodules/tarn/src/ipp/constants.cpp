@@ -5,10 +5,10 @@
 
 #include "ipp/elementwise.h"
 #include "ipp/operations.h"
-#include "kernels/arith.h"
-#include "kernels/compare.h"
-#include "kernels/logic.h"
-#include "kernels/set.h"
+#include "kernels/arith/arith.h"
+#include "kernels/compare/compare.h"
+#include "kernels/logic/logic.h"
+#include "kernels/set/set.h"
 
 namespace k = tarn::k;
 
@@ -99,7 +99,7 @@ int64_t logic(const KernelTable<k::WithConstant>& table, const QuelCALL* call, L
 
 #define FORMS(op, type) \
     { &k::op##_##type##_c1, nullptr, &k::op##_##type##_c3, nullptr, &k::op##_##type##_c3x }
-constexpr KernelTable<k::ConstantInPlace> kSet = {
+constexpr KernelTable<k::Fill> kSet = {
     {FORMS(set, u8), FORMS(set, s16), FORMS(set, s32), {}, FORMS(set, s32)}};
 constexpr KernelTable<k::MaskedSet> kMaskedSet = {
     {FORMS(set_m, u8), FORMS(set_m, s16), FORMS(set_m, s32), {}, FORMS(set_m, s32)}};
@@ -110,11 +110,11 @@ constexpr KernelTable<k::CompareConstant> kCompare = {{FORMS(cmp_c, u8), FORMS(c
     {                                                                                   \
         { FORMS(op, u8), FORMS(op, s16), FORMS(op, u8), FORMS(op, u8), FORMS(op, f32) } \
     }
-constexpr KernelTable<k::ConstantInPlace> kAdd = ARITH(add_c), kSub = ARITH(sub_c), kMul = ARITH(mul_c);
+constexpr KernelTable<k::WithConstantInPlace> kAdd = ARITH(add_c), kSub = ARITH(sub_c), kMul = ARITH(mul_c);
 #undef ARITH
 #undef FORMS
 
-int64_t arithmetic(const KernelTable<k::ConstantInPlace>& table, LumoMAT* dst, const LumoMAT* src,
+int64_t arithmetic(const KernelTable<k::WithConstantInPlace>& table, LumoMAT* dst, const LumoMAT* src,
                    const float* constants) {
     const LumoELEMTYPE type = dst->elemtype;
     const k::Size size{dst->width, dst->height};

@@ -4,7 +4,7 @@
 #include <string.h>
 
 #include "ipp/arguments.h"
-#include "kernels/contour.h"
+#include "kernels/contour/contour.h"
 #include "tarn_contour.h"
 
 // What traces the outlines of the regions of one value, between two rows of bits that are set where a pixel has that

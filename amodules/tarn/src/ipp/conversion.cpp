@@ -3,7 +3,7 @@
 
 #include "ipp/elementwise.h"
 #include "ipp/operations.h"
-#include "kernels/mapping.h"
+#include "kernels/mapping/mapping.h"
 
 namespace k = tarn::k;
 
@@ -11,7 +11,7 @@ namespace k = tarn::k;
 // as one of four.
 #define PAIR(kernel) &k::kernel##_c1, &k::kernel##_c4, &k::kernel##_c3, &k::kernel##_c4, &k::kernel##_c3x
 #define NONE nullptr, nullptr, nullptr, nullptr, nullptr
-constexpr PairTable<k::Copy> kConvert = {{
+constexpr PairTable<k::Unary> kConvert = {{
     PAIR(copy_u8),
     PAIR(convert_u8_s16),
     PAIR(convert_u8_s32),

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "ipp/arguments.h"
-#include "kernels/convert.h"
+#include "kernels/convert/convert.h"
 
 // A kernel for every pair of element kinds in every channel form: cell (source kind x 5 + destination kind) x 5 + form,
 // each counted from the first that exists.
@@ -20,7 +20,7 @@ struct PairTable {
 
 // Conversions between the kinds u8, s16, s32 and f32; a kind's cells to itself are its copies. Form 4 converts four
 // channels, form 5 keeps the destination's fourth.
-extern const PairTable<tarn::k::Copy> kConvert;
+extern const PairTable<tarn::k::Unary> kConvert;
 
 // Converts a plane to another element kind, in one form (form 2 at half the width). Floats go to the nearest integer,
 // ties to the even one. Returns the kernel's status, or kNoKernel for an empty cell.

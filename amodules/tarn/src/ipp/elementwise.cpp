@@ -4,12 +4,12 @@
 #include "ipp/elementwise.h"
 
 #include "ipp/operations.h"
-#include "kernels/compare.h"
-#include "kernels/logic.h"
+#include "kernels/compare/compare.h"
+#include "kernels/logic/logic.h"
 
 namespace k = tarn::k;
 
-constexpr KernelTable<k::Copy> kCopy = {{
+constexpr KernelTable<k::Unary> kCopy = {{
     {&k::copy_u8_c1, &k::copy_u8_c4, &k::copy_u8_c3, &k::copy_u8_c4, &k::copy_u8_c3x},
     {&k::copy_s16_c1, &k::copy_s16_c4, &k::copy_s16_c3, &k::copy_s16_c4, &k::copy_s16_c3x},
     {&k::copy_s32_c1, &k::copy_s32_c4, &k::copy_s32_c3, &k::copy_s32_c4, &k::copy_s32_c3x},
@@ -46,7 +46,7 @@ namespace {
         }                                                         \
     }
 constexpr KernelTable<k::Binary> kAnd = LOGIC(and), kOr = LOGIC(or), kXor = LOGIC(xor);
-constexpr KernelTable<k::Copy> kNot = {{FORMS(not, u8), {}, {}, {}, {}}};
+constexpr KernelTable<k::Unary> kNot = {{FORMS(not, u8), {}, {}, {}, {}}};
 #undef LOGIC
 #undef FORMS
 

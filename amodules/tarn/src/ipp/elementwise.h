@@ -2,10 +2,10 @@
 #pragma once
 
 #include "ipp/arguments.h"
-#include "kernels/copy.h"
+#include "kernels/copy/copy.h"
 
 // The plane copies, by kind and channel form.
-extern const KernelTable<tarn::k::Copy> kCopy;
+extern const KernelTable<tarn::k::Unary> kCopy;
 
 // Copies a plane (typed, the fourth channel of form 5 kept; form 2 at half the width). Returns the kernel's status, or
 // kNoKernel for an unsupported cell.

@@ -4,7 +4,7 @@
 #include <stdlib.h>
 
 #include "ipp/operations.h"
-#include "kernels/net.h"
+#include "kernels/net/net.h"
 
 namespace k = tarn::k;
 

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "ipp/arguments.h"
-#include "kernels/runtime.h"
+#include "kernels/base/runtime.h"
 #include "tarn.h"
 
 // Every implemented operation, by its slot name. Types of the arguments: tarn.h.

@@ -6,7 +6,7 @@
 
 #include "ipp/elementwise.h"
 #include "ipp/operations.h"
-#include "kernels/mirror.h"
+#include "kernels/mirror/mirror.h"
 
 namespace k = tarn::k;
 
@@ -74,7 +74,7 @@ void pour(RowStream to, RowStream from, int64_t bytes) {
     { &k::copy_##type##_c1, &k::copy_##type##_c4, &k::copy_##type##_c3, &k::copy_##type##_c4, &k::copy_##type##_c4 }
 k::Status packed_copy_plane(int kind, int form, const void* src, int32_t src_stride, void* dst, int32_t dst_stride,
                             k::Size size) {
-    constexpr const k::Kernel<k::Copy>* kCopies[3][5] = {CELLS(u8), CELLS(s16), CELLS(s32)};
+    constexpr const k::Kernel<k::Unary>* kCopies[3][5] = {CELLS(u8), CELLS(s16), CELLS(s32)};
     constexpr int kRows[16] = {-1, 0, 1, 2, 2, 2, -1, 0, -1, -1, -1, -1, -1, -1, -1, -1};  // kind 7 is taken for bytes
     const int row = kRows[kind & 15];
     if (row < 0 || form < 1 || form > 5) return k::kNoKernel;

@@ -1,6 +1,6 @@
 // "tarn::scale-resize": a region resampled to the size of the destination, with a change of element kind on the way
 // where the two arrays differ in it, and a value range afterwards where one is given.
-#include "kernels/resize.h"
+#include "kernels/resize/resize.h"
 
 #include "ipp/conversion.h"
 #include "ipp/operations.h"

@@ -1,6 +1,6 @@
 // Statistics: numbers per channel of one plane, into vectors of the caller's. None makes an error value; a type without
 // a kernel ends the process, and a plane without pixels leaves the vectors as they are.
-#include "kernels/stats.h"
+#include "kernels/stats/stats.h"
 
 #include <math.h>
 

@@ -1,0 +1,30 @@
+// The choice of the processor level. Compiled for the baseline processor.
+#include "kernels/base/runtime.h"
+
+namespace tarn::k {
+
+int active_level = 0;
+int active_sublevel = 0;
+
+#define TARN_LEVEL_NAME(level, ...) #level,
+const char* const kLevelNames[kLevelCount] = {TARN_LEVELS(TARN_LEVEL_NAME)};
+#undef TARN_LEVEL_NAME
+
+Level choose_level(uint64_t mask, bool wide_state) {
+    const uint64_t avx512 = kFeatureAvx512a | kFeatureAvx512b;
+    if ((mask & avx512) == avx512 && wide_state) return {4, 0};
+    if (mask & kFeatureV3) return {3, 0};
+    if (mask & kFeatureSse42) return {2, mask & kFeaturePopcnt ? 1 : 0};
+    // POPCNT without SSE4.2 gives no level of its own.
+    return {mask & kFeatureSsse3 ? 1 : 0, 0};
+}
+
+Status select_level() {
+    uint64_t mask = 0;
+    const Level chosen = read_features(&mask) ? choose_level(mask, wide_state_enabled()) : Level{0, 0};
+    active_level = chosen.level;
+    active_sublevel = chosen.sublevel;
+    return kOk;  // the kernels keep no state that could fail to be prepared
+}
+
+}  // namespace tarn::k

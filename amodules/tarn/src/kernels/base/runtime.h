@@ -1,0 +1,48 @@
+// Which processor level the kernels run at: the choice as a pure function, and the part that makes it.
+#pragma once
+
+#include <stdint.h>
+
+#include "kernels/base/kernel.h"
+
+namespace tarn::k {
+
+// Bits of the feature mask that the choice looks at.
+enum : uint64_t {
+    kFeatureSsse3 = 1u << 3,
+    kFeatureSse42 = 1u << 4,  // SSE4.1 and SSE4.2
+    kFeaturePopcnt = 1u << 5,
+    kFeatureV3 = 1u << 6,       // AVX2, FMA, BMI1, BMI2, F16C, LZCNT, MOVBE, and the 256-bit state enabled
+    kFeatureAvx512a = 1u << 8,  // AVX-512 F, CD, DQ
+    kFeatureAvx512b = 1u << 9,  // AVX-512 BW, VL
+};
+
+// A processor level and the variant flag of level 2.
+struct Level {
+    int level;     // 0..4
+    int sublevel;  // 1: level 2 with POPCNT
+};
+
+// The level for a feature mask. wide_state: the operating system has enabled the 512-bit and mask registers.
+Level choose_level(uint64_t mask, bool wide_state);
+
+// Reads this processor's feature mask. Returns false where it can't be had. (processor.cpp)
+bool read_features(uint64_t* mask);
+// The answer to feature query 70: whether the operating system has enabled the 512-bit and mask registers.
+// (processor.cpp)
+bool wide_state_enabled();
+
+// Chooses this processor's level and sets active_level and active_sublevel. Returns 0. Running it again is harmless.
+Status select_level();
+extern int active_sublevel;
+
+// The names of the levels, lowest first: "sse2", "ssse3", ...
+extern const char* const kLevelNames[kLevelCount];
+
+// The state of the float unit that float kernels rely on: nearest rounding, denormals kept, exceptions masked. A caller
+// may run with another (a library built with fast-math changes it for the threads that load it), so an operation on
+// floats sets the default once per call and puts the caller's back. (processor.cpp)
+uint32_t set_float_state();
+void restore_float_state(uint32_t state);
+
+}  // namespace tarn::k

@@ -1,0 +1,27 @@
+// Linear mappings: every value times its channel's scale, rounded to float, plus its channel's offset, rounded to
+// float, then converted (nearest integer, ties to even, saturated; NaN to the type's smallest value).
+#pragma once
+
+#include "kernels/base/kernel.h"
+
+namespace tarn::k {
+
+// scale, offset: one a channel. Source and destination may be one plane when their types are of one size. Takes a strip
+// of scratch; kNoMemory, and nothing is written, when it can't be had.
+using ScaleMap = Status(const void* src, int32_t src_stride, void* dst, int32_t dst_stride, Size size,
+                        const float* scale, const float* offset, Allocator scratch);
+#define TARN_ARITY_ScaleMap 8
+
+// Stretches the values of each channel so that its smallest becomes lo and its largest hi (NaN passed over). A channel
+// whose values differ by no more than kFlat becomes lo. Scratch as above.
+using RangeMap = Status(const void* src, int32_t src_stride, void* dst, int32_t dst_stride, Size size, float lo,
+                        float hi, Allocator scratch);
+#define TARN_ARITY_RangeMap 8
+
+// The float epsilon, 2^-23: a smaller spread of values is none.
+inline constexpr float kFlat = 1.1920929e-07f;
+
+#define KERNELS(op, Fn, types, forms) TARN_KERNELS(op, Fn, types, forms)
+#include "kernels/mapping/mapping.def"
+#undef KERNELS
+}  // namespace tarn::k

@@ -1,0 +1,70 @@
+// For kernel sources only: how a vector of a row meets memory: whole or only its first bytes, with all channels or with
+// the destination's fourth kept.
+#pragma once
+
+#include "kernels/simd/simd.h"
+
+namespace tarn::k::TARN_LEVEL {
+namespace {
+
+// A whole vector, and the first n bytes of one (0 < n < kVector; the others are loaded as zero), under one set of names.
+struct Whole {
+    template <class V = Bytes>
+    V load(const void* p) const {
+        return TARN_LEVEL::load<V>(p);
+    }
+    template <class V>
+    void store(void* p, V v) const {
+        TARN_LEVEL::store(p, v);
+    }
+    template <class V>
+    void store_where(void* p, Bytes mask, V v) const {
+        TARN_LEVEL::store_where(p, mask, v);
+    }
+};
+struct Part {
+    int64_t n;
+    template <class V = Bytes>
+    V load(const void* p) const {
+        return load_n<V>(p, n);
+    }
+    template <class V>
+    void store(void* p, V v) const {
+        store_n(p, v, n);
+    }
+    template <class V>
+    void store_where(void* p, Bytes mask, V v) const {
+        store_where_n(p, mask, v, n);
+    }
+};
+
+// All ones in the first three elements of every four.
+template <class T>
+inline Bytes colour_mask() {
+    constexpr uint64_t even = sizeof(T) == 1 ? 0x00ffffff00ffffff : sizeof(T) == 2 ? 0x0000ffffffffffff : ~uint64_t(0);
+    constexpr uint64_t odd = sizeof(T) == 4 ? 0x00000000ffffffff : even;
+    U64 v = {};
+    for (int i = 0; i < kLanes<uint64_t>; ++i) v[i] = i % 2 ? odd : even;
+    return (Bytes)v;
+}
+
+// Stores a vector; kKept: only the bytes of the mask, a colour mask. The destination is read, blended and written, which
+// streams better than stores under a mask.
+template <bool kKept, class Io, class V>
+inline void store_form(Io io, void* p, V v, Bytes mask) {
+    if constexpr (kKept)
+        io.store(p, select(mask, (Bytes)v, io.load(p)));
+    else
+        io.store(p, v);
+}
+
+// f(io, offset) for every vector of a row of n bytes.
+template <class F>
+inline void each_vector(int64_t n, F f) {
+    int64_t i = 0;
+    for (; i + kVector <= n; i += kVector) f(Whole{}, i);
+    if (i < n) f(Part{n - i}, i);
+}
+
+}  // namespace
+}  // namespace tarn::k::TARN_LEVEL

@@ -1,0 +1,143 @@
+// The words of 16-byte vectors by plain loops, for processors that have no words file of their own: correct, not fast. For
+// simd.h only.
+#pragma once
+
+namespace tarn::k::TARN_LEVEL {
+namespace {
+
+template <class V, class F>
+inline V lanewise(V a, V b, F f) {
+    for (int i = 0; i < int(kVector / sizeof a[0]); ++i) a[i] = f(a[i], b[i]);
+    return a;
+}
+
+// ---- Parts --------------------------------------------------------------------------------------------------------
+
+// The first n bytes at p, 0 <= n <= kVector, the others zero.
+template <class V>
+inline V load_n(const void* p, int64_t n) {
+    V v{};
+    memcpy(&v, p, size_t(n));
+    return v;
+}
+template <class V>
+inline void store_n(void* p, V v, int64_t n) {
+    memcpy(p, &v, size_t(n));
+}
+
+// Stores the bytes whose mask is all ones: the others are read and written back.
+template <class V>
+inline void store_where(void* p, Bytes mask, V v) {
+    store(p, select(mask, (Bytes)v, load<Bytes>(p)));
+}
+template <class V>
+inline void store_where_n(void* p, Bytes mask, V v, int64_t n) {
+    store_n(p, select(mask, (Bytes)v, load_n<Bytes>(p, n)), n);
+}
+
+inline Bytes load_groups(const uint8_t* base, const int64_t* from) { return load<Bytes>(base + from[0]); }
+
+// A plain store.
+inline void stream(void* p, Bytes v) { store(p, v); }
+
+// ---- Arithmetic ---------------------------------------------------------------------------------------------------
+
+#define TARN_LANEWISE(name, V, T, expression)                                      \
+    inline V name(V a, V b) {                                                      \
+        return lanewise(a, b, [](int32_t x, int32_t y) { return T(expression); }); \
+    }
+TARN_LANEWISE(saturated_add, U8, uint8_t, clamp(x + y, 0, 255))
+TARN_LANEWISE(saturated_add, S16, int16_t, clamp(x + y, -32768, 32767))
+TARN_LANEWISE(saturated_sub, U8, uint8_t, clamp(x - y, 0, 255))
+TARN_LANEWISE(saturated_sub, S16, int16_t, clamp(x - y, -32768, 32767))
+TARN_LANEWISE(mul_high, S16, int16_t, x* y >> 16)
+TARN_LANEWISE(mul_high, U16, uint16_t, uint32_t(x) * uint32_t(y) >> 16)
+#undef TARN_LANEWISE
+#define TARN_MIN_MAX(V)                                   \
+    inline V min(V a, V b) { return (V)(a < b ? a : b); } \
+    inline V max(V a, V b) { return (V)(a > b ? a : b); }
+TARN_MIN_MAX(U8)
+TARN_MIN_MAX(S16)
+TARN_MIN_MAX(U16)
+TARN_MIN_MAX(F32)  // b where either is NaN, and of two zeros
+#undef TARN_MIN_MAX
+
+// Sums of eight bytes each.
+inline U64 sums_of_8(U8 v) {
+    U64 sums{};
+    for (int i = 0; i < kLanes<uint8_t>; ++i) sums[i / 8] += v[i];
+    return sums;
+}
+
+// counts + 1 where a <= b, and where lower <= v <= upper.
+inline U8 count_le(U8 counts, U8 a, U8 b) { return counts - (U8)(a <= b); }
+inline U32 count_within(U32 counts, F32 v, F32 lower, F32 upper) {
+    return counts - ((U32)(v >= lower) & (U32)(v <= upper));
+}
+// v + more, and one more than that where v has a bit of `odd`, which is a single one.
+inline U16 add_and_carry(U16 v, uint16_t more, uint16_t odd) {
+    return v + splat(more) - (U16)((v & splat(odd)) == splat(odd));
+}
+// v, or the one NaN where v is any.
+inline F32 settle_nan(F32 v) { return select((Bytes)(v == v), v, splat(__builtin_nanf(""))); }
+
+// ---- Moves --------------------------------------------------------------------------------------------------------
+
+template <class T>
+inline Bytes interleave(Bytes a, Bytes b, int from) {
+    Vec<T> r = {};
+    for (int i = 0; i < kLanes<T> / 2; ++i) {
+        r[2 * i] = ((Vec<T>)a)[from + i];
+        r[2 * i + 1] = ((Vec<T>)b)[from + i];
+    }
+    return (Bytes)r;
+}
+inline Bytes interleave_lower8(Bytes a, Bytes b) { return interleave<uint8_t>(a, b, 0); }
+inline Bytes interleave_upper8(Bytes a, Bytes b) { return interleave<uint8_t>(a, b, 8); }
+inline Bytes interleave_lower16(Bytes a, Bytes b) { return interleave<uint16_t>(a, b, 0); }
+inline Bytes interleave_upper16(Bytes a, Bytes b) { return interleave<uint16_t>(a, b, 4); }
+
+template <class To, class From>
+inline Vec<To> narrow_halves(Vec<From> a, Vec<From> b, From least, From most) {
+    Vec<To> r = {};
+    for (int i = 0; i < kLanes<From>; ++i) {
+        r[i] = To(clamp<From>(a[i], least, most));
+        r[kLanes<From> + i] = To(clamp<From>(b[i], least, most));
+    }
+    return r;
+}
+inline U8 narrow_groups_u8(S16 a, S16 b) { return narrow_halves<uint8_t, int16_t>(a, b, 0, 255); }
+inline S8 narrow_groups(S16 a, S16 b) { return narrow_halves<int8_t, int16_t>(a, b, -128, 127); }
+inline S16 narrow_groups(S32 a, S32 b) { return narrow_halves<int16_t, int32_t>(a, b, -32768, 32767); }
+inline Bytes every_group(const void* p) { return load<Bytes>(p); }
+inline Bytes in_order_once(Bytes v) { return v; }
+inline Bytes in_order_twice(Bytes v) { return v; }
+inline Bytes join_twelves(Bytes v) { return v; }
+
+// ---- Types --------------------------------------------------------------------------------------------------------
+
+// As many floats as a vector has, from elements of any type.
+template <class S>
+inline F32 load_f32(const S* p) {
+    S s[4];
+    memcpy(s, p, sizeof s);
+    return F32{float(s[0]), float(s[1]), float(s[2]), float(s[3])};
+}
+// The nearest integers, ties to the even ones. Out of range, and NaN: the smallest. Below 2^23 a sum with 2^23 of the same
+// sign rounds; from there on every float is an integer.
+inline S32 nearest_int(F32 v) {
+    S32 r = {};
+    for (int i = 0; i < 4; ++i) {
+        const float shift = v[i] < 0 ? -8388608.0f : 8388608.0f;
+        const float whole = v[i] > -8388608.0f && v[i] < 8388608.0f ? (v[i] + shift) - shift : v[i];
+        r[i] = v[i] >= -2147483648.0f && v[i] < 2147483648.0f ? int32_t(whole) : INT32_MIN;
+    }
+    return r;
+}
+// The same saturated: what is above the range is the largest, the smallest's complement.
+inline S32 nearest_int_saturated(F32 v) { return nearest_int(v) ^ (v >= splat(2147483648.0f)); }
+
+constexpr bool kHasLookup = false, kHasPermute = false, kHasMulAdd = false;
+
+}  // namespace
+}  // namespace tarn::k::TARN_LEVEL

@@ -1,0 +1,136 @@
+// The words of 32-byte vectors: AVX2, FMA. For simd.h only.
+#pragma once
+
+namespace tarn::k::TARN_LEVEL {
+namespace {
+
+// ---- Parts --------------------------------------------------------------------------------------------------------
+
+// The first n bytes at p, 0 <= n <= kVector, the others zero. By way of a buffer.
+template <class V>
+inline V load_n(const void* p, int64_t n) {
+    if (n == kVector) return load<V>(p);
+    alignas(32) uint8_t buffer[kVector] = {};
+    copy_bytes(buffer, p, n);
+    return load<V>(buffer);
+}
+template <class V>
+inline void store_n(void* p, V v, int64_t n) {
+    if (n == kVector) return store(p, v);
+    alignas(32) uint8_t buffer[kVector];
+    store(buffer, v);
+    copy_bytes(p, buffer, n);
+}
+
+// Stores the bytes whose mask is all ones: the others are read and written back.
+template <class V>
+inline void store_where(void* p, Bytes mask, V v) {
+    store(p, select(mask, (Bytes)v, load<Bytes>(p)));
+}
+template <class V>
+inline void store_where_n(void* p, Bytes mask, V v, int64_t n) {
+    store_n(p, select(mask, (Bytes)v, load_n<Bytes>(p, n)), n);
+}
+
+// The 16 bytes at each of kGroups addresses, a group each.
+inline Bytes load_groups(const uint8_t* base, const int64_t* from) {
+    const auto group = [&](int i) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(base + from[i])); };
+    return (Bytes)_mm256_inserti128_si256(_mm256_castsi128_si256(group(0)), group(1), 1);
+}
+
+// Stores around the cache; p is aligned to the vector.
+inline void stream(void* p, Bytes v) { _mm256_stream_si256(static_cast<__m256i*>(p), (__m256i)v); }
+
+// ---- Arithmetic ---------------------------------------------------------------------------------------------------
+
+inline U8 saturated_add(U8 a, U8 b) { return (U8)_mm256_adds_epu8((__m256i)a, (__m256i)b); }
+inline S16 saturated_add(S16 a, S16 b) { return (S16)_mm256_adds_epi16((__m256i)a, (__m256i)b); }
+inline U8 saturated_sub(U8 a, U8 b) { return (U8)_mm256_subs_epu8((__m256i)a, (__m256i)b); }
+inline S16 saturated_sub(S16 a, S16 b) { return (S16)_mm256_subs_epi16((__m256i)a, (__m256i)b); }
+inline U8 min(U8 a, U8 b) { return (U8)_mm256_min_epu8((__m256i)a, (__m256i)b); }
+inline U8 max(U8 a, U8 b) { return (U8)_mm256_max_epu8((__m256i)a, (__m256i)b); }
+inline S16 min(S16 a, S16 b) { return (S16)_mm256_min_epi16((__m256i)a, (__m256i)b); }
+inline S16 max(S16 a, S16 b) { return (S16)_mm256_max_epi16((__m256i)a, (__m256i)b); }
+inline U16 min(U16 a, U16 b) { return (U16)_mm256_min_epu16((__m256i)a, (__m256i)b); }
+// b where either is NaN, and of two zeros.
+inline F32 min(F32 a, F32 b) { return (F32)_mm256_min_ps((__m256)a, (__m256)b); }
+inline F32 max(F32 a, F32 b) { return (F32)_mm256_max_ps((__m256)a, (__m256)b); }
+// The upper halves of the products.
+inline S16 mul_high(S16 a, S16 b) { return (S16)_mm256_mulhi_epi16((__m256i)a, (__m256i)b); }
+inline U16 mul_high(U16 a, U16 b) { return (U16)_mm256_mulhi_epu16((__m256i)a, (__m256i)b); }
+// Products of fractions of 15 bits, rounded: (a * b + 0x4000) >> 15.
+inline S16 mul_fixed15(S16 a, S16 b) { return (S16)_mm256_mulhrs_epi16((__m256i)a, (__m256i)b); }
+// Products of neighbours, added in pairs, saturated: a[2i] b[2i] + a[2i + 1] b[2i + 1].
+inline S16 mul_add_pairs(U8 a, S8 b) { return (S16)_mm256_maddubs_epi16((__m256i)a, (__m256i)b); }
+// Sums of eight bytes each.
+inline U64 sums_of_8(U8 v) { return (U64)_mm256_sad_epu8((__m256i)v, (__m256i)U8{}); }
+// a * b + c, rounded once.
+inline F32 mul_add(F32 a, F32 b, F32 c) { return (F32)_mm256_fmadd_ps((__m256)a, (__m256)b, (__m256)c); }
+
+// counts + 1 where a <= b, and where lower <= v <= upper.
+inline U8 count_le(U8 counts, U8 a, U8 b) { return counts - (U8)(min(a, b) == a); }
+inline U32 count_within(U32 counts, F32 v, F32 lower, F32 upper) {
+    return counts - ((U32)(v >= lower) & (U32)(v <= upper));
+}
+// v + more, and one more than that where v has a bit of `odd`, which is a single one.
+inline U16 add_and_carry(U16 v, uint16_t more, uint16_t odd) {
+    return v + splat(more) - (U16)((v & splat(odd)) == splat(odd));
+}
+// v, or the one NaN where v is any.
+inline F32 settle_nan(F32 v) { return select((Bytes)(v == v), v, splat(__builtin_nanf(""))); }
+
+// ---- Moves within groups ------------------------------------------------------------------------------------------
+
+inline Bytes interleave_lower8(Bytes a, Bytes b) { return (Bytes)_mm256_unpacklo_epi8((__m256i)a, (__m256i)b); }
+inline Bytes interleave_upper8(Bytes a, Bytes b) { return (Bytes)_mm256_unpackhi_epi8((__m256i)a, (__m256i)b); }
+inline Bytes interleave_lower16(Bytes a, Bytes b) { return (Bytes)_mm256_unpacklo_epi16((__m256i)a, (__m256i)b); }
+inline Bytes interleave_upper16(Bytes a, Bytes b) { return (Bytes)_mm256_unpackhi_epi16((__m256i)a, (__m256i)b); }
+// Narrowed with saturation: each group holds a's of the group, then b's. Undoes both interleaves.
+inline U8 narrow_groups_u8(S16 a, S16 b) { return (U8)_mm256_packus_epi16((__m256i)a, (__m256i)b); }
+inline S8 narrow_groups(S16 a, S16 b) { return (S8)_mm256_packs_epi16((__m256i)a, (__m256i)b); }
+inline S16 narrow_groups(S32 a, S32 b) { return (S16)_mm256_packs_epi32((__m256i)a, (__m256i)b); }
+// Byte i of each group is byte index[i] of v's group; 0 where the index has its top bit.
+inline Bytes lookup(Bytes v, Bytes index) { return (Bytes)_mm256_shuffle_epi8((__m256i)v, (__m256i)index); }
+// The same 16 bytes in every group.
+inline Bytes every_group(const void* p) {
+    return (Bytes)_mm256_broadcastsi128_si256(_mm_loadu_si128(static_cast<const __m128i*>(p)));
+}
+
+// ---- Moves across groups ------------------------------------------------------------------------------------------
+
+// Element i is element index[i] of v, modulo the elements there are; of two vectors: of a, and after its last of b, which
+// takes two permutes and a blend.
+inline F32 permute(F32 v, S32 index) { return (F32)_mm256_permutevar8x32_ps((__m256)v, (__m256i)index); }
+inline F32 permute(F32 a, F32 b, S32 index) {
+    const __m256 second = (__m256)(index << 28);  // bit 3 becomes the sign
+    return (F32)_mm256_blendv_ps((__m256)permute(a, index), (__m256)permute(b, index), second);
+}
+// The groups' quarters in the order of narrow_groups done once, and twice.
+inline Bytes in_order_once(Bytes v) { return (Bytes)_mm256_permute4x64_epi64((__m256i)v, 0xd8); }
+inline Bytes in_order_twice(Bytes v) {
+    return (Bytes)_mm256_permutevar8x32_epi32((__m256i)v, _mm256_setr_epi32(0, 4, 1, 5, 2, 6, 3, 7));
+}
+// The first 12 bytes of every group together at the vector's start.
+inline Bytes join_twelves(Bytes v) {
+    return (Bytes)_mm256_permutevar8x32_epi32((__m256i)v, _mm256_setr_epi32(0, 1, 2, 4, 5, 6, 3, 7));
+}
+
+// ---- Types --------------------------------------------------------------------------------------------------------
+
+// As many floats as a vector has, from elements of any type.
+inline F32 load_f32(const uint8_t* p) {
+    return (F32)_mm256_cvtepi32_ps(_mm256_cvtepu8_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p))));
+}
+inline F32 load_f32(const int16_t* p) {
+    return (F32)_mm256_cvtepi32_ps(_mm256_cvtepi16_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p))));
+}
+inline F32 load_f32(const float* p) { return load<F32>(p); }
+// The nearest integers, ties to the even ones. Out of range, and NaN: the smallest.
+inline S32 nearest_int(F32 v) { return (S32)_mm256_cvtps_epi32((__m256)v); }
+// The same saturated: what is above the range is the largest, the smallest's complement.
+inline S32 nearest_int_saturated(F32 v) { return nearest_int(v) ^ (v >= splat(2147483648.0f)); }
+
+constexpr bool kHasLookup = true, kHasPermute = true, kHasMulAdd = true;
+
+}  // namespace
+}  // namespace tarn::k::TARN_LEVEL

@@ -1,0 +1,152 @@
+// The words of 64-byte vectors: AVX-512 F, CD, BW, DQ, VL. For simd.h only.
+#pragma once
+
+namespace tarn::k::TARN_LEVEL {
+namespace {
+
+// ---- Parts --------------------------------------------------------------------------------------------------------
+
+// A bit for each of the first n bytes, 0 <= n <= 64.
+inline __mmask64 first_bytes(int64_t n) { return _bzhi_u64(~uint64_t(0), unsigned(n)); }
+
+// The first n bytes at p, 0 <= n <= kVector, the others zero.
+template <class V>
+inline V load_n(const void* p, int64_t n) {
+    return (V)_mm512_maskz_loadu_epi8(first_bytes(n), p);
+}
+template <class V>
+inline void store_n(void* p, V v, int64_t n) {
+    _mm512_mask_storeu_epi8(p, first_bytes(n), (__m512i)v);
+}
+
+// Stores the bytes whose mask is all ones. One instruction with a constant mask.
+template <class V>
+inline void store_where(void* p, Bytes mask, V v) {
+    _mm512_mask_storeu_epi8(p, _mm512_movepi8_mask((__m512i)mask), (__m512i)v);
+}
+template <class V>
+inline void store_where_n(void* p, Bytes mask, V v, int64_t n) {
+    _mm512_mask_storeu_epi8(p, _mm512_movepi8_mask((__m512i)mask) & first_bytes(n), (__m512i)v);
+}
+
+// The 16 bytes at each of kGroups addresses, a group each.
+inline Bytes load_groups(const uint8_t* base, const int64_t* from) {
+    const auto group = [&](int i) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(base + from[i])); };
+    __m512i v = _mm512_castsi128_si512(group(0));
+    v = _mm512_mask_broadcast_i32x4(v, 0x00f0, group(1));
+    v = _mm512_mask_broadcast_i32x4(v, 0x0f00, group(2));
+    return (Bytes)_mm512_mask_broadcast_i32x4(v, 0xf000, group(3));
+}
+
+// Stores around the cache; p is aligned to the vector.
+inline void stream(void* p, Bytes v) { _mm512_stream_si512(static_cast<__m512i*>(p), (__m512i)v); }
+
+// ---- Arithmetic ---------------------------------------------------------------------------------------------------
+
+inline U8 saturated_add(U8 a, U8 b) { return (U8)_mm512_adds_epu8((__m512i)a, (__m512i)b); }
+inline S16 saturated_add(S16 a, S16 b) { return (S16)_mm512_adds_epi16((__m512i)a, (__m512i)b); }
+inline U8 saturated_sub(U8 a, U8 b) { return (U8)_mm512_subs_epu8((__m512i)a, (__m512i)b); }
+inline S16 saturated_sub(S16 a, S16 b) { return (S16)_mm512_subs_epi16((__m512i)a, (__m512i)b); }
+inline U8 min(U8 a, U8 b) { return (U8)_mm512_min_epu8((__m512i)a, (__m512i)b); }
+inline U8 max(U8 a, U8 b) { return (U8)_mm512_max_epu8((__m512i)a, (__m512i)b); }
+inline S16 min(S16 a, S16 b) { return (S16)_mm512_min_epi16((__m512i)a, (__m512i)b); }
+inline S16 max(S16 a, S16 b) { return (S16)_mm512_max_epi16((__m512i)a, (__m512i)b); }
+inline U16 min(U16 a, U16 b) { return (U16)_mm512_min_epu16((__m512i)a, (__m512i)b); }
+// b where either is NaN, and of two zeros.
+inline F32 min(F32 a, F32 b) { return (F32)_mm512_min_ps((__m512)a, (__m512)b); }
+inline F32 max(F32 a, F32 b) { return (F32)_mm512_max_ps((__m512)a, (__m512)b); }
+// The upper halves of the products.
+inline S16 mul_high(S16 a, S16 b) { return (S16)_mm512_mulhi_epi16((__m512i)a, (__m512i)b); }
+inline U16 mul_high(U16 a, U16 b) { return (U16)_mm512_mulhi_epu16((__m512i)a, (__m512i)b); }
+// Products of fractions of 15 bits, rounded: (a * b + 0x4000) >> 15.
+inline S16 mul_fixed15(S16 a, S16 b) { return (S16)_mm512_mulhrs_epi16((__m512i)a, (__m512i)b); }
+// Products of neighbours, added in pairs, saturated: a[2i] b[2i] + a[2i + 1] b[2i + 1].
+inline S16 mul_add_pairs(U8 a, S8 b) { return (S16)_mm512_maddubs_epi16((__m512i)a, (__m512i)b); }
+// Sums of eight bytes each.
+inline U64 sums_of_8(U8 v) { return (U64)_mm512_sad_epu8((__m512i)v, (__m512i)U8{}); }
+// a * b + c, rounded once.
+inline F32 mul_add(F32 a, F32 b, F32 c) { return (F32)_mm512_fmadd_ps((__m512)a, (__m512)b, (__m512)c); }
+
+// counts + 1 where a <= b, and where lower <= v <= upper.
+inline U8 count_le(U8 counts, U8 a, U8 b) {
+    const __mmask64 in = _mm512_cmple_epu8_mask((__m512i)a, (__m512i)b);
+    return (U8)_mm512_mask_sub_epi8((__m512i)counts, in, (__m512i)counts, _mm512_set1_epi8(-1));
+}
+inline U32 count_within(U32 counts, F32 v, F32 lower, F32 upper) {
+    const __mmask16 above = _mm512_cmp_ps_mask((__m512)v, (__m512)lower, _CMP_GE_OQ);
+    const __mmask16 in = _mm512_mask_cmp_ps_mask(above, (__m512)v, (__m512)upper, _CMP_LE_OQ);
+    return (U32)_mm512_mask_sub_epi32((__m512i)counts, in, (__m512i)counts, _mm512_set1_epi32(-1));
+}
+// v + more, and one more than that where v has a bit of `odd`.
+inline U16 add_and_carry(U16 v, uint16_t more, uint16_t odd) {
+    const __mmask32 is_odd = _mm512_test_epi16_mask((__m512i)v, _mm512_set1_epi16(int16_t(odd)));
+    const __m512i added =
+        _mm512_mask_mov_epi16(_mm512_set1_epi16(int16_t(more)), is_odd, _mm512_set1_epi16(int16_t(more + 1)));
+    return v + (U16)added;
+}
+// v, or the one NaN where v is any.
+inline F32 settle_nan(F32 v) {
+    const __mmask16 nan = _mm512_cmp_ps_mask((__m512)v, (__m512)v, _CMP_UNORD_Q);
+    return (F32)_mm512_mask_mov_ps((__m512)v, nan, _mm512_set1_ps(__builtin_nanf("")));
+}
+
+// ---- Moves within groups ------------------------------------------------------------------------------------------
+
+inline Bytes interleave_lower8(Bytes a, Bytes b) { return (Bytes)_mm512_unpacklo_epi8((__m512i)a, (__m512i)b); }
+inline Bytes interleave_upper8(Bytes a, Bytes b) { return (Bytes)_mm512_unpackhi_epi8((__m512i)a, (__m512i)b); }
+inline Bytes interleave_lower16(Bytes a, Bytes b) { return (Bytes)_mm512_unpacklo_epi16((__m512i)a, (__m512i)b); }
+inline Bytes interleave_upper16(Bytes a, Bytes b) { return (Bytes)_mm512_unpackhi_epi16((__m512i)a, (__m512i)b); }
+// Narrowed with saturation: each group holds a's of the group, then b's. Undoes both interleaves.
+inline U8 narrow_groups_u8(S16 a, S16 b) { return (U8)_mm512_packus_epi16((__m512i)a, (__m512i)b); }
+inline S8 narrow_groups(S16 a, S16 b) { return (S8)_mm512_packs_epi16((__m512i)a, (__m512i)b); }
+inline S16 narrow_groups(S32 a, S32 b) { return (S16)_mm512_packs_epi32((__m512i)a, (__m512i)b); }
+// Byte i of each group is byte index[i] of v's group; 0 where the index has its top bit.
+inline Bytes lookup(Bytes v, Bytes index) { return (Bytes)_mm512_shuffle_epi8((__m512i)v, (__m512i)index); }
+// The same 16 bytes in every group.
+inline Bytes every_group(const void* p) {
+    return (Bytes)_mm512_broadcast_i32x4(_mm_loadu_si128(static_cast<const __m128i*>(p)));
+}
+
+// ---- Moves across groups ------------------------------------------------------------------------------------------
+
+// Element i is element index[i] of v, modulo the elements there are; of two vectors: of a, and after its last of b.
+inline F32 permute(F32 v, S32 index) { return (F32)_mm512_permutexvar_ps((__m512i)index, (__m512)v); }
+inline F32 permute(F32 a, F32 b, S32 index) {
+    return (F32)_mm512_permutex2var_ps((__m512)a, (__m512i)index, (__m512)b);
+}
+// The groups' quarters in the order of narrow_groups done once, and twice.
+inline Bytes in_order_once(Bytes v) {
+    return (Bytes)_mm512_permutexvar_epi64(_mm512_setr_epi64(0, 2, 4, 6, 1, 3, 5, 7), (__m512i)v);
+}
+inline Bytes in_order_twice(Bytes v) {
+    const __m512i order = _mm512_setr_epi32(0, 4, 8, 12, 1, 5, 9, 13, 2, 6, 10, 14, 3, 7, 11, 15);
+    return (Bytes)_mm512_permutexvar_epi32(order, (__m512i)v);
+}
+// The first 12 bytes of every group together at the vector's start.
+inline Bytes join_twelves(Bytes v) {
+    const __m512i order = _mm512_setr_epi32(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, 3, 7, 11, 15);
+    return (Bytes)_mm512_permutexvar_epi32(order, (__m512i)v);
+}
+
+// ---- Types --------------------------------------------------------------------------------------------------------
+
+// As many floats as a vector has, from elements of any type.
+inline F32 load_f32(const uint8_t* p) {
+    return (F32)_mm512_cvtepi32_ps(_mm512_cvtepu8_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p))));
+}
+inline F32 load_f32(const int16_t* p) {
+    return (F32)_mm512_cvtepi32_ps(_mm512_cvtepi16_epi32(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(p))));
+}
+inline F32 load_f32(const float* p) { return load<F32>(p); }
+// The nearest integers, ties to the even ones. Out of range, and NaN: the smallest.
+inline S32 nearest_int(F32 v) { return (S32)_mm512_cvtps_epi32((__m512)v); }
+// The same saturated: what is above the range is the largest.
+inline S32 nearest_int_saturated(F32 v) {
+    const __mmask16 over = _mm512_cmp_ps_mask((__m512)v, _mm512_set1_ps(2147483648.0f), _CMP_GE_OQ);
+    return (S32)_mm512_mask_mov_epi32(_mm512_cvtps_epi32((__m512)v), over, _mm512_set1_epi32(INT32_MAX));
+}
+
+constexpr bool kHasLookup = true, kHasPermute = true, kHasMulAdd = true;
+
+}  // namespace
+}  // namespace tarn::k::TARN_LEVEL
