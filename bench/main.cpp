@@ -57,11 +57,14 @@ void fill(uint8_t* data, int64_t bytes, cases::Type type) {
         for (int64_t i = 0; i < bytes; ++i) data[i] = uint8_t(rng() >> 11);
 }
 
-std::string cpu_name() {
-    std::ifstream in("/proc/cpuinfo");
-    for (std::string line; std::getline(in, line);)
-        if (line.rfind("model name", 0) == 0) return line.substr(line.find(':') + 2);
-    return "unknown processor";
+// What the figures depend on, by features: makers' names say less.
+std::string machine() {
+#if defined(__x86_64__)
+    const char* architecture = "x86-64";
+#else
+    const char* architecture = "portable build";
+#endif
+    return architecture + (", " + std::to_string(std::thread::hardware_concurrency()) + " cores");
 }
 
 std::string today() {
@@ -199,7 +202,7 @@ int main(int argc, char** argv) {
     cv::setNumThreads(1);
     tarn::k::select_level();
     const std::string head =
-        cpu_name() + ", one thread, level " + tarn::k::kLevelNames[tarn::k::active_level] + ", " + today();
+        machine() + ", one thread, level " + tarn::k::kLevelNames[tarn::k::active_level] + ", " + today();
     bool any = false;
     std::sort(families().begin(), families().end(),
               [](Family* a, Family* b) { return std::string(a->name) < b->name; });

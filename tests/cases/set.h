@@ -7,8 +7,7 @@
 namespace tarn::cases {
 
 template <class T>
-void set_case(const char* name, const k::Kernel<k::Fill>& kernel, int channels, bool kept,
-              const auto& visit) {
+void set_case(const char* name, const k::Kernel<k::Fill>& kernel, int channels, bool kept, const auto& visit) {
     static const T constants[4] = {T(0x81c3a5f7), T(0x01020304), T(0xfefdfcfb), 99};
     Case c{name, {kept ? inout<T>(channels) : out<T>(channels)}, {}, {}};
     c.run = [&kernel](const View* v, Size n) { return kernel(constants, v[0].data, v[0].stride, n); };

@@ -89,7 +89,7 @@ constexpr Command kCommands[] = {
     {"help", nullptr, "tell about a command or an operation", nullptr, "tarn help scale-resize", setup_help},
 };
 
-// What each operation of the interface does; commands above have their own line.
+// What the operations without a command do.
 struct Summary {
     const char* qualified;
     const char* text;
@@ -97,32 +97,7 @@ struct Summary {
 constexpr Summary kSummaries[] = {
     {"init-once", "choose the processor level; called once by the host"},
     {"fini-once", "end of use; does nothing"},
-    {"tarn::avgarith-n", "mean of several arrays"},
-    {"tarn::add-c", "add a constant per channel"},
-    {"tarn::sub-c", "subtract a constant per channel"},
-    {"tarn::mul-c", "multiply by a constant per channel"},
-    {"tarn::add-n", "add several arrays"},
-    {"tarn::sub-n", "subtract several arrays"},
-    {"tarn::mul-n", "multiply several arrays"},
-    {"tarn::and-c", "bitwise and with a constant per channel"},
-    {"tarn::or-c", "bitwise or with a constant per channel"},
-    {"tarn::xor-c", "bitwise exclusive or with a constant per channel"},
-    {"tarn::and", "bitwise and of two arrays"},
-    {"tarn::or", "bitwise or of two arrays"},
-    {"tarn::xor", "bitwise exclusive or of two arrays"},
-    {"tarn::not", "bitwise complement"},
-    {"tarn::set", "fill with a constant, where a mask says so"},
     {"tarn::threshold", "binarise, with fixed, automatic or local thresholds"},
-    {"tarn::cmp", "compare two arrays, 255 where it holds"},
-    {"tarn::cmp-c", "compare with a constant, 255 where it holds"},
-    {"tarn::cvtvrange-v", "map arrays to value ranges given by a vector"},
-    {"tarn::cvtvrange-n", "stretch the values of arrays to a range"},
-    {"tarn::minmax", "smallest and largest value of each channel"},
-    {"tarn::count-in-range", "number of values inside a range"},
-    {"tarn::mean", "mean value of each channel"},
-    {"tarn::cvtorigin", "turn an array top to bottom"},
-    {"tarn::cvtorigin-n", "turn several arrays top to bottom"},
-    {"tarn::reshape", "copy into an array of another shape"},
     {"tarn::warp-affine", "warp by an affine transform"},
     {"tarn::warp-affine-quad", "warp a quadrilateral to another"},
     {"tarn::copymkb", "copy and make a border"},
@@ -130,8 +105,15 @@ constexpr Summary kSummaries[] = {
     {"tarn::filter", "filter by box, minimum, maximum or median"},
     {"tarn::initmorphstate", "prepare the state of a morphology operation"},
     {"tarn::morphop-n", "erode, dilate, open, close and the like"},
-    {"tarn::multi-line-neuronet", "evaluate a fully connected network on rows of samples"},
 };
+
+constexpr bool told_once() {
+    for (const Summary& summary : kSummaries)
+        for (const Command& command : kCommands)
+            if (command.operation && std::string_view(summary.qualified) == command.operation) return false;
+    return true;
+}
+static_assert(told_once(), "an operation with a command has its summary there");
 }  // namespace
 
 std::span<const Command> commands() { return kCommands; }

@@ -99,8 +99,7 @@ int64_t logic(const KernelTable<k::WithConstant>& table, const QuelCALL* call, L
 
 #define FORMS(op, type) \
     { &k::op##_##type##_c1, nullptr, &k::op##_##type##_c3, nullptr, &k::op##_##type##_c3x }
-constexpr KernelTable<k::Fill> kSet = {
-    {FORMS(set, u8), FORMS(set, s16), FORMS(set, s32), {}, FORMS(set, s32)}};
+constexpr KernelTable<k::Fill> kSet = {{FORMS(set, u8), FORMS(set, s16), FORMS(set, s32), {}, FORMS(set, s32)}};
 constexpr KernelTable<k::MaskedSet> kMaskedSet = {
     {FORMS(set_m, u8), FORMS(set_m, s16), FORMS(set_m, s32), {}, FORMS(set_m, s32)}};
 constexpr KernelTable<k::CompareConstant> kCompare = {{FORMS(cmp_c, u8), FORMS(cmp_c, s16), {}, {}, FORMS(cmp_c, f32)}};
