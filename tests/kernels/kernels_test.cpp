@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <utility>
 
 #include "cases/arith.h"
 #include "cases/compare.h"
@@ -33,6 +34,15 @@ TEST(kernels, net) { tarn::cases::net_cases(Check{}); }
 TEST(kernels, resize) { tarn::cases::resize_cases(Check{}); }
 TEST(kernels, set) { tarn::cases::set_cases(Check{}); }
 TEST(kernels, stats) { tarn::cases::stats_cases(Check{}); }
+
+// Outputs of every size stored around the cache, as only large ones are otherwise.
+class kernels_streamed : public testing::Test {
+    const int64_t before_ = std::exchange(tarn::k::stream_bytes, 0);
+    void TearDown() override { tarn::k::stream_bytes = before_; }
+};
+TEST_F(kernels_streamed, convert) { tarn::cases::convert_cases(Check{}); }
+TEST_F(kernels_streamed, copy) { tarn::cases::copy_cases(Check{}); }
+TEST_F(kernels_streamed, mapping) { tarn::cases::mapping_cases(Check{}); }
 
 // Last: runs behind the families, in the order of this file.
 TEST(kernels_coverage, every_kernel_has_a_case) {

@@ -36,6 +36,10 @@ bool wide_state_enabled();
 Status select_level();
 extern int active_sublevel;
 
+// Outputs of at least so many bytes are stored around the cache. 16 MiB: a quarter of a usual last-level cache. A smaller
+// output, and a source of its size, may well be there still when the next operation reads them. Tests set it to 0.
+extern int64_t stream_bytes;
+
 // The names of the levels, lowest first: "sse2", "ssse3", ...
 extern const char* const kLevelNames[kLevelCount];
 

@@ -6,7 +6,7 @@
 
 #include "kernels/base/body.h"
 #include "kernels/plane/plane.h"
-#include "kernels/simd/floats.h"
+#include "kernels/simd/saturate.h"
 #include "kernels/simd/stream.h"
 
 namespace tarn::k::TARN_LEVEL {
@@ -22,9 +22,12 @@ void convert_row(const S* s, D* d, int64_t n) {
 // From floats, the plain loop takes three times as long: rounding by an addition, and no narrowing stores.
 template <class D>
 void convert_row(const float* s, D* d, int64_t n) {
+    constexpr int64_t kFloats = kLanes<float>;
     int64_t i = 0;
-    for (; i + 4 * kFloats <= n; i += 4 * kFloats)
-        store4(d + i, load(s + i), load(s + i + kFloats), load(s + i + 2 * kFloats), load(s + i + 3 * kFloats));
+    for (; i + kVector <= n; i += kVector) {
+        const auto at = [&](int part) { return load<F32>(s + i + part * kFloats); };
+        store(d + i, round_to<D>(at(0), at(1), at(2), at(3)));
+    }
     for (; i < n; ++i) d[i] = saturate<D, float>(s[i]);
 }
 
@@ -35,8 +38,7 @@ void convert_row_streamed(const S* s, D* d, int64_t n) {
     const int64_t to_line = int64_t(-reinterpret_cast<intptr_t>(d) & 63) / int64_t(sizeof(D));
     for (int64_t i = 0, count = min(n, to_line); i < n; i += count, count = min(kStrip, n - i)) {
         convert_row(s + i, buffer, count);
-        stream_row(reinterpret_cast<uint8_t*>(d + i), reinterpret_cast<const uint8_t*>(buffer),
-                   count * int64_t(sizeof(D)));
+        stream_row(d + i, buffer, count * int64_t(sizeof(D)));
     }
 }
 
@@ -46,7 +48,7 @@ Status convert(const void* src, int32_t src_stride, void* dst, int32_t dst_strid
     const int64_t elements = int64_t(size.width) * kChannels;
     const bool packed = src_stride == elements * int64_t(sizeof(S)) && dst_stride == elements * int64_t(sizeof(D));
     const Rows rows = packed ? Rows{1, elements * size.height} : Rows{size.height, elements};
-    const bool streamed = rows.count * rows.length * int64_t(sizeof(D)) >= kStreamBytes;
+    const bool streamed = streams(rows.count * rows.length * int64_t(sizeof(D)));
     for (int64_t y = 0; y < rows.count; ++y) {
         const S* s = row<S>(src, src_stride, y);
         D* d = row<D>(dst, dst_stride, y);
@@ -55,7 +57,7 @@ Status convert(const void* src, int32_t src_stride, void* dst, int32_t dst_strid
         else
             convert_row(s, d, rows.length);
     }
-    if (streamed) stream_end();
+    if (streamed) stream_fence();
     return kOk;
 }
 

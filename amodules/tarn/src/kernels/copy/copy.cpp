@@ -25,10 +25,10 @@ Status copy_bytes(const void* src, int32_t src_stride, void* dst, int32_t dst_st
     const intptr_t distance = reinterpret_cast<intptr_t>(dst) - reinterpret_cast<intptr_t>(src);
     const int64_t span = size.height * (int64_t(src_stride) < 0 ? -int64_t(src_stride) : int64_t(src_stride));
     const bool apart = distance >= span || -distance >= span;
-    if (rows.count * rows.length >= kStreamBytes && apart && src_stride == dst_stride) {
+    if (streams(rows.count * rows.length) && apart && src_stride == dst_stride) {
         for (int64_t y = 0; y < rows.count; ++y)
             stream_row(row<uint8_t>(dst, dst_stride, y), row<uint8_t>(src, src_stride, y), rows.length);
-        stream_end();
+        stream_fence();
         return kOk;
     }
     for (int64_t i = 0; i < rows.count; ++i) {

@@ -211,7 +211,7 @@ void map_plane(D* strip, const void* src, int32_t src_stride, void* dst, int32_t
     const int64_t elements = int64_t(size.width) * kChannels;
     const bool packed = src_stride == elements * int64_t(sizeof(S)) && dst_stride == elements * int64_t(sizeof(D));
     const Rows rows = packed ? Rows{1, elements * size.height} : Rows{size.height, elements};
-    const bool streamed = !kKept && src != dst && rows.count * rows.length * int64_t(sizeof(D)) >= kStreamBytes;
+    const bool streamed = !kKept && src != dst && streams(rows.count * rows.length * int64_t(sizeof(D)));
     for (int64_t y = 0; y < rows.count; ++y) {
         const S* s = row<S>(src, src_stride, y);
         D* d = row<D>(dst, dst_stride, y);
@@ -227,11 +227,10 @@ void map_plane(D* strip, const void* src, int32_t src_stride, void* dst, int32_t
             if (kKept)
                 blend_c3x(strip, d + i, n / 4);
             else
-                stream_row(reinterpret_cast<uint8_t*>(d + i), reinterpret_cast<const uint8_t*>(strip),
-                           n * int64_t(sizeof(D)));
+                stream_row(d + i, strip, n * int64_t(sizeof(D)));
         }
     }
-    if (streamed) stream_end();
+    if (streamed) stream_fence();
 }
 
 template <class S, class D, int kChannels, bool kKept>

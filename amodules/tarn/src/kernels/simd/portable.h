@@ -39,6 +39,7 @@ inline Bytes load_groups(const uint8_t* base, const int64_t* from) { return load
 
 // A plain store.
 inline void stream(void* p, Bytes v) { store(p, v); }
+inline void stream_fence() {}
 
 // ---- Arithmetic ---------------------------------------------------------------------------------------------------
 

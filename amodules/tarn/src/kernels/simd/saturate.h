@@ -5,20 +5,10 @@
 
 #include "kernels/base/body.h"
 #include "kernels/plane/plane.h"
+#include "kernels/simd/round.h"
 
 namespace tarn::k::TARN_LEVEL {
 namespace {
-
-template <class D>
-struct Limits;
-template <>
-struct Limits<uint8_t> {
-    static constexpr int32_t kMin = 0, kMax = 255;
-};
-template <>
-struct Limits<int16_t> {
-    static constexpr int32_t kMin = -32768, kMax = 32767;
-};
 
 // Integers to integers.
 template <class D, class S>
@@ -56,34 +46,20 @@ template <>
     return float(v);
 }
 template <>
-[[maybe_unused]] inline float saturate(float v) {
-    return v;
-}
-
-// Floats to 8 and 16 bits. In range, the sum with 1.5 x 2^23 has a last place of 1: its low bits are the rounded value.
-template <class D>
-[[maybe_unused]] inline D saturate_small(float v) {
-    constexpr float kMin = Limits<D>::kMin, kMax = Limits<D>::kMax;
-    v = v > kMin ? v : kMin;  // in this order: NaN gives kMin
-    v = v < kMax ? v : kMax;
-    return D(__builtin_bit_cast(int32_t, v + 12582912.0f) - 0x4b400000);
-}
-template <>
 [[maybe_unused]] inline uint8_t saturate(float v) {
-    return saturate_small<uint8_t>(v);
+    return round_to<uint8_t>(v);
 }
 template <>
 [[maybe_unused]] inline int16_t saturate(float v) {
-    return saturate_small<int16_t>(v);
+    return round_to<int16_t>(v);
 }
-
-// Floats to 32 bits. Below 2^23 a sum with 2^23 of the same sign rounds; from there on every float is an integer.
 template <>
 [[maybe_unused]] inline int32_t saturate(float v) {
-    constexpr float kTwo23 = 8388608.0f, kTwo31 = 2147483648.0f;
-    const float shift = v < 0 ? -kTwo23 : kTwo23;
-    const float whole = v > -kTwo23 && v < kTwo23 ? (v + shift) - shift : v;
-    return v >= kTwo31 ? INT32_MAX : v >= -kTwo31 ? int32_t(whole) : INT32_MIN;
+    return round_to<int32_t>(v);
+}
+template <>
+[[maybe_unused]] inline float saturate(float v) {
+    return v;
 }
 
 // Moves n pixels of four elements from a buffer to d, the fourth element of d kept. Whole pixels as integers: they need

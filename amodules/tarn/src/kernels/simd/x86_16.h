@@ -37,6 +37,8 @@ inline Bytes load_groups(const uint8_t* base, const int64_t* from) { return load
 
 // Stores around the cache; p is aligned to the vector.
 inline void stream(void* p, Bytes v) { _mm_stream_si128(static_cast<__m128i*>(p), (__m128i)v); }
+// Orders streamed stores before those that follow.
+inline void stream_fence() { _mm_sfence(); }
 
 // ---- Arithmetic ---------------------------------------------------------------------------------------------------
 

@@ -40,6 +40,8 @@ inline Bytes load_groups(const uint8_t* base, const int64_t* from) {
 
 // Stores around the cache; p is aligned to the vector.
 inline void stream(void* p, Bytes v) { _mm256_stream_si256(static_cast<__m256i*>(p), (__m256i)v); }
+// Orders streamed stores before those that follow.
+inline void stream_fence() { _mm_sfence(); }
 
 // ---- Arithmetic ---------------------------------------------------------------------------------------------------
 
