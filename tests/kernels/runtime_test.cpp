@@ -1,4 +1,4 @@
-// The choice of the processor level, as a table, and the float state that float operations run in.
+// The choice of the processor level, as tables, and the float state that float operations run in.
 #include "kernels/base/runtime.h"
 
 #include <gtest/gtest.h>
@@ -30,6 +30,38 @@ TEST(level, follows_the_feature_mask) {
         EXPECT_EQ(got.level, r.level) << std::hex << r.mask << " wide " << r.wide;
         EXPECT_EQ(got.sublevel, r.sublevel) << std::hex << r.mask << " wide " << r.wide;
     }
+}
+
+// A hypervisor may hide single features: a level is told only by all that its code uses.
+TEST(level, features_are_told_only_with_all_that_they_stand_on) {
+    constexpr uint32_t ssse3 = 1u << 9, sse41 = 1u << 19, sse42 = 1u << 20, popcnt = 1u << 23;
+    constexpr uint32_t v2 = ssse3 | sse41 | sse42 | popcnt, leaf1 = v2 | 1u << 12 | 1u << 22 | 1u << 28 | 1u << 29;
+    constexpr uint32_t avx2 = 1u << 3 | 1u << 5 | 1u << 8, wide_a = 1u << 16 | 1u << 17 | 1u << 28;
+    constexpr uint32_t wide_b = 1u << 30 | 1u << 31, leaf7 = avx2 | wide_a | wide_b, lzcnt = 1u << 5;
+    constexpr uint64_t b3 = 8, b4 = 16, b5 = 32, b6 = 64, b8 = 256, b9 = 512;
+    struct Row {
+        Identity identity;
+        uint64_t mask;
+    };
+    const Row rows[] = {
+        {{0, 0, 0, 0}, 0},
+        {{ssse3, leaf7, lzcnt, 0xe6}, b3},
+        {{ssse3 | sse41, 0, 0, 0}, b3},
+        {{ssse3 | sse42, 0, 0, 0}, b3},
+        {{ssse3 | sse41 | sse42, 0, 0, 0}, b3 | b4},
+        {{v2, leaf7, lzcnt, 0xe6}, b3 | b4 | b5},
+        {{leaf1, leaf7, lzcnt, 0xe6}, b3 | b4 | b5 | b6 | b8 | b9},
+        {{leaf1, avx2, lzcnt, 0x6}, b3 | b4 | b5 | b6},
+        {{leaf1, leaf7, lzcnt, 0x2}, b3 | b4 | b5},
+        {{leaf1, leaf7, 0, 0xe6}, b3 | b4 | b5},
+        {{leaf1 & ~popcnt, leaf7, lzcnt, 0xe6}, b3 | b4},
+        {{leaf1 & ~sse42, leaf7, lzcnt, 0xe6}, b3 | b5},
+        {{leaf1, avx2 | wide_a, lzcnt, 0xe6}, b3 | b4 | b5 | b6 | b8},
+        {{leaf1, wide_a | wide_b, lzcnt, 0xe6}, b3 | b4 | b5},
+    };
+    for (const Row& r : rows)
+        EXPECT_EQ(features_of(r.identity), r.mask)
+            << std::hex << r.identity.leaf1_c << " " << r.identity.leaf7_b << " " << r.identity.extended_c;
 }
 
 TEST(level, is_the_same_when_selected_twice) {

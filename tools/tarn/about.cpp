@@ -75,9 +75,10 @@ const char* processor_level() {
 #if defined(__x86_64__)
     __builtin_cpu_init();
     const auto has = [](bool feature) { return feature; };
-    const bool v2 = has(__builtin_cpu_supports("sse4.2")) && has(__builtin_cpu_supports("popcnt"));
-    const bool v3 = v2 && has(__builtin_cpu_supports("avx2")) && has(__builtin_cpu_supports("fma")) &&
-                    has(__builtin_cpu_supports("bmi")) && has(__builtin_cpu_supports("bmi2"));
+    const bool v2 = has(__builtin_cpu_supports("sse4.2"));
+    const bool v3 = v2 && has(__builtin_cpu_supports("popcnt")) && has(__builtin_cpu_supports("avx2")) &&
+                    has(__builtin_cpu_supports("fma")) && has(__builtin_cpu_supports("bmi")) &&
+                    has(__builtin_cpu_supports("bmi2"));
     const bool v4 = v3 && has(__builtin_cpu_supports("avx512f")) && has(__builtin_cpu_supports("avx512cd")) &&
                     has(__builtin_cpu_supports("avx512bw")) && has(__builtin_cpu_supports("avx512dq")) &&
                     has(__builtin_cpu_supports("avx512vl"));

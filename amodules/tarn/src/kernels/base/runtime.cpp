@@ -11,6 +11,22 @@ int64_t stream_bytes = int64_t(16) << 20;
 const char* const kLevelNames[kLevelCount] = {TARN_LEVELS(TARN_LEVEL_NAME)};
 #undef TARN_LEVEL_NAME
 
+uint64_t features_of(const Identity& id) {
+    const auto has = [](uint32_t word, auto... bits) { return (... && (word >> bits & 1)); };
+    uint64_t mask = 0;
+    if (has(id.leaf1_c, 9)) mask |= kFeatureSsse3;
+    if (has(id.leaf1_c, 19, 20)) mask |= kFeatureSse42;
+    if (has(id.leaf1_c, 23)) mask |= kFeaturePopcnt;
+    // FMA, MOVBE, AVX and F16C above all that the levels below have; BMI1, AVX2 and BMI2; LZCNT.
+    const bool v3 = has(id.leaf1_c, 9, 19, 20, 23) && has(id.leaf1_c, 12, 22, 28, 29) && has(id.leaf7_b, 3, 5, 8) &&
+                    has(id.extended_c, 5) && (id.enabled_state & 0x6) == 0x6;
+    if (v3) mask |= kFeatureV3;
+    // Level 4's code uses level 3's instructions too.
+    if (v3 && has(id.leaf7_b, 16, 17, 28)) mask |= kFeatureAvx512a;
+    if (v3 && has(id.leaf7_b, 30, 31)) mask |= kFeatureAvx512b;
+    return mask;
+}
+
 Level choose_level(uint64_t mask, bool wide_state) {
     const uint64_t avx512 = kFeatureAvx512a | kFeatureAvx512b;
     if ((mask & avx512) == avx512 && wide_state) return {4, 0};

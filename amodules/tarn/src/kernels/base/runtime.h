@@ -12,12 +12,20 @@ enum : uint64_t {
     kFeatureSsse3 = 1u << 3,
     kFeatureSse42 = 1u << 4,  // SSE4.1 and SSE4.2
     kFeaturePopcnt = 1u << 5,
-    kFeatureV3 = 1u << 6,       // AVX2, FMA, BMI1, BMI2, F16C, LZCNT, MOVBE, and the 256-bit state enabled
+    kFeatureV3 = 1u << 6,       // the above, AVX2, FMA, BMI1, BMI2, F16C, LZCNT, MOVBE; the 256-bit state enabled
     kFeatureAvx512a = 1u << 8,  // AVX-512 F, CD, DQ
     kFeatureAvx512b = 1u << 9,  // AVX-512 BW, VL
 };
 
-// A processor level and the variant flag of level 2.
+// What the mask is made of: words of the processor's identification (cpuid), and the registers that the operating system
+// saves.
+struct Identity {
+    uint32_t leaf1_c, leaf7_b, extended_c;
+    uint64_t enabled_state;
+};
+uint64_t features_of(const Identity& identity);
+
+// A processor level and the variant flag of level 2, whose code does without POPCNT.
 struct Level {
     int level;     // 0..4
     int sublevel;  // 1: level 2 with POPCNT
@@ -28,8 +36,7 @@ Level choose_level(uint64_t mask, bool wide_state);
 
 // Reads this processor's feature mask. Returns false where it can't be had. (processor.cpp)
 bool read_features(uint64_t* mask);
-// The answer to feature query 70: whether the operating system has enabled the 512-bit and mask registers.
-// (processor.cpp)
+// Whether the operating system has enabled the 512-bit and mask registers. (processor.cpp)
 bool wide_state_enabled();
 
 // Chooses this processor's level and sets active_level and active_sublevel. Returns 0. Running it again is harmless.
