@@ -54,6 +54,8 @@ struct Plane {
     int elements;  // per pixel
     Role role;
     std::function<Size(Size)> size_of = {};
+    bool optional = false;  // null is taken too
+    bool aligned = false;   // the kernel has a pointer to its elements; others may stand at any byte
     Size size(Size n) const { return size_of ? size_of(n) : n; }
 };
 
@@ -87,8 +89,10 @@ struct Case {
     // How far an output element may lie from the expected one, in units of the last place for floats and in steps for
     // integers. 0: the same bits (any NaN equals any NaN).
     double tolerance = 0;
-    // The least size that the kernel works on.
-    Size least = {1, 1};
+    // Changes random planes before they are used; not those of the benches.
+    std::function<void(const View*, Size)> prepare = {};
+    // The kernel is told a width only.
+    bool one_row = false;
 };
 
 template <class T>

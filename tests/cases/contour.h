@@ -31,7 +31,9 @@ inline Case find_stretches_case(const char* name, bool diagonal) {
     bits.size_of = [](Size n) { return Size{(n.width + 63) / 64, 1}; };
     stretches.size_of = [](Size n) { return Size{n.width, 1}; };
     count.size_of = [](Size) { return Size{1, 1}; };
+    stretches.aligned = count.aligned = true;
     Case c{name, {bits, bits, stretches, count}, {}, {}};
+    c.one_row = true;
     c.run = [diagonal](const View* v, Size n) {
         return k::find_stretches(v[0].data, v[1].data, n.width, int32_t(diagonal), v[2].row<k::Stretch>(0),
                                  v[3].row<int32_t>(0));

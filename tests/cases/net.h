@@ -30,6 +30,7 @@ inline Case net_product_case(const char* name, bool with_bias, Values values, in
     c.planes[0].size_of = [columns](Size n) { return Size{columns(n), n.height}; };
     c.planes[1].size_of = [columns](Size n) { return Size{columns(n), n.width}; };
     c.planes[2].size_of = [](Size n) { return Size{n.width, 1}; };
+    c.planes[2].optional = true;
     c.run = [=](const View* v, Size n) {
         return k::net_product_f32(v[0].data, v[0].stride, v[1].data, v[1].stride, with_bias ? v[2].data : nullptr,
                                   v[3].data, v[3].stride, 4 * step, columns(n), n);

@@ -1,4 +1,5 @@
-// Cases of the statistics. Results are planes of one row.
+// Cases of the statistics. Results are planes of one row; those of the smallest and largest value, the floats, may be
+// missing.
 #pragma once
 
 #include <cmath>
@@ -11,7 +12,7 @@ namespace tarn::cases {
 
 template <class R>
 Plane results(int count) {
-    return {TypeOf<R>::value, count, Role::out, [](Size) { return Size{1, 1}; }};
+    return {TypeOf<R>::value, count, Role::out, [](Size) { return Size{1, 1}; }, std::is_same_v<R, float>, true};
 }
 
 template <class T>
