@@ -216,11 +216,6 @@ void close_record(KaMEMSTG* record) {
     live_storages.fetch_sub(1, std::memory_order_relaxed);
 }
 
-void* fail(QuelERR* err, uint32_t code) {
-    if (err) err->status = (err->status & ~UINT64_C(0xffff)) | code;
-    return nullptr;
-}
-
 bool count_allocation() {
     if (!counting.load(std::memory_order_relaxed)) return true;
     const uint64_t number = allocation_count.fetch_add(1, std::memory_order_relaxed) + 1;
@@ -232,8 +227,8 @@ bool count_allocation() {
 using namespace ka;
 
 KaSMEMSTG* KaSMEMSTGopen(KaSMEMSTG* storage, KaSMEMSTG* parent, uint64_t block_size, QuelERR* err) {
-    if (!storage || (parent && !is_storage(parent))) return static_cast<KaSMEMSTG*>(fail(err, QUEL_E_OPTION));
-    if (block_size > kLargestSize) return static_cast<KaSMEMSTG*>(fail(err, QUEL_E_NOMEM));
+    if (!storage || (parent && !is_storage(parent))) return fail(err, QUEL_E_OPTION);
+    if (block_size > kLargestSize) return fail(err, QUEL_E_NOMEM);
     memset(storage, 0, sizeof *storage);
     open_record(&storage->base, kStorageTag, parent);
     storage->block_size = block_size;

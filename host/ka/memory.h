@@ -3,7 +3,7 @@
 #ifndef TARN_HOST_KA_MEMORY_H
 #define TARN_HOST_KA_MEMORY_H
 
-#include "quel.h"
+#include "ka/fail.h"
 
 #if defined(__SANITIZE_ADDRESS__)
 #define KA_ASAN 1
@@ -52,9 +52,6 @@ void give_back(KaSMEMSTG* parent, void* memory);
 void open_record(KaMEMSTG* record, uint64_t tag, KaSMEMSTG* parent);
 void close_record(KaMEMSTG* record);
 void release_slabs(KaPOOL* pool);
-
-// The failure's code into the low half of the status word. Returns null.
-void* fail(QuelERR* err, uint32_t code);
 
 // Counts one allocation; false when a test wants this one to fail.
 bool count_allocation();

@@ -44,8 +44,8 @@ void ka::release_slabs(KaPOOL* pool) {
 
 KaPOOL* KaPOOLopen(KaPOOL* pool, KaSMEMSTG* storage, uint64_t object_size, uint64_t alignment, QuelERR* err) {
     if (!pool || object_size == 0 || !good_alignment(alignment) || (storage && storage->base.tag != kStorageTag))
-        return static_cast<KaPOOL*>(fail(err, QUEL_E_OPTION));
-    if (object_size > kLargestSize - 2 * kLargestAlignment) return static_cast<KaPOOL*>(fail(err, QUEL_E_NOMEM));
+        return fail(err, QUEL_E_OPTION);
+    if (object_size > kLargestSize - 2 * kLargestAlignment) return fail(err, QUEL_E_NOMEM);
     *pool = {};
     open_record(&pool->base, kPoolTag, storage);
     pool->object_size = object_size;

@@ -1,6 +1,7 @@
 // Arrays of up to four dimensions: parameters, arrays in storages, projections.
 #include <string.h>
 
+#include "ka/fail.h"
 #include "lumo_array.h"
 
 const int64_t _G_Lumo_strides_corder[LUMO_DIMS] = {-1, -1, -1, -1};  // known by its address; the values are never read
@@ -71,11 +72,6 @@ void drop_dim(LumoARRAY& parms, int dim) {
     parms.stride[dim] = 0;
 }
 
-LumoARRAY* fail(QuelERR* err, uint32_t code) {
-    if (err) err->status = (err->status & ~UINT64_C(0xffff)) | code;
-    return nullptr;
-}
-
 }  // namespace
 
 LumoARRAY* LumoARRPARMS(LumoARRAY* parms, int32_t ndims, const int32_t* sizes, const int64_t* strides,
@@ -125,11 +121,11 @@ void LumoARRPARMSsqueezeI(LumoARRAY* parms) {
 
 LumoARRAY* LumoARRAYinit_memstg(LumoARRAY* array, const LumoARRAY* parms, KaSMEMSTG* storage, QuelERR* err) {
     LumoARRAY result = *parms;
-    if (LumoELEMTYPEsizeof(result.elemtype) == 0) return fail(err, QUEL_E_TYPE);
+    if (LumoELEMTYPEsizeof(result.elemtype) == 0) return ka::fail(err, QUEL_E_TYPE);
     for (int dim = 0; dim < LUMO_DIMS; ++dim)
-        if (result.size[dim] < 0 || result.stride[dim] < 0) return fail(err, QUEL_E_OPTION);
+        if (result.size[dim] < 0 || result.stride[dim] < 0) return ka::fail(err, QUEL_E_OPTION);
     const int64_t bytes = extent(result);
-    if (bytes < 0) return fail(err, QUEL_E_NOMEM);
+    if (bytes < 0) return ka::fail(err, QUEL_E_NOMEM);
     result.data = KaSMEMSTGaalloc(storage, uint64_t(bytes), 64, 0, err);
     if (!result.data) return nullptr;
     *array = result;

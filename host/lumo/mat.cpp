@@ -1,4 +1,5 @@
 // 2-D array views. A view's class word is copied but never looked at: a view filled in by hand may hold anything there.
+#include "ka/fail.h"
 #include "lumo.h"
 #include "lumo_array.h"
 
@@ -9,21 +10,16 @@ const char kMatrixClass[] = "am";
 
 uint64_t pixel_bytes(LumoELEMTYPE type) { return LumoELEMTYPEsizeof(type) * (type >> 12 & 15); }
 
-LumoMAT* fail(QuelERR* err, uint32_t code) {
-    if (err) err->status = (err->status & ~UINT64_C(0xffff)) | code;
-    return nullptr;
-}
-
 }  // namespace
 
 LumoMAT* _LumoMATinit(LumoMAT* mat, const LumoMATPARM* parm, KaSMEMSTG* storage, QuelERR* err) {
     const LumoMATPARM p = *parm;
     const uint64_t pixel = pixel_bytes(p.elemtype);
-    if (pixel == 0) return fail(err, QUEL_E_TYPE);
-    if (p.width < 0 || p.height < 0 || (p.row_align & (p.row_align - 1))) return fail(err, QUEL_E_OPTION);
+    if (pixel == 0) return ka::fail(err, QUEL_E_TYPE);
+    if (p.width < 0 || p.height < 0 || (p.row_align & (p.row_align - 1))) return ka::fail(err, QUEL_E_OPTION);
     const uint64_t row = pixel * uint64_t(p.width), align = p.row_align ? p.row_align : 1;
     const uint64_t stride = (row + align - 1) & ~(align - 1);
-    if (stride > INT32_MAX) return fail(err, QUEL_E_OPTION);
+    if (stride > INT32_MAX) return ka::fail(err, QUEL_E_OPTION);
     // Up to the last pixel and no further, so that a memory checker sees a read beyond it.
     const uint64_t size = p.height ? stride * uint64_t(p.height - 1) + row : 0;
     void* data = KaSMEMSTGaalloc(storage, size, 64, 0, err);

@@ -1,6 +1,8 @@
 // Affine warps as 2 x 3 matrices.
 #include <math.h>
 
+#include <initializer_list>
+
 #include "lumo.h"
 
 void _LumoAWARPshift(LumoAWARP* warp, double dx, double dy) { *warp = {1, 0, dx, 0, 1, dy}; }
@@ -9,14 +11,12 @@ int64_t _LumoAWARPback(LumoAWARP* inverse, const LumoAWARP* warp) {
     const LumoAWARP w = *warp;
     const double determinant = w.a * w.d - w.b * w.c;
     if (determinant == 0 || !isfinite(determinant)) return -1;
-    LumoAWARP result = {w.d / determinant, -w.b / determinant, 0, -w.c / determinant, w.a / determinant, 0};
-    result.tx = -(result.a * w.tx + result.b * w.ty);
-    result.ty = -(result.c * w.tx + result.d * w.ty);
+    const double a = w.d / determinant, b = -w.b / determinant, c = -w.c / determinant, d = w.a / determinant;
+    const double tx = -(a * w.tx + b * w.ty), ty = -(c * w.tx + d * w.ty);
     // A determinant close to nothing leaves no usable numbers either.
-    const double* values = &result.a;
-    for (int i = 0; i < 6; ++i)
-        if (!isfinite(values[i])) return -1;
-    *inverse = result;
+    for (const double value : {a, b, tx, c, d, ty})
+        if (!isfinite(value)) return -1;
+    *inverse = {a, b, tx, c, d, ty};
     return 0;
 }
 
