@@ -86,3 +86,18 @@ TEST(float_state, is_set_and_put_back) {
     EXPECT_EQ(after, down);
     EXPECT_NE(nearest, down);
 }
+
+#if defined(__x86_64__)
+TEST(float_state, gives_the_callers_exception_flags_back) {
+    volatile float one = 1.0f, three = 3.0f, zero = 0.0f, result;
+    std::feclearexcept(FE_ALL_EXCEPT);
+    result = one / zero;  // the caller's own
+    const uint32_t saved = set_float_state();
+    result = one / three;
+    EXPECT_TRUE(std::fetestexcept(FE_INEXACT));
+    restore_float_state(saved);
+    EXPECT_EQ(std::fetestexcept(FE_ALL_EXCEPT), FE_DIVBYZERO);
+    std::feclearexcept(FE_ALL_EXCEPT);
+    (void)result;
+}
+#endif

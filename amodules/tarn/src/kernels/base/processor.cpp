@@ -44,13 +44,11 @@ uint32_t set_float_state() {
     return state;
 }
 
-void restore_float_state(uint32_t state) {
-    if ((state & 0xffc0) != 0x1f80) _mm_setcsr(state);
-}
+void restore_float_state(uint32_t state) { _mm_setcsr(state); }
 
 }  // namespace tarn::k
 
-#else  // the portable build: one real level, the float unit in its default state
+#else  // the portable build: one real level; the float unit is left alone
 
 namespace tarn::k {
 bool wide_state_enabled() { return false; }

@@ -52,7 +52,8 @@ extern const char* const kLevelNames[kLevelCount];
 
 // The state of the float unit that float kernels rely on: nearest rounding, denormals kept, exceptions masked. A caller
 // may run with another (a library built with fast-math changes it for the threads that load it), so an operation on
-// floats sets the default once per call and puts the caller's back. (processor.cpp)
+// floats sets the default once per call and puts the caller's back. What comes back is all of the state: exception
+// flags that kernels raise do not reach the caller, and those that were set stay. (processor.cpp)
 uint32_t set_float_state();
 void restore_float_state(uint32_t state);
 
