@@ -260,6 +260,23 @@ TEST(avgarith_n, marks_the_status_word_when_there_is_no_memory) {
     KaTESTfailnth(0);
 }
 
+TEST(avgarith_n, refuses_a_plane_of_its_own_with_rows_beyond_32_bits) {
+    Array a(u8(4), 16, 1);
+    a.fill(1);
+    const auto before = a.pixels();
+    LumoMAT wide = a.mat, shifted = a.mat;  // rows of 4 GiB that are never touched, and lie across each other
+    wide.width = shifted.width = 1 << 30;
+    shifted.data = a.row<uint8_t>(0) + 4;
+    const LumoMAT* sources[] = {&shifted, &wide};
+    const KaTESTLIVE live = KaTESTlive();
+    QuelERR err = {};
+    EXPECT_EQ((call<TarnArithN>("avgarith_n", &err, nullptr, &wide, 2, sources)), -1);
+    EXPECT_EQ(err.count, 0u);
+    EXPECT_EQ(err.status, 0x05e7u << 16 | QUEL_E_OPTION);
+    EXPECT_EQ(KaTESTlive().blocks, live.blocks);
+    EXPECT_EQ(a.pixels(), before);
+}
+
 TEST(avgarith_n, of_more_sources_than_16_bits_hold) {
     Array black(u8(1), 30, 2), white(u8(1), 30, 2), d(u8(1), 30, 2);
     black.set<uint8_t>(0), white.set<uint8_t>(255);

@@ -2,6 +2,11 @@
  *
  * Every operation takes the call record, an error context (may be null), a scratch storage (may be null: the operation
  * then opens its own), and its own arguments, destinations before sources.
+ *
+ * An array's type word says its element kind and channels; which array's type chooses the kernel is said in brackets.
+ * Arrays are not compared with each other: where their types or sizes must be equal, that is the caller's to see to.
+ * Two channels, where they are served, go in pairs of pixels: an odd last pixel of each row is left. Where there
+ * are no pixels nothing is written.
  */
 #ifndef TARN_TARN_H
 #define TARN_TARN_H
@@ -19,26 +24,28 @@ extern "C" {
 
 /* Interpolation codes. */
 enum {
+    TARN_CUBIC_ALIAS = 2, /* read as TARN_CUBIC */
     TARN_NEAREST = 3,
     TARN_LINEAR = 4,
-    TARN_CUBIC = 5, /* 2 is read as 5 */
+    TARN_CUBIC = 5,
     TARN_LANCZOS = 6
 };
 
 /* "init-once", "fini-once": no arguments of their own. Return 0. */
 typedef int64_t (*TarnOnce)(const QuelCALL*, QuelERR*, KaSMEMSTG*);
 
-/* "tarn::copy": dst := src over the source's size, the fourth channel kept. Kinds u8, s16, s32, u32, f32 (the
- * destination's); any other type copies nothing. Always returns 0. */
+/* "tarn::copy": dst := src over the source's size, the fourth channel kept. The two may overlap when they have one
+ * stride. Kinds u8, s16, s32, u32, f32 with 1 to 4 channels (dst's); any other type copies nothing. Always returns
+ * 0. */
 typedef int64_t (*TarnCopy)(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* dst, const LumoMAT* src);
 
 /* "tarn::and", "tarn::or", "tarn::xor": dst := a op b, bit by bit, over the size of the first operand; dst's fourth
- * channel is kept. One of a and b may be null: then dst := dst op the other. a or b may be dst. Kinds u8, s16, s32
- * with 1, 3 or 4 channels (dst's); any other type ends the process. Always returns 0. */
+ * channel is kept. One of a and b may be null: then dst := dst op the other; both null: nothing is done. a or b may be
+ * dst. Kinds u8, s16, s32 with 1, 3 or 4 channels (dst's); any other type ends the process. Always returns 0. */
 typedef int64_t (*TarnLogic)(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* dst, const LumoMAT* a, const LumoMAT* b);
 
 /* "tarn::not": dst := the complement of src (null: of dst) over the source's size, the fourth channel kept. u8 with 1,
- * 3 or 4 channels; any other type ends the process. Always returns 0. */
+ * 3 or 4 channels (dst's); any other type ends the process. Always returns 0. */
 typedef int64_t (*TarnNot)(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* dst, const LumoMAT* src);
 
 /* Comparison codes of "tarn::cmp" and "tarn::cmp-c"; with any other nothing is written. */
@@ -51,22 +58,25 @@ typedef int64_t (*TarnCmp)(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* dst, 
                            uint32_t comparison);
 
 /* "tarn::and-c", "tarn::or-c", "tarn::xor-c": dst := src op constants over dst's size; src null: dst.
- *   constants  one word per channel, its low 8 or 16 bits or all 32 (null: dst := src). u8 with four channels reads
- *              three and keeps the fourth channel; s16 and s32 with four channels read four.
+ *   constants  one word per channel, its low 8 or 16 bits or all 32 (null: dst := src, of any type that
+ *              "tarn::copy" serves). u8 with four channels reads three and keeps the fourth channel; s16 and s32 with
+ *              four channels read four.
  * Kinds u8, s16, s32 with 1, 3 or 4 channels (dst's); any other type ends the process. Always returns 0. */
 typedef int64_t (*TarnLogicC)(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* dst, const LumoMAT* src,
                               const uint32_t* constants);
 
-/* "tarn::set": dst := constants, everywhere or where mask (u8, one channel, dst's size; may be null) is not zero.
+/* "tarn::set": dst := constants, everywhere or where mask (u8, one channel, at least dst's size; may be null) is
+ * not zero.
  *   constants  one float for one channel, three for three and four (the fourth channel is kept); null: zeros. Integers
  *              take the floor, cut to the element's low bits: 256 is 0 and -1 is 255 for u8.
  * Kinds u8, s16, s32, f32 with 1, 3 or 4 channels; any other type ends the process. Always returns 0. */
 typedef int64_t (*TarnSet)(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* dst, const float* constants,
                            const LumoMAT* mask);
 
-/* "tarn::cmp-c": as "tarn::cmp", with constants as second operand: one float for one channel, three for three and four.
- * Integers take the nearest integer (halves away from zero), cut to the element's low bits: 300 is 44 for u8. Kinds u8,
- * s16, f32 with 1, 3 or 4 channels (src's); any other type ends the process. Always returns 0. */
+/* "tarn::cmp-c": as "tarn::cmp", with constants as second operand: one float for one channel, three for three and four;
+ * null: nothing is written. Integers take the nearest integer (halves away from zero), cut to the element's low bits:
+ * 300 is 44 for u8. Kinds u8, s16, f32 with 1, 3 or 4 channels (src's); any other type ends the process. Always returns
+ * 0. */
 typedef int64_t (*TarnCmpC)(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* dst, const LumoMAT* src,
                             const float* constants, uint32_t comparison);
 
@@ -82,20 +92,24 @@ typedef int64_t (*TarnArithC)(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* ds
 /* "tarn::add-n", "tarn::sub-n", "tarn::mul-n": dst := ((source 0 op source 1) op source 2) ..., integers saturated
  * after every step, over dst's size, the fourth channel kept. dst may be among the sources: it then takes part with
  * what the steps before have made of it. Kinds s16 and f32 (dst's); any other is processed as u8. Channel counts other
- * than 1, 3 and 4 end the process when count is 2 or more. count 1 copies; 0 and less do nothing. Returns count.
+ * than 1, 3 and 4 end the process when count is 2 or more. count 1 copies; 0 and less, and sources null, do nothing.
+ * Returns count.
  *
  * "tarn::avgarith-n": dst := the mean of the sources, nearest, ties to even. u8: of the exact sum (up to 65793
  * sources; a float sum beyond). s16: of the sum saturated after every step, divided by the low 16 bits of count. f32:
- * of the float sum. Any other kind is left alone. Uses scratch memory for u8. Returns count, or -1 without an error
- * value when there is no memory: the error context's status word then names the interface in its upper half. */
+ * of the float sum. Any other kind is left alone. Uses scratch memory for u8, and a plane of dst's size where a source
+ * lies across dst. Returns count, or -1 without an error value when these can't be had, for want of memory or because a
+ * row of the plane would have more than 2^31 - 1 bytes: the error context's status word then names the interface in
+ * bits 16 to 31. */
 typedef int64_t (*TarnArithN)(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* dst, int32_t count,
                               const LumoMAT* const* sources);
 
 /* "tarn::scale-resize": resamples a region of src to the whole of dst.
- *   region         part of src, or null for all; cut to src
- *   value_range    lo and hi (two floats), or null: dst's values are stretched to lo..hi afterwards
- *   interpolation  TARN_NEAREST, ...
- * Kinds u8, s16, f32, any pair of them; as many channels in both. Four channels: the fourth of dst stays when the
+ *   region         part of src, or null for all; cut to src before anything else
+ *   value_range    lo and hi (two floats), or null: dst's values are mapped to lo..hi afterwards by "tarn::cvtvrange-n"
+ *   interpolation  TARN_NEAREST, ...; looked at only when region and dst differ in size
+ * Kinds u8, s16, f32, any pair of them; a source of another kind is converted before it is resampled. As many channels
+ * in both. Four channels: the fourth of dst stays when the
  * image is resampled and is copied when region and dst have one size. Alpha is not looked at: colours of transparent
  * pixels blend in. Returns 0 (1 when resampled with a value range), or -1 with an error value: QUEL_E_TYPE (types,
  * sizes or interpolation not supported), QUEL_E_NOMEM. A temporary that can't be had makes no error value but marks the
@@ -106,7 +120,7 @@ typedef int64_t (*TarnScaleResize)(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMA
 /* "tarn::minmax": the smallest and largest value of each channel.
  *   smallest, largest  one float, or three for 3 and 4 channels; either may be null
  *   src                u8, s16, f32 with 1, 3 or 4 channels (the fourth is passed over); anything else ends the process
- * NaN is passed over; nothing but NaN gives NaN; a zero is +0. No pixels: nothing is written. Returns 0. */
+ * NaN is passed over; nothing but NaN gives NaN; a zero is +0. Returns 0. */
 typedef int64_t (*TarnMinMax)(const QuelCALL*, QuelERR*, KaSMEMSTG*, float* smallest, float* largest,
                               const LumoMAT* src);
 
@@ -136,14 +150,15 @@ typedef int64_t (*TarnMean)(const QuelCALL*, QuelERR*, KaSMEMSTG*, float* means,
 typedef int64_t (*TarnConvertScale)(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* dst, const LumoMAT* src,
                                     const float* scale, const float* offset);
 
-/* "tarn::cvtvrange-v": stretches each row of an array in place, so that the row's smallest value becomes lo and its
+/* "tarn::cvtvrange-v": maps each row of an array in place, so that the row's smallest value becomes lo and its
  * largest hi, per channel. A row of one value becomes lo. NaN is passed over.
  *   array  u8, s16, f32; any other stays as it is; the fourth of four channels stays too
  *   range  lo, hi
- * Returns 0, or -1 with QUEL_E_NOMEM. */
+ * Returns 0, or -1 with QUEL_E_NOMEM; the rows above are mapped by then. */
 typedef int64_t (*TarnCvtvrangeV)(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* array, const float* range);
 
-/* "tarn::cvtvrange-n": the same for n arrays, each as a whole. Returns n, or -1 with QUEL_E_NOMEM. */
+/* "tarn::cvtvrange-n": the same for n arrays, each as a whole. Returns n, or -1 with QUEL_E_NOMEM; the arrays before
+ * are mapped by then. */
 typedef int64_t (*TarnCvtvrangeN)(const QuelCALL*, QuelERR*, KaSMEMSTG*, uint64_t n, LumoMAT* const* arrays,
                                   const float* range);
 
@@ -159,9 +174,9 @@ typedef int64_t (*TarnCvtoriginN)(const QuelCALL*, QuelERR*, KaSMEMSTG*, uint64_
 /* "tarn::reshape": copies the pixels of src in the order of its rows into dst of another shape with as many pixels.
  *   dst           its type gives the bytes of a pixel
  *   order_method  4 is refused (QUEL_E_TYPE); any other is the order of the rows
- * A dst with one row, or with rows as long as src's, is filled by typed copies: of two channels in pairs of pixels,
- * leaving an odd last column; with rows as long as src's the fourth of four channels stays. Returns 0, or -1 with an
- * error value. */
+ * Where the two differ in pixels, what the smaller of them holds is copied. A dst with one row, or with rows as long as
+ * src's, is filled by typed copies, if there are any for its type: of two channels in pairs of pixels, and with rows as
+ * long as src's the fourth of four channels stays. Returns 0, or -1 with an error value. */
 typedef int64_t (*TarnReshape)(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* dst, const LumoMAT* src,
                                uint32_t order_method);
 

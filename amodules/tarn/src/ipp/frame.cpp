@@ -3,6 +3,7 @@
 // writable, since the host keeps state of its own in their reserved areas.
 #include "ipp/operations.h"
 
+namespace tarn::ipp {
 namespace {
 
 constexpr uint64_t kFormat = 0x0000000002040000;
@@ -10,8 +11,9 @@ constexpr char kModuleName[] = "tarn-ipp";
 constexpr char kCompanionName[] = "tarn-c";
 constexpr char kSignature[] = "P,P";
 
-#define SLOT(number, name, qualified, function) {name, qualified, kSignature, (QuelENTRY)(function), 0, 0, 0},
-#define LATER(number, name, qualified) {name, qualified, kSignature, (QuelENTRY)(op_later), 0, 0, 0},
+#define ENTRY(function) reinterpret_cast<QuelENTRY>(function)
+#define SLOT(number, name, qualified, function, Type) {name, qualified, kSignature, ENTRY(function), 0, 0, 0},
+#define LATER(number, name, qualified) {name, qualified, kSignature, ENTRY(op_later), 0, 0, 0},
 #define COMPANION(number, name, qualified) \
     {name, qualified, kSignature, QUEL_ENTRY_DECLARED, 0x05e70003ffff0003, 0x606, 0},
 #define ABSENT(number, name, qualified) {name, qualified, kSignature, QUEL_ENTRY_DECLARED, 0x0001000300060003, 0, 0},
@@ -31,29 +33,14 @@ QuelIFACE interface_record = {{},                         // host
 #include "ipp/slots.def"
                               }};
 
-#undef SLOT
-#undef LATER
-#undef COMPANION
-#undef ABSENT
-#undef NAMED
-#undef RESERVED
+#undef ENTRY
 
 // The rows of the table stand at their own numbers.
 #define SLOT(number, ...) number,
-#define LATER SLOT
-#define COMPANION SLOT
-#define ABSENT SLOT
-#define NAMED SLOT
-#define RESERVED SLOT
+#define OTHER(number, ...) number,
 constexpr int kNumbers[] = {
 #include "ipp/slots.def"
 };
-#undef SLOT
-#undef LATER
-#undef COMPANION
-#undef ABSENT
-#undef NAMED
-#undef RESERVED
 constexpr bool in_order() {
     for (int i = 0; i < QUEL_IFACE_SLOTS; ++i)
         if (kNumbers[i] != i) return false;
@@ -116,17 +103,19 @@ static_assert(offsetof(QuelCALL, iface) == 24 && offsetof(QuelCALL, slot) == 32)
 
 }  // namespace
 
-extern "C" KA_EXPORT QuelMODULE* const _G_quel_module;
-QuelMODULE* const _G_quel_module = &module_descriptor;
-
-// init-once: chooses the processor level. A level that can't be determined is level 0, never an error.
+// Chooses the processor level. A level that can't be determined is level 0, never an error.
 int64_t op_init_once(const QuelCALL*, QuelERR*, KaSMEMSTG*) {
-    tarn::k::select_level();
+    k::select_level();
     return 0;
 }
 
 int64_t op_fini_once(const QuelCALL*, QuelERR*, KaSMEMSTG*) { return 0; }
 
-int64_t op_later(const QuelCALL* call, QuelERR* err, KaSMEMSTG*) {
-    return report(call, err, tarn::k::kNoKernel, kTextTypes);
+int64_t op_later(const QuelCALL* call, QuelERR* err, KaSMEMSTG* storage) {
+    return report(Context(call, err, storage), k::kNoKernel);
 }
+
+}  // namespace tarn::ipp
+
+extern "C" KA_EXPORT QuelMODULE* const _G_quel_module;
+QuelMODULE* const _G_quel_module = &tarn::ipp::module_descriptor;

@@ -4,10 +4,9 @@
 // edges meet, the diagonal rule says which two belong together.
 #include <stddef.h>
 
-#include "ipp/contours.h"
+#include "ipp/contour.h"
 
-namespace k = tarn::k;
-
+namespace tarn::ipp {
 namespace {
 
 // What a stretch has made.
@@ -89,20 +88,9 @@ Joined join_ends(Search& s, TarnCONTOUR* arriving, TarnCONTOUR* leaving, TarnPOI
     return {arriving, false};
 }
 
-// A member chosen by a condition without a branch.
-template <class Member>
-inline Member& either(void* record, size_t when_false, size_t when_true, bool condition) {
-    return *reinterpret_cast<Member*>(static_cast<char*>(record) + when_false + (when_true - when_false) * condition);
-}
-inline TarnPOINT*& next_or_prev(TarnPOINT* p, bool prev) {
-    return either<TarnPOINT*>(p, offsetof(TarnPOINT, next), offsetof(TarnPOINT, prev), prev);
-}
-inline TarnPOINT*& head_or_tail(TarnCONTOUR* c, bool tail) {
-    return either<TarnPOINT*>(c, offsetof(TarnCONTOUR, points.head), offsetof(TarnCONTOUR, points.tail), tail);
-}
-inline TarnCONTOUR**& left_or_right(TarnCONTOUR* c, bool right) {
-    return either<TarnCONTOUR**>(c, offsetof(TarnCONTOUR, left), offsetof(TarnCONTOUR, right), right);
-}
+inline TarnPOINT*& next_or_prev(TarnPOINT* p, bool prev) { return prev ? p->prev : p->next; }
+inline TarnPOINT*& head_or_tail(TarnCONTOUR* c, bool tail) { return tail ? c->points.tail : c->points.head; }
+inline TarnCONTOUR**& left_or_right(TarnCONTOUR* c, bool right) { return right ? c->right : c->left; }
 
 // Joins a stretch of line y to what it meets. at: the contours whose ends arrive from above at its two ends, if it goes
 // on upwards there. An outline keeps its region to the right, so it runs west when the region is above the stretch.
@@ -114,12 +102,12 @@ inline Joined join(Search& s, Tracer& t, const k::Stretch& stretch, TarnCONTOUR*
     // is.
     TarnCONTOUR* c = at[1 - up];
     const bool tail = up != west;
-    TarnPOINT *near = pair + !tail, *far = pair + tail;
+    TarnPOINT *joined = pair + !tail, *moved = pair + tail;
     TarnPOINT*& end = head_or_tail(c, tail);
-    next_or_prev(near, tail) = end;
-    next_or_prev(end, !tail) = near;
-    next_or_prev(far, !tail) = nullptr;
-    end = far;
+    next_or_prev(joined, tail) = end;
+    next_or_prev(end, !tail) = joined;
+    next_or_prev(moved, !tail) = nullptr;
+    end = moved;
     TarnCONTOUR** to = &t.ends[stretch.x[up]];
     left_or_right(c, tail) = to;
     *to = c;
@@ -164,18 +152,18 @@ bool reserve_line(Search& s, int64_t stretches) {
     while (s.free_pair_count < stretches) {
         TarnPOINT* block = static_cast<TarnPOINT*>(KaPOOLget(&s.point_pool, s.err));
         if (!block) return false;
-        for (int i = 0; i < 2 * kBlock; ++i) block[i].next = block + i + 1;
-        block[2 * kBlock - 1].next = s.free_pairs;
+        for (int i = 0; i < 2 * kPoolBatch; ++i) block[i].next = block + i + 1;
+        block[2 * kPoolBatch - 1].next = s.free_pairs;
         s.free_pairs = block;
-        s.free_pair_count += kBlock;
+        s.free_pair_count += kPoolBatch;
     }
     while (s.free_contour_count < stretches) {
         TarnCONTOUR* block = static_cast<TarnCONTOUR*>(KaPOOLget(&s.contour_pool, s.err));
         if (!block) return false;
-        for (int i = 0; i < kBlock; ++i) block[i].next = block + i + 1;
-        block[kBlock - 1].next = s.free_contours;
+        for (int i = 0; i < kPoolBatch; ++i) block[i].next = block + i + 1;
+        block[kPoolBatch - 1].next = s.free_contours;
         s.free_contours = block;
-        s.free_contour_count += kBlock;
+        s.free_contour_count += kPoolBatch;
     }
     return true;
 }
@@ -228,3 +216,5 @@ int64_t trace_line(Search& s, Tracer& ones, Tracer& zeros, int32_t y) {
     }
     return 0;
 }
+
+}  // namespace tarn::ipp

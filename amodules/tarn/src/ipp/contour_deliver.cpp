@@ -2,8 +2,9 @@
 // its own region, and regions on its other side. Which of the two lie inside is known when it closes: an outer outline
 // keeps the holes, a hole keeps the regions, and the other list goes on to the parent. Trees are walked without
 // recursion, however deep.
-#include "ipp/contours.h"
+#include "ipp/contour.h"
 
+namespace tarn::ipp {
 namespace {
 
 // Hangs a closed contour under its parent, with those of its children that lie beside it.
@@ -126,3 +127,5 @@ void release_all(Search& s) {
         left = inside;
     }
 }
+
+}  // namespace tarn::ipp

@@ -3,9 +3,11 @@
 
 #include <string.h>
 
-#include "ipp/arguments.h"
+#include "ipp/context.h"
 #include "kernels/contour/contour.h"
 #include "tarn_contour.h"
+
+namespace tarn::ipp {
 
 // What traces the outlines of the regions of one value, between two rows of bits that are set where a pixel has that
 // value.
@@ -16,14 +18,14 @@ struct Tracer {
     // By x: the open contour whose end runs down the vertical edge at x, where there is one. A run's left end is the
     // head of a contour's point list, its right end the tail of one.
     TarnCONTOUR** ends;
-    tarn::k::Stretch* stretches;  // of the line between the two rows
+    k::Stretch* stretches;  // of the line between the two rows
     int32_t stretch_count;
     // How many words of `below` have been searched for the last edge in them, and that edge, -1 for none.
     int32_t searched_words, last_edge;
 };
 
 // Contours and pairs of points are taken from the pools so many at a time.
-constexpr int kBlock = 16;
+constexpr int kPoolBatch = 16;
 
 // One call.
 struct Search {
@@ -74,7 +76,7 @@ inline void init_contour(TarnCONTOUR* c, uint32_t bits) {
     c->flags = TARN_CONTOUR_BASE | bits;
 }
 
-// ---- Tracing (contours_trace.cpp) ---------------------------------------------------------------------------------
+// ---- Tracing (contour_trace.cpp) ---------------------------------------------------------------------------------
 
 // Takes from the pools what one line can need at most: a pair of points and a contour for each stretch. False when
 // memory is out.
@@ -86,7 +88,7 @@ int64_t trace_line(Search& s, Tracer& t, int32_t y);
 // The same for both values at once, on a line inside of the image.
 int64_t trace_line(Search& s, Tracer& ones, Tracer& zeros, int32_t y);
 
-// ---- Delivery (contours_deliver.cpp) ------------------------------------------------------------------------------
+// ---- Delivery (contour_deliver.cpp) ------------------------------------------------------------------------------
 
 // Makes the root of a search.
 void make_root(Search& s);
@@ -105,3 +107,5 @@ int64_t notify_top(Search& s);
 
 // After a failure: releases every handle that the output object has made and not taken over.
 void release_all(Search& s);
+
+}  // namespace tarn::ipp

@@ -1,16 +1,16 @@
 // Fully connected networks. Layers are computed in turn, each into a matrix of its own; two storages take turns, so
 // that the one about to be cleared never holds the layer's input. Rows do not depend on each other: a layer is computed
-// in strips of rows that are still in the cache when the activation comes to them.
+// in bands of rows that are still in the cache when the activation comes to them.
+#include "kernels/net/net.h"
+
 #include <stdlib.h>
 
 #include "ipp/operations.h"
-#include "kernels/net/net.h"
 
-namespace k = tarn::k;
-
+namespace tarn::ipp {
 namespace {
 
-constexpr int32_t kStrip = 256;
+constexpr int32_t kBand = 256;
 
 // Null for no activation.
 const k::Kernel<k::NetActivation>* activation_of(int32_t code) {
@@ -41,10 +41,10 @@ void compute_layer(const LumoMAT& y, const LumoMAT& x, const TarnLayer& layer) {
     // A caller's matrix may be of another size than the result: what fits.
     const int32_t neurons = w.height < y.width ? w.height : y.width;
     const int32_t samples = x.height < y.height ? x.height : y.height;
-    for (int32_t top = 0; top < samples; top += kStrip) {
-        const k::Size size{neurons, samples - top < kStrip ? samples - top : kStrip};
-        void* out = pixel_at(y, 0, top, 0);
-        const void* in = pixel_at(x, 0, top, 0);
+    for (int32_t top = 0; top < samples; top += kBand) {
+        const k::Size size{neurons, samples - top < kBand ? samples - top : kBand};
+        void* out = row_at(y, top);
+        const void* in = row_at(x, top);
         k::net_product_f32(in, x.stride, w.data, w.stride, bias, out, y.stride, element_stride, x.width, size);
         if (activation) (*activation)(out, y.stride, element_stride, size);
     }
@@ -55,27 +55,24 @@ void compute_layer(const LumoMAT& y, const LumoMAT& x, const TarnLayer& layer) {
 int64_t op_mlnn(const QuelCALL*, QuelERR* err, KaSMEMSTG* storage, LumoMAT* output, const LumoMAT* input,
                 uint64_t count, const TarnLayer* layers) {
     const FloatState float_state;
-    KaSMEMSTG own[2] = {};
-    int64_t result = 0;
-    for (KaSMEMSTG& s : own)
-        if (!KaSMEMSTGopen(&s, storage, 0, err)) result = -1;
+    ScopedStorage own[2];
+    for (ScopedStorage& s : own)
+        if (!KaSMEMSTGopen(&s.record, storage, 0, err)) return -1;
     LumoMAT between[2];
     const LumoMAT* x = input;
-    for (uint64_t i = 0; result == 0 && i < count; ++i) {
+    for (uint64_t i = 0; i < count; ++i) {
         const bool last = i + 1 == count;
-        KaSMEMSTG* turn = &own[i % 2];
+        KaSMEMSTG* turn = last ? storage : &own[i % 2].record;
         LumoMAT* y = last ? output : &between[i % 2];
         if (!last) KaSMEMSTGclear(turn);
         if (!last || !output->cls) {
             const LumoMATPARM parm = {x->elemtype, layers[i].weights->height, x->height, last ? 0u : 64u};
-            if (!_LumoMATinit(y, &parm, last ? storage : turn, err)) {
-                result = -1;
-                break;
-            }
+            if (!_LumoMATinit(y, &parm, turn, err)) return -1;
         }
         compute_layer(*y, *x, layers[i]);
         x = y;
     }
-    for (KaSMEMSTG& s : own) KaMEMSTGdestroy(&s.base);
-    return result;
+    return 0;
 }
+
+}  // namespace tarn::ipp

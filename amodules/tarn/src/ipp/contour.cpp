@@ -2,16 +2,14 @@
 // one row of 64-bit words after the other; the lines between them, with an empty row before the first and behind the
 // last, are traced from left to right. An outline is held as a list of vertices with two ends that run down to the
 // line, so memory is that of a few rows and of the vertices of what is open.
-#include "ipp/contours.h"
+#include "ipp/contour.h"
 
 #include "ipp/operations.h"
 
-namespace k = tarn::k;
-
+namespace tarn::ipp {
 namespace {
 
 constexpr uint64_t kSmallestPiece = 4096, kLargestPiece = 4 << 20;
-constexpr char kTextArray[] = "@arr(.elem-type, .nchannels)";
 
 // Which values' outlines to find, as bits: 1 for zeros, 2 for ones.
 uint32_t value_mask(uint32_t flags) {
@@ -36,8 +34,7 @@ bool open_tracer(Tracer& t, KaSMEMSTG* storage, int32_t width, int value, uint32
 void read_line(Tracer& t, const LumoMAT& image, int value, int32_t y) {
     const uint64_t words = (uint64_t(image.width) + 63) / 64;
     if (y < image.height)
-        k::binarise_u8_c1(pixel_at(image, 0, y, 1), image.stride, t.below, int32_t(words * 8), k::Size{image.width, 1},
-                          value);
+        k::binarise_u8_c1(row_at(image, y), image.stride, t.below, int32_t(words * 8), k::Size{image.width, 1}, value);
     else
         for (uint64_t w = 0; w < words; ++w) t.below[w] = 0;
     k::find_stretches(t.above, t.below, image.width, int32_t(t.diagonal), t.stretches, &t.stretch_count);
@@ -74,33 +71,33 @@ int64_t find(Search& s, Tracer* tracers, uint32_t mask, const LumoMAT& image) {
 
 }  // namespace
 
-// "tarn::contour::find": hands the outlines of the regions of `image` to `output`; see tarn_contour.h.
 int64_t op_contr_find(const QuelCALL* call, QuelERR* err, KaSMEMSTG* storage, TarnCONTOURS* output,
                       const LumoMAT* image, uint32_t flags) {
-    if (key_of(image->elemtype) != 0x101) return refuse(call, err, QUEL_E_TYPE, QUEL_C_ARGUMENT, 6, kTextArray);
+    if (kind_of(image->elemtype) != LUMO_KIND_U8 || channels_of(image->elemtype) != 1)
+        return refuse({call, err, storage}, QUEL_E_TYPE, QUEL_C_ARGUMENT, 6, "@arr(.elem-type, .nchannels)");
     if (image->width <= 0 || image->height <= 0) return 0;  // no pixel, no outline
 
-    // In few large pieces, so that a caller's storage keeps them for the next picture.
-    const uint64_t pixels = uint64_t(image->width) * uint64_t(image->height);
-    const uint64_t piece = pixels < kSmallestPiece ? kSmallestPiece : pixels > kLargestPiece ? kLargestPiece : pixels;
-    KaSMEMSTG scratch;
-    if (!KaSMEMSTGopen(&scratch, storage, piece, err)) return -1;
     Search s = {};
     s.output = output;
     s.err = err;
     s.width = image->width;
     s.height = image->height;
     make_root(s);
+    // In few large pieces, so that a caller's storage keeps them for the next picture.
+    const uint64_t pixels = uint64_t(image->width) * uint64_t(image->height);
+    const uint64_t piece = pixels < kSmallestPiece ? kSmallestPiece : pixels > kLargestPiece ? kLargestPiece : pixels;
+    ScopedStorage scratch;  // the pools are destroyed with it
+    KaSMEMSTG* pieces = KaSMEMSTGopen(&scratch.record, storage, piece, err);
+    if (!pieces) return -1;
     const uint32_t mask = value_mask(flags);
     Tracer tracers[2] = {};
-    bool ready = KaPOOLopen(&s.contour_pool, &scratch, kBlock * sizeof(TarnCONTOUR), 8, err) &&
-                 KaPOOLopen(&s.point_pool, &scratch, kBlock * 2 * sizeof(TarnPOINT), 8, err);
+    bool ready = KaPOOLopen(&s.contour_pool, pieces, kPoolBatch * sizeof(TarnCONTOUR), 8, err) &&
+                 KaPOOLopen(&s.point_pool, pieces, kPoolBatch * 2 * sizeof(TarnPOINT), 8, err);
     for (int v = 0; v < 2; ++v)
-        if (mask >> v & 1) ready = ready && open_tracer(tracers[v], &scratch, image->width, v, flags, err);
+        if (mask >> v & 1) ready = ready && open_tracer(tracers[v], pieces, image->width, v, flags, err);
     const int64_t status = ready ? find(s, tracers, mask, *image) : -1;
     if (status < 0) release_all(s);
-    KaMEMSTGdestroy(&s.point_pool.base);
-    KaMEMSTGdestroy(&s.contour_pool.base);
-    KaMEMSTGdestroy(&scratch.base);
     return status;
 }
+
+}  // namespace tarn::ipp

@@ -1,0 +1,106 @@
+// One call of an operation: its record, where errors go, what pays for scratch memory. Statuses become error values
+// here, and siblings are called from here.
+#pragma once
+
+#include "ipp/tables.h"
+#include "kernels/base/runtime.h"
+#include "tarn.h"
+
+namespace tarn::ipp {
+
+// ---- Storage ------------------------------------------------------------------------------------------------------
+
+// A storage that dies with its scope, once it has been opened.
+struct ScopedStorage {
+    ScopedStorage() = default;
+    ~ScopedStorage() { KaMEMSTGdestroy(&record.base); }
+    ScopedStorage(const ScopedStorage&) = delete;
+    ScopedStorage& operator=(const ScopedStorage&) = delete;
+    KaSMEMSTG record = {};
+};
+
+// A call. Scratch memory comes from the caller's storage, or from one of the call's own that is opened when first
+// needed.
+struct Context {
+    Context(const QuelCALL* call, QuelERR* err, KaSMEMSTG* given) : call(call), err(err), payer(given) {}
+
+    // The storage to allocate from; null when none could be opened.
+    KaSMEMSTG* storage();
+    // Scratch memory for kernels, from the same storage.
+    k::Allocator allocator();
+
+    const QuelCALL* call;
+    QuelERR* err;
+    KaSMEMSTG* payer;
+    ScopedStorage own;
+};
+
+// A matrix in a call's scratch memory, given back on every path.
+struct Temporary {
+    Temporary() = default;
+    ~Temporary() {
+        if (mat.data) _LumoARRfree(&mat, storage);
+    }
+    Temporary(const Temporary&) = delete;
+    Temporary& operator=(const Temporary&) = delete;
+    // Makes the matrix, its rows without gaps. False when there is no memory, or a row has more than 2^31 - 1 bytes.
+    bool make(Context& context, LumoELEMTYPE type, k::Size size);
+
+    LumoMAT mat = {};
+    KaSMEMSTG* storage = nullptr;
+};
+
+// ---- Results ------------------------------------------------------------------------------------------------------
+
+// The status of an operation that could not make a temporary.
+inline constexpr k::Status kNoTemporary = -1000;
+
+inline constexpr char kTextTypes[] = "@src(.elem-type, .nchannels) -> @dst(.elem-type, .nchannels)";
+
+// Turns a status into the operation's result: 0 for kOk, else -1. kNoMemory makes the out-of-memory error value, any
+// other status the type error value that names the arguments in text; kNoTemporary makes none, but the error context's
+// status word gets the interface code in bits 16 to 31 beside the low half that the host has set.
+int64_t report(const Context& context, k::Status status, const char* text = kTextTypes);
+
+// Makes an error value of message form `form` (3 or 6) with the operation's names and an argument text; returns -1.
+int64_t refuse(const Context& context, uint32_t code, uint32_t cls, uint32_t form, const char* text);
+
+// Ends the process after a line in the log: the operation has no kernel for the type and no error value to say so.
+[[noreturn]] void unsupported(const QuelCALL* call, LumoELEMTYPE type);
+
+// The kernel for a type; the process ends when there is none.
+template <class Fn>
+const k::Kernel<Fn>& kernel_for(const QuelCALL* call, const TypeMap& map, const k::KernelSet<Fn>& set,
+                                LumoELEMTYPE type) {
+    const auto* kernel = map.find(set, type);
+    if (!kernel) unsupported(call, type);
+    return *kernel;
+}
+
+// ---- Siblings -----------------------------------------------------------------------------------------------------
+
+// A slot of the operation table and the type of the operation in it. Those of this module: operations.h.
+template <class Fn>
+struct Slot {
+    int number;
+};
+
+// Calls another operation through the table that this call came by, with this call's record, errors and storage.
+template <class Fn, class... Args>
+int64_t call_sibling(Context& context, Slot<Fn> slot, Args... args) {
+    const auto operation = reinterpret_cast<Fn>(context.call->iface->slots[slot.number].entry);
+    return operation(context.call, context.err, context.storage(), args...);
+}
+
+// ---- Float unit ---------------------------------------------------------------------------------------------------
+
+// Operations on floats run with the default state of the float unit, whatever the caller's thread has set.
+struct FloatState {
+    FloatState() : saved(k::set_float_state()) {}
+    ~FloatState() { k::restore_float_state(saved); }
+    FloatState(const FloatState&) = delete;
+    FloatState& operator=(const FloatState&) = delete;
+    uint32_t saved;
+};
+
+}  // namespace tarn::ipp

@@ -1,0 +1,12 @@
+// Mapping of a plane's values, for the other families too.
+#pragma once
+
+#include "ipp/context.h"
+
+namespace tarn::ipp {
+
+// Maps the values of each channel of src to lo..hi, into dst, which may be src: kinds u8, s16, f32, channels by dst's
+// type. Returns the kernel's status, or kNoKernel.
+k::Status range_map_plane(Context& context, const LumoMAT& dst, const LumoMAT& src, k::Size size, float lo, float hi);
+
+}  // namespace tarn::ipp
