@@ -18,7 +18,7 @@ void release(void* context, void* block) { KaSMEMSTGfree(static_cast<Context*>(c
 }  // namespace
 
 KaSMEMSTG* Context::storage() {
-    if (!payer) payer = KaSMEMSTGopen(&own.record, nullptr, 0, err);
+    if (!payer) payer = own.open(nullptr, 0, err);
     return payer;
 }
 
@@ -26,8 +26,9 @@ k::Allocator Context::allocator() { return {allocate, release, this}; }
 
 bool Temporary::make(Context& context, LumoELEMTYPE type, k::Size size) {
     const LumoMATPARM parm{type, size.width, size.height, 0};
-    storage = context.storage();
-    return storage && _LumoMATinit(&mat, &parm, storage, context.err);
+    KaSMEMSTG* payer = context.storage();
+    storage = context.own.opened ? nullptr : payer;
+    return payer && _LumoMATinit(&mat, &parm, payer, context.err);
 }
 
 int64_t report(const Context& context, k::Status status, const char* text) {

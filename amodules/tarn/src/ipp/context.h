@@ -13,10 +13,20 @@ namespace tarn::ipp {
 // A storage that dies with its scope, once it has been opened.
 struct ScopedStorage {
     ScopedStorage() = default;
-    ~ScopedStorage() { KaMEMSTGdestroy(&record.base); }
+    ~ScopedStorage() {
+        if (opened) KaMEMSTGdestroy(&record.base);
+    }
     ScopedStorage(const ScopedStorage&) = delete;
     ScopedStorage& operator=(const ScopedStorage&) = delete;
+
+    // Opens the storage, on another or with null on the heap. Null when that fails.
+    KaSMEMSTG* open(KaSMEMSTG* parent, uint64_t piece, QuelERR* err) {
+        opened = KaSMEMSTGopen(&record, parent, piece, err) != nullptr;
+        return opened ? &record : nullptr;
+    }
+
     KaSMEMSTG record = {};
+    bool opened = false;
 };
 
 // A call. Scratch memory comes from the caller's storage, or from one of the call's own that is opened when first
@@ -35,11 +45,11 @@ struct Context {
     ScopedStorage own;
 };
 
-// A matrix in a call's scratch memory, given back on every path.
+// A matrix in a call's scratch memory, given back on every path: to the caller's storage; the call's own dies as a whole.
 struct Temporary {
     Temporary() = default;
     ~Temporary() {
-        if (mat.data) _LumoARRfree(&mat, storage);
+        if (mat.data && storage) _LumoARRfree(&mat, storage);
     }
     Temporary(const Temporary&) = delete;
     Temporary& operator=(const Temporary&) = delete;
@@ -47,7 +57,7 @@ struct Temporary {
     bool make(Context& context, LumoELEMTYPE type, k::Size size);
 
     LumoMAT mat = {};
-    KaSMEMSTG* storage = nullptr;
+    KaSMEMSTG* storage = nullptr;  // the caller's, when the matrix is in it
 };
 
 // ---- Results ------------------------------------------------------------------------------------------------------

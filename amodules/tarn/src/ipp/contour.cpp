@@ -87,7 +87,7 @@ int64_t op_contr_find(const QuelCALL* call, QuelERR* err, KaSMEMSTG* storage, Ta
     const uint64_t pixels = uint64_t(image->width) * uint64_t(image->height);
     const uint64_t piece = pixels < kSmallestPiece ? kSmallestPiece : pixels > kLargestPiece ? kLargestPiece : pixels;
     ScopedStorage scratch;  // the pools are destroyed with it
-    KaSMEMSTG* pieces = KaSMEMSTGopen(&scratch.record, storage, piece, err);
+    KaSMEMSTG* pieces = scratch.open(storage, piece, err);
     if (!pieces) return -1;
     const uint32_t mask = value_mask(flags);
     Tracer tracers[2] = {};

@@ -57,7 +57,7 @@ int64_t op_mlnn(const QuelCALL*, QuelERR* err, KaSMEMSTG* storage, LumoMAT* outp
     const FloatState float_state;
     ScopedStorage own[2];
     for (ScopedStorage& s : own)
-        if (!KaSMEMSTGopen(&s.record, storage, 0, err)) return -1;
+        if (!s.open(storage, 0, err)) return -1;
     LumoMAT between[2];
     const LumoMAT* x = input;
     for (uint64_t i = 0; i < count; ++i) {
