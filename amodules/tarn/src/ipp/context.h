@@ -45,7 +45,8 @@ struct Context {
     ScopedStorage own;
 };
 
-// A matrix in a call's scratch memory, given back on every path: to the caller's storage; the call's own dies as a whole.
+// A matrix in a call's scratch memory, given back on every path: to the caller's storage; the call's own dies as a
+// whole.
 struct Temporary {
     Temporary() = default;
     ~Temporary() {

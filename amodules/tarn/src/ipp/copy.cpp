@@ -38,7 +38,7 @@ struct RowStream {
 };
 
 // Moves bytes from one stream to another, in the longest runs that both have.
-void pour(RowStream to, RowStream from, int64_t bytes) {
+void move_bytes(RowStream to, RowStream from, int64_t bytes) {
     while (bytes > 0) {
         const int64_t n = min(bytes, min(to.left(), from.left()));
         memmove(to.row + to.at, from.row + from.at, size_t(n));
@@ -82,7 +82,7 @@ int64_t op_reshape(const QuelCALL* call, QuelERR* err, KaSMEMSTG* storage, LumoM
     if (dst->stride == dst_row && src->stride == src_row)
         memmove(dst->data, src->data, size_t(bytes));
     else
-        pour({row_at(*dst, 0), dst->stride, dst_row}, {row_at(*src, 0), src->stride, src_row}, bytes);
+        move_bytes({row_at(*dst, 0), dst->stride, dst_row}, {row_at(*src, 0), src->stride, src_row}, bytes);
     return 0;
 }
 
