@@ -116,6 +116,12 @@ inline Bytes join_twelves(Bytes v) { return v; }
 
 // ---- Types --------------------------------------------------------------------------------------------------------
 
+// The lower and the upper half of the elements widened, and two halves narrowed and joined.
+inline F64 widen_lower(F32 v) { return F64{v[0], v[1]}; }
+inline F64 widen_upper(F32 v) { return F64{v[2], v[3]}; }
+inline F32 narrow(F64 lower, F64 upper) {
+    return F32{float(lower[0]), float(lower[1]), float(upper[0]), float(upper[1])};
+}
 // As many floats as a vector has, from elements of any type.
 template <class S>
 inline F32 load_f32(const S* p) {

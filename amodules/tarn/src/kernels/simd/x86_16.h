@@ -108,6 +108,12 @@ inline Bytes join_twelves(Bytes v) { return v; }
 
 // ---- Types --------------------------------------------------------------------------------------------------------
 
+// The lower and the upper half of the elements widened, and two halves narrowed and joined.
+inline F64 widen_lower(F32 v) { return (F64)_mm_cvtps_pd((__m128)v); }
+inline F64 widen_upper(F32 v) { return (F64)_mm_cvtps_pd(_mm_movehl_ps((__m128)v, (__m128)v)); }
+inline F32 narrow(F64 lower, F64 upper) {
+    return (F32)_mm_movelh_ps(_mm_cvtpd_ps((__m128d)lower), _mm_cvtpd_ps((__m128d)upper));
+}
 // As many floats as a vector has, from elements of any type.
 inline F32 load_f32(const uint8_t* p) {
     int32_t bytes;

@@ -117,6 +117,12 @@ inline Bytes join_twelves(Bytes v) {
 
 // ---- Types --------------------------------------------------------------------------------------------------------
 
+// The lower and the upper half of the elements widened, and two halves narrowed and joined.
+inline F64 widen_lower(F32 v) { return (F64)_mm256_cvtps_pd(_mm256_castps256_ps128((__m256)v)); }
+inline F64 widen_upper(F32 v) { return (F64)_mm256_cvtps_pd(_mm256_extractf128_ps((__m256)v, 1)); }
+inline F32 narrow(F64 lower, F64 upper) {
+    return (F32)_mm256_set_m128(_mm256_cvtpd_ps((__m256d)upper), _mm256_cvtpd_ps((__m256d)lower));
+}
 // As many floats as a vector has, from elements of any type.
 inline F32 load_f32(const uint8_t* p) {
     return (F32)_mm256_cvtepi32_ps(_mm256_cvtepu8_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p))));

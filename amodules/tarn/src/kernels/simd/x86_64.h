@@ -130,6 +130,13 @@ inline Bytes join_twelves(Bytes v) {
 
 // ---- Types --------------------------------------------------------------------------------------------------------
 
+// The lower and the upper half of the elements widened, and two halves narrowed and joined.
+inline F64 widen_lower(F32 v) { return (F64)_mm512_cvtps_pd(_mm512_castps512_ps256((__m512)v)); }
+inline F64 widen_upper(F32 v) { return (F64)_mm512_cvtps_pd(_mm512_extractf32x8_ps((__m512)v, 1)); }
+inline F32 narrow(F64 lower, F64 upper) {
+    return (F32)_mm512_insertf32x8(_mm512_castps256_ps512(_mm512_cvtpd_ps((__m512d)lower)),
+                                   _mm512_cvtpd_ps((__m512d)upper), 1);
+}
 // As many floats as a vector has, from elements of any type.
 inline F32 load_f32(const uint8_t* p) {
     return (F32)_mm512_cvtepi32_ps(_mm512_cvtepu8_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p))));
