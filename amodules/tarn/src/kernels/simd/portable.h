@@ -13,12 +13,11 @@ inline V lanewise(V a, V b, F f) {
 
 // ---- Parts --------------------------------------------------------------------------------------------------------
 
-// The first n bytes at p, 0 <= n <= kVector, the others zero.
+// The first n bytes at p, 0 <= n <= kVector, and behind them those of `others`.
 template <class V>
-inline V load_n(const void* p, int64_t n) {
-    V v{};
-    memcpy(&v, p, size_t(n));
-    return v;
+inline V load_n(const void* p, int64_t n, V others = V{}) {
+    memcpy(&others, p, size_t(n));
+    return others;
 }
 template <class V>
 inline void store_n(void* p, V v, int64_t n) {
@@ -60,9 +59,16 @@ TARN_LANEWISE(mul_high, U16, uint16_t, uint32_t(x) * uint32_t(y) >> 16)
 TARN_MIN_MAX(U8)
 TARN_MIN_MAX(S16)
 TARN_MIN_MAX(U16)
-TARN_MIN_MAX(F32)  // b where either is NaN, and of two zeros
+TARN_MIN_MAX(F32)
+TARN_MIN_MAX(F64)  // b where either is NaN, and of two zeros
 #undef TARN_MIN_MAX
 
+// Element i: the sum of v[i]'s elements, those 2 apart added first.
+inline F32 sums_of_each(const F32 (&v)[4]) {
+    F32 sums = {};
+    for (int i = 0; i < 4; ++i) sums[i] = (v[i][0] + v[i][2]) + (v[i][1] + v[i][3]);
+    return sums;
+}
 // Sums of eight bytes each.
 inline U64 sums_of_8(U8 v) {
     U64 sums{};
@@ -117,6 +123,12 @@ inline Bytes join_twelves(Bytes v) { return v; }
 
 // ---- Types --------------------------------------------------------------------------------------------------------
 
+// The lower and the upper half of the elements widened, and two halves narrowed and joined.
+inline F64 widen_lower(F32 v) { return F64{v[0], v[1]}; }
+inline F64 widen_upper(F32 v) { return F64{v[2], v[3]}; }
+inline F32 narrow(F64 lower, F64 upper) {
+    return F32{float(lower[0]), float(lower[1]), float(upper[0]), float(upper[1])};
+}
 // As many floats as a vector has, from elements of any type.
 template <class S>
 inline F32 load_f32(const S* p) {

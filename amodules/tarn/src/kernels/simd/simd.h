@@ -73,12 +73,11 @@ inline void store(void* p, V v) {
 
 // ---- Values -------------------------------------------------------------------------------------------------------
 
-// Every element the value. By elements: a sum with zero would lose the sign of -0.
+// Every element the value. A difference with zero: a sum would lose the sign of -0, and of an assignment to each element
+// compilers do not always make one instruction.
 template <class T>
 inline Vec<T> splat(T value) {
-    Vec<T> v;
-    for (int i = 0; i < kLanes<T>; ++i) v[i] = value;
-    return v;
+    return value - Vec<T>{};
 }
 
 // a where the mask's bits are set, else b.

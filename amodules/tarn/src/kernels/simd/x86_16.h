@@ -6,11 +6,12 @@ namespace {
 
 // ---- Parts --------------------------------------------------------------------------------------------------------
 
-// The first n bytes at p, 0 <= n <= kVector, the others zero. By way of a buffer.
+// The first n bytes at p, 0 <= n <= kVector, and behind them those of `others`. By way of a buffer.
 template <class V>
-inline V load_n(const void* p, int64_t n) {
+inline V load_n(const void* p, int64_t n, V others = V{}) {
     if (n == kVector) return load<V>(p);
-    alignas(16) uint8_t buffer[kVector] = {};
+    alignas(16) uint8_t buffer[kVector];
+    store(buffer, others);
     copy_bytes(buffer, p, n);
     return load<V>(buffer);
 }
@@ -61,6 +62,8 @@ inline U16 min(U16 a, U16 b) {
 // b where either is NaN, and of two zeros.
 inline F32 min(F32 a, F32 b) { return (F32)_mm_min_ps((__m128)a, (__m128)b); }
 inline F32 max(F32 a, F32 b) { return (F32)_mm_max_ps((__m128)a, (__m128)b); }
+inline F64 min(F64 a, F64 b) { return (F64)_mm_min_pd((__m128d)a, (__m128d)b); }
+inline F64 max(F64 a, F64 b) { return (F64)_mm_max_pd((__m128d)a, (__m128d)b); }
 // The upper halves of the products.
 inline S16 mul_high(S16 a, S16 b) { return (S16)_mm_mulhi_epi16((__m128i)a, (__m128i)b); }
 inline U16 mul_high(U16 a, U16 b) { return (U16)_mm_mulhi_epu16((__m128i)a, (__m128i)b); }
@@ -70,6 +73,14 @@ inline S16 mul_fixed15(S16 a, S16 b) { return (S16)_mm_mulhrs_epi16((__m128i)a, 
 // Products of neighbours, added in pairs, saturated: a[2i] b[2i] + a[2i + 1] b[2i + 1].
 inline S16 mul_add_pairs(U8 a, S8 b) { return (S16)_mm_maddubs_epi16((__m128i)a, (__m128i)b); }
 #endif
+// Element i: the sum of v[i]'s elements, those 2 apart added first.
+inline F32 sums_of_each(const F32 (&v)[4]) {
+    __m128 by2[2];
+    for (int i = 0; i < 2; ++i)
+        by2[i] = _mm_add_ps(_mm_movelh_ps((__m128)v[2 * i], (__m128)v[2 * i + 1]),
+                            _mm_movehl_ps((__m128)v[2 * i + 1], (__m128)v[2 * i]));
+    return (F32)_mm_add_ps(_mm_shuffle_ps(by2[0], by2[1], 0x88), _mm_shuffle_ps(by2[0], by2[1], 0xdd));
+}
 // Sums of eight bytes each.
 inline U64 sums_of_8(U8 v) { return (U64)_mm_sad_epu8((__m128i)v, (__m128i)U8{}); }
 // counts + 1 where a <= b, and where lower <= v <= upper.
@@ -110,6 +121,12 @@ inline Bytes join_twelves(Bytes v) { return v; }
 
 // ---- Types --------------------------------------------------------------------------------------------------------
 
+// The lower and the upper half of the elements widened, and two halves narrowed and joined.
+inline F64 widen_lower(F32 v) { return (F64)_mm_cvtps_pd((__m128)v); }
+inline F64 widen_upper(F32 v) { return (F64)_mm_cvtps_pd(_mm_movehl_ps((__m128)v, (__m128)v)); }
+inline F32 narrow(F64 lower, F64 upper) {
+    return (F32)_mm_movelh_ps(_mm_cvtpd_ps((__m128d)lower), _mm_cvtpd_ps((__m128d)upper));
+}
 // As many floats as a vector has, from elements of any type.
 inline F32 load_f32(const uint8_t* p) {
     int32_t bytes;

@@ -6,11 +6,18 @@ namespace {
 
 // ---- Parts --------------------------------------------------------------------------------------------------------
 
-// The first n bytes at p, 0 <= n <= kVector, the others zero. By way of a buffer.
+// The first n bytes at p, 0 <= n <= kVector, and behind them those of `others`. By way of a buffer, but for elements
+// of 4 bytes, of which n must be a multiple.
 template <class V>
-inline V load_n(const void* p, int64_t n) {
+inline V load_n(const void* p, int64_t n, V others = V{}) {
+    if constexpr (sizeof(others[0]) == 4) {
+        const S32 first = splat(int32_t(n)) > S32{0, 4, 8, 12, 16, 20, 24, 28};
+        const Bytes loaded = (Bytes)_mm256_maskload_epi32(static_cast<const int*>(p), (__m256i)first);
+        return (V)(loaded | ((Bytes)others & (Bytes)~first));
+    }
     if (n == kVector) return load<V>(p);
-    alignas(32) uint8_t buffer[kVector] = {};
+    alignas(32) uint8_t buffer[kVector];
+    store(buffer, others);
     copy_bytes(buffer, p, n);
     return load<V>(buffer);
 }
@@ -57,6 +64,8 @@ inline U16 min(U16 a, U16 b) { return (U16)_mm256_min_epu16((__m256i)a, (__m256i
 // b where either is NaN, and of two zeros.
 inline F32 min(F32 a, F32 b) { return (F32)_mm256_min_ps((__m256)a, (__m256)b); }
 inline F32 max(F32 a, F32 b) { return (F32)_mm256_max_ps((__m256)a, (__m256)b); }
+inline F64 min(F64 a, F64 b) { return (F64)_mm256_min_pd((__m256d)a, (__m256d)b); }
+inline F64 max(F64 a, F64 b) { return (F64)_mm256_max_pd((__m256d)a, (__m256d)b); }
 // The upper halves of the products.
 inline S16 mul_high(S16 a, S16 b) { return (S16)_mm256_mulhi_epi16((__m256i)a, (__m256i)b); }
 inline U16 mul_high(U16 a, U16 b) { return (U16)_mm256_mulhi_epu16((__m256i)a, (__m256i)b); }
@@ -68,6 +77,17 @@ inline S16 mul_add_pairs(U8 a, S8 b) { return (S16)_mm256_maddubs_epi16((__m256i
 inline U64 sums_of_8(U8 v) { return (U64)_mm256_sad_epu8((__m256i)v, (__m256i)U8{}); }
 // a * b + c, rounded once.
 inline F32 mul_add(F32 a, F32 b, F32 c) { return (F32)_mm256_fmadd_ps((__m256)a, (__m256)b, (__m256)c); }
+// Element i: the sum of v[i]'s elements, those 4 apart added first, then those 2 and 1 apart.
+inline F32 sums_of_each(const F32 (&v)[8]) {
+    __m256 by4[4], by2[2];
+    for (int i = 0; i < 4; ++i)
+        by4[i] = _mm256_add_ps(_mm256_permute2f128_ps((__m256)v[i], (__m256)v[i + 4], 0x20),
+                               _mm256_permute2f128_ps((__m256)v[i], (__m256)v[i + 4], 0x31));
+    for (int i = 0; i < 2; ++i)
+        by2[i] = _mm256_add_ps(_mm256_shuffle_ps(by4[2 * i], by4[2 * i + 1], 0x44),
+                               _mm256_shuffle_ps(by4[2 * i], by4[2 * i + 1], 0xee));
+    return (F32)_mm256_add_ps(_mm256_shuffle_ps(by2[0], by2[1], 0x88), _mm256_shuffle_ps(by2[0], by2[1], 0xdd));
+}
 
 // counts + 1 where a <= b, and where lower <= v <= upper.
 inline U8 count_le(U8 counts, U8 a, U8 b) { return counts - (U8)(min(a, b) == a); }
@@ -119,6 +139,12 @@ inline Bytes join_twelves(Bytes v) {
 
 // ---- Types --------------------------------------------------------------------------------------------------------
 
+// The lower and the upper half of the elements widened, and two halves narrowed and joined.
+inline F64 widen_lower(F32 v) { return (F64)_mm256_cvtps_pd(_mm256_castps256_ps128((__m256)v)); }
+inline F64 widen_upper(F32 v) { return (F64)_mm256_cvtps_pd(_mm256_extractf128_ps((__m256)v, 1)); }
+inline F32 narrow(F64 lower, F64 upper) {
+    return (F32)_mm256_set_m128(_mm256_cvtpd_ps((__m256d)upper), _mm256_cvtpd_ps((__m256d)lower));
+}
 // As many floats as a vector has, from elements of any type.
 inline F32 load_f32(const uint8_t* p) {
     return (F32)_mm256_cvtepi32_ps(_mm256_cvtepu8_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p))));

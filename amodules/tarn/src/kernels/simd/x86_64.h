@@ -9,10 +9,10 @@ namespace {
 // A bit for each of the first n bytes, 0 <= n <= 64.
 inline __mmask64 first_bytes(int64_t n) { return _bzhi_u64(~uint64_t(0), unsigned(n)); }
 
-// The first n bytes at p, 0 <= n <= kVector, the others zero.
+// The first n bytes at p, 0 <= n <= kVector, and behind them those of `others`.
 template <class V>
-inline V load_n(const void* p, int64_t n) {
-    return (V)_mm512_maskz_loadu_epi8(first_bytes(n), p);
+inline V load_n(const void* p, int64_t n, V others = V{}) {
+    return (V)_mm512_mask_loadu_epi8((__m512i)others, first_bytes(n), p);
 }
 template <class V>
 inline void store_n(void* p, V v, int64_t n) {
@@ -57,6 +57,8 @@ inline U16 min(U16 a, U16 b) { return (U16)_mm512_min_epu16((__m512i)a, (__m512i
 // b where either is NaN, and of two zeros.
 inline F32 min(F32 a, F32 b) { return (F32)_mm512_min_ps((__m512)a, (__m512)b); }
 inline F32 max(F32 a, F32 b) { return (F32)_mm512_max_ps((__m512)a, (__m512)b); }
+inline F64 min(F64 a, F64 b) { return (F64)_mm512_min_pd((__m512d)a, (__m512d)b); }
+inline F64 max(F64 a, F64 b) { return (F64)_mm512_max_pd((__m512d)a, (__m512d)b); }
 // The upper halves of the products.
 inline S16 mul_high(S16 a, S16 b) { return (S16)_mm512_mulhi_epi16((__m512i)a, (__m512i)b); }
 inline U16 mul_high(U16 a, U16 b) { return (U16)_mm512_mulhi_epu16((__m512i)a, (__m512i)b); }
@@ -68,6 +70,22 @@ inline S16 mul_add_pairs(U8 a, S8 b) { return (S16)_mm512_maddubs_epi16((__m512i
 inline U64 sums_of_8(U8 v) { return (U64)_mm512_sad_epu8((__m512i)v, (__m512i)U8{}); }
 // a * b + c, rounded once.
 inline F32 mul_add(F32 a, F32 b, F32 c) { return (F32)_mm512_fmadd_ps((__m512)a, (__m512)b, (__m512)c); }
+// Element i: the sum of v[i]'s elements, those 8 apart added first, then those 4, 2 and 1 apart. Each step adds to
+// elements of two vectors their partners, which a permute brings.
+inline F32 sums_of_each(const F32 (&v)[16]) {
+    const __m512i by8 = _mm512_setr_epi32(8, 9, 10, 11, 12, 13, 14, 15, 16, 17, 18, 19, 20, 21, 22, 23);
+    const __m512i by4 = _mm512_setr_epi32(4, 5, 6, 7, 16, 17, 18, 19, 12, 13, 14, 15, 24, 25, 26, 27);
+    const __m512i by2 = _mm512_setr_epi32(2, 3, 16, 17, 6, 7, 20, 21, 10, 11, 24, 25, 14, 15, 28, 29);
+    const __m512i by1 = _mm512_setr_epi32(1, 16, 3, 18, 5, 20, 7, 22, 9, 24, 11, 26, 13, 28, 15, 30);
+    const auto fold = [](__m512 a, __m512 b, __mmask16 mask, __m512i partners) {
+        return _mm512_add_ps(_mm512_mask_blend_ps(mask, a, b), _mm512_permutex2var_ps(a, partners, b));
+    };
+    __m512 a[8];
+    for (int i = 0; i < 8; ++i) a[i] = fold((__m512)v[i], (__m512)v[i + 8], 0xff00, by8);
+    for (int i = 0; i < 4; ++i) a[i] = fold(a[i], a[i + 4], 0xf0f0, by4);
+    for (int i = 0; i < 2; ++i) a[i] = fold(a[i], a[i + 2], 0xcccc, by2);
+    return (F32)fold(a[0], a[1], 0xaaaa, by1);
+}
 
 // counts + 1 where a <= b, and where lower <= v <= upper.
 inline U8 count_le(U8 counts, U8 a, U8 b) {
@@ -132,6 +150,13 @@ inline Bytes join_twelves(Bytes v) {
 
 // ---- Types --------------------------------------------------------------------------------------------------------
 
+// The lower and the upper half of the elements widened, and two halves narrowed and joined.
+inline F64 widen_lower(F32 v) { return (F64)_mm512_cvtps_pd(_mm512_castps512_ps256((__m512)v)); }
+inline F64 widen_upper(F32 v) { return (F64)_mm512_cvtps_pd(_mm512_extractf32x8_ps((__m512)v, 1)); }
+inline F32 narrow(F64 lower, F64 upper) {
+    return (F32)_mm512_insertf32x8(_mm512_castps256_ps512(_mm512_cvtpd_ps((__m512d)lower)),
+                                   _mm512_cvtpd_ps((__m512d)upper), 1);
+}
 // As many floats as a vector has, from elements of any type.
 inline F32 load_f32(const uint8_t* p) {
     return (F32)_mm512_cvtepi32_ps(_mm512_cvtepu8_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p))));
