@@ -19,80 +19,28 @@ int64_t stretch(std::vector<LumoMAT*> arrays, const float* range, QuelERR* err =
     return call<TarnCvtvrangeN>("tarn::cvtvrange-n", err, nullptr, uint64_t(arrays.size()), arrays.data(), range);
 }
 
-// An element of any kind.
-double get(const Array& a, int x, int y, int c) {
-    switch (a.mat.elemtype >> 8 & 15) {
-        case LUMO_KIND_U8:
-            return a.at<uint8_t>(x, y, c);
-        case LUMO_KIND_S16:
-            return a.at<int16_t>(x, y, c);
-        case LUMO_KIND_S32:
-            return a.at<int32_t>(x, y, c);
-        default:
-            return a.at<float>(x, y, c);
-    }
-}
-// What a value becomes in an array's type.
-double fit(const Array& a, double v) {
-    switch (a.mat.elemtype >> 8 & 15) {
-        case LUMO_KIND_U8:
-            return std::fmin(std::fmax(std::nearbyint(v), 0), 255);
-        case LUMO_KIND_S16:
-            return std::fmin(std::fmax(std::nearbyint(v), -32768), 32767);
-        case LUMO_KIND_S32:
-            return std::fmin(std::fmax(std::nearbyint(v), -2147483648.0), 2147483647.0);
-        default:
-            return float(v);
-    }
-}
-// value x scale + offset in float, each step rounded.
-double mapped(double value, float scale, float offset) {
-    const volatile float product = float(value) * scale;
-    return float(product + offset);
-}
-
-// Expects value(x, y, channel) everywhere but in what stays: the fourth of four channels, the odd last pixel of two.
-template <class Fn>
-void expect_pixels(const Array& got, const Array& before, Fn value) {
-    const int width = got.channels == 2 ? got.mat.width / 2 * 2 : got.mat.width;
-    for (int y = 0; y < got.mat.height; ++y)
-        for (int x = 0; x < got.mat.width; ++x)
-            for (int c = 0; c < got.channels; ++c) {
-                const bool stays = c == 3 || x >= width;
-                const double want = stays ? get(before, x, y, c) : fit(got, value(x, y, c));
-                ASSERT_EQ(get(got, x, y, c), want) << "at " << x << ", " << y << ", channel " << c;
-            }
-    EXPECT_TRUE(got.intact());
-}
-
 // body(from, to, channels) for every pair of kinds and channel count.
 template <class Fn>
 void each_pair(const std::vector<LumoELEMTYPE>& kinds, Fn body) {
     for (const LumoELEMTYPE from : kinds)
         for (const LumoELEMTYPE to : kinds)
             for (int channels = 1; channels <= 4; ++channels) {
-                SCOPED_TRACE(testing::Message()
-                             << LumoELEMTYPEshow(from) << " to " << LumoELEMTYPEshow(to) << " x " << channels);
+                SCOPED_TRACE(show(from | LUMO_CHANNELS(channels)) + " to " + show(to | LUMO_CHANNELS(channels)));
                 body(from | LUMO_CHANNELS(channels), to | LUMO_CHANNELS(channels));
             }
 }
 
-// What stretches one channel of rows y0 up to y1 to lo..hi.
-struct Range {
-    float scale, offset;
-};
-Range range_of(const Array& a, int c, int y0, int y1, float lo, float hi) {
-    const int width = a.channels == 2 ? a.mat.width / 2 * 2 : a.mat.width;
-    float m = INFINITY, top = -INFINITY;
-    for (int y = y0; y < y1; ++y)
-        for (int x = 0; x < width; ++x) {
-            m = std::fmin(m, float(get(a, x, y, c)));
-            top = std::fmax(top, float(get(a, x, y, c)));
-        }
-    if (!(top - m > 1.1920929e-07f)) return {0, lo};
-    const volatile float scale = (hi - lo) / (top - m), product = scale * m;
-    return {scale, lo - product};
+// The mapped value of channel c, by which its own values in rows y0 up to y1 become lo..hi.
+double stretched(const Array& a, int x, int y, int c, int y0, int y1, const float* range) {
+    double lo = INFINITY, hi = -INFINITY;
+    for (int row = y0; row < y1; ++row)
+        for (int i = 0; i < a.mat.width - (a.channels == 2 ? a.mat.width % 2 : 0); ++i)
+            lo = std::fmin(lo, get(&a, i, row, c)), hi = std::fmax(hi, get(&a, i, row, c));
+    return range[0] + (get(&a, x, y, c) - lo) * (double(range[1]) - range[0]) / (hi - lo);
 }
+
+// A mapped value's rounding, to integers or of the float steps.
+constexpr double kRounding = 0.51;
 
 }  // namespace
 
@@ -100,28 +48,32 @@ TEST(convert_scale, without_arithmetic_converts_every_pair_of_kinds) {
     const float near_one[] = {1.0000001f, 1, 0.99999994f, 1}, near_zero[] = {0, -1e-7f, 1e-7f, 0};
     for (const bool near : {false, true})
         each_pair({LUMO_U8, LUMO_S16, LUMO_S32, LUMO_F32}, [&](LumoELEMTYPE from, LumoELEMTYPE to) {
-            Array src(from, 19, 3, 8, near), dst(to, 19, 3, 4), before(to, 19, 3, 4);
-            src.fill(7), dst.fill(8), before.fill(8);
+            Array src(from, 5, 3, 8, near), dst(to, 5, 3, 4);
+            src.fill(7), dst.fill(8);
+            const Array before = dst;
             EXPECT_EQ(convert(dst, &src, near ? near_one : nullptr, near ? near_zero : nullptr), 0);
-            expect_pixels(dst, before, [&](int x, int y, int c) { return get(src, x, y, c); });
+            expect_pixels(dst, before, [&](int x, int y, int c) { return get(&src, x, y, c); });
         });
 }
 
 TEST(convert_scale, maps_every_pair_of_u8_s16_and_f32) {
     const float scale[] = {0.5f, -1.75f, 3.1415926f, 2}, offset[] = {0.25f, 300, -7, 1};
     each_pair({LUMO_U8, LUMO_S16, LUMO_F32}, [&](LumoELEMTYPE from, LumoELEMTYPE to) {
-        Array src(from, 71, 4, 8), dst(to, 71, 4, 4, true), before(to, 71, 4, 4, true);
-        src.fill(7), dst.fill(8), before.fill(8);
-        EXPECT_EQ(convert(dst, &src, scale, offset), 0);
-        expect_pixels(dst, before, [&](int x, int y, int c) { return mapped(get(src, x, y, c), scale[c], offset[c]); });
-        // One of the two vectors alone; and in place.
-        src.fill(9), dst.fill(8);
-        EXPECT_EQ(convert(dst, &src, nullptr, offset), 0);
-        expect_pixels(dst, before, [&](int x, int y, int c) { return mapped(get(src, x, y, c), 1, offset[c]); });
-        if (from == to) {
+        Array src(from, 5, 3, 8), dst(to, 5, 3, 4, true);
+        src.fill(7), dst.fill(8);
+        const Array before = dst;
+        // Both vectors, one of them alone, and in place.
+        for (const auto& [from_itself, s, o] :
+             {std::tuple{false, scale, offset}, {false, nullptr, offset}, {from == to, scale, nullptr}}) {
             dst.fill(8);
-            EXPECT_EQ(convert(dst, nullptr, scale, nullptr), 0);
-            expect_pixels(dst, before, [&](int x, int y, int c) { return mapped(get(before, x, y, c), scale[c], 0); });
+            EXPECT_EQ(convert(dst, from_itself ? nullptr : &src, s, o), 0);
+            const Array& used = from_itself ? before : src;
+            expect_pixels(
+                dst, before,
+                [&, s = s, o = o](int x, int y, int c) {
+                    return get(&used, x, y, c) * (s ? s[c] : 1) + (o ? o[c] : 0);
+                },
+                kRounding);
         }
     });
 }
@@ -176,26 +128,19 @@ TEST(convert_scale, refuses_what_it_has_no_kernel_for) {
 
 TEST(value_range, of_lists_stretches_each_array_by_its_own_values) {
     const float range[] = {-3.5f, 250};
-    for (const LumoELEMTYPE kind : {LUMO_U8, LUMO_S16, LUMO_F32})
-        for (int channels = 1; channels <= 4; ++channels) {
-            SCOPED_TRACE(testing::Message() << LumoELEMTYPEshow(kind) << " x " << channels);
-            const LumoELEMTYPE type = kind | LUMO_CHANNELS(channels);
-            Array a(type, 43, 5, 8), a0(type, 43, 5), b(type, 7, 2, 4, true), b0(type, 7, 2), other(s32(1), 4, 4),
-                other0(s32(1), 4, 4);
-            a.fill(1), a0.fill(1), b.fill(2), b0.fill(2), other.fill(3), other0.fill(3);
-            EXPECT_EQ(stretch({&a, &other, &b}, range), 3);
-            const auto check = [&](const Array& got, const Array& before) {
-                std::vector<Range> r;
-                for (int c = 0; c < channels; ++c)
-                    r.push_back(range_of(before, c, 0, before.mat.height, range[0], range[1]));
-                expect_pixels(got, before, [&](int x, int y, int c) {
-                    return mapped(get(before, x, y, c), r[size_t(c)].scale, r[size_t(c)].offset);
-                });
-            };
-            check(a, a0);
-            check(b, b0);
-            EXPECT_TRUE(other.same_pixels(other0));
+    each_type({LUMO_U8, LUMO_S16, LUMO_F32}, {1, 2, 3, 4}, [&](LumoELEMTYPE type) {
+        Array a(type, 5, 3, 8), b(type, 7, 2, 4, true), other(s32(1), 4, 4);
+        a.fill(1), b.fill(2), other.fill(3);
+        const Array before[] = {a, b, other};
+        EXPECT_EQ(stretch({&a, &other, &b}, range), 3);
+        for (const Array* got : {std::addressof(a), std::addressof(b)}) {
+            const Array& was = before[got != std::addressof(a)];
+            expect_pixels(
+                *got, was, [&](int x, int y, int c) { return stretched(was, x, y, c, 0, was.mat.height, range); },
+                kRounding);
         }
+        EXPECT_TRUE(other.same_pixels(before[2]));
+    });
 }
 
 TEST(value_range, of_rows_stretches_each_by_its_own_values) {
@@ -205,17 +150,14 @@ TEST(value_range, of_rows_stretches_each_by_its_own_values) {
     for (int y = 0; y < 2; ++y) memcpy(known.row<uint8_t>(y), values[y], 3);
     EXPECT_EQ(stretch_rows(known, range), 0);
     EXPECT_EQ(known.pixels(), (std::vector<uint8_t>{0, 128, 255, 0, 255, 0}));
-    for (const LumoELEMTYPE kind : {LUMO_U8, LUMO_S16, LUMO_F32})
-        for (int channels = 1; channels <= 4; ++channels) {
-            const LumoELEMTYPE type = kind | LUMO_CHANNELS(channels);
-            Array a(type, 21, 4, 8, true), before(type, 21, 4);
-            a.fill(5), before.fill(5);
-            EXPECT_EQ(stretch_rows(a, range), 0);
-            expect_pixels(a, before, [&](int x, int y, int c) {
-                const Range r = range_of(before, c, y, y + 1, range[0], range[1]);
-                return mapped(get(before, x, y, c), r.scale, r.offset);
-            });
-        }
+    each_type({LUMO_U8, LUMO_S16, LUMO_F32}, {1, 2, 3, 4}, [&](LumoELEMTYPE type) {
+        Array a(type, 5, 3, 8, true);
+        a.fill(5);
+        const Array before = a;
+        EXPECT_EQ(stretch_rows(a, range), 0);
+        expect_pixels(
+            a, before, [&](int x, int y, int c) { return stretched(before, x, y, c, y, y + 1, range); }, kRounding);
+    });
 }
 
 TEST(value_range, maps_known_values) {

@@ -1,5 +1,7 @@
 #include "ipp/fixture.h"
 
+#include <limits>
+
 namespace tarn::test {
 
 namespace {
@@ -49,6 +51,11 @@ Array::Array(LumoELEMTYPE type, int width, int height, int padding, bool upwards
     mat.data = memory.data() + kAround + (upwards ? int64_t(pitch) * (height - 1) : 0);
 }
 
+Array::Array(const Array& other)
+    : mat(other.mat), channels(other.channels), element_bytes(other.element_bytes), memory(other.memory) {
+    mat.data = memory.data() + (static_cast<uint8_t*>(other.mat.data) - other.memory.data());
+}
+
 void Array::fill(unsigned seed) {
     std::mt19937 rng(seed);
     const bool floats = (mat.elemtype >> 8 & 15) == LUMO_KIND_F32;
@@ -79,6 +86,63 @@ std::vector<uint8_t> Array::pixels() const {
 }
 
 bool Array::same_pixels(const Array& other) const { return pixels() == other.pixels(); }
+
+std::string show(LumoELEMTYPE type) {
+    return LumoELEMTYPEshow(type & 0xfff) + std::string(" x ") + std::to_string(type >> 12);
+}
+
+namespace {
+// f(T{}) with the C++ type of a kind's elements.
+template <class F>
+auto with_type(LumoELEMTYPE type, F f) {
+    switch (type >> 8 & 15) {
+        case LUMO_KIND_U8:
+            return f(uint8_t());
+        case LUMO_KIND_S16:
+            return f(int16_t());
+        case LUMO_KIND_S32:
+            return f(int32_t());
+        case LUMO_KIND_U32:
+            return f(uint32_t());
+        case LUMO_KIND_F32:
+            return f(float());
+        default:
+            ADD_FAILURE() << "no element of " << show(type);
+            return f(uint8_t());
+    }
+}
+uint8_t* element(const LumoMAT* m, int x, int y, int c, size_t bytes) {
+    return static_cast<uint8_t*>(m->data) + int64_t(y) * m->stride + (x * int(m->elemtype >> 12 & 15) + c) * int(bytes);
+}
+}  // namespace
+
+double fit(LumoELEMTYPE type, double value) {
+    return with_type(type, [&](auto t) {
+        using Limits = std::numeric_limits<decltype(t)>;
+        if (!Limits::is_integer) return double(float(value));
+        return std::fmin(std::fmax(std::nearbyint(value), double(Limits::min())), double(Limits::max()));
+    });
+}
+double wrapped(LumoELEMTYPE type, int64_t value) {
+    return with_type(type, [&](auto t) { return double(decltype(t)(value)); });
+}
+
+double get(const LumoMAT* m, int x, int y, int c) {
+    return with_type(m->elemtype, [&](auto t) {
+        memcpy(&t, element(m, x, y, c, sizeof t), sizeof t);
+        return double(t);
+    });
+}
+void put(const LumoMAT* m, int x, int y, int c, double value) {
+    with_type(m->elemtype, [&](auto t) {
+        t = decltype(t)(fit(m->elemtype, value));
+        memcpy(element(m, x, y, c, sizeof t), &t, sizeof t);
+    });
+}
+void put_all(const LumoMAT* m, double value) {
+    for (int y = 0; y < m->height; ++y)
+        for (int i = 0; i < m->width * int(m->elemtype >> 12 & 15); ++i) put(m, 0, y, i, value);
+}
 
 void expect_error(int64_t result, const QuelERR& err, uint32_t code, uint32_t cls, const std::string& text) {
     EXPECT_EQ(result, -1);

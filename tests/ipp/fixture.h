@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <cstring>
 #include <random>
 #include <string>
@@ -30,7 +31,10 @@ int64_t call(const char* name, QuelERR* err, KaSMEMSTG* storage, Args... args) {
 // surroundings hold 0xa5 and are checked by intact().
 struct Array {
     Array(LumoELEMTYPE type, int width, int height, int padding = 0, bool upwards = false);
+    Array(const Array& other);
+    Array(Array&&) = default;
     LumoMAT* operator&() { return &mat; }
+    const LumoMAT* operator&() const { return &mat; }
     template <class T>
     T* row(int y) const {
         return reinterpret_cast<T*>(static_cast<uint8_t*>(mat.data) + int64_t(y) * mat.stride);
@@ -64,6 +68,44 @@ inline LumoELEMTYPE s16(int channels) { return LUMO_S16 | LUMO_CHANNELS(channels
 inline LumoELEMTYPE s32(int channels) { return LUMO_S32 | LUMO_CHANNELS(channels); }
 inline LumoELEMTYPE u32(int channels) { return LUMO_U32 | LUMO_CHANNELS(channels); }
 inline LumoELEMTYPE f32(int channels) { return LUMO_F32 | LUMO_CHANNELS(channels); }
+
+// "s16 x 3".
+std::string show(LumoELEMTYPE type);
+
+// What becomes of a number in an element of a kind: rounded and saturated; its low bits.
+double fit(LumoELEMTYPE type, double value);
+double wrapped(LumoELEMTYPE type, int64_t value);
+
+// One element of any kind as a number; put() stores what fits.
+double get(const LumoMAT* m, int x, int y, int c = 0);
+void put(const LumoMAT* m, int x, int y, int c, double value);
+void put_all(const LumoMAT* m, double value);
+
+// Expects value(x, y, channel) as it fits, to the tolerance, everywhere but in what stays: the fourth of four channels,
+// the odd last pixel of two.
+template <class Fn>
+void expect_pixels(const Array& got, const Array& before, Fn value, double tolerance = 0, bool fourth_stays = true) {
+    const int width = got.channels == 2 ? got.mat.width / 2 * 2 : got.mat.width;
+    for (int y = 0; y < got.mat.height; ++y)
+        for (int x = 0; x < got.mat.width; ++x)
+            for (int c = 0; c < got.channels; ++c) {
+                const bool stays = (c == 3 && fourth_stays) || x >= width;
+                const double want = stays ? get(&before, x, y, c) : fit(got.mat.elemtype, value(x, y, c));
+                ASSERT_NEAR(get(&got, x, y, c), want, stays ? 0 : tolerance)
+                    << show(got.mat.elemtype) << " at " << x << ", " << y << ", channel " << c;
+            }
+    EXPECT_TRUE(got.intact());
+}
+
+// body(type) for each kind with each number of channels.
+template <class Fn>
+void each_type(std::initializer_list<LumoELEMTYPE> kinds, std::initializer_list<int> channels, Fn body) {
+    for (const LumoELEMTYPE kind : kinds)
+        for (const int n : channels) {
+            SCOPED_TRACE(show(kind | LUMO_CHANNELS(n)));
+            body(kind | LUMO_CHANNELS(n));
+        }
+}
 
 // Expects that an operation made one error value with these codes, naming this text, and returned -1.
 void expect_error(int64_t result, const QuelERR& err, uint32_t code, uint32_t cls, const std::string& text);
