@@ -2,7 +2,9 @@
 // means.
 #pragma once
 
+#include <array>
 #include <cmath>
+#include <limits>
 
 #include "cases/case.h"
 #include "kernels/arith/arith.h"
@@ -30,19 +32,37 @@ T arith_step(Op op, T a, T b) {
         return T(std::min(std::max(r, double(std::numeric_limits<T>::min())), double(std::numeric_limits<T>::max())));
 }
 
+// Constants of the channels, a set per variant. Of floats also those that a sum with zero or a product with one would
+// change, each in each channel.
+template <class T>
+std::vector<std::array<T, 3>> arith_constants() {
+    if constexpr (std::is_same_v<T, float>) {
+        constexpr float infinity = std::numeric_limits<float>::infinity();
+        constexpr float least = std::numeric_limits<float>::denorm_min();
+        return {{3.25f, 200, -1.5f}, {-0.0f, infinity, least}, {infinity, least, -0.0f}, {-least, -0.0f, -infinity}};
+    } else {
+        return {{3, 200, T(-1)}};
+    }
+}
+
 template <class T, class Op>
 void constant_case(const char* name, const k::Kernel<k::WithConstantInPlace>& kernel, int channels, Op op,
                    const auto& visit) {
-    static const T constants[3] = {T(3.25), T(200), T(-1.5)};
-    Case c{name, {inout<T>(channels)}, {}, {}};
-    c.run = [&kernel](const View* v, Size n) { return kernel(constants, v[0].data, v[0].stride, n); };
-    c.expect = [=](const View* v, Size n) {
-        each_element(n, channels, [&](int x, int y, int ch) {
-            T& d = v[0].row<T>(y)[x * channels + ch];
-            if (ch < 3) d = arith_step(op, d, constants[ch]);
-        });
-    };
-    visit(c);
+    int variant = 0;
+    for (const std::array<T, 3>& constants : arith_constants<T>()) {
+        Case c{name + (variant ? " with constants " + std::to_string(variant) : ""), {inout<T>(channels)}, {}, {}};
+        ++variant;
+        c.run = [&kernel, constants](const View* v, Size n) {
+            return kernel(constants.data(), v[0].data, v[0].stride, n);
+        };
+        c.expect = [=](const View* v, Size n) {
+            each_element(n, channels, [&](int x, int y, int ch) {
+                T& d = v[0].row<T>(y)[x * channels + ch];
+                if (ch < 3) d = arith_step(op, d, constants[size_t(ch)]);
+            });
+        };
+        visit(c);
+    }
 }
 
 // The first `count` views of v as a list of planes.

@@ -193,6 +193,64 @@ TEST(resize, lies_within_the_stated_distance_of_the_real_value_u8) { check_all<u
 TEST(resize, lies_within_the_stated_distance_of_the_real_value_s16) { check_all<int16_t>(); }
 TEST(resize, lies_within_the_stated_distance_of_the_real_value_f32) { check_all<float>(); }
 
+// To exactly half the size, which linear resizes do without the general tables.
+template <class T>
+void check_halves() {
+    unsigned seed = 1;
+    for (int form = 0; form < 4; ++form)
+        for (const int width : {1, 7, 33, 75}) {
+            const Axis columns{2 * width, width, 1, 2}, rows{10, 5, 2, 1};
+            test::at_every_level([&](int) { check_resize<T>(linear, form, Image(seed % 6), columns, rows, seed); });
+            if (testing::Test::HasFatalFailure()) return;
+            ++seed;
+        }
+}
+
+TEST(resize, to_exactly_half_lies_as_near_u8) { check_halves<uint8_t>(); }
+TEST(resize, to_exactly_half_lies_as_near_s16) { check_halves<int16_t>(); }
+TEST(resize, to_exactly_half_lies_as_near_f32) { check_halves<float>(); }
+
+// Tiles whose corners fall on whole source pixels, one by one and all at once: wide and tall enough for strips of columns
+// and bands of rows, which begin elsewhere in a tile.
+template <class T>
+void check_tiles(Mode mode, int numerator, int denominator) {
+    constexpr int kForm = 1, kChannels = 3;
+    const Size dst_size{700, 1100};
+    const auto source = [=](int length) { return length * denominator / numerator; };
+    const Size src_size{source(dst_size.width), source(dst_size.height)};
+    std::mt19937 rng(11);
+    const std::vector<T> src = make_image<T>(Image::noise, src_size, kChannels, rng);
+    std::vector<T> whole(size_t(dst_size.width) * dst_size.height * kChannels), tiles(whole.size(), T(77));
+    const int32_t src_stride = int32_t(src_size.width * kChannels * sizeof(T)),
+                  dst_stride = int32_t(dst_size.width * kChannels * sizeof(T));
+    const auto& kernel = *kernels_of<T>(mode).forms[kForm];
+    ASSERT_EQ(k::kOk, kernel(src.data(), src_stride, src_size, Region{0, 0, src_size.width, src_size.height},
+                             whole.data(), dst_stride, dst_size, heap()));
+    for (const Region& tile : {Region{0, 0, 280, 440}, Region{280, 0, 420, 440}, Region{0, 440, 700, 660}}) {
+        const Region from{source(tile.x), source(tile.y), source(tile.width), source(tile.height)};
+        T* to = tiles.data() + (size_t(tile.y) * dst_size.width + tile.x) * kChannels;
+        ASSERT_EQ(k::kOk, kernel(src.data(), src_stride, src_size, from, to, dst_stride, Size{tile.width, tile.height},
+                                 heap()));
+    }
+    for (size_t i = 0; i < whole.size(); ++i)
+        ASSERT_EQ(whole[i], tiles[i]) << kModeNames[mode] << " " << numerator << "/" << denominator << " at "
+                                      << i / kChannels % dst_size.width << "," << i / kChannels / dst_size.width;
+}
+
+template <class T>
+void check_all_tiles() {
+    for (Mode mode : {linear, cubic, lanczos}) {
+        check_tiles<T>(mode, 4, 5);
+        check_tiles<T>(mode, 5, 2);
+    }
+}
+
+TEST(resize, of_a_region_is_the_part_of_the_whole_u8) {
+    test::at_every_level([](int) { check_all_tiles<uint8_t>(); });
+}
+TEST(resize, of_a_region_is_the_part_of_the_whole_s16) { check_all_tiles<int16_t>(); }
+TEST(resize, of_a_region_is_the_part_of_the_whole_f32) { check_all_tiles<float>(); }
+
 // Factors whose weights are short binary fractions: the real value is known exactly, and a half goes to the even
 // number.
 TEST(resize, rounds_exact_ties_to_even) {

@@ -16,33 +16,19 @@ constexpr int32_t kMostSums16 = 128;  // planes; the reciprocal is exact up to 1
 struct Divide16 {
     // n from 2 to kMostSums16.
     explicit Divide16(int32_t n)
-        : n(broadcast(uint16_t(n))), half(broadcast(uint16_t(n / 2))), even(broadcast(uint16_t(n % 2 == 0))) {
+        : n(splat(uint16_t(n))), half(splat(uint16_t(n / 2))), even(splat(uint16_t(n % 2 == 0))) {
         while (2 << shift < n) ++shift;
-        reciprocal = broadcast(uint16_t(((65536 << shift) + n - 1) / n));
+        reciprocal = splat(uint16_t(((65536 << shift) + n - 1) / n));
     }
-    Bytes operator()(Bytes s) const {
-        using V = Vec<uint16_t>;
-        const V t = (V)s + (V)half;
-        const V q = (V)mulhi_u16((Bytes)t, reciprocal) >> shift;
+    U16 operator()(U16 s) const {
+        const U16 t = s + half;
+        const U16 q = mul_high(t, reciprocal) >> shift;
         // No rest behind the added half: s was halfway, and q is its upper neighbour. True is all ones, which is -1.
-        return (Bytes)(q - ((V)(q * (V)n == t) & q & (V)even));
+        return q - ((U16)(q * n == t) & q & even);
     }
-    Bytes n, half, even, reciprocal = {};
+    U16 n, half, even, reciprocal = {};
     int shift = 0;
 };
-
-// The sum of two planes' bytes, added to 16-bit sums.
-inline void add_pair(Vec<uint16_t>& low, Vec<uint16_t>& high, Bytes a, Bytes b) {
-    using V = Vec<uint16_t>;
-#if defined(__SSSE3__)
-    const Bytes ones = broadcast<uint8_t>(1);
-    low += (V)dot_u8_s8(unpack_lo8(a, b), ones);
-    high += (V)dot_u8_s8(unpack_hi8(a, b), ones);
-#else
-    low += (V)unpack_lo8(a, Bytes{}) + (V)unpack_lo8(b, Bytes{});
-    high += (V)unpack_hi8(a, Bytes{}) + (V)unpack_hi8(b, Bytes{});
-#endif
-}
 
 // Takes kCount planes into the 16-bit sums; the last planes' sums are divided and stored at once.
 template <bool kKept, int kCount, bool kFirst, bool kLast>
@@ -51,37 +37,38 @@ void average_strip(uint8_t* d, const uint8_t* const* sources, uint8_t* sums, int
     for (int j = 0; j < kCount; ++j) p[j] = sources[j];
     const Divide16 divide = by;
     const Bytes mask = colour_mask<uint8_t>();
-    each_single_vector(n, [=](auto io, int64_t i) {
-        using V = Vec<uint16_t>;
-        V low = {}, high = {};
+    each_vector(n, [=](auto io, int64_t i) {
+        U16 low = {}, high = {};
         if constexpr (!kFirst) {
-            low = (V)Whole{}.load(sums + 2 * i);
-            high = (V)Whole{}.load(sums + 2 * i + kVector);
+            low = load<U16>(sums + 2 * i);
+            high = load<U16>(sums + 2 * i + kVector);
         }
-        for (int j = 0; j < kCount; j += 2)
-            add_pair(low, high, io.load(p[j] + i), j + 1 < kCount ? io.load(p[j + 1] + i) : Bytes{});
+        for (int j = 0; j < kCount; j += 2) {
+            const Bytes a = io.load(p[j] + i), b = j + 1 < kCount ? io.load(p[j + 1] + i) : Bytes{};
+            low += widening_add_lower(a, b);
+            high += widening_add_upper(a, b);
+        }
         if constexpr (kLast) {
-            Bytes r = pack_s16_u8(divide((Bytes)low), divide((Bytes)high));
-            if constexpr (kKept) r = select(mask, r, io.load(d + i));
-            io.store(d + i, r);
+            store_form<kKept>(io, d + i, narrow_groups_u8((S16)divide(low), (S16)divide(high)), mask);
         } else {
-            Whole{}.store(sums + 2 * i, (Bytes)low);
-            Whole{}.store(sums + 2 * i + kVector, (Bytes)high);
+            store(sums + 2 * i, low);
+            store(sums + 2 * i + kVector, high);
         }
     });
 }
 
-template <bool kKept, bool kFirst>
-void average_last(uint8_t* d, const uint8_t* const* sources, int32_t count, uint8_t* sums, int64_t n,
-                  const Divide16& by) {
+// The first planes of a list, as many as `count`, 1 to 4; only a longer list begins with one.
+template <bool kKept, bool kLast>
+void average_first(uint8_t* d, const uint8_t* const* sources, int32_t count, uint8_t* sums, int64_t n,
+                   const Divide16& by) {
     if (count == 4)
-        average_strip<kKept, 4, kFirst, true>(d, sources, sums, n, by);
+        average_strip<kKept, 4, true, kLast>(d, sources, sums, n, by);
     else if (count == 3)
-        average_strip<kKept, 3, kFirst, true>(d, sources, sums, n, by);
+        average_strip<kKept, 3, true, kLast>(d, sources, sums, n, by);
     else if (count == 2)
-        average_strip<kKept, 2, kFirst, true>(d, sources, sums, n, by);
-    else
-        average_strip<kKept, 1, kFirst, true>(d, sources, sums, n, by);
+        average_strip<kKept, 2, true, kLast>(d, sources, sums, n, by);
+    else if constexpr (!kLast)
+        average_strip<kKept, 1, true, kLast>(d, sources, sums, n, by);
 }
 
 // One plane, or more than Divide16 takes: float sums in the order of the list (exact up to 65793 planes) and a float
@@ -92,7 +79,7 @@ void average_of_many(const Sources& sources, int32_t divisor, uint8_t* d, int64_
     float* sums = static_cast<float*>(scratch);
     uint8_t* averages = reinterpret_cast<uint8_t*>(sums + kStripSums);
     for (int32_t i = 0; i < sources.count; ++i) {
-        const uint8_t* s = place(sources, i, y, x);
+        const uint8_t* s = source_row(sources, i, y, x);
         if (i == 0)
             for (int64_t j = 0; j < n; ++j) sums[j] = float(s[j]);
         else
@@ -105,35 +92,33 @@ void average_of_many(const Sources& sources, int32_t divisor, uint8_t* d, int64_
         averages[j] = uint8_t(int32_t(min(rounded, 255.0f)));
     }
     const Bytes mask = colour_mask<uint8_t>();
-    each_vector(n, [=](auto io, int64_t i, auto) {
-        const Bytes r = io.load(averages + i);
-        io.store(d + i, kKept ? select(mask, r, io.load(d + i)) : r);
-    });
+    each_vector(n, [=](auto io, int64_t i) { store_form<kKept>(io, d + i, io.load(averages + i), mask); });
 }
 
-template <int kChannels, bool kKept>
-Status average_u8(const Sources* sources, int32_t divisor, void* dst, int32_t dst_stride, Size size, void* scratch) {
+template <bool kKept>
+Status average_u8(const Sources* sources, int32_t divisor, void* dst, int32_t dst_stride, Size size,
+                  int64_t pixel_bytes, void* scratch) {
     if (Status s = check_sources(size, sources, dst)) return s;
     if (!scratch) return kNull;
     const int32_t count = sources->count;
     const bool many = count < 2 || count > kMostSums16;
     const Divide16 by(many ? 2 : count);
     uint8_t* sums = static_cast<uint8_t*>(scratch);
-    each_strip(*sources, dst_stride, size, kChannels, kStripSums, [=](int64_t y, int64_t x, int64_t n) {
+    each_strip(*sources, dst_stride, size, pixel_bytes, kStripSums, [=](int64_t y, int64_t x, int64_t n) {
         uint8_t* d = row<uint8_t>(dst, dst_stride, y) + x;
         if (many) return average_of_many<kKept>(*sources, divisor, d, y, x, n, scratch);
-        for (int32_t i = 0; i < count; i += 4) {
+        // All groups are of four planes but the first.
+        for (int32_t i = 0, group = (count - 1) % 4 + 1; i < count; i += group, group = 4) {
             const uint8_t* p[4];
-            const int32_t group = min(4, count - i);
-            for (int32_t j = 0; j < group; ++j) p[j] = place(*sources, i + j, y, x);
+            for (int32_t j = 0; j < group; ++j) p[j] = source_row(*sources, i + j, y, x);
             if (count <= 4)
-                average_last<kKept, true>(d, p, group, sums, n, by);
+                average_first<kKept, true>(d, p, group, sums, n, by);
             else if (i == 0)
-                average_strip<kKept, 4, true, false>(d, p, sums, n, by);
+                average_first<false, false>(d, p, group, sums, n, by);
             else if (i + 4 < count)
-                average_strip<kKept, 4, false, false>(d, p, sums, n, by);
+                average_strip<false, 4, false, false>(d, p, sums, n, by);
             else
-                average_last<kKept, false>(d, p, group, sums, n, by);
+                average_strip<kKept, 4, false, true>(d, p, sums, n, by);
         }
     });
     return kOk;
@@ -143,73 +128,68 @@ Status average_u8(const Sources* sources, int32_t divisor, void* dst, int32_t ds
 // corrected by the rest; nearest, ties to even, which is the same for either sign.
 template <bool kKept>
 void divide_strip_s16(uint8_t* d, int64_t n, int16_t divisor) {
-    using V = Vec<uint16_t>;
     const int32_t size = divisor < 0 ? -divisor : divisor;
     if (divisor == 1) return;
-    const V by = (V)broadcast(uint16_t(size)), half = (V)broadcast(uint16_t(size / 2));
-    const V even = (V)broadcast(uint16_t(size % 2 == 0)), most = (V)broadcast(uint16_t(32767));
-    const V sign = (V)broadcast(uint16_t(divisor < 0 ? 65535 : 0));
-    const Bytes reciprocal = broadcast(uint16_t(size == 1 ? 65535 : 65536 / size));
+    const U16 by = splat(uint16_t(size)), half = splat(uint16_t(size / 2)), even = splat(uint16_t(size % 2 == 0));
+    const U16 most = splat(uint16_t(32767)), sign = splat(uint16_t(divisor < 0 ? 65535 : 0));
+    const U16 reciprocal = splat(uint16_t(size == 1 ? 65535 : 65536 / size));
     const Bytes mask = colour_mask<int16_t>();
-    each_single_vector(n, [=](auto io, int64_t i) {
-        const Bytes v = io.load(d + i);
-        const V negative = (V)((Vec<int16_t>)v < Vec<int16_t>{}), flip = negative ^ sign;
-        const V t = (((V)v ^ negative) - negative) + half;  // at most 32768 + 16384
-        V q = (V)mulhi_u16((Bytes)t, reciprocal);
-        V rest = t - q * by;  // below 2 * by
-        const V more = (V)(rest >= by);
+    each_vector(n, [=](auto io, int64_t i) {
+        const U16 v = io.template load<U16>(d + i);
+        const U16 negative = (U16)((S16)v < S16{}), flip = negative ^ sign;
+        const U16 t = ((v ^ negative) - negative) + half;  // at most 32768 + 16384
+        U16 q = mul_high(t, reciprocal);
+        U16 rest = t - q * by;  // below 2 * by
+        const U16 more = (U16)(rest >= by);
         q -= more;
         rest -= more & by;
-        q -= (V)(rest == V{}) & q & even;       // no rest behind the added half: it was halfway
-        q = q < most - flip ? q : most - flip;  // 32768 has no positive twin
-        const Bytes r = (Bytes)((q ^ flip) - flip);
-        io.store(d + i, kKept ? select(mask, r, v) : r);
+        q -= (U16)(rest == U16{}) & q & even;  // no rest behind the added half: it was halfway
+        q = min(q, most - flip);               // 32768 has no positive twin
+        store_form<kKept>(io, d + i, (q ^ flip) - flip, mask);
     });
 }
 
-template <int kChannels, bool kKept>
-Status average_s16(const Sources* sources, int32_t divisor, void* dst, int32_t dst_stride, Size size, void*) {
+template <bool kKept>
+Status average_s16(const Sources* sources, int32_t divisor, void* dst, int32_t dst_stride, Size size,
+                   int64_t pixel_bytes) {
     if (Status s = check_sources(size, sources, dst)) return s;
     const int16_t by = int16_t(divisor);
-    each_strip(*sources, dst_stride, size, kChannels * 2, kStrip, [=](int64_t y, int64_t x, int64_t n) {
+    each_strip(*sources, dst_stride, size, pixel_bytes, kStripBytes, [=](int64_t y, int64_t x, int64_t n) {
         uint8_t* d = row<uint8_t>(dst, dst_stride, y) + x;
-        fold_sources<AddS16, kKept>(*sources, d, y, x, n);
+        fold_sources<Add, int16_t, kKept>(*sources, d, y, x, n);
         if (by != 0) divide_strip_s16<kKept>(d, n, by);
     });
     return by == 0 ? kBadArg : kOk;
 }
 
-template <int kChannels, bool kKept>
-Status average_f32(const Sources* sources, int32_t divisor, void* dst, int32_t dst_stride, Size size, void*) {
+template <bool kKept>
+Status average_f32(const Sources* sources, int32_t divisor, void* dst, int32_t dst_stride, Size size,
+                   int64_t pixel_bytes) {
     if (Status s = check_sources(size, sources, dst)) return s;
-    const Vec<float> by = Vec<float>{} + float(divisor);
+    const F32 by = splat(float(divisor));
     const Bytes mask = colour_mask<float>();
-    each_strip(*sources, dst_stride, size, kChannels * 4, kStrip, [=](int64_t y, int64_t x, int64_t n) {
+    each_strip(*sources, dst_stride, size, pixel_bytes, kStripBytes, [=](int64_t y, int64_t x, int64_t n) {
         uint8_t* d = row<uint8_t>(dst, dst_stride, y) + x;
-        fold_sources<AddF32, kKept>(*sources, d, y, x, n);
-        each_single_vector(n, [=](auto io, int64_t i) {
-            const Bytes v = io.load(d + i), r = (Bytes)((Vec<float>)v / by);
-            io.store(d + i, kKept ? select(mask, r, v) : r);
-        });
+        fold_sources<Add, float, kKept>(*sources, d, y, x, n);
+        each_vector(n,
+                    [=](auto io, int64_t i) { store_form<kKept>(io, d + i, io.template load<F32>(d + i) / by, mask); });
     });
     return kOk;
 }
 
+template <class T, Form kForm>
+Status average(const Sources* sources, int32_t divisor, void* dst, int32_t dst_stride, Size size, void* scratch) {
+    constexpr int64_t kPixel = kPixelBytes<T, kForm>;
+    if constexpr (sizeof(T) == 1)
+        return average_u8<kept(kForm)>(sources, divisor, dst, dst_stride, size, kPixel, scratch);
+    else if constexpr (sizeof(T) == 2)
+        return average_s16<kept(kForm)>(sources, divisor, dst, dst_stride, size, kPixel);
+    else
+        return average_f32<kept(kForm)>(sources, divisor, dst, dst_stride, size, kPixel);
+}
+
 }  // namespace
 
-#define AVERAGE(name, average, channels, kept)                                                                      \
-    Status name(const Sources* sources, int32_t divisor, void* dst, int32_t dst_stride, Size size, void* scratch) { \
-        return average<channels, kept>(sources, divisor, dst, dst_stride, size, scratch);                           \
-    }
-AVERAGE(avg_n_u8_c1, average_u8, 1, false)
-AVERAGE(avg_n_u8_c3, average_u8, 3, false)
-AVERAGE(avg_n_u8_c3x, average_u8, 4, true)
-AVERAGE(avg_n_s16_c1, average_s16, 1, false)
-AVERAGE(avg_n_s16_c3, average_s16, 3, false)
-AVERAGE(avg_n_s16_c3x, average_s16, 4, true)
-AVERAGE(avg_n_f32_c1, average_f32, 1, false)
-AVERAGE(avg_n_f32_c3, average_f32, 3, false)
-AVERAGE(avg_n_f32_c3x, average_f32, 4, true)
-#undef AVERAGE
+TARN_BODIES(avg_n, Average, u8_s16_f32, c1_c3_c3x, average<T, kForm>)
 
 }  // namespace tarn::k::TARN_LEVEL

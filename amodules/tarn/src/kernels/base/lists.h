@@ -58,8 +58,8 @@
 
 // ---- Bodies (in sources) ------------------------------------------------------------------------------------------
 
-// A named function for each kernel of a row, which hands its arguments to the body, an expression in T and kForm. How many
-// arguments there are stands beside the signature: #define TARN_ARITY_Binary 7.
+// A named function for each kernel of a row, which hands its arguments to the body, an expression in T and kForm, and leaves
+// the wide registers clean (body.h). How many arguments there are stands beside the signature: #define TARN_ARITY_Binary 7.
 #define TARN_BODIES(op, Fn, types, forms, ...) TARN_TYPES_##types(TARN_BODIES_OF_TYPE, forms, op, Fn, (__VA_ARGS__))
 #define TARN_BODIES_OF_TYPE(type, forms, op, Fn, body) TARN_FORMS_##forms(TARN_BODY_OF_FORM, type, op, Fn, body)
 #define TARN_BODY_OF_FORM(form, type, op, Fn, body) \
@@ -72,26 +72,26 @@
 #define TARN_ARG(Fn, i) Arg<Fn, i> a##i
 #define TARN_BODY_4(name, Fn, type, form, body)                                       \
     Status name(TARN_ARG(Fn, 0), TARN_ARG(Fn, 1), TARN_ARG(Fn, 2), TARN_ARG(Fn, 3)) { \
-        TARN_BODY_WITH(type, form) return body(a0, a1, a2, a3);                       \
+        TARN_BODY_WITH(type, form) return clean(body(a0, a1, a2, a3));                \
     }
 #define TARN_BODY_5(name, Fn, type, form, body)                                                        \
     Status name(TARN_ARG(Fn, 0), TARN_ARG(Fn, 1), TARN_ARG(Fn, 2), TARN_ARG(Fn, 3), TARN_ARG(Fn, 4)) { \
-        TARN_BODY_WITH(type, form) return body(a0, a1, a2, a3, a4);                                    \
+        TARN_BODY_WITH(type, form) return clean(body(a0, a1, a2, a3, a4));                             \
     }
 #define TARN_BODY_6(name, Fn, type, form, body)                                                      \
     Status name(TARN_ARG(Fn, 0), TARN_ARG(Fn, 1), TARN_ARG(Fn, 2), TARN_ARG(Fn, 3), TARN_ARG(Fn, 4), \
                 TARN_ARG(Fn, 5)) {                                                                   \
-        TARN_BODY_WITH(type, form) return body(a0, a1, a2, a3, a4, a5);                              \
+        TARN_BODY_WITH(type, form) return clean(body(a0, a1, a2, a3, a4, a5));                       \
     }
 #define TARN_BODY_7(name, Fn, type, form, body)                                                                       \
     Status name(TARN_ARG(Fn, 0), TARN_ARG(Fn, 1), TARN_ARG(Fn, 2), TARN_ARG(Fn, 3), TARN_ARG(Fn, 4), TARN_ARG(Fn, 5), \
                 TARN_ARG(Fn, 6)) {                                                                                    \
-        TARN_BODY_WITH(type, form) return body(a0, a1, a2, a3, a4, a5, a6);                                           \
+        TARN_BODY_WITH(type, form) return clean(body(a0, a1, a2, a3, a4, a5, a6));                                    \
     }
 #define TARN_BODY_8(name, Fn, type, form, body)                                                                       \
     Status name(TARN_ARG(Fn, 0), TARN_ARG(Fn, 1), TARN_ARG(Fn, 2), TARN_ARG(Fn, 3), TARN_ARG(Fn, 4), TARN_ARG(Fn, 5), \
                 TARN_ARG(Fn, 6), TARN_ARG(Fn, 7)) {                                                                   \
-        TARN_BODY_WITH(type, form) return body(a0, a1, a2, a3, a4, a5, a6, a7);                                       \
+        TARN_BODY_WITH(type, form) return clean(body(a0, a1, a2, a3, a4, a5, a6, a7));                                \
     }
 
 namespace tarn::k {

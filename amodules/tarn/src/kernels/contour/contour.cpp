@@ -3,42 +3,21 @@
 // run where they differ, and turn where they begin or cease to, or where they differ and both change.
 #include "kernels/contour/contour.h"
 
-#include "kernels/base/body.h"
 #include "kernels/plane/plane.h"
+#include "kernels/plane/store.h"
 
 namespace tarn::k::TARN_LEVEL {
 namespace {
 
 // Bit i: p[i] > 0, for 64 pixels.
 inline uint64_t bits_of_64(const uint8_t* p) {
-#if defined(__AVX512BW__)
-    const __m512i v = _mm512_loadu_si512(p);
-    return _mm512_test_epi8_mask(v, v);
-#elif defined(__AVX2__)
-    const __m256i zero = _mm256_setzero_si256();
-    const auto half = [&](const uint8_t* q) {
-        const __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(q));
-        return uint64_t(uint32_t(~_mm256_movemask_epi8(_mm256_cmpeq_epi8(v, zero))));
-    };
-    return half(p) | half(p + 32) << 32;
-#elif defined(__SSE2__)
-    const __m128i zero = _mm_setzero_si128();
-    const auto quarter = [&](const uint8_t* q) {
-        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(q));
-        return uint64_t(uint16_t(~_mm_movemask_epi8(_mm_cmpeq_epi8(v, zero))));
-    };
-    return quarter(p) | quarter(p + 16) << 16 | quarter(p + 32) << 32 | quarter(p + 48) << 48;
-#else
     uint64_t bits = 0;
-    for (int i = 0; i < 64; ++i) bits |= uint64_t(p[i] > 0) << i;
+    for (int64_t i = 0; i < 64; i += kVector) bits |= nonzero_bits(load<U8>(p + i)) << i;
     return bits;
-#endif
 }
 
 inline uint64_t load_word(const void* row, int64_t w) {
-    uint64_t word;
-    memcpy(&word, static_cast<const uint8_t*>(row) + 8 * w, 8);
-    return word;
+    return load<uint64_t>(static_cast<const uint8_t*>(row) + 8 * w);
 }
 
 inline int trailing_zeros(uint64_t word) { return __builtin_ctzll(word); }
@@ -48,21 +27,10 @@ inline uint64_t differing_words(const void* above, const void* below, int64_t ba
     const uint8_t *a = static_cast<const uint8_t*>(above) + 8 * base,
                   *b = static_cast<const uint8_t*>(below) + 8 * base;
     uint64_t differing = 0;
-    int64_t i = 0;
-#if defined(__AVX512F__)
-    for (; i < n; i += 8) {
-        const __mmask8 some = n - i < 8 ? __mmask8((1 << (n - i)) - 1) : __mmask8(-1);
-        const __m512i va = _mm512_maskz_loadu_epi64(some, a + 8 * i), vb = _mm512_maskz_loadu_epi64(some, b + 8 * i);
-        differing |= uint64_t(_mm512_cmpneq_epi64_mask(va, vb)) << i;
-    }
-#elif defined(__AVX2__)
-    for (; i + 4 <= n; i += 4) {
-        const __m256i va = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(a + 8 * i));
-        const __m256i vb = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(b + 8 * i));
-        differing |= uint64_t(_mm256_movemask_pd(_mm256_castsi256_pd(_mm256_cmpeq_epi64(va, vb))) ^ 15) << i;
-    }
-#endif
-    for (; i < n; ++i) differing |= uint64_t(load_word(a, i) != load_word(b, i)) << i;
+    each_vector(8 * n, [&](auto io, int64_t i) {
+        const auto va = io.template load<U64>(a + i), vb = io.template load<U64>(b + i);
+        differing |= differing_bits(va, vb) << i / 8;
+    });
     return differing;
 }
 
@@ -75,15 +43,11 @@ Status binarise_u8_c1(const void* src, int32_t src_stride, void* bits, int32_t b
     for (int64_t y = 0; y < size.height; ++y) {
         const uint8_t* s = row<uint8_t>(src, src_stride, y);
         uint8_t* d = row<uint8_t>(bits, bits_stride, y);
-        for (int64_t w = 0; w < whole; ++w) {
-            const uint64_t word = bits_of_64(s + 64 * w) ^ flip;
-            memcpy(d + 8 * w, &word, 8);
-        }
+        for (int64_t w = 0; w < whole; ++w) store(d + 8 * w, bits_of_64(s + 64 * w) ^ flip);
         if (rest) {
             uint8_t last[64] = {};
             memcpy(last, s + 64 * whole, size_t(rest));
-            const uint64_t word = (bits_of_64(last) ^ flip) & ((uint64_t(1) << rest) - 1);
-            memcpy(d + 8 * whole, &word, 8);
+            store(d + 8 * whole, (bits_of_64(last) ^ flip) & ((uint64_t(1) << rest) - 1));
         }
     }
     return kOk;

@@ -13,7 +13,8 @@ using ScaleMap = Status(const void* src, int32_t src_stride, void* dst, int32_t 
 #define TARN_ARITY_ScaleMap 8
 
 // Stretches the values of each channel so that its smallest becomes lo and its largest hi (NaN passed over). A channel
-// whose values differ by no more than kFlat becomes lo. Scratch as above.
+// whose values differ by no more than kFlat becomes lo: all of it, where it is the only one; among several it is mapped
+// with a scale of 0, so that its NaN and infinite pixels are NaN. Scratch as above.
 using RangeMap = Status(const void* src, int32_t src_stride, void* dst, int32_t dst_stride, Size size, float lo,
                         float hi, Allocator scratch);
 #define TARN_ARITY_RangeMap 8

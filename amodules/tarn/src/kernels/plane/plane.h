@@ -16,19 +16,13 @@ inline const T* row(const void* data, int32_t stride, int64_t y) {
     return reinterpret_cast<const T*>(static_cast<const uint8_t*>(data) + y * stride);
 }
 
+template <class T, Form kForm>
+constexpr int64_t kPixelBytes = channels(kForm) * int64_t(sizeof(T));
+
 // Rows of so many pixels. Planes without padding are one long row.
 struct Rows {
-    int64_t count;
-    union {
-        int64_t pixels;
-        int64_t length;  // transition
-    };
+    int64_t count, pixels;
 };
-template <class... Strides>
-inline Rows rows_of(Size size, int64_t elements, int64_t element_bytes, Strides... strides) {  // transition
-    const bool packed = (... && (strides == elements * element_bytes));
-    return packed ? Rows{1, {elements * size.height}} : Rows{size.height, {elements}};
-}
 
 // One plane's part in the rows of several: the bytes from row to row, and of a pixel.
 struct Pitch {
@@ -36,12 +30,14 @@ struct Pitch {
     int64_t pixel_bytes;
 };
 
+inline bool is_packed(Size size, Pitch p) { return p.stride == size.width * p.pixel_bytes; }
+inline Rows separate_rows(Size size) { return {size.height, size.width}; }
+inline Rows joined_rows(Size size) { return {1, int64_t(size.width) * size.height}; }
+
 // The rows of planes of one size, joined where no plane has padding.
 template <class... Pitches>
 inline Rows rows_of(Size size, Pitch first, Pitches... others) {
-    const auto packed_plane = [&](Pitch p) { return p.stride == size.width * p.pixel_bytes; };
-    const bool packed = packed_plane(first) && (... && packed_plane(others));
-    return packed ? Rows{1, {int64_t(size.width) * size.height}} : Rows{size.height, {size.width}};
+    return is_packed(size, first) && (... && is_packed(size, others)) ? joined_rows(size) : separate_rows(size);
 }
 
 }  // namespace

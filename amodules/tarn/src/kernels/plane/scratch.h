@@ -1,5 +1,5 @@
-// For kernel sources only: a kernel's scratch memory, carved from one block of the caller's allocator. First add up what is
-// wanted, then allocate, then take in the same order. Given back at the end; 64-byte aligned, not cleared.
+// For kernel sources only: a kernel's scratch memory, arrays carved from one block of the caller's allocator. Given
+// back at the end; 64-byte aligned, not cleared.
 #pragma once
 
 #include "kernels/base/body.h"
@@ -16,26 +16,25 @@ public:
     Scratch(const Scratch&) = delete;
     Scratch& operator=(const Scratch&) = delete;
 
-    template <class T>
-    void want(int64_t count) {
-        bytes_ += padded(count * int64_t(sizeof(T)));
-    }
-    bool allocate() {
-        block_ = static_cast<uint8_t*>(allocator_.allocate(allocator_.context, uint64_t(bytes_)));
-        return block_ != nullptr;
-    }
-    template <class T>
-    T* take(int64_t count) {
-        uint8_t* at = block_ + taken_;
-        taken_ += padded(count * int64_t(sizeof(T)));
-        return reinterpret_cast<T*>(at);
+    // arrays(part) calls part(pointer, count) for each array, whose pointer is then set; false when there is no memory.
+    template <class Arrays>
+    bool carve(Arrays arrays) {
+        int64_t bytes = 0;
+        arrays([&](auto*& p, int64_t count) { bytes += padded(count * int64_t(sizeof *p)); });
+        block_ = static_cast<uint8_t*>(allocator_.allocate(allocator_.context, uint64_t(bytes)));
+        if (!block_) return false;
+        uint8_t* next = block_;
+        arrays([&](auto*& p, int64_t count) {
+            p = reinterpret_cast<decltype(&*p)>(next);
+            next += padded(count * int64_t(sizeof *p));
+        });
+        return true;
     }
 
 private:
     static int64_t padded(int64_t bytes) { return (bytes + 63) & ~int64_t(63); }
     const Allocator& allocator_;
     uint8_t* block_ = nullptr;
-    int64_t bytes_ = 0, taken_ = 0;
 };
 
 }  // namespace

@@ -7,7 +7,8 @@
 namespace tarn::k::TARN_LEVEL {
 namespace {
 
-// A whole vector, and the first n bytes of one (0 < n < kVector; the others are loaded as zero), under one set of names.
+// A whole vector, and the first n bytes of one (0 < n < kVector; the others are loaded as zero), under one set of
+// names.
 struct Whole {
     template <class V = Bytes>
     V load(const void* p) const {
@@ -48,14 +49,48 @@ inline Bytes colour_mask() {
     return (Bytes)v;
 }
 
-// Stores a vector; kKept: only the bytes of the mask, a colour mask. The destination is read, blended and written, which
-// streams better than stores under a mask.
+// Stores a vector; kKept: only the bytes of the mask, a colour mask. The destination is read, blended and written,
+// which streams better than stores under a mask.
 template <bool kKept, class Io, class V>
 inline void store_form(Io io, void* p, V v, Bytes mask) {
     if constexpr (kKept)
         io.store(p, select(mask, (Bytes)v, io.load(p)));
     else
         io.store(p, v);
+}
+
+// The same under a mask where the level has one: for vectors that take longer to compute than to store.
+template <bool kKept, class Io, class V>
+inline void store_form_where(Io io, void* p, V v, Bytes mask) {
+    if constexpr (kKept)
+        io.store_where(p, mask, v);
+    else
+        io.store(p, v);
+}
+
+// The first n bytes of several vectors, one behind the other; n may be more than they have.
+template <bool kKept, int kCount>
+inline void store_form_where(uint8_t* p, const Bytes (&v)[kCount], Bytes mask, int64_t n) {
+    for (int i = 0; i < kCount; ++i) {
+        const int64_t left = n - i * kVector;
+        if (n >= kCount * kVector)
+            store_form_where<kKept>(Whole{}, p + i * kVector, v[i], mask);
+        else if (left > 0)
+            store_form_where<kKept>(Part{min(left, kVector)}, p + i * kVector, v[i], mask);
+    }
+}
+
+// Where the vector at i stands when the last of n bytes ends with them, over the one before: at 0 when there is only
+// one.
+inline int64_t overlapped(int64_t i, int64_t n) { return max<int64_t>(min(i, n - kVector), 0); }
+
+// f(io, offset) for every vector of a row of n bytes, the last one overlapped: for operators that write elsewhere than
+// they read, and may do so twice.
+template <class F>
+inline void each_overlapped(int64_t n, F f) {
+    if (n < kVector) return f(Part{n}, 0);
+    for (int64_t i = 0; i < n - kVector; i += kVector) f(Whole{}, i);
+    f(Whole{}, n - kVector);
 }
 
 // f(io, offset) for every vector of a row of n bytes.

@@ -7,8 +7,8 @@
 namespace tarn::k::TARN_LEVEL {
 namespace {
 
-// Rows of a band. A row of a strip is short and lies in a memory page of its own: of a tall image a whole strip would touch
-// more pages than the processor keeps translated.
+// Rows of a band. A row of a strip is short and lies in a memory page of its own: of a tall image a whole strip would
+// touch more pages than the processor keeps translated. A single strip is whole rows, and needs no bands.
 constexpr int64_t kBandRows = 512;
 
 // What is worked on at a time: columns [x, x + width), rows [top, bottom).
@@ -16,14 +16,15 @@ struct Tile {
     int64_t x, width, top, bottom;
 };
 
-// f(tile) for every strip of every band. Strips are nearly equal, at most `most` wide, and multiples of `unit` but for the
-// last of a band.
+// f(tile) for every strip of every band. Strips are nearly equal, at most `most` wide, and multiples of `unit` but for
+// the last of a band.
 template <class F>
 inline void each_tile(int64_t width, int64_t height, int64_t most, int64_t unit, F f) {
     const int64_t strips = (width + most - 1) / most;
     const int64_t step = min(most, ((width + strips - 1) / strips + unit - 1) / unit * unit);
-    for (int64_t top = 0; top < height; top += kBandRows)
-        for (int64_t x = 0; x < width; x += step) f(Tile{x, min(step, width - x), top, min(height, top + kBandRows)});
+    const int64_t rows = strips > 1 ? kBandRows : height;
+    for (int64_t top = 0; top < height; top += rows)
+        for (int64_t x = 0; x < width; x += step) f(Tile{x, min(step, width - x), top, min(height, top + rows)});
 }
 
 }  // namespace

@@ -1,42 +1,10 @@
-// For the resize sources only: where outputs lie in the source, and what a call is made of.
+// For kernel sources only: which source pixels an output is made of, and with which weights.
 #pragma once
 
-#include "kernels/base/body.h"
-#include "kernels/plane/plane.h"
-#include "kernels/plane/scratch.h"
-#include "kernels/resize/resize.h"
+#include "kernels/plane/filters.h"
 
 namespace tarn::k::TARN_LEVEL {
 namespace {
-
-// The arguments of a call.
-struct Job {
-    const void* src;
-    int32_t src_stride;
-    Size src_size;
-    Region region;
-    void* dst;
-    int32_t dst_stride;
-    Size dst_size;
-    const Allocator& allocator;
-};
-
-[[maybe_unused]] inline Status check(const Job& j) {
-    if (Status s = check(j.src_size, j.src, j.dst)) return s;
-    const Region& r = j.region;
-    if (j.dst_size.width <= 0 || j.dst_size.height <= 0 || r.width <= 0 || r.height <= 0) return kBadSize;
-    const bool inside =
-        r.x >= 0 && r.y >= 0 && r.width <= j.src_size.width - r.x && r.height <= j.src_size.height - r.y;
-    return inside ? kOk : kBadArg;
-}
-
-[[maybe_unused]] inline bool same_size(const Job& j) {
-    return j.dst_size.width == j.region.width && j.dst_size.height == j.region.height;
-}
-
-[[maybe_unused]] inline bool halves(const Job& j) {
-    return j.region.width == 2 * int64_t(j.dst_size.width) && j.region.height == 2 * int64_t(j.dst_size.height);
-}
 
 // Positions of consecutive outputs d on an axis that maps `from` source pixels to `to` outputs, relative to the
 // region's first pixel: ((2d + 1) from - offset) / (2 to), as a whole number and a rest below `denominator`. offset 0
@@ -60,6 +28,58 @@ struct Walk {
         }
     }
 };
+
+// The taps of kTapBlock outputs: first[i] is the source pixel of tap 0, weight[k][i] the weight of tap k. kExact:
+// weights are multiples of 2^-15 whose sum is exactly 1.
+template <class Filter, bool kExact>
+void find_taps(Walk& walk, int64_t* first, float (*weight)[kTapBlock]) {
+    constexpr int kTaps = Filter::kTaps;
+    double f[kTapBlock], w[kTaps][kTapBlock];
+    for (int i = 0; i < kTapBlock; ++i, walk.next()) {
+        first[i] = walk.whole - (kTaps / 2 - 1);
+        f[i] = double(walk.rest);
+    }
+    const double denominator = double(walk.denominator);
+    for (int i = 0; i < kTapBlock; ++i) f[i] = f[i] / denominator;
+    Filter::weights(f, w);
+    if (kExact) {
+        for (int i = 0; i < kTapBlock; ++i) {
+            double sum = 0;
+            for (int k = 0; k < kTaps; ++k) {
+                constexpr double kNearest = 1.5 * 4503599627370496.0;  // rounds to an integer
+                w[k][i] = (w[k][i] * 32768.0 + kNearest) - kNearest;
+                sum += w[k][i];
+            }
+            const double rest = 32768.0 - sum;
+            w[kTaps / 2 - 1][i] += f[i] < 0.5 ? rest : 0.0;
+            w[kTaps / 2][i] += f[i] < 0.5 ? 0.0 : rest;
+        }
+    }
+    for (int k = 0; k < kTaps; ++k)
+        for (int i = 0; i < kTapBlock; ++i) weight[k][i] = float(kExact ? w[k][i] / 32768.0 : w[k][i]);
+}
+
+// The source rows that an output row is made of: kTaps from `first` on, counted from the region's top.
+template <int kTaps>
+struct RowTaps {
+    int64_t first;
+    float weight[kTaps];
+};
+
+// The taps of all output rows. There must be room for a multiple of kTapBlock.
+template <class Filter>
+void find_row_taps(int64_t from, int64_t to, RowTaps<Filter::kTaps>* taps) {
+    Walk walk(from, to, to, 0);
+    for (int64_t y = 0; y < to; y += kTapBlock) {
+        int64_t first[kTapBlock];
+        float weight[Filter::kTaps][kTapBlock];
+        find_taps<Filter, false>(walk, first, weight);
+        for (int i = 0; i < kTapBlock; ++i) {
+            taps[y + i].first = first[i];
+            for (int k = 0; k < Filter::kTaps; ++k) taps[y + i].weight[k] = weight[k][i];
+        }
+    }
+}
 
 }  // namespace
 }  // namespace tarn::k::TARN_LEVEL

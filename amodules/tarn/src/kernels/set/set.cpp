@@ -1,148 +1,157 @@
-// Fills. The constants' pattern spans three vectors, so every channel count is a stream of whole vectors. A mask is
-// spread from pixels to elements: as bits for masked stores where the processor has them, otherwise as bytes of a small
-// block that plain loops blend.
+// Fills. The constants' pattern spans three vectors, so every form is a stream of whole vectors. A mask is spread from
+// pixels to elements: as bits for stores under a mask where the processor has them, else as bytes, by look-up, which
+// say where the destination is blended.
 #include "kernels/set/set.h"
 
-#include "kernels/simd/vectors.h"
+#include "kernels/plane/pattern.h"
+#include "kernels/plane/plane.h"
 
 namespace tarn::k::TARN_LEVEL {
 namespace {
 
-template <class T, int kChannels, bool kKept>
-Pattern constant_pattern(const void* constant) {
-    T pixel[4] = {};
-    memcpy(pixel, constant, (kKept ? 3 : kChannels) * sizeof(T));
-    return pattern_of<T, kChannels>(pixel);
-}
-
-template <class T, int kChannels, bool kKept>
-Status set(const void* constant, void* dst, int32_t dst_stride, Size size) {
-    if (Status s = check(size, constant, dst)) return s;
-    const Pattern pattern = constant_pattern<T, kChannels, kKept>(constant);
-    const Bytes mask = colour_mask<T>();
-    const Rows rows = rows_of(size, size.width * int64_t(kChannels * sizeof(T)), 1, dst_stride);
+template <bool kKept>
+Status set_rows(const Pattern& constant, void* dst, int32_t dst_stride, Size size, int64_t pixel_bytes, Bytes colours) {
+    const Rows rows = rows_of(size, Pitch{dst_stride, pixel_bytes});
     for (int64_t y = 0; y < rows.count; ++y) {
         uint8_t* d = row<uint8_t>(dst, dst_stride, y);
-        each_vector(rows.length, [=](auto io, int64_t i, auto phase) {
-            if constexpr (kKept)
-                io.store(d + i, select(mask, pattern.v[phase.index], io.load(d + i)));
-            else
-                io.store(d + i, pattern.v[phase.index]);
+        each_phase(rows.pixels * pixel_bytes, [=](auto io, int64_t i, auto phase) {
+            store_form<kKept>(io, d + i, constant.v[phase.index], colours);
         });
     }
     return kOk;
 }
 
-#if defined(__AVX512BW__)
-
-// Stores the lanes of v (elements of sizeof(T) bytes) whose bits are set.
-template <class T>
-void store_lanes(uint8_t* d, uint64_t lanes, Bytes v) {
-    if constexpr (sizeof(T) == 1)
-        _mm512_mask_storeu_epi8(d, lanes, (__m512i)v);
-    else if constexpr (sizeof(T) == 2)
-        _mm512_mask_storeu_epi16(d, __mmask32(lanes), (__m512i)v);
-    else
-        _mm512_mask_storeu_epi32(d, __mmask16(lanes), (__m512i)v);
+template <class T, Form kForm>
+Status set(const void* constant, void* dst, int32_t dst_stride, Size size) {
+    if (Status s = check(size, constant, dst)) return s;
+    return set_rows<kept(kForm)>(pattern_of_constants<T, kForm>(constant), dst, dst_stride, size, kPixelBytes<T, kForm>,
+                                 colour_mask<T>());
 }
 
-// A vector holds kLanes elements; 64 mask bytes select kChannels * 64 elements. Three vectors' worth of pixels (or one,
-// when the pixel divides a vector) is handled at a time, so that the pattern's phase is known.
-template <class T, int kChannels, bool kKept>
-void masked_row(uint8_t* d, const uint8_t* mask, int64_t n, const Pattern& pattern) {
-    constexpr int kLanes = 64 / sizeof(T);
-    // Bits of the selected pixels spread to their elements: one bit per pixel deposited at every kChannels-th place,
-    // then copied upwards over the channels that are set.
-    constexpr uint64_t kFirst = kChannels == 1   ? ~uint64_t(0)
-                                : kChannels == 4 ? 0x1111111111111111
-                                                 : 0x9249249249249249;
-    constexpr uint64_t kCopies = kChannels == 1 ? 1 : 7;
+// ---- Pixels that a mask selects -----------------------------------------------------------------------------------
+
+// The n-th 64 elements from p on, as far as their bits are set.
+template <class T>
+void store_word(uint8_t* p, int n, auto bits, const Pattern& constant) {
+    constexpr int kVectors = int(sizeof(T));
+    for (int v = 0; v < kVectors; ++v) {
+        const int i = n * kVectors + v;
+        store_lanes<T>(p + 64 * i, bits >> v * (64 / kVectors & 63), constant.v[i % 3]);
+    }
+}
+
+// With masks of bits: 64 mask bytes select the elements of as many words of 64 as a pixel has channels. The bits of the
+// pixels are put at their first elements, then copied upwards over the channels that are set.
+template <class T, Form kForm, class Mask>
+void set_row_by_bits(uint8_t* d, const Mask* mask, int64_t n, const Pattern& constant) {
+    constexpr uint64_t kUsed = (1 << used(kForm)) - 1;
     for (int64_t x = 0; x < n; x += 64) {
-        const __mmask64 there = n - x >= 64 ? ~uint64_t(0) : ~uint64_t(0) >> (64 - (n - x));
-        uint64_t bits =
-            _mm512_mask_test_epi8_mask(there, _mm512_maskz_loadu_epi8(there, mask + x), _mm512_set1_epi8(-1));
+        const auto bits = nonzero_bits(load_n<Vec<Mask>>(mask + x, min<int64_t>(64, n - x)));
         if (bits == 0) continue;
-        uint8_t* p = d + x * int64_t(kChannels * sizeof(T));
-        if constexpr (kChannels == 3) {
-            // 21 pixels and a third fill a word of 64 elements: three words begin at channel 0, 1 and 2 of a pixel.
-            const uint64_t w0 = _pdep_u64(bits, kFirst) * 7;
-            const uint64_t w1 = _pdep_u64(bits >> 22, kFirst << 2) * 7 | (bits >> 21 & 1) * 3;
-            const uint64_t w2 = _pdep_u64(bits >> 43, kFirst << 1) * 7 | (bits >> 42 & 1);
-            const uint64_t words[3] = {w0, w1, w2};
-            for (int v = 0; v < 3 * int(sizeof(T)); ++v)
-                store_lanes<T>(p + 64 * v, words[v / int(sizeof(T))] >> v % int(sizeof(T)) * (kLanes & 63),
-                               pattern.v[v % 3]);
+        uint8_t* p = d + x * kPixelBytes<T, kForm>;
+        if constexpr (kForm == Form::c1) {
+            store_word<T>(p, 0, bits, constant);
+        } else if constexpr (kForm == Form::c3) {
+            // 21 pixels and a third fill a word: three words begin at channel 0, 1 and 2 of a pixel.
+            constexpr uint64_t kFirst = 0x9249249249249249;
+            store_word<T>(p, 0, deposit_bits(bits, kFirst) * kUsed, constant);
+            store_word<T>(p, 1, deposit_bits(bits >> 22, kFirst << 2) * kUsed | (bits >> 21 & 1) * 3, constant);
+            store_word<T>(p, 2, deposit_bits(bits >> 43, kFirst << 1) * kUsed | (bits >> 42 & 1), constant);
         } else {
-            for (int word = 0; word < kChannels; ++word) {
-                const uint64_t lanes = _pdep_u64(bits >> word * 16 % 64, kFirst) * kCopies;
-                for (int v = 0; v < int(sizeof(T)); ++v)
-                    store_lanes<T>(p + 64 * (word * int(sizeof(T)) + v), lanes >> v * (kLanes & 63), pattern.v[0]);
-            }
+            for (int word = 0; word < 4; ++word)
+                store_word<T>(p, word, deposit_bits(bits >> word * 16, 0x1111111111111111) * kUsed, constant);
         }
     }
 }
 
-#else
+// For each byte of three vectors of pixels, its pixel, counted from the first in the vector; nothing for a channel that
+// stays.
+template <class T, Form kForm>
+struct PixelIndex {
+    uint8_t v[3][kVector];
+    constexpr PixelIndex() : v{} {
+        constexpr int64_t kBytes = kPixelBytes<T, kForm>;
+        for (int64_t phase = 0; phase < 3; ++phase)
+            for (int64_t j = 0; j < kVector; ++j) {
+                const int64_t byte = phase * kVector + j;
+                const bool stays = kept(kForm) && byte % kBytes / int64_t(sizeof(T)) == 3;
+                v[phase][j] = stays ? 0x80 : uint8_t(byte / kBytes - phase * kVector / kBytes);
+            }
+    }
+};
 
-template <class T, int kChannels, bool kKept>
-void masked_row(uint8_t* d, const uint8_t* mask, int64_t n, const Pattern& pattern) {
-    // A block of pixels whose elements fill whole patterns; its constants are the same in every block.
-    constexpr int64_t kBlock = 48, kElements = kBlock * kChannels;
-    T constants[kElements], pixel[4];
-    memcpy(pixel, &pattern, kChannels * sizeof(T));
-    for (int64_t i = 0; i < kElements; ++i) constants[i] = pixel[i % kChannels];
-    for (int64_t x = 0; x < n; x += kBlock) {
-        const int64_t count = min(kBlock, n - x);
-        uint8_t chosen[kElements] = {};
-        const uint8_t* m = mask + x;
-        for (int64_t i = 0; i < count; ++i)
-            for (int c = 0; c < (kKept ? 3 : kChannels); ++c) chosen[i * kChannels + c] = m[i];
-        T elements[kElements];
-        uint8_t* p = d + x * int64_t(kChannels * sizeof(T));
-        if (count == kBlock)
-            memcpy(elements, p, sizeof elements);
-        else
-            memcpy(elements, p, size_t(count) * kChannels * sizeof(T));
-        for (int64_t i = 0; i < kElements; ++i) elements[i] = chosen[i] ? constants[i] : elements[i];
-        if (count == kBlock)
-            memcpy(p, elements, sizeof elements);
-        else
-            memcpy(p, elements, size_t(count) * kChannels * sizeof(T));
+// Without look-up. The mask bytes of as many pixels as a vector has bytes, spread to the pixels' bytes: doubled by
+// interleaving, or pixel by pixel. Writes up to 4 bytes more.
+template <int kBytes>
+inline void spread_mask(uint8_t* spread, Bytes mask) {
+    if constexpr (kBytes == 1) {
+        store(spread, mask);
+    } else if constexpr (kBytes % 3 != 0) {
+        spread_mask<kBytes / 2>(spread, interleave_lower8(mask, mask));
+        spread_mask<kBytes / 2>(spread + kVector * kBytes / 2, interleave_upper8(mask, mask));
+    } else {
+        constexpr size_t kStore = kBytes == 3 ? 4 : kBytes == 6 ? 8 : 16;
+        alignas(16) static constexpr uint8_t kPixels[2][16] = {
+            {}, {255, 255, 255, 255, 255, 255, 255, 255, 255, 255, 255, 255, 255, 255, 255, 255}};
+        for (int i = 0; i < kVector; ++i) memcpy(spread + i * kBytes, kPixels[mask[i] != 0], kStore);
     }
 }
 
-#endif
+// With masks of bytes: n pixels, no more than a vector has bytes. Reads up to 16 mask bytes from any pixel on.
+template <class T, Form kForm>
+inline void set_pixels(uint8_t* d, const uint8_t* mask, int64_t n, const Pattern& constant) {
+    static constexpr PixelIndex<T, kForm> index;
+    constexpr int64_t kBytes = kPixelBytes<T, kForm>;
+    [[maybe_unused]] uint8_t spread[kVector * kBytes + 4];
+    if constexpr (!kHasLookup) spread_mask<kBytes>(spread, load<Bytes>(mask));
+    each_phase(n * kBytes, [&](auto io, int64_t i, auto phase) {
+        Bytes chosen;
+        if constexpr (!kHasLookup) {
+            chosen = load<Bytes>(spread + i);
+            if constexpr (kept(kForm)) chosen &= colour_mask<T>();
+        } else if constexpr (kBytes == 1) {
+            chosen = load<Bytes>(mask + i);
+        } else {
+            const int64_t three = i - phase.index * kVector, first = three / kBytes + phase.index * kVector / kBytes;
+            chosen = lookup(every_group(mask + first), load<Bytes>(index.v[phase.index]));
+        }
+        io.store(d + i, select((Bytes)(chosen == Bytes{}), io.load(d + i), constant.v[phase.index]));
+    });
+}
+template <class T, Form kForm, class Mask>
+void set_row_by_bytes(uint8_t* d, const Mask* mask, int64_t n, const Pattern& constant) {
+    int64_t x = 0;
+    for (; n - x >= kVector + 16; x += kVector)
+        if (!all_zero(load<Vec<Mask>>(mask + x)))
+            set_pixels<T, kForm>(d + x * kPixelBytes<T, kForm>, mask + x, kVector, constant);
+    for (; x < n; x += kVector) {
+        const int64_t left = min(kVector, n - x);
+        uint8_t rest[kVector + 16] = {};
+        memcpy(rest, mask + x, size_t(left));
+        set_pixels<T, kForm>(d + x * kPixelBytes<T, kForm>, rest, left, constant);
+    }
+}
 
-template <class T, int kChannels, bool kKept>
+template <class T, Form kForm>
 Status masked_set(const void* constant, void* dst, int32_t dst_stride, Size size, const void* mask,
                   int32_t mask_stride) {
     if (Status s = check(size, constant, dst, mask)) return s;
-    const Pattern pattern = constant_pattern<T, kChannels, kKept>(constant);
-    for (int64_t y = 0; y < size.height; ++y)
-        masked_row<T, kChannels, kKept>(row<uint8_t>(dst, dst_stride, y), row<uint8_t>(mask, mask_stride, y),
-                                        size.width, pattern);
+    const Pattern pattern = pattern_of_constants<T, kForm>(constant);
+    const Rows rows = rows_of(size, Pitch{dst_stride, kPixelBytes<T, kForm>}, Pitch{mask_stride, 1});
+    for (int64_t y = 0; y < rows.count; ++y) {
+        uint8_t* d = row<uint8_t>(dst, dst_stride, y);
+        const uint8_t* m = row<uint8_t>(mask, mask_stride, y);
+        if constexpr (kHasLaneBits)
+            set_row_by_bits<T, kForm>(d, m, rows.pixels, pattern);
+        else
+            set_row_by_bytes<T, kForm>(d, m, rows.pixels, pattern);
+    }
     return kOk;
 }
 
 }  // namespace
 
-#define SET(type, form, T, channels, kept)                                                                         \
-    Status set_##type##_##form(const void* constant, void* dst, int32_t dst_stride, Size size) {                   \
-        return set<T, channels, kept>(constant, dst, dst_stride, size);                                            \
-    }                                                                                                              \
-    Status set_m_##type##_##form(const void* constant, void* dst, int32_t dst_stride, Size size, const void* mask, \
-                                 int32_t mask_stride) {                                                            \
-        return masked_set<T, channels, kept>(constant, dst, dst_stride, size, mask, mask_stride);                  \
-    }
-SET(u8, c1, uint8_t, 1, false)
-SET(u8, c3, uint8_t, 3, false)
-SET(u8, c3x, uint8_t, 4, true)
-SET(s16, c1, int16_t, 1, false)
-SET(s16, c3, int16_t, 3, false)
-SET(s16, c3x, int16_t, 4, true)
-SET(s32, c1, int32_t, 1, false)
-SET(s32, c3, int32_t, 3, false)
-SET(s32, c3x, int32_t, 4, true)
-#undef SET
+TARN_BODIES(set, Fill, u8_s16_s32, c1_c3_c3x, set<T, kForm>)
+TARN_BODIES(set_m, MaskedSet, u8_s16_s32, c1_c3_c3x, masked_set<T, kForm>)
 
 }  // namespace tarn::k::TARN_LEVEL

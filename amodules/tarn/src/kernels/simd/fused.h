@@ -1,11 +1,11 @@
-// For kernel sources only: mul_add is a * b + c rounded once, of floats and of vectors, at every level (which NaN comes out
-// is not told). Where the processor has the instruction it is that, for vectors in their words files; elsewhere it is
-// made here.
+// For kernel sources only: mul_add is a * b + c rounded once, of floats and of vectors, at every level (which NaN comes
+// out is not told). Where the processor has the instruction it is that, for vectors in their words files; elsewhere it
+// is made here.
 //
-// The product of two floats is exact in double. Its sum with the third, rounded to double and then to float, is wrong only
-// where the first rounding ends half-way between two floats, or in a denormal, which has other half-ways. There the sum is
-// rounded to odd first, which keeps it on its side of the half-way (S. Boldo and G. Melquiond, "Emulation of FMA and
-// correctly rounded sums", 2008).
+// The product of two floats is exact in double. Its sum with the third, rounded to double and then to float, is wrong
+// only where the first rounding ends half-way between two floats, or in a denormal, which has other half-ways. There
+// the sum is rounded to odd first, which keeps it on its side of the half-way (S. Boldo and G. Melquiond, "Emulation of
+// FMA and correctly rounded sums", 2008).
 #pragma once
 
 #include "kernels/simd/simd.h"
@@ -43,16 +43,22 @@ inline float mul_add(float a, float b, float c) {
 
 #if !defined(TARN_X86)
 inline F32 mul_add(F32 a, F32 b, F32 c) { return mul_add_each(a, b, c); }
-#elif !defined(__FMA__)
-// The plain sums in double, some forty instructions, unless one of them is doubtful.
-inline F32 mul_add(F32 a, F32 b, F32 c) {
+inline F32 mul_add_weighted(F32 a, F32 weight, F32 c) { return mul_add_each(a, weight, c); }
+#elif defined(__FMA__)
+inline F32 mul_add_weighted(F32 a, F32 weight, F32 c) { return mul_add(a, weight, c); }
+#else
+// The plain sums in double, unless one of them is doubtful; kInexact: and not exact.
+template <bool kInexact>
+inline F32 mul_add_in_double(F32 a, F32 b, F32 c) {
     const U32 dropped = (U32)splat(uint64_t(0x1fffffff));
     const U32 half_way = (U32)splat(uint64_t(0x1'10000000));  // the upper half never matches
     Bytes doubtful = {};
     const auto sum = [&](F64 x, F64 y, F64 z) {
-        const F64 s = x * y + z, size = (F64)((U64)s & ~(U64)splat(-0.0));
+        const F64 product = x * y, s = product + z, added = s - product, error = (product - (s - added)) + (z - added);
+        const F64 size = (F64)((U64)s & ~(U64)splat(-0.0));
         // Not an & of the comparisons themselves, which GCC takes apart into elements.
-        doubtful |= (Bytes)(((U32)s & dropped) == half_way) | ((Bytes)(size < 0x1p-126) & (Bytes)(s != 0));
+        const Bytes tie = (Bytes)(((U32)s & dropped) == half_way), tiny = (Bytes)(size < 0x1p-126);
+        doubtful |= kInexact ? (tie | tiny) & (Bytes)(error != 0) : tie | (tiny & (Bytes)(s != 0));
         return s;
     };
     const F64 lower = sum(widen_lower(a), widen_lower(b), widen_lower(c));
@@ -60,6 +66,10 @@ inline F32 mul_add(F32 a, F32 b, F32 c) {
     if (__builtin_expect(_mm_movemask_epi8((__m128i)doubtful), 0)) return mul_add_each(a, b, c);
     return narrow(lower, upper);
 }
+// Some forty instructions.
+inline F32 mul_add(F32 a, F32 b, F32 c) { return mul_add_in_double<false>(a, b, c); }
+// The same for weights of few bits, with which sums are often exactly half-way: some fifty, but seldom in doubt.
+inline F32 mul_add_weighted(F32 a, F32 weight, F32 c) { return mul_add_in_double<true>(a, weight, c); }
 #endif
 
 }  // namespace

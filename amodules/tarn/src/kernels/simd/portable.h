@@ -1,5 +1,5 @@
-// The words of 16-byte vectors by plain loops, for processors that have no words file of their own: correct, not fast. For
-// simd.h only.
+// The words of 16-byte vectors by plain loops, for processors that have no words file of their own: correct, not fast.
+// For simd.h only.
 #pragma once
 
 namespace tarn::k::TARN_LEVEL {
@@ -15,7 +15,7 @@ inline V lanewise(V a, V b, F f) {
 
 // The first n bytes at p, 0 <= n <= kVector, and behind them those of `others`.
 template <class V>
-inline V load_n(const void* p, int64_t n, V others = V{}) {
+inline V load_n(const void* p, int64_t n, V others) {
     memcpy(&others, p, size_t(n));
     return others;
 }
@@ -31,7 +31,7 @@ inline void store_where(void* p, Bytes mask, V v) {
 }
 template <class V>
 inline void store_where_n(void* p, Bytes mask, V v, int64_t n) {
-    store_n(p, select(mask, (Bytes)v, load_n<Bytes>(p, n)), n);
+    store_n(p, select(mask, (Bytes)v, load_n(p, n, Bytes{})), n);
 }
 
 inline Bytes load_groups(const uint8_t* base, const int64_t* from) { return load<Bytes>(base + from[0]); }
@@ -51,6 +51,7 @@ TARN_LANEWISE(saturated_add, S16, int16_t, clamp(x + y, -32768, 32767))
 TARN_LANEWISE(saturated_sub, U8, uint8_t, clamp(x - y, 0, 255))
 TARN_LANEWISE(saturated_sub, S16, int16_t, clamp(x - y, -32768, 32767))
 TARN_LANEWISE(mul_high, S16, int16_t, x* y >> 16)
+TARN_LANEWISE(mul_fixed15, S16, int16_t, (x * y + 0x4000) >> 15)  // of fractions, rounded
 TARN_LANEWISE(mul_high, U16, uint16_t, uint32_t(x) * uint32_t(y) >> 16)
 #undef TARN_LANEWISE
 #define TARN_MIN_MAX(V)                                   \
@@ -69,6 +70,22 @@ inline F32 sums_of_each(const F32 (&v)[4]) {
     for (int i = 0; i < 4; ++i) sums[i] = (v[i][0] + v[i][2]) + (v[i][1] + v[i][3]);
     return sums;
 }
+// Products of neighbours, added in pairs, saturated: a[2i] b[2i] + a[2i + 1] b[2i + 1].
+inline S16 mul_add_pairs(U8 a, S8 b) {
+    const S16 even = (S16)((U16)a & 0xff) * ((S16)((U16)b << 8) >> 8);
+    return saturated_add(even, (S16)((U16)a >> 8) * ((S16)b >> 8));
+}
+// a + b and a * b where of two NaN the first wins.
+inline F32 add_ordered(F32 a, F32 b) { return a != a ? a + a : a + b; }
+inline F32 mul_ordered(F32 a, F32 b) { return a != a ? a + a : a * b; }
+// a + b in 16 bits, of the lower and the upper half.
+inline U16 widening_add(U8 a, U8 b, int from) {
+    U16 sums{};
+    for (int i = 0; i < kLanes<uint16_t>; ++i) sums[i] = uint16_t(a[from + i] + b[from + i]);
+    return sums;
+}
+inline U16 widening_add_lower(U8 a, U8 b) { return widening_add(a, b, 0); }
+inline U16 widening_add_upper(U8 a, U8 b) { return widening_add(a, b, 8); }
 // Sums of eight bytes each.
 inline U64 sums_of_8(U8 v) {
     U64 sums{};
@@ -85,8 +102,9 @@ inline U32 count_within(U32 counts, F32 v, F32 lower, F32 upper) {
 inline U16 add_and_carry(U16 v, uint16_t more, uint16_t odd) {
     return v + splat(more) - (U16)((v & splat(odd)) == splat(odd));
 }
+inline bool all_zero(Bytes v) { return (((U64)v)[0] | ((U64)v)[1]) == 0; }
 // v, or the one NaN where v is any.
-inline F32 settle_nan(F32 v) { return select((Bytes)(v == v), v, splat(__builtin_nanf(""))); }
+inline F32 settle_nan(F32 v) { return v == v ? v : splat(__builtin_nanf("")); }
 
 // ---- Moves --------------------------------------------------------------------------------------------------------
 
@@ -116,10 +134,36 @@ inline Vec<To> narrow_halves(Vec<From> a, Vec<From> b, From least, From most) {
 inline U8 narrow_groups_u8(S16 a, S16 b) { return narrow_halves<uint8_t, int16_t>(a, b, 0, 255); }
 inline S8 narrow_groups(S16 a, S16 b) { return narrow_halves<int8_t, int16_t>(a, b, -128, 127); }
 inline S16 narrow_groups(S32 a, S32 b) { return narrow_halves<int16_t, int32_t>(a, b, -32768, 32767); }
+// Byte i is byte index[i] of v; 0 where the index has its top bit.
+inline Bytes lookup(Bytes v, Bytes index) {
+    Bytes r = {};
+    for (int i = 0; i < 16; ++i) r[i] = index[i] & 0x80 ? 0 : v[index[i] & 15];
+    return r;
+}
+// Element i is element index[i] of v, modulo the elements there are; of two vectors: of a, and after its last of b.
+inline F32 permute(F32 v, S32 index) {
+    F32 r = {};
+    for (int i = 0; i < 4; ++i) r[i] = v[index[i] & 3];
+    return r;
+}
+inline F32 permute(F32 a, F32 b, S32 index) {
+    return select((Bytes)((index & 4) != 0), permute(b, index), permute(a, index));
+}
 inline Bytes every_group(const void* p) { return load<Bytes>(p); }
 inline Bytes in_order_once(Bytes v) { return v; }
 inline Bytes in_order_twice(Bytes v) { return v; }
 inline Bytes join_twelves(Bytes v) { return v; }
+
+// ---- Bits ---------------------------------------------------------------------------------------------------------
+
+// A bit for each element that is not zero, the first the lowest.
+inline uint64_t nonzero_bits(U8 v) {
+    uint64_t bits = 0;
+    for (int i = 0; i < kLanes<uint8_t>; ++i) bits |= uint64_t(v[i] != 0) << i;
+    return bits;
+}
+// A bit for each element that differs.
+inline uint64_t differing_bits(U64 a, U64 b) { return uint64_t(a[0] != b[0]) | uint64_t(a[1] != b[1]) << 1; }
 
 // ---- Types --------------------------------------------------------------------------------------------------------
 
@@ -129,13 +173,23 @@ inline F64 widen_upper(F32 v) { return F64{v[2], v[3]}; }
 inline F32 narrow(F64 lower, F64 upper) {
     return F32{float(lower[0]), float(lower[1]), float(upper[0]), float(upper[1])};
 }
-// As many floats as a vector has, from elements of any type.
-template <class S>
-inline F32 load_f32(const S* p) {
-    S s[4];
-    memcpy(s, p, sizeof s);
-    return F32{float(s[0]), float(s[1]), float(s[2]), float(s[3])};
+// As many elements as a vector has, from narrower ones.
+template <class V, class S>
+inline V widened(const S* p) {
+    V v = {};
+    for (int i = 0; i < int(kVector / sizeof v[0]); ++i) v[i] = p[i];
+    return v;
 }
+inline S16 load_s16(const uint8_t* p) { return widened<S16>(p); }
+inline S32 load_s32(const uint8_t* p) { return widened<S32>(p); }
+inline S32 load_s32(const int16_t* p) { return widened<S32>(reinterpret_cast<const Loose<int16_t>*>(p)); }
+// Doubles from the floats at p, a vector of them, and from the first n of fewer with zeros behind.
+inline F64 load_f64_n(const void* p, int64_t n) {
+    float f[2] = {};
+    memcpy(f, p, size_t(n) * sizeof(float));
+    return F64{f[0], f[1]};
+}
+inline F64 load_f64(const void* p) { return load_f64_n(p, 2); }
 // The nearest integers, ties to the even ones. Out of range, and NaN: the smallest. Below 2^23 a sum with 2^23 of the same
 // sign rounds; from there on every float is an integer.
 inline S32 nearest_int(F32 v) {
@@ -150,7 +204,7 @@ inline S32 nearest_int(F32 v) {
 // The same saturated: what is above the range is the largest, the smallest's complement.
 inline S32 nearest_int_saturated(F32 v) { return nearest_int(v) ^ (v >= splat(2147483648.0f)); }
 
-constexpr bool kHasLookup = false, kHasPermute = false, kHasMulAdd = false;
+constexpr bool kHasLookup = false, kHasPermute = false, kHasMulAdd = false, kHasLaneBits = false;
 
 }  // namespace
 }  // namespace tarn::k::TARN_LEVEL

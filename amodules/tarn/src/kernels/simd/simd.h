@@ -73,12 +73,15 @@ inline void store(void* p, V v) {
 
 // ---- Values -------------------------------------------------------------------------------------------------------
 
-// Every element the value. A difference with zero: a sum would lose the sign of -0, and of an assignment to each element
-// compilers do not always make one instruction.
+// Every element the value. The difference with zero is the value itself, -0 too (a sum would lose its sign), and compiles
+// to one broadcast, which a loop over the elements doesn't.
 template <class T>
 inline Vec<T> splat(T value) {
     return value - Vec<T>{};
 }
+
+// v, or the one NaN where v is any: which operand's NaN a sum hands on depends on the compiler.
+inline float settle_nan(float v) { return v == v ? v : __builtin_nanf(""); }
 
 // a where the mask's bits are set, else b.
 template <class V>
@@ -98,3 +101,57 @@ inline V select(Bytes mask, V a, V b) {
 #else
 #include "kernels/simd/x86_16.h"
 #endif
+
+namespace tarn::k::TARN_LEVEL {
+namespace {
+
+// ---- Made of the words of any width -------------------------------------------------------------------------------
+
+// Byte j of channel c of 16 pixels of three bytes is byte 3 j + c of three groups: its place in group g, or nowhere.
+struct Channels3 {
+    alignas(16) uint8_t v[3][3][16];
+    constexpr Channels3() : v{} {
+        for (int c = 0; c < 3; ++c)
+            for (int g = 0; g < 3; ++g)
+                for (int j = 0; j < 16; ++j) v[c][g][j] = (3 * j + c) / 16 == g ? uint8_t((3 * j + c) % 16) : 0x80;
+    }
+};
+
+// a, b, c: pixels of three bytes one after the other; then a channel each. Without look-up by a plain loop.
+template <class V>
+[[gnu::always_inline]] inline void deinterleave3(V& a, V& b, V& c) {
+    static_assert(sizeof a[0] == 1);
+    if constexpr (kHasLookup) {
+        static constexpr Channels3 index;
+        deal_groups3(a, b, c);
+        const auto channel = [=](int i) {
+            return lookup(a, every_group(index.v[i][0])) | lookup(b, every_group(index.v[i][1])) |
+                   lookup(c, every_group(index.v[i][2]));
+        };
+        const V c0 = channel(0), c1 = channel(1), c2 = channel(2);
+        a = c0, b = c1, c = c2;
+    } else {
+        uint8_t pixels[3 * kVector], channels[3][kVector];
+        store(pixels, a), store(pixels + kVector, b), store(pixels + 2 * kVector, c);
+        for (int i = 0; i < kVector; ++i)
+            for (int j = 0; j < 3; ++j) channels[j][i] = pixels[3 * i + j];
+        a = load<V>(channels[0]), b = load<V>(channels[1]), c = load<V>(channels[2]);
+    }
+}
+
+// The first n bytes at p, 0 <= n <= kVector, the others zero.
+template <class V>
+inline V load_n(const void* p, int64_t n) {
+    return load_n(p, n, V{});
+}
+
+// As many elements as a vector has, from elements of any type.
+inline S32 load_s32(const int32_t* p) { return load<S32>(p); }
+template <class S>
+inline F32 load_f32(const S* p) {
+    return __builtin_convertvector(load_s32(p), F32);
+}
+inline F32 load_f32(const float* p) { return load<F32>(p); }
+
+}  // namespace
+}  // namespace tarn::k::TARN_LEVEL

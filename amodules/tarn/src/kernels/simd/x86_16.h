@@ -8,7 +8,7 @@ namespace {
 
 // The first n bytes at p, 0 <= n <= kVector, and behind them those of `others`. By way of a buffer.
 template <class V>
-inline V load_n(const void* p, int64_t n, V others = V{}) {
+inline V load_n(const void* p, int64_t n, V others) {
     if (n == kVector) return load<V>(p);
     alignas(16) uint8_t buffer[kVector];
     store(buffer, others);
@@ -30,7 +30,7 @@ inline void store_where(void* p, Bytes mask, V v) {
 }
 template <class V>
 inline void store_where_n(void* p, Bytes mask, V v, int64_t n) {
-    store_n(p, select(mask, (Bytes)v, load_n<Bytes>(p, n)), n);
+    store_n(p, select(mask, (Bytes)v, load_n(p, n, Bytes{})), n);
 }
 
 // The 16 bytes at each of kGroups addresses, a group each.
@@ -64,15 +64,38 @@ inline F32 min(F32 a, F32 b) { return (F32)_mm_min_ps((__m128)a, (__m128)b); }
 inline F32 max(F32 a, F32 b) { return (F32)_mm_max_ps((__m128)a, (__m128)b); }
 inline F64 min(F64 a, F64 b) { return (F64)_mm_min_pd((__m128d)a, (__m128d)b); }
 inline F64 max(F64 a, F64 b) { return (F64)_mm_max_pd((__m128d)a, (__m128d)b); }
+// a + b and a * b where of two NaN the first wins: the processor's own answer. Compilers swap the operands of their own
+// + and *.
+inline F32 add_ordered(F32 a, F32 b) {
+    asm("addps %1, %0" : "+x"(a) : "x"(b));
+    return a;
+}
+inline F32 mul_ordered(F32 a, F32 b) {
+    asm("mulps %1, %0" : "+x"(a) : "x"(b));
+    return a;
+}
 // The upper halves of the products.
 inline S16 mul_high(S16 a, S16 b) { return (S16)_mm_mulhi_epi16((__m128i)a, (__m128i)b); }
 inline U16 mul_high(U16 a, U16 b) { return (U16)_mm_mulhi_epu16((__m128i)a, (__m128i)b); }
+// Products of fractions of 15 bits, rounded: (a * b + 0x4000) >> 15. Below SSSE3 of both halves of the products: 6
+// steps.
+inline S16 mul_fixed15(S16 a, S16 b) {
 #if defined(__SSSE3__)
-// Products of fractions of 15 bits, rounded: (a * b + 0x4000) >> 15.
-inline S16 mul_fixed15(S16 a, S16 b) { return (S16)_mm_mulhrs_epi16((__m128i)a, (__m128i)b); }
-// Products of neighbours, added in pairs, saturated: a[2i] b[2i] + a[2i + 1] b[2i + 1].
-inline S16 mul_add_pairs(U8 a, S8 b) { return (S16)_mm_maddubs_epi16((__m128i)a, (__m128i)b); }
+    return (S16)_mm_mulhrs_epi16((__m128i)a, (__m128i)b);
+#else
+    return (S16)(((U16)mul_high(a, b) << 1) + ((((U16)a * (U16)b >> 14) + 1) >> 1));
 #endif
+}
+// Products of neighbours, added in pairs, saturated: a[2i] b[2i] + a[2i + 1] b[2i + 1]. Below SSSE3 the even and the
+// odd products: 7 steps.
+inline S16 mul_add_pairs(U8 a, S8 b) {
+#if defined(__SSSE3__)
+    return (S16)_mm_maddubs_epi16((__m128i)a, (__m128i)b);
+#else
+    const S16 even = (S16)((U16)a & 0xff) * ((S16)((U16)b << 8) >> 8);
+    return saturated_add(even, (S16)((U16)a >> 8) * ((S16)b >> 8));
+#endif
+}
 // Element i: the sum of v[i]'s elements, those 2 apart added first.
 inline F32 sums_of_each(const F32 (&v)[4]) {
     __m128 by2[2];
@@ -81,6 +104,24 @@ inline F32 sums_of_each(const F32 (&v)[4]) {
                             _mm_movehl_ps((__m128)v[2 * i + 1], (__m128)v[2 * i]));
     return (F32)_mm_add_ps(_mm_shuffle_ps(by2[0], by2[1], 0x88), _mm_shuffle_ps(by2[0], by2[1], 0xdd));
 }
+// a + b in 16 bits, of the groups' lower and upper halves. Below SSSE3 two interleaves where one will do.
+#if defined(__SSSE3__)
+inline U16 widening_add_lower(U8 a, U8 b) {
+    return (U16)_mm_maddubs_epi16(_mm_unpacklo_epi8((__m128i)a, (__m128i)b), _mm_set1_epi8(1));
+}
+inline U16 widening_add_upper(U8 a, U8 b) {
+    return (U16)_mm_maddubs_epi16(_mm_unpackhi_epi8((__m128i)a, (__m128i)b), _mm_set1_epi8(1));
+}
+#else
+inline U16 widening_add_lower(U8 a, U8 b) {
+    const __m128i zero = _mm_setzero_si128();
+    return (U16)_mm_unpacklo_epi8((__m128i)a, zero) + (U16)_mm_unpacklo_epi8((__m128i)b, zero);
+}
+inline U16 widening_add_upper(U8 a, U8 b) {
+    const __m128i zero = _mm_setzero_si128();
+    return (U16)_mm_unpackhi_epi8((__m128i)a, zero) + (U16)_mm_unpackhi_epi8((__m128i)b, zero);
+}
+#endif
 // Sums of eight bytes each.
 inline U64 sums_of_8(U8 v) { return (U64)_mm_sad_epu8((__m128i)v, (__m128i)U8{}); }
 // counts + 1 where a <= b, and where lower <= v <= upper.
@@ -92,8 +133,9 @@ inline U32 count_within(U32 counts, F32 v, F32 lower, F32 upper) {
 inline U16 add_and_carry(U16 v, uint16_t more, uint16_t odd) {
     return v + splat(more) - (U16)((v & splat(odd)) == splat(odd));
 }
+inline bool all_zero(Bytes v) { return _mm_movemask_epi8((__m128i)(v == Bytes{})) == 0xffff; }
 // v, or the one NaN where v is any.
-inline F32 settle_nan(F32 v) { return select((Bytes)(v == v), v, splat(__builtin_nanf(""))); }
+inline F32 settle_nan(F32 v) { return v == v ? v : splat(__builtin_nanf("")); }
 
 // ---- Moves within groups ------------------------------------------------------------------------------------------
 
@@ -105,19 +147,45 @@ inline Bytes interleave_upper16(Bytes a, Bytes b) { return (Bytes)_mm_unpackhi_e
 inline U8 narrow_groups_u8(S16 a, S16 b) { return (U8)_mm_packus_epi16((__m128i)a, (__m128i)b); }
 inline S8 narrow_groups(S16 a, S16 b) { return (S8)_mm_packs_epi16((__m128i)a, (__m128i)b); }
 inline S16 narrow_groups(S32 a, S32 b) { return (S16)_mm_packs_epi32((__m128i)a, (__m128i)b); }
+// Byte i of each group is byte index[i] of v's group; 0 where the index has its top bit. Below SSSE3 one by one.
+inline Bytes lookup(Bytes v, Bytes index) {
 #if defined(__SSSE3__)
-// Byte i of each group is byte index[i] of v's group; 0 where the index has its top bit.
-inline Bytes lookup(Bytes v, Bytes index) { return (Bytes)_mm_shuffle_epi8((__m128i)v, (__m128i)index); }
+    return (Bytes)_mm_shuffle_epi8((__m128i)v, (__m128i)index);
+#else
+    Bytes r = {};
+    for (int i = 0; i < 16; ++i) r[i] = index[i] & 0x80 ? 0 : v[index[i] & 15];
+    return r;
 #endif
+}
 // The same 16 bytes in every group.
 inline Bytes every_group(const void* p) { return load<Bytes>(p); }
 
 // ---- Moves across groups ------------------------------------------------------------------------------------------
 
+// Element i is element index[i] of v, modulo the elements there are; of two vectors: of a, and after its last of b. One
+// by one.
+inline F32 permute(F32 v, S32 index) {
+    F32 r = {};
+    for (int i = 0; i < 4; ++i) r[i] = v[index[i] & 3];
+    return r;
+}
+inline F32 permute(F32 a, F32 b, S32 index) {
+    return select((Bytes)((index & 4) != 0), permute(b, index), permute(a, index));
+}
 // With a single group there is nothing to put in order.
 inline Bytes in_order_once(Bytes v) { return v; }
 inline Bytes in_order_twice(Bytes v) { return v; }
 inline Bytes join_twelves(Bytes v) { return v; }
+// Three vectors' groups dealt out one by one, as deinterleave3 wants them.
+template <class V>
+inline void deal_groups3(V&, V&, V&) {}
+
+// ---- Bits ---------------------------------------------------------------------------------------------------------
+
+// A bit for each element that is not zero, the first the lowest.
+inline uint64_t nonzero_bits(U8 v) { return uint16_t(~_mm_movemask_epi8((__m128i)(v == U8{}))); }
+// A bit for each element that differs.
+inline uint64_t differing_bits(U64 a, U64 b) { return uint64_t(_mm_movemask_pd((__m128d)(a == b)) ^ 3); }
 
 // ---- Types --------------------------------------------------------------------------------------------------------
 
@@ -127,18 +195,37 @@ inline F64 widen_upper(F32 v) { return (F64)_mm_cvtps_pd(_mm_movehl_ps((__m128)v
 inline F32 narrow(F64 lower, F64 upper) {
     return (F32)_mm_movelh_ps(_mm_cvtpd_ps((__m128d)lower), _mm_cvtpd_ps((__m128d)upper));
 }
-// As many floats as a vector has, from elements of any type.
-inline F32 load_f32(const uint8_t* p) {
+// As many elements as a vector has, from narrower ones.
+inline S16 load_s16(const uint8_t* p) {
+    return (S16)_mm_unpacklo_epi8(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p)), _mm_setzero_si128());
+}
+inline S32 load_s32(const uint8_t* p) {
     int32_t bytes;
     memcpy(&bytes, p, 4);
+    const __m128i v = _mm_cvtsi32_si128(bytes);
+#if defined(__SSE4_1__)
+    return (S32)_mm_cvtepu8_epi32(v);
+#else
     const __m128i zero = _mm_setzero_si128();
-    return (F32)_mm_cvtepi32_ps(_mm_unpacklo_epi16(_mm_unpacklo_epi8(_mm_cvtsi32_si128(bytes), zero), zero));
+    return (S32)_mm_unpacklo_epi16(_mm_unpacklo_epi8(v, zero), zero);
+#endif
 }
-inline F32 load_f32(const int16_t* p) {
+inline S32 load_s32(const int16_t* p) {
     const __m128i v = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(p));
-    return (F32)_mm_cvtepi32_ps(_mm_srai_epi32(_mm_unpacklo_epi16(v, v), 16));
+#if defined(__SSE4_1__)
+    return (S32)_mm_cvtepi16_epi32(v);
+#else
+    return (S32)_mm_srai_epi32(_mm_unpacklo_epi16(v, v), 16);
+#endif
 }
-inline F32 load_f32(const float* p) { return load<F32>(p); }
+// Doubles from the floats at p, a vector of them, and from the first n of fewer with zeros behind.
+inline F64 load_f64_n(const void* p, int64_t n) {
+    (void)n;  // always 1
+    return (F64)_mm_cvtps_pd(_mm_load_ss(static_cast<const float*>(p)));
+}
+inline F64 load_f64(const void* p) {
+    return (F64)_mm_cvtps_pd((__m128)_mm_loadl_epi64(static_cast<const __m128i*>(p)));
+}
 // The nearest integers, ties to the even ones. Out of range, and NaN: the smallest.
 inline S32 nearest_int(F32 v) { return (S32)_mm_cvtps_epi32((__m128)v); }
 // The same saturated: what is above the range is the largest, the smallest's complement.
@@ -149,7 +236,7 @@ constexpr bool kHasLookup = true;
 #else
 constexpr bool kHasLookup = false;
 #endif
-constexpr bool kHasPermute = false, kHasMulAdd = false;
+constexpr bool kHasPermute = false, kHasMulAdd = false, kHasLaneBits = false;
 
 }  // namespace
 }  // namespace tarn::k::TARN_LEVEL

@@ -9,7 +9,7 @@ namespace {
 // The first n bytes at p, 0 <= n <= kVector, and behind them those of `others`. By way of a buffer, but for elements
 // of 4 bytes, of which n must be a multiple.
 template <class V>
-inline V load_n(const void* p, int64_t n, V others = V{}) {
+inline V load_n(const void* p, int64_t n, V others) {
     if constexpr (sizeof(others[0]) == 4) {
         const S32 first = splat(int32_t(n)) > S32{0, 4, 8, 12, 16, 20, 24, 28};
         const Bytes loaded = (Bytes)_mm256_maskload_epi32(static_cast<const int*>(p), (__m256i)first);
@@ -36,7 +36,7 @@ inline void store_where(void* p, Bytes mask, V v) {
 }
 template <class V>
 inline void store_where_n(void* p, Bytes mask, V v, int64_t n) {
-    store_n(p, select(mask, (Bytes)v, load_n<Bytes>(p, n)), n);
+    store_n(p, select(mask, (Bytes)v, load_n(p, n, Bytes{})), n);
 }
 
 // The 16 bytes at each of kGroups addresses, a group each.
@@ -66,6 +66,18 @@ inline F32 min(F32 a, F32 b) { return (F32)_mm256_min_ps((__m256)a, (__m256)b); 
 inline F32 max(F32 a, F32 b) { return (F32)_mm256_max_ps((__m256)a, (__m256)b); }
 inline F64 min(F64 a, F64 b) { return (F64)_mm256_min_pd((__m256d)a, (__m256d)b); }
 inline F64 max(F64 a, F64 b) { return (F64)_mm256_max_pd((__m256d)a, (__m256d)b); }
+// a + b and a * b where of two NaN the first wins: the processor's own answer. Compilers swap the operands of their own
+// + and *.
+inline F32 add_ordered(F32 a, F32 b) {
+    F32 r;
+    asm("vaddps %2, %1, %0" : "=v"(r) : "v"(a), "v"(b));
+    return r;
+}
+inline F32 mul_ordered(F32 a, F32 b) {
+    F32 r;
+    asm("vmulps %2, %1, %0" : "=v"(r) : "v"(a), "v"(b));
+    return r;
+}
 // The upper halves of the products.
 inline S16 mul_high(S16 a, S16 b) { return (S16)_mm256_mulhi_epi16((__m256i)a, (__m256i)b); }
 inline U16 mul_high(U16 a, U16 b) { return (U16)_mm256_mulhi_epu16((__m256i)a, (__m256i)b); }
@@ -73,6 +85,13 @@ inline U16 mul_high(U16 a, U16 b) { return (U16)_mm256_mulhi_epu16((__m256i)a, (
 inline S16 mul_fixed15(S16 a, S16 b) { return (S16)_mm256_mulhrs_epi16((__m256i)a, (__m256i)b); }
 // Products of neighbours, added in pairs, saturated: a[2i] b[2i] + a[2i + 1] b[2i + 1].
 inline S16 mul_add_pairs(U8 a, S8 b) { return (S16)_mm256_maddubs_epi16((__m256i)a, (__m256i)b); }
+// a + b in 16 bits, of the groups' lower and upper halves.
+inline U16 widening_add_lower(U8 a, U8 b) {
+    return (U16)_mm256_maddubs_epi16(_mm256_unpacklo_epi8((__m256i)a, (__m256i)b), _mm256_set1_epi8(1));
+}
+inline U16 widening_add_upper(U8 a, U8 b) {
+    return (U16)_mm256_maddubs_epi16(_mm256_unpackhi_epi8((__m256i)a, (__m256i)b), _mm256_set1_epi8(1));
+}
 // Sums of eight bytes each.
 inline U64 sums_of_8(U8 v) { return (U64)_mm256_sad_epu8((__m256i)v, (__m256i)U8{}); }
 // a * b + c, rounded once.
@@ -98,8 +117,9 @@ inline U32 count_within(U32 counts, F32 v, F32 lower, F32 upper) {
 inline U16 add_and_carry(U16 v, uint16_t more, uint16_t odd) {
     return v + splat(more) - (U16)((v & splat(odd)) == splat(odd));
 }
+inline bool all_zero(Bytes v) { return _mm256_testz_si256((__m256i)v, (__m256i)v); }
 // v, or the one NaN where v is any.
-inline F32 settle_nan(F32 v) { return select((Bytes)(v == v), v, splat(__builtin_nanf(""))); }
+inline F32 settle_nan(F32 v) { return v == v ? v : splat(__builtin_nanf("")); }
 
 // ---- Moves within groups ------------------------------------------------------------------------------------------
 
@@ -113,6 +133,8 @@ inline S8 narrow_groups(S16 a, S16 b) { return (S8)_mm256_packs_epi16((__m256i)a
 inline S16 narrow_groups(S32 a, S32 b) { return (S16)_mm256_packs_epi32((__m256i)a, (__m256i)b); }
 // Byte i of each group is byte index[i] of v's group; 0 where the index has its top bit.
 inline Bytes lookup(Bytes v, Bytes index) { return (Bytes)_mm256_shuffle_epi8((__m256i)v, (__m256i)index); }
+// The same with the byte of `rest` where the index has its top bit. Elsewhere rest is zero.
+inline Bytes lookup_or(Bytes v, Bytes index, Bytes rest) { return lookup(v, index) | rest; }
 // The same 16 bytes in every group.
 inline Bytes every_group(const void* p) {
     return (Bytes)_mm256_broadcastsi128_si256(_mm_loadu_si128(static_cast<const __m128i*>(p)));
@@ -137,6 +159,22 @@ inline Bytes join_twelves(Bytes v) {
     return (Bytes)_mm256_permutevar8x32_epi32((__m256i)v, _mm256_setr_epi32(0, 1, 2, 4, 5, 6, 3, 7));
 }
 
+// Three vectors' groups dealt out one by one, as deinterleave3 wants them: 0 3, 1 4, 2 5.
+template <class V>
+inline void deal_groups3(V& a, V& b, V& c) {
+    const __m256i v0 = (__m256i)a, v1 = (__m256i)b, v2 = (__m256i)c;
+    a = (V)_mm256_permute2x128_si256(v0, v1, 0x30);
+    b = (V)_mm256_permute2x128_si256(v0, v2, 0x21);
+    c = (V)_mm256_permute2x128_si256(v1, v2, 0x30);
+}
+
+// ---- Bits ---------------------------------------------------------------------------------------------------------
+
+// A bit for each element that is not zero, the first the lowest.
+inline uint64_t nonzero_bits(U8 v) { return uint32_t(~_mm256_movemask_epi8((__m256i)(v == U8{}))); }
+// A bit for each element that differs.
+inline uint64_t differing_bits(U64 a, U64 b) { return uint64_t(_mm256_movemask_pd((__m256d)(a == b)) ^ 15); }
+
 // ---- Types --------------------------------------------------------------------------------------------------------
 
 // The lower and the upper half of the elements widened, and two halves narrowed and joined.
@@ -145,20 +183,28 @@ inline F64 widen_upper(F32 v) { return (F64)_mm256_cvtps_pd(_mm256_extractf128_p
 inline F32 narrow(F64 lower, F64 upper) {
     return (F32)_mm256_set_m128(_mm256_cvtpd_ps((__m256d)upper), _mm256_cvtpd_ps((__m256d)lower));
 }
-// As many floats as a vector has, from elements of any type.
-inline F32 load_f32(const uint8_t* p) {
-    return (F32)_mm256_cvtepi32_ps(_mm256_cvtepu8_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p))));
+// As many elements as a vector has, from narrower ones.
+inline S16 load_s16(const uint8_t* p) {
+    return (S16)_mm256_cvtepu8_epi16(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p)));
 }
-inline F32 load_f32(const int16_t* p) {
-    return (F32)_mm256_cvtepi32_ps(_mm256_cvtepi16_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p))));
+inline S32 load_s32(const uint8_t* p) {
+    return (S32)_mm256_cvtepu8_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p)));
 }
-inline F32 load_f32(const float* p) { return load<F32>(p); }
+inline S32 load_s32(const int16_t* p) {
+    return (S32)_mm256_cvtepi16_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p)));
+}
+// Doubles from the floats at p, a vector of them, and from the first n of fewer with zeros behind.
+inline F64 load_f64_n(const void* p, int64_t n) {
+    const __m128i first = _mm_cmpgt_epi32(_mm_set1_epi32(int(n)), _mm_setr_epi32(0, 1, 2, 3));
+    return (F64)_mm256_cvtps_pd(_mm_maskload_ps(static_cast<const float*>(p), first));
+}
+inline F64 load_f64(const void* p) { return (F64)_mm256_cvtps_pd(_mm_loadu_ps(static_cast<const float*>(p))); }
 // The nearest integers, ties to the even ones. Out of range, and NaN: the smallest.
 inline S32 nearest_int(F32 v) { return (S32)_mm256_cvtps_epi32((__m256)v); }
 // The same saturated: what is above the range is the largest, the smallest's complement.
 inline S32 nearest_int_saturated(F32 v) { return nearest_int(v) ^ (v >= splat(2147483648.0f)); }
 
-constexpr bool kHasLookup = true, kHasPermute = true, kHasMulAdd = true;
+constexpr bool kHasLookup = true, kHasPermute = true, kHasMulAdd = true, kHasLaneBits = false;
 
 }  // namespace
 }  // namespace tarn::k::TARN_LEVEL

@@ -11,7 +11,7 @@ inline __mmask64 first_bytes(int64_t n) { return _bzhi_u64(~uint64_t(0), unsigne
 
 // The first n bytes at p, 0 <= n <= kVector, and behind them those of `others`.
 template <class V>
-inline V load_n(const void* p, int64_t n, V others = V{}) {
+inline V load_n(const void* p, int64_t n, V others) {
     return (V)_mm512_mask_loadu_epi8((__m512i)others, first_bytes(n), p);
 }
 template <class V>
@@ -59,6 +59,18 @@ inline F32 min(F32 a, F32 b) { return (F32)_mm512_min_ps((__m512)a, (__m512)b); 
 inline F32 max(F32 a, F32 b) { return (F32)_mm512_max_ps((__m512)a, (__m512)b); }
 inline F64 min(F64 a, F64 b) { return (F64)_mm512_min_pd((__m512d)a, (__m512d)b); }
 inline F64 max(F64 a, F64 b) { return (F64)_mm512_max_pd((__m512d)a, (__m512d)b); }
+// a + b and a * b where of two NaN the first wins: the processor's own answer. Compilers swap the operands of their own
+// + and *.
+inline F32 add_ordered(F32 a, F32 b) {
+    F32 r;
+    asm("vaddps %2, %1, %0" : "=v"(r) : "v"(a), "v"(b));
+    return r;
+}
+inline F32 mul_ordered(F32 a, F32 b) {
+    F32 r;
+    asm("vmulps %2, %1, %0" : "=v"(r) : "v"(a), "v"(b));
+    return r;
+}
 // The upper halves of the products.
 inline S16 mul_high(S16 a, S16 b) { return (S16)_mm512_mulhi_epi16((__m512i)a, (__m512i)b); }
 inline U16 mul_high(U16 a, U16 b) { return (U16)_mm512_mulhi_epu16((__m512i)a, (__m512i)b); }
@@ -66,6 +78,13 @@ inline U16 mul_high(U16 a, U16 b) { return (U16)_mm512_mulhi_epu16((__m512i)a, (
 inline S16 mul_fixed15(S16 a, S16 b) { return (S16)_mm512_mulhrs_epi16((__m512i)a, (__m512i)b); }
 // Products of neighbours, added in pairs, saturated: a[2i] b[2i] + a[2i + 1] b[2i + 1].
 inline S16 mul_add_pairs(U8 a, S8 b) { return (S16)_mm512_maddubs_epi16((__m512i)a, (__m512i)b); }
+// a + b in 16 bits, of the groups' lower and upper halves.
+inline U16 widening_add_lower(U8 a, U8 b) {
+    return (U16)_mm512_maddubs_epi16(_mm512_unpacklo_epi8((__m512i)a, (__m512i)b), _mm512_set1_epi8(1));
+}
+inline U16 widening_add_upper(U8 a, U8 b) {
+    return (U16)_mm512_maddubs_epi16(_mm512_unpackhi_epi8((__m512i)a, (__m512i)b), _mm512_set1_epi8(1));
+}
 // Sums of eight bytes each.
 inline U64 sums_of_8(U8 v) { return (U64)_mm512_sad_epu8((__m512i)v, (__m512i)U8{}); }
 // a * b + c, rounded once.
@@ -122,6 +141,11 @@ inline S8 narrow_groups(S16 a, S16 b) { return (S8)_mm512_packs_epi16((__m512i)a
 inline S16 narrow_groups(S32 a, S32 b) { return (S16)_mm512_packs_epi32((__m512i)a, (__m512i)b); }
 // Byte i of each group is byte index[i] of v's group; 0 where the index has its top bit.
 inline Bytes lookup(Bytes v, Bytes index) { return (Bytes)_mm512_shuffle_epi8((__m512i)v, (__m512i)index); }
+// The same with the byte of `rest` where the index has its top bit. Elsewhere rest is zero.
+inline Bytes lookup_or(Bytes v, Bytes index, Bytes rest) {
+    return (Bytes)_mm512_mask_shuffle_epi8((__m512i)rest, ~_mm512_movepi8_mask((__m512i)index), (__m512i)v,
+                                           (__m512i)index);
+}
 // The same 16 bytes in every group.
 inline Bytes every_group(const void* p) {
     return (Bytes)_mm512_broadcast_i32x4(_mm_loadu_si128(static_cast<const __m128i*>(p)));
@@ -148,6 +172,46 @@ inline Bytes join_twelves(Bytes v) {
     return (Bytes)_mm512_permutexvar_epi32(order, (__m512i)v);
 }
 
+// ---- Bits ---------------------------------------------------------------------------------------------------------
+
+// A bit for each element that is not zero, the first the lowest, and that differs.
+inline uint64_t nonzero_bits(U8 v) { return _mm512_test_epi8_mask((__m512i)v, (__m512i)v); }
+inline uint64_t differing_bits(U64 a, U64 b) { return _mm512_cmpneq_epi64_mask((__m512i)a, (__m512i)b); }
+// Where a compares so with b, which is counted < <= == >= >. Nothing holds for a NaN.
+template <int kComparison>
+inline uint64_t compare_bits(U8 a, U8 b) {
+    constexpr int kPredicates[] = {_MM_CMPINT_LT, _MM_CMPINT_LE, _MM_CMPINT_EQ, _MM_CMPINT_NLT, _MM_CMPINT_NLE};
+    constexpr int kPredicate = kPredicates[kComparison];  // an immediate
+    return _mm512_cmp_epu8_mask((__m512i)a, (__m512i)b, kPredicate);
+}
+template <int kComparison>
+inline uint64_t compare_bits(S16 a, S16 b) {
+    constexpr int kPredicates[] = {_MM_CMPINT_LT, _MM_CMPINT_LE, _MM_CMPINT_EQ, _MM_CMPINT_NLT, _MM_CMPINT_NLE};
+    constexpr int kPredicate = kPredicates[kComparison];
+    return _mm512_cmp_epi16_mask((__m512i)a, (__m512i)b, kPredicate);
+}
+template <int kComparison>
+inline uint64_t compare_bits(F32 a, F32 b) {
+    constexpr int kPredicates[] = {_CMP_LT_OQ, _CMP_LE_OQ, _CMP_EQ_OQ, _CMP_GE_OQ, _CMP_GT_OQ};
+    constexpr int kPredicate = kPredicates[kComparison];
+    return _mm512_cmp_ps_mask((__m512)a, (__m512)b, kPredicate);
+}
+// Bytes of ones where the bits are set.
+inline Bytes bytes_of_bits(uint64_t bits) { return (Bytes)_mm512_movm_epi8(bits); }
+// The lowest bits put at the places whose bits are set, and those of the places put together at the lowest.
+inline uint64_t deposit_bits(uint64_t bits, uint64_t places) { return _pdep_u64(bits, places); }
+inline uint64_t extract_bits(uint64_t bits, uint64_t places) { return _pext_u64(bits, places); }
+// Stores the elements of type T whose bits are set.
+template <class T>
+inline void store_lanes(void* p, uint64_t bits, Bytes v) {
+    if constexpr (sizeof(T) == 1)
+        _mm512_mask_storeu_epi8(p, bits, (__m512i)v);
+    else if constexpr (sizeof(T) == 2)
+        _mm512_mask_storeu_epi16(p, __mmask32(bits), (__m512i)v);
+    else
+        _mm512_mask_storeu_epi32(p, __mmask16(bits), (__m512i)v);
+}
+
 // ---- Types --------------------------------------------------------------------------------------------------------
 
 // The lower and the upper half of the elements widened, and two halves narrowed and joined.
@@ -157,14 +221,24 @@ inline F32 narrow(F64 lower, F64 upper) {
     return (F32)_mm512_insertf32x8(_mm512_castps256_ps512(_mm512_cvtpd_ps((__m512d)lower)),
                                    _mm512_cvtpd_ps((__m512d)upper), 1);
 }
-// As many floats as a vector has, from elements of any type.
-inline F32 load_f32(const uint8_t* p) {
-    return (F32)_mm512_cvtepi32_ps(_mm512_cvtepu8_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p))));
+// As many elements as a vector has, from narrower ones.
+inline S16 load_s16(const uint8_t* p) {
+    return (S16)_mm512_cvtepu8_epi16(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(p)));
 }
-inline F32 load_f32(const int16_t* p) {
-    return (F32)_mm512_cvtepi32_ps(_mm512_cvtepi16_epi32(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(p))));
+inline S32 load_s32(const uint8_t* p) {
+    return (S32)_mm512_cvtepu8_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p)));
 }
-inline F32 load_f32(const float* p) { return load<F32>(p); }
+inline S32 load_s32(const int16_t* p) {
+    return (S32)_mm512_cvtepi16_epi32(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(p)));
+}
+// Doubles from the floats at p, half a vector of them: widening into a whole one takes twice the work. And from the first n
+// of fewer with zeros behind.
+typedef double HalfF64 __attribute__((vector_size(32)));
+inline HalfF64 load_f64_n(const void* p, int64_t n) {
+    const __m128i first = _mm_cmpgt_epi32(_mm_set1_epi32(int(n)), _mm_setr_epi32(0, 1, 2, 3));
+    return (HalfF64)_mm256_cvtps_pd(_mm_maskload_ps(static_cast<const float*>(p), first));
+}
+inline HalfF64 load_f64(const void* p) { return (HalfF64)_mm256_cvtps_pd(_mm_loadu_ps(static_cast<const float*>(p))); }
 // The nearest integers, ties to the even ones. Out of range, and NaN: the smallest.
 inline S32 nearest_int(F32 v) { return (S32)_mm512_cvtps_epi32((__m512)v); }
 // The same saturated: what is above the range is the largest.
@@ -173,7 +247,7 @@ inline S32 nearest_int_saturated(F32 v) {
     return (S32)_mm512_mask_mov_epi32(_mm512_cvtps_epi32((__m512)v), over, _mm512_set1_epi32(INT32_MAX));
 }
 
-constexpr bool kHasLookup = true, kHasPermute = true, kHasMulAdd = true;
+constexpr bool kHasLookup = true, kHasPermute = true, kHasMulAdd = true, kHasLaneBits = true;
 
 }  // namespace
 }  // namespace tarn::k::TARN_LEVEL

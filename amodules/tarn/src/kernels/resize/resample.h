@@ -1,0 +1,99 @@
+// For the resize sources only: the separable resampling with a fixed number of taps that linear, cubic and Lanczos
+// share.
+//
+// A strip of columns at a time, in bands of rows. Per strip a ring holds the last kTaps source rows, resampled
+// horizontally, as floats; an output row is their weighted sum, rounded once. Source rows that no output needs are
+// never read.
+#pragma once
+
+#include "kernels/plane/ring.h"
+#include "kernels/plane/strips.h"
+#include "kernels/resize/strip.h"
+#include "kernels/simd/round.h"
+
+namespace tarn::k::TARN_LEVEL {
+namespace {
+
+// Elements of four vectors of sums, which lie far within 32 bits for integers.
+template <class T>
+inline Block<T> rounded(const F32 (&v)[4]) {
+    if constexpr (sizeof(T) == 4)
+        return round_to<T>(settle_nan(v[0]), settle_nan(v[1]), settle_nan(v[2]), settle_nan(v[3]));
+    else
+        return round_to_within32<T>(v[0], v[1], v[2], v[3]);
+}
+
+// Sums at a time: emulated ones are long.
+constexpr int kUnroll = kHasMulAdd ? 4 : 1;
+
+// An output row of n elements. Rows must be readable up to a multiple of four vectors. Inlined: handed over in memory,
+// the rows' addresses would be read before they have got there.
+template <int kTaps, bool kKept, class T>
+[[gnu::always_inline]] inline void blend_rows(const float* const* rows, const float* weight, int64_t n, T* dst) {
+    constexpr int64_t kStep = 4 * kLanes<float>;  // as many as a vector has bytes
+    const float* r[kTaps];
+    F32 w[kTaps];
+    for (int k = 0; k < kTaps; ++k) r[k] = rows[k], w[k] = splat(weight[k]);
+    const Bytes mask = colour_mask<T>();
+    const auto blend = [&](int64_t i, int64_t count) {
+        F32 v[4];
+#pragma GCC unroll kUnroll
+        for (int part = 0; part < 4; ++part)
+            v[part] = sum_of<kTaps, false>([&](int k) { return load<F32>(r[k] + i + part * kLanes<float>); },
+                                           [&](int k) { return w[k]; });
+        store_form_where<kKept>(reinterpret_cast<uint8_t*>(dst + i), rounded<T>(v).v, mask, count * int(sizeof(T)));
+    };
+    int64_t i = 0;
+    for (; n - i >= kStep; i += kStep) blend(i, kStep);
+    if (i < n) blend(overlapped(i, n), min(n, kStep));
+}
+
+template <class Filter, class T>
+Status resample(const Job& j, int channels, bool kept) {
+    constexpr int kTaps = Filter::kTaps;
+    constexpr int64_t kElements = kStripElements<kTaps>;
+    const int64_t width = j.dst_size.width, height = j.dst_size.height;
+    RowTaps<kTaps>* row_taps;
+    float* ring_rows;
+    StripTables t{};
+    Scratch scratch(j.allocator);
+    const auto arrays = [&](auto part) {
+        part(row_taps, height + kTapBlock);
+        t.carve<kTaps>(part);
+        part(ring_rows, kTaps * kElements + 4 * kLanes<float>);
+    };
+    if (!scratch.carve(arrays)) return kNoMemory;
+    memset(t.row, 0, sizeof(float) * kRowElements<kTaps>);
+    find_row_taps<Filter>(j.region.height, height, row_taps);
+    Ring<float, kTaps> ring(ring_rows, kElements);
+
+    // In steps that leave no vector half used in the inner strips.
+    each_tile(width, height, kElements / channels, 16, [&](Tile tile) {
+        prepare<Filter, kExactSums<T>>(t, Walk(j.region.width, width, width, tile.x), tile.width, channels,
+                                       j.region.width <= 2 * width);
+        ring.forget();
+        for (int64_t y = tile.top; y < tile.bottom; ++y) {
+            const float* rows[kTaps];
+            for (int k = 0; k < kTaps; ++k) {
+                const int64_t source = j.row_within(row_taps[y].first + k);
+                rows[k] = ring.row(source, [&](float* out) {
+                    resample_row<kTaps>(t, j.src_row<T>(source), j.src_size.width, j.region.x, channels, out);
+                });
+            }
+            T* dst = j.dst_row<T>(y) + tile.x * channels;
+            if (kept)
+                blend_rows<kTaps, true>(rows, row_taps[y].weight, tile.width * channels, dst);
+            else
+                blend_rows<kTaps, false>(rows, row_taps[y].weight, tile.width * channels, dst);
+        }
+    });
+    return kOk;
+}
+
+template <class Filter, class T, Form kForm>
+Status resampled(const Job& j) {
+    return resample<Filter, T>(j, channels(kForm), kept(kForm));
+}
+
+}  // namespace
+}  // namespace tarn::k::TARN_LEVEL

@@ -1,0 +1,227 @@
+// For the resize sources only: a source row resampled horizontally, as floats, for a strip of outputs.
+//
+// The taps of neighbouring outputs are fetched by permutes from a row of floats, or, where the image shrinks to less
+// than half and where there are no permutes, gathered one by one into a plane per tap. Sums are chains of fused
+// multiply-adds in one order, so all levels give the same bits.
+#pragma once
+
+#include "kernels/plane/border.h"
+#include "kernels/plane/taps.h"
+#include "kernels/resize/job.h"
+#include "kernels/simd/fused.h"
+
+namespace tarn::k::TARN_LEVEL {
+namespace {
+
+// ---- Sums ---------------------------------------------------------------------------------------------------------
+
+// For 8-bit sources the horizontal weights are multiples of 2^-15 whose sum is exactly 1: with 9 bits of pixel sums the
+// result fits the 24 bits of a float and nothing is ever rounded.
+template <class T>
+constexpr bool kExactSums = sizeof(T) == 1;
+
+// The i-th tap to be added: from the small outer ones to the inner ones, left and right in turn.
+constexpr int outer_first(int i, int taps) { return i % 2 ? taps - 1 - i / 2 : i / 2; }
+
+// The sum of kTaps products. kExact: nothing is rounded, so without the instruction a product and an addition do as
+// well.
+template <int kTaps, bool kExact, class Tap, class Weight>
+inline F32 sum_of(Tap tap, Weight weight) {
+    F32 sum = tap(0) * weight(0);
+#pragma GCC unroll 6
+    for (int i = 1; i < kTaps; ++i) {
+        const int k = outer_first(i, kTaps);
+        if constexpr (kExact && !kHasMulAdd)
+            sum = tap(k) * weight(k) + sum;
+        else
+            sum = mul_add_weighted(tap(k), weight(k), sum);
+    }
+    return sum;
+}
+
+// ---- Tables -------------------------------------------------------------------------------------------------------
+
+// Elements of a strip at most, so that its tables and rows stay in the first-level cache: multiples of 16 and 3.
+template <int kTaps>
+constexpr int64_t kStripElements = kTaps == 2   ? 1536
+                                   : kTaps == 4 ? 960
+                                                : 1248;
+// Room for the planes of the taps; or for a row of floats: twice a strip, the taps, and two windows more.
+template <int kTaps>
+constexpr int64_t kRowElements = 6 * kStripElements<kTaps> + 256;
+
+enum class Fetch { planes, one_window, two_windows };
+
+// What a strip's rows are made with. Elements: outputs times channels, then up to a whole vector more of no meaning.
+struct StripTables {
+    int64_t pixels, elements;
+    float* weight;   // plane after plane of kStripElements: the taps' weights per element
+    int64_t* first;  // source pixel of tap 0 per pixel, from the region's left
+    float* row;      // the row of floats, or the planes
+    Fetch fetch;
+    int64_t row_from;    // permutes: first source pixel of the row of floats, from the region's left
+    int64_t row_pixels;  // and how many it has
+    int32_t* base;       // per vector of outputs: where its window begins in the row of floats
+    int32_t* index;      // per output: tap 0 in the window
+    int32_t reach;       // the largest index
+
+    template <int kTaps, class Part>
+    void carve(Part part) {
+        constexpr int64_t kElements = kStripElements<kTaps>;
+        part(weight, kTaps * kElements), part(row, kRowElements<kTaps>), part(first, kElements);
+        part(index, kElements), part(base, kElements / kLanes<float>);
+    }
+};
+
+// Each of n values as many times as there are channels.
+template <class T>
+void repeat_channels(const T* from, int64_t n, int channels, T* to) {
+    if (channels == 1) {
+        memcpy(to, from, size_t(n) * sizeof(T));
+    } else {
+        for (int64_t i = 0; i < n; ++i, to += channels) {
+            for (int c = 0; c < 3; ++c) to[c] = from[i];
+            if (channels == 4) to[3] = from[i];
+        }
+    }
+}
+
+// Prepares the permutes of a strip; leaves it to planes when an output lies beyond two windows of its vector.
+template <int kTaps>
+void find_windows(StripTables& t, int channels) {
+    constexpr int kWindow = kLanes<float>;
+    t.row_from = t.first[0];
+    int64_t e = 0;
+    for (int64_t x = 0; x < t.pixels; ++x) {
+        const int32_t at = int32_t(t.first[x] - t.row_from) * channels;
+        t.index[e++] = at;
+        for (int c = 1; c < channels; ++c) t.index[e++] = at + c;
+    }
+    for (; e < t.elements; ++e) t.index[e] = t.index[e - 1];  // outputs of no meaning repeat the last one
+    t.reach = 0;
+    for (int64_t g = 0; g * kWindow < t.elements; ++g) {
+        int32_t *at = t.index + g * kWindow, least = at[0], most = at[0];
+        for (int i = 1; i < kWindow; ++i) least = min(least, at[i]), most = max(most, at[i]);
+        for (int i = 0; i < kWindow; ++i) at[i] -= least;
+        t.base[g] = least;
+        t.reach = max(t.reach, most - least);
+    }
+    // Two windows may hold all taps where one does not. Picking from two is one instruction in the widest registers
+    // only.
+    const int all = t.reach + (kTaps - 1) * channels;
+    const bool worth_two = kVector == 64 && all >= kWindow && all < 2 * kWindow;
+    if (t.reach < 2 * kWindow) t.fetch = t.reach < kWindow && !worth_two ? Fetch::one_window : Fetch::two_windows;
+}
+
+// Sets a strip of outputs up: `walk` stands at its first.
+template <class Filter, bool kExact>
+void prepare(StripTables& t, Walk walk, int64_t pixels, int channels, bool may_permute) {
+    constexpr int kTaps = Filter::kTaps;
+    constexpr int64_t kPitch = kStripElements<kTaps>;
+    t.pixels = pixels;
+    t.elements = (pixels * channels + kLanes<float> - 1) / kLanes<float> * kLanes<float>;
+    for (int64_t done = 0; done < pixels; done += kTapBlock) {
+        int64_t first[kTapBlock];
+        float weight[kTaps][kTapBlock];
+        find_taps<Filter, kExact>(walk, first, weight);
+        const int64_t n = min<int64_t>(kTapBlock, pixels - done);
+        memcpy(t.first + done, first, size_t(n) * sizeof first[0]);
+        for (int k = 0; k < kTaps; ++k)
+            repeat_channels(weight[k], n, channels, t.weight + k * kPitch + done * channels);
+    }
+    for (int k = 0; k < kTaps; ++k)
+        for (int64_t i = pixels * channels; i < t.elements; ++i) t.weight[k * kPitch + i] = 0;
+    t.fetch = Fetch::planes;
+    if (kHasPermute && may_permute) find_windows<kTaps>(t, channels);
+    t.row_pixels = t.first[pixels - 1] - t.first[0] + kTaps;
+}
+
+// ---- Rows ---------------------------------------------------------------------------------------------------------
+
+// Gathers the taps of every output of a strip, a plane of kStripElements per tap.
+template <int kTaps, int kChannels, class T>
+void gather_taps(const Loose<T>* s, int64_t width, int64_t left, const StripTables& t) {
+    for (int64_t x = 0; x < t.pixels; ++x) {
+        const int64_t at = left + t.first[x];
+        const bool inside = at >= 0 && at + kTaps <= width;
+        for (int k = 0; k < kTaps; ++k) {
+            const Loose<T>* pixel = s + (inside ? at + k : clamp<int64_t>(at + k, 0, width - 1)) * kChannels;
+            float* to = t.row + k * kStripElements<kTaps> + x * kChannels;
+            for (int c = 0; c < kChannels; ++c) to[c] = float(pixel[c]);
+        }
+    }
+}
+
+template <int kTaps, bool kExact>
+void weigh_planes(const StripTables& t, float* out) {
+    constexpr int64_t kPitch = kStripElements<kTaps>;
+    const float *planes = t.row, *weight = t.weight;
+    for (int64_t i = 0, n = t.elements; i < n; i += kLanes<float>)
+        store(out + i, sum_of<kTaps, kExact>([&](int k) { return load<F32>(planes + k * kPitch + i); },
+                                             [&](int k) { return load<F32>(weight + k * kPitch + i); }));
+}
+
+// kWindows: how many vectors of the row of floats hold the taps of a vector of outputs; kShare: for how many taps in
+// turn one load of them serves.
+template <int kTaps, bool kExact, int kWindows, int kShare>
+void weigh_windows(const StripTables& t, int channels, float* out) {
+    constexpr int kWindow = kLanes<float>;
+    const StripTables u = t;  // in registers
+    for (int64_t g = 0; g * kWindow < u.elements; ++g) {
+        const S32 first = load<S32>(u.index + g * kWindow);
+        const float* from = u.row + u.base[g];
+        const float* weight = u.weight + g * kWindow;
+        F32 tap[kTaps], low{}, high{};
+#pragma GCC unroll 6
+        for (int k = 0; k < kTaps; ++k) {
+            if (k % kShare == 0) {
+                low = load<F32>(from + k * channels);
+                if (kWindows == 2) high = load<F32>(from + k * channels + kWindow);
+            }
+            const S32 at = k % kShare ? first + splat(k % kShare * channels) : first;
+            tap[k] = kWindows == 2 ? permute(low, high, at) : permute(low, at);
+        }
+        const F32 sum = sum_of<kTaps, kExact>([&](int k) { return tap[k]; },
+                                              [&](int k) { return load<F32>(weight + k * kStripElements<kTaps>); });
+        store(out + g * kWindow, sum);
+    }
+}
+
+// As many taps from one load as the windows hold.
+template <int kTaps, bool kExact, int kWindows>
+void weigh_windows(const StripTables& t, int channels, float* out) {
+    const int more = (kWindows * kLanes<float> - 1 - t.reach) / channels;  // taps beyond the first within the windows
+    if (more >= kTaps - 1)
+        weigh_windows<kTaps, kExact, kWindows, kTaps>(t, channels, out);
+    else if (kTaps > 2 && more >= kTaps / 2 - 1)
+        weigh_windows<kTaps, kExact, kWindows, kTaps / 2>(t, channels, out);
+    else if (kTaps == 6 && more >= 1)
+        weigh_windows<kTaps, kExact, kWindows, 2>(t, channels, out);
+    else
+        weigh_windows<kTaps, kExact, kWindows, 1>(t, channels, out);
+}
+
+// One source row, resampled.
+template <int kTaps, class T>
+void resample_row(const StripTables& t, const T* s, int64_t width, int64_t left, int channels, float* out) {
+    constexpr bool kExact = kExactSums<T>;
+    const Loose<T>* pixels = reinterpret_cast<const Loose<T>*>(s);
+    if (t.fetch == Fetch::planes) {
+        if (channels == 1)
+            gather_taps<kTaps, 1, T>(pixels, width, left, t);
+        else if (channels == 3)
+            gather_taps<kTaps, 3, T>(pixels, width, left, t);
+        else
+            gather_taps<kTaps, 4, T>(pixels, width, left, t);
+        weigh_planes<kTaps, kExact>(t, out);
+    } else if constexpr (kHasPermute) {
+        replicate_row(s, width, channels, left + t.row_from, t.row_pixels, t.row);
+        if (t.fetch == Fetch::one_window)
+            weigh_windows<kTaps, kExact, 1>(t, channels, out);
+        else
+            weigh_windows<kTaps, kExact, 2>(t, channels, out);
+    }
+}
+
+}  // namespace
+}  // namespace tarn::k::TARN_LEVEL
