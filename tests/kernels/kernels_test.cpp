@@ -10,6 +10,7 @@
 #include "cases/contour.h"
 #include "cases/convert.h"
 #include "cases/copy.h"
+#include "cases/filter.h"
 #include "cases/logic.h"
 #include "cases/mapping.h"
 #include "cases/mirror.h"
@@ -24,7 +25,7 @@ using tarn::test::Check;
 
 // X for every family.
 #define FAMILIES(X) \
-    X(arith) X(compare) X(contour) X(convert) X(copy) X(logic) X(mapping) X(mirror) X(net) X(resize) X(set) X(stats)
+    X(arith) X(compare) X(contour) X(convert) X(copy) X(filter) X(logic) X(mapping) X(mirror) X(net) X(resize) X(set) X(stats)
 
 #define CHECK(family) \
     TEST(kernels, family) { tarn::cases::family##_cases(Check{}); }

@@ -28,6 +28,11 @@ struct Size {
     int32_t width, height;
 };
 
+// A pixel's place, from a corner.
+struct Offset {
+    int32_t x, y;
+};
+
 // A part of a plane: its first pixel and its size.
 struct Region {
     int32_t x, y, width, height;

@@ -1,0 +1,49 @@
+// Cases of the neighbourhood filters.
+#pragma once
+
+#include <algorithm>
+#include <string>
+#include <vector>
+
+#include "cases/case.h"
+#include "cases/heap.h"
+#include "kernels/filter/filter.h"
+
+namespace tarn::cases {
+
+struct Mask {
+    k::Size size;
+    k::Offset anchor;
+};
+
+// The source plane is what the masks cover: the region lies at the anchor in it. `value` makes a pixel's element of the
+// elements under the mask, row by row.
+template <class T, class Value>
+Case filter_case(const char* name, const k::Kernel<k::Filter>& kernel, int channels, bool kept, Mask m, Value value) {
+    Plane source = in<T>(channels);
+    source.size_of = [=](Size n) { return Size{n.width + m.size.width - 1, n.height + m.size.height - 1}; };
+    const std::string variant = std::to_string(m.size.width) + " x " + std::to_string(m.size.height) + " at " +
+                                std::to_string(m.anchor.x) + ", " + std::to_string(m.anchor.y);
+    Case c{std::string(name) + " " + variant, {source, kept ? inout<T>(channels) : out<T>(channels)}, {}, {}};
+    c.run = [&kernel, channels, m](const View* v, Size n) {
+        const void* corner = v[0].data ? v[0].row<T>(m.anchor.y) + m.anchor.x * channels : nullptr;
+        return kernel(corner, v[0].stride, v[1].data, v[1].stride, n, m.size, m.anchor, heap());
+    };
+    c.expect = [=](const View* v, Size n) {
+        std::vector<T> window;
+        each_element(n, channels, [&](int x, int y, int ch) {
+            if (kept && ch == 3) return;
+            window.clear();
+            for (int j = 0; j < m.size.height; ++j)
+                for (int i = 0; i < m.size.width; ++i)
+                    window.push_back(v[0].row<T>(y + j)[(x + i) * channels + ch]);
+            v[1].row<T>(y)[x * channels + ch] = value(window);
+        });
+    };
+    return c;
+}
+
+template <class Visit>
+void filter_cases(Visit) {}
+
+}  // namespace tarn::cases
