@@ -9,12 +9,12 @@ namespace tarn::k::TARN_LEVEL {
 namespace {
 
 template <class Op, class T, bool kKept>
-Status constant_rows(const Pattern& constant, void* dst, int32_t dst_stride, Size size, int64_t pixel_bytes) {
+Status constant_rows(Pattern constant, void* dst, int32_t dst_stride, Size size, int64_t pixel_bytes) {
     const Bytes mask = colour_mask<T>();
     const Rows rows = rows_of(size, Pitch{dst_stride, pixel_bytes});
     for (int64_t y = 0; y < rows.count; ++y) {
         uint8_t* d = row<uint8_t>(dst, dst_stride, y);
-        each_phase(rows.pixels * pixel_bytes, [=](auto io, int64_t i, auto phase) {
+        each_phase(rows.pixels * pixel_bytes, [=, &constant](auto io, int64_t i, auto phase) {
             using V = Vec<T>;
             store_form<kKept>(io, d + i, Op{}(io.template load<V>(d + i), (V)constant.v[phase.index]), mask);
         });

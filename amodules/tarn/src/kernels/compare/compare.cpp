@@ -130,7 +130,7 @@ template <class T, int kComparison, Form kForm, class B>
 }
 
 template <class T, int kComparison, Form kForm, class B>
-void compare_row(uint8_t* d, const uint8_t* a, const B& b, int64_t n) {
+void compare_row(uint8_t* d, const uint8_t* a, B b, int64_t n) {
     constexpr int64_t kBytes = kPixelBytes<T, kForm>;
     int64_t x = 0;
     for (; x + kVector <= n; x += kVector) store(d + x, block<T, kComparison, kForm>(a + x * kBytes, b.at(x * kBytes)));

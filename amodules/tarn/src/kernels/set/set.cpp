@@ -10,11 +10,11 @@ namespace tarn::k::TARN_LEVEL {
 namespace {
 
 template <bool kKept>
-Status set_rows(const Pattern& constant, void* dst, int32_t dst_stride, Size size, int64_t pixel_bytes, Bytes colours) {
+Status set_rows(Pattern constant, void* dst, int32_t dst_stride, Size size, int64_t pixel_bytes, Bytes colours) {
     const Rows rows = rows_of(size, Pitch{dst_stride, pixel_bytes});
     for (int64_t y = 0; y < rows.count; ++y) {
         uint8_t* d = row<uint8_t>(dst, dst_stride, y);
-        each_phase(rows.pixels * pixel_bytes, [=](auto io, int64_t i, auto phase) {
+        each_phase(rows.pixels * pixel_bytes, [=, &constant](auto io, int64_t i, auto phase) {
             store_form<kKept>(io, d + i, constant.v[phase.index], colours);
         });
     }
