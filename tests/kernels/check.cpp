@@ -1,5 +1,8 @@
 #include "kernels/check.h"
 
+#if defined(__x86_64__)
+#include <cpuid.h>
+#endif
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/mman.h>
@@ -36,6 +39,18 @@ void on_fault(int signal) {
     (void)!write(2, "\n", 1);
     ::signal(signal, SIG_DFL);
     raise(signal);
+}
+
+// Whether the upper halves of wide registers are in use, where the processor tells: narrow code then runs slower.
+bool wide_registers_in_use() {
+#if defined(__x86_64__)
+    unsigned a, b, c, d;
+    if (!__get_cpuid_count(13, 1, &a, &b, &c, &d) || !(a & 4)) return false;
+    asm volatile("xgetbv" : "=a"(a), "=d"(d) : "c"(1));
+    return a & 4;
+#else
+    return false;
+#endif
 }
 
 // Memory with an inaccessible page on either side.
@@ -271,6 +286,7 @@ private:
     Status call(const std::string& where, const std::vector<View>& views, Size size) const {
         snprintf(place, sizeof place, "%s", where.c_str());
         const Status status = c.run(views.data(), size);
+        EXPECT_FALSE(wide_registers_in_use()) << where;
         snprintf(place, sizeof place, "outside of a kernel");
         return status;
     }

@@ -54,7 +54,7 @@ inline Status each(void* y, int32_t stride, int32_t element_stride, Size size, F
     for (int64_t r = 0; r < size.height; ++r)
         change_16(row<float>(y, stride, r), size.width, element_stride / 4, {},
                   [f](F32x16 s) { return each_of_16([&](int i) { return f(s.v[i]); }); });
-    return kOk;
+    return clean(kOk);
 }
 
 // Sixteen lanes to one: those 8 apart, then 4, 2 and 1 apart.
@@ -125,7 +125,7 @@ Status net_softmax_f32(void* y, int32_t stride, int32_t element_stride, Size siz
     if (Status s = check(size, y)) return s;
     if (element_stride <= 0 || element_stride % 4) return kBadArg;
     for (int64_t r = 0; r < size.height; ++r) softmax_row(row<float>(y, stride, r), size.width, element_stride / 4);
-    return kOk;
+    return clean(kOk);
 }
 
 }  // namespace tarn::k::TARN_LEVEL

@@ -136,7 +136,7 @@ Status net_product_f32(const void* x, int32_t x_stride, const void* w, int32_t w
             for (int64_t j = 0; j < size.width; ++j)
                 strided_output(row<float>(x, x_stride, r), row<float>(w, w_stride, j), b ? b + j * step : nullptr,
                                row<float>(y, y_stride, r) + j * step, k, step);
-        return kOk;
+        return clean(kOk);
     }
     if (size.height == 1) {
         const float *xs[] = {row<float>(x, x_stride, 0)}, *ws[kTile];
@@ -145,7 +145,7 @@ Status net_product_f32(const void* x, int32_t x_stride, const void* w, int32_t w
             addresses(w, w_stride, j, size.width, kTile, ws);
             tile<1, kTile>(xs, ws, b ? b + j : nullptr, ys, j, k, 1, int(min<int64_t>(size.width - j, kTile)));
         }
-        return kOk;
+        return clean(kOk);
     }
     // A group of samples stays in the first-level cache while all weights pass by. Of its 32 KB most, since a group uses
     // no weight twice; a classifier of 784 inputs takes the same time to 3 % from 13 KB to 48 KB. Of short samples 64:
@@ -168,7 +168,7 @@ Status net_product_f32(const void* x, int32_t x_stride, const void* w, int32_t w
                            int(min<int64_t>(size.width - j, 4)));
         }
     }
-    return kOk;
+    return clean(kOk);
 }
 
 }  // namespace tarn::k::TARN_LEVEL

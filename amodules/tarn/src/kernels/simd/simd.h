@@ -105,6 +105,31 @@ inline V select(Bytes mask, V a, V b) {
 namespace tarn::k::TARN_LEVEL {
 namespace {
 
+#if !defined(TARN_X86) || !defined(__AVX512BW__)
+// ---- Vectors whose masks are bytes: the 64-byte ones have words of their own, with masks of bits --------------------
+
+// Stores the bytes whose mask is all ones: the others are read and written back.
+template <class V>
+inline void store_where(void* p, Bytes mask, V v) {
+    store(p, select(mask, (Bytes)v, load<Bytes>(p)));
+}
+template <class V>
+inline void store_where_n(void* p, Bytes mask, V v, int64_t n) {
+    store_n(p, select(mask, (Bytes)v, load_n(p, n, Bytes{})), n);
+}
+// counts + 1 where a <= b, and where lower <= v <= upper.
+inline U8 count_le(U8 counts, U8 a, U8 b) { return counts - (U8)(min(a, b) == a); }
+inline U32 count_within(U32 counts, F32 v, F32 lower, F32 upper) {
+    return counts - ((U32)(v >= lower) & (U32)(v <= upper));
+}
+// v + more, and one more than that where v has a bit of `odd`, which is a single one.
+inline U16 add_and_carry(U16 v, uint16_t more, uint16_t odd) {
+    return v + splat(more) - (U16)((v & splat(odd)) == splat(odd));
+}
+// v, or the one NaN where v is any.
+inline F32 settle_nan(F32 v) { return v == v ? v : splat(__builtin_nanf("")); }
+#endif
+
 // ---- Made of the words of any width -------------------------------------------------------------------------------
 
 // Byte j of channel c of 16 pixels of three bytes is byte 3 j + c of three groups: its place in group g, or nowhere.

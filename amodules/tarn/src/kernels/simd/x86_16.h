@@ -23,16 +23,6 @@ inline void store_n(void* p, V v, int64_t n) {
     copy_bytes(p, buffer, n);
 }
 
-// Stores the bytes whose mask is all ones: the others are read and written back.
-template <class V>
-inline void store_where(void* p, Bytes mask, V v) {
-    store(p, select(mask, (Bytes)v, load<Bytes>(p)));
-}
-template <class V>
-inline void store_where_n(void* p, Bytes mask, V v, int64_t n) {
-    store_n(p, select(mask, (Bytes)v, load_n(p, n, Bytes{})), n);
-}
-
 // The 16 bytes at each of kGroups addresses, a group each.
 inline Bytes load_groups(const uint8_t* base, const int64_t* from) { return load<Bytes>(base + from[0]); }
 
@@ -123,19 +113,7 @@ inline U16 widening_add_upper(U8 a, U8 b) {
 }
 #endif
 // Sums of eight bytes each.
-inline U64 sums_of_8(U8 v) { return (U64)_mm_sad_epu8((__m128i)v, (__m128i)U8{}); }
-// counts + 1 where a <= b, and where lower <= v <= upper.
-inline U8 count_le(U8 counts, U8 a, U8 b) { return counts - (U8)(min(a, b) == a); }
-inline U32 count_within(U32 counts, F32 v, F32 lower, F32 upper) {
-    return counts - ((U32)(v >= lower) & (U32)(v <= upper));
-}
-// v + more, and one more than that where v has a bit of `odd`, which is a single one.
-inline U16 add_and_carry(U16 v, uint16_t more, uint16_t odd) {
-    return v + splat(more) - (U16)((v & splat(odd)) == splat(odd));
-}
-inline bool all_zero(Bytes v) { return _mm_movemask_epi8((__m128i)(v == Bytes{})) == 0xffff; }
-// v, or the one NaN where v is any.
-inline F32 settle_nan(F32 v) { return v == v ? v : splat(__builtin_nanf("")); }
+inline U64 sums_of_8(U8 v) { return (U64)_mm_sad_epu8((__m128i)v, (__m128i)U8{}); }inline bool all_zero(Bytes v) { return _mm_movemask_epi8((__m128i)(v == Bytes{})) == 0xffff; }
 
 // ---- Moves within groups ------------------------------------------------------------------------------------------
 
