@@ -43,8 +43,8 @@ public:
         peers_[case_name].push_back({peer, std::move(run)});
     }
     // A kernel case at the sizes given (none: 256 x 256, 1920 x 1080, 4096 x 4096). Cases without peers are measured
-    // only when the filter names them.
-    void row(const Case& c, std::vector<Size> sizes = {});
+    // only when the filter names them, or when they are to be `alone`.
+    void row(const Case& c, std::vector<Size> sizes = {}, bool alone = false);
     // Any contenders; ours first. The table shows nanoseconds per `units` (pixels, samples, ...).
     void row(const std::string& name, const std::string& size, double units, const std::vector<Contender>& contenders);
 

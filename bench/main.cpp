@@ -11,6 +11,7 @@
 #include <iostream>
 #include <memory>
 #include <random>
+#include <thread>
 
 #include <opencv2/core/utility.hpp>
 
@@ -114,10 +115,10 @@ void Bench::row(const std::string& name, const std::string& size, double units,
     rows_.push_back(line);
 }
 
-void Bench::row(const Case& c, std::vector<Size> sizes) {
+void Bench::row(const Case& c, std::vector<Size> sizes, bool alone) {
     if (!wants(c.name)) return;
     const auto peers = peers_.find(c.name);
-    if (peers == peers_.end() && options_.filter.empty()) return;
+    if (peers == peers_.end() && options_.filter.empty() && !alone) return;
     if (sizes.empty()) sizes = {{256, 256}, {1920, 1080}, {4096, 4096}};
     if (options_.quick) sizes.resize(1);
     for (const Size n : sizes) {

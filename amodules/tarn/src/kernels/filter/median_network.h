@@ -1,0 +1,161 @@
+// For kernel sources only: the median under square masks of few odd rows, by networks of minima and maxima over vectors of
+// pixels (odd-even merges, Batcher 1968). Each source row is sorted once per pixel across the mask's columns, in place: the
+// pixels of the mask's columns are vectors loaded next to each other. Rows are merged in pairs. Two outputs, one above the
+// other, have all rows but one in common: of those only the elements that may be the median are kept, sorted, and either
+// output selects from them and from its own row. What of a network is not used the compiler leaves out.
+#pragma once
+
+#include "kernels/plane/plane.h"
+#include "kernels/plane/store.h"
+
+namespace tarn::k::TARN_LEVEL {
+namespace {
+
+template <class V>
+[[gnu::always_inline]] inline void put_in_order(V& a, V& b) {
+    const V lower = min(a, b);
+    b = max(a, b);
+    a = lower;
+}
+
+// Merges a[0], a[kStep], ... (kA of them) and b likewise, both in ascending order, into out.
+template <int kA, int kB, int kStep = 1, class V>
+[[gnu::always_inline]] inline void merge(const V* a, const V* b, V* out) {
+    if constexpr (kA == 0 || kB == 0) {
+#pragma GCC unroll 16
+        for (int i = 0; i < kA + kB; ++i) out[i] = (kA ? a : b)[i * kStep];
+    } else if constexpr (kA == 1 && kB == 1) {
+        out[0] = *a, out[1] = *b;
+        put_in_order(out[0], out[1]);
+    } else {
+        constexpr int kEven = (kA + 1) / 2 + (kB + 1) / 2, kOdd = kA / 2 + kB / 2;
+        V even[kEven], odd[kOdd];
+        merge<(kA + 1) / 2, (kB + 1) / 2, 2 * kStep>(a, b, even);
+        merge<kA / 2, kB / 2, 2 * kStep>(a + kStep, b + kStep, odd);
+        out[0] = even[0];
+#pragma GCC unroll 16
+        for (int i = 0; i < kOdd; ++i) {
+            out[2 * i + 1] = odd[i];
+            if (i + 1 == kEven) break;
+            out[2 * i + 2] = even[i + 1];
+            put_in_order(out[2 * i + 1], out[2 * i + 2]);
+        }
+        if constexpr (kEven == kOdd + 2) out[kA + kB - 1] = even[kEven - 1];
+    }
+}
+
+template <int kCount, class V>
+[[gnu::always_inline]] inline void sort(V* v) {
+    if constexpr (kCount > 1) {
+        constexpr int kHalf = kCount / 2;
+        sort<kHalf>(v);
+        sort<kCount - kHalf>(v + kHalf);
+        V sorted[kCount];
+        merge<kHalf, kCount - kHalf>(v, v + kHalf, sorted);
+#pragma GCC unroll 16
+        for (int i = 0; i < kCount; ++i) v[i] = sorted[i];
+    }
+}
+
+template <int kPairs, int kCount, class V>
+[[gnu::always_inline]] inline void merge_pairs(const V (*pairs)[kCount], V* all) {
+    if constexpr (kPairs == 1) {
+#pragma GCC unroll 16
+        for (int i = 0; i < kCount; ++i) all[i] = pairs[0][i];
+    } else {
+        V some[(kPairs - 1) * kCount];
+        merge_pairs<kPairs - 1, kCount>(pairs, some);
+        merge<(kPairs - 1) * kCount, kCount>(some, pairs[kPairs - 1], all);
+    }
+}
+
+// The middle one of kCount + 1 and kCount elements, each in ascending order: at least one of any kCount + 1 that are taken
+// from the lower ends is not below it.
+template <int kCount, class V>
+[[gnu::always_inline]] inline V middle_of(const V* a, const V* b) {
+    V middle = a[kCount];
+#pragma GCC unroll 16
+    for (int i = 0; i < kCount; ++i) middle = min(middle, max(a[i], b[kCount - 1 - i]));
+    return middle;
+}
+
+// Going down a band the rows are too many for the processor to foresee that each goes on to the right: bytes fetched ahead.
+constexpr int64_t kAhead = 384;
+
+// One vector's columns, downwards: `rows` outputs at d, whose windows begin at s. pitch: bytes from pixel to pixel.
+template <int kSide, class T>
+void median_columns(const uint8_t* s, int64_t src_stride, int64_t pitch, uint8_t* d, int64_t dst_stride, int64_t rows) {
+    constexpr int kPairs = kSide / 2;
+    using V = Vec<T>;
+    V even[kPairs][kSide];       // the last rows of even number
+    V pairs[kPairs][2 * kSide];  // the last pairs of an odd row and the one below it
+    V last[kSide];               // the last row, an odd one
+    const auto read = [&](V * to) __attribute__((always_inline)) {
+#pragma GCC unroll 16
+        for (int i = 0; i < kSide; ++i) to[i] = load<V>(s + i * pitch);
+        sort<kSide>(to);
+        __builtin_prefetch(s + 384);
+        __builtin_prefetch(s + kAhead);
+        s += src_stride;
+    };
+    const auto write = [&](V v) __attribute__((always_inline)) {
+        store(d, v);
+        __builtin_prefetch(d + 384, 1);
+        __builtin_prefetch(d + kAhead, 1);
+        d += dst_stride;
+    };
+    read(even[0]);
+    for (int i = 1; i < kPairs; ++i) {
+        read(last);
+        read(even[i]);
+        merge<kSide, kSide>(last, even[i], pairs[i - 1]);
+    }
+    read(last);
+    for (int64_t y = 0, slot = 0; y < rows; y += 2) {
+        V first[kSide];
+#pragma GCC unroll 16
+        for (int i = 0; i < kSide; ++i) first[i] = even[slot][i];
+        read(even[slot]);
+        merge<kSide, kSide>(last, even[slot], pairs[slot ? slot - 1 : kPairs - 1]);
+        slot = slot + 1 == kPairs ? 0 : slot + 1;
+        V common[kPairs * 2 * kSide];
+        merge_pairs<kPairs, 2 * kSide>(pairs, common);
+        // Of the common elements those that kSide others may make the median.
+        const V* kept = common + (kSide * kSide - 1) / 2 - kSide;
+        write(middle_of<kSide>(kept, first));
+        if (y + 1 == rows) break;
+        read(last);
+        write(middle_of<kSide>(kept, last));
+    }
+}
+
+// Rows of a band: it reads kSide - 1 more, and all of them lie in memory pages of their own.
+constexpr int64_t kNetworkRows = 32;
+
+// s: the first window's corner.
+template <int kSide, class T, Form kForm>
+void median_network(const uint8_t* s, int32_t src_stride, void* dst, int32_t dst_stride, Size size) {
+    constexpr int64_t kPitch = kPixelBytes<T, kForm>, kBefore = (kSide - 1) * kPitch;
+    alignas(64) uint8_t narrow[(kNetworkRows + kSide - 1) * (kVector + kBefore)], results[kNetworkRows * kVector];
+    for (int64_t top = 0; top < size.height; top += kNetworkRows, s += kNetworkRows * src_stride) {
+        const int64_t rows = min(kNetworkRows, size.height - top);
+        each_overlapped(size.width * kPitch, [&](auto io, int64_t i) {
+            uint8_t* const d = row<uint8_t>(dst, dst_stride, top) + i;
+            const auto columns = median_columns<kSide, T>;
+            if constexpr (!__is_same(decltype(io), Whole)) {
+                for (int64_t y = 0; y < rows + kSide - 1; ++y)
+                    memcpy(narrow + y * (kVector + kBefore), s + y * src_stride, size_t(io.n + kBefore));
+                columns(narrow, kVector + kBefore, kPitch, results, kVector, rows);
+            } else if constexpr (kept(kForm)) {
+                columns(s + i, src_stride, kPitch, results, kVector, rows);
+            } else {
+                return columns(s + i, src_stride, kPitch, d, dst_stride, rows);
+            }
+            for (int64_t y = 0; y < rows; ++y)
+                store_form<kept(kForm)>(io, d + y * dst_stride, load<Bytes>(results + y * kVector), colour_mask<T>());
+        });
+    }
+}
+
+}  // namespace
+}  // namespace tarn::k::TARN_LEVEL
