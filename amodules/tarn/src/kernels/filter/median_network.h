@@ -94,13 +94,11 @@ void median_columns(const uint8_t* s, int64_t src_stride, int64_t pitch, uint8_t
 #pragma GCC unroll 16
         for (int i = 0; i < kSide; ++i) to[i] = load<V>(s + i * pitch);
         sort<kSide>(to);
-        __builtin_prefetch(s + 384);
         __builtin_prefetch(s + kAhead);
         s += src_stride;
     };
     const auto write = [&](V v) __attribute__((always_inline)) {
         store(d, v);
-        __builtin_prefetch(d + 384, 1);
         __builtin_prefetch(d + kAhead, 1);
         d += dst_stride;
     };
