@@ -2,7 +2,10 @@
 #pragma once
 
 #include <algorithm>
+#include <cmath>
+#include <numeric>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "cases/case.h"
@@ -74,8 +77,93 @@ void median_cases(Visit&& visit) {
 #undef MEDIAN
 }
 
+// Every kernel of a row: f(type, name, kernel, channels, kept).
+#define TARN_FILTER_FORMS(op, T, t, f)                    \
+    f(T{}, #op "_" #t "_c1", k::op##_##t##_c1, 1, false); \
+    f(T{}, #op "_" #t "_c3", k::op##_##t##_c3, 3, false); \
+    f(T{}, #op "_" #t "_c4", k::op##_##t##_c4, 4, false); \
+    f(T{}, #op "_" #t "_c3x", k::op##_##t##_c3x, 4, true);
+
+// Sums of integers are exact: the nearest mean, of two the even one.
+struct Mean {
+    template <class T>
+    T operator()(const std::vector<T>& window) const {
+        const int64_t n = int64_t(window.size());
+        const int64_t twice = 2 * std::accumulate(window.begin(), window.end(), int64_t(0)) + n;
+        const int64_t mean = (twice - ((twice % (2 * n)) + 2 * n) % (2 * n)) / (2 * n);
+        return T(mean - (mean * 2 * n == twice && mean % 2 != 0));
+    }
+    float operator()(const std::vector<float>& window) const {
+        return float(std::accumulate(window.begin(), window.end(), 0.0) / double(window.size()));
+    }
+};
+
+// Some NaN and infinities among floats.
+inline void spoil(const View& v, Size, int elements) {
+    const float what[] = {NAN, INFINITY, -INFINITY};
+    for (int64_t i = 5; i < int64_t(v.size.width) * v.size.height * elements; i += 211) {
+        const int64_t row = int64_t(v.size.width) * elements;
+        v.row<float>(i / row)[i % row] = what[i % 3];
+    }
+}
+
+// masks(name, type) gives each kernel's masks.
+template <class Masks, class Visit>
+void box_cases(Masks masks, Visit&& visit) {
+    const auto form = [&](auto type, const char* name, const k::Kernel<k::Filter>& kernel, int channels, bool kept) {
+        for (const Mask& m : masks(name)) {
+            Case c = filter_case<decltype(type)>(name, kernel, channels, kept, m, Mean{});
+            if constexpr (std::is_same_v<decltype(type), float>) {
+                c.values = Values::unit;
+                c.tolerance = 1;  // the order of the sum
+                c.prepare = [channels](const View* v, Size n) { spoil(v[0], n, channels); };
+            }
+            visit(c);
+        }
+    };
+    TARN_FILTER_FORMS(box, uint8_t, u8, form)
+    TARN_FILTER_FORMS(box, int16_t, s16, form)
+    TARN_FILTER_FORMS(box, float, f32, form)
+}
+
+// Floats are ordered by their bits, and so are given as these.
+template <class Masks, class Visit>
+void extreme_cases(Masks masks, Visit&& visit) {
+    const auto form = [&](auto type, const char* name, const k::Kernel<k::Filter>& kernel, int channels, bool kept) {
+        using T = decltype(type);
+        const bool least = std::string(name).starts_with("filter_min");
+        const auto before = [](T a, T b) {
+            if constexpr (sizeof(T) == 4) return (a < 0 ? ~a ^ INT32_MIN : a) < (b < 0 ? ~b ^ INT32_MIN : b);
+            return a < b;
+        };
+        const auto value = [=](const std::vector<T>& window) {
+            return least ? *std::min_element(window.begin(), window.end(), before)
+                         : *std::max_element(window.begin(), window.end(), before);
+        };
+        for (const Mask& m : masks(name)) visit(filter_case<T>(name, kernel, channels, kept, m, value));
+    };
+    TARN_FILTER_FORMS(filter_min, uint8_t, u8, form)
+    TARN_FILTER_FORMS(filter_min, int16_t, s16, form)
+    TARN_FILTER_FORMS(filter_min, int32_t, f32, form)
+    TARN_FILTER_FORMS(filter_max, uint8_t, u8, form)
+    TARN_FILTER_FORMS(filter_max, int16_t, s16, form)
+    TARN_FILTER_FORMS(filter_max, int32_t, f32, form)
+}
+
 template <class Visit>
 void filter_cases(Visit&& visit) {
+    // Each route of the kernels, odd and even sides, anchors off centre; the large ones at a form of each type.
+    const auto masks = [](std::vector<Mask> large) {
+        return [large](const std::string& name) {
+            std::vector<Mask> list = {{{3, 3}, {1, 1}}, {{5, 4}, {4, 0}}};
+            if (name.ends_with("u8_c1") || name.ends_with("s16_c3") || name.ends_with("f32_c3x"))
+                list.insert(list.end(), large.begin(), large.end());
+            return list;
+        };
+    };
+    box_cases(masks({{{1, 1}, {0, 0}}, {{1, 9}, {0, 8}}, {{17, 2}, {3, 1}}, {{35, 33}, {17, 16}}}), visit);
+    extreme_cases(
+        masks({{{1, 1}, {0, 0}}, {{1, 9}, {0, 8}}, {{4, 1}, {1, 0}}, {{35, 33}, {17, 16}}, {{70, 2}, {69, 0}}}), visit);
     median_cases(visit);
 }
 

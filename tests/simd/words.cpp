@@ -321,6 +321,8 @@ void check_words(test::WordResult* result, void* context) {
     WORD(S16, min, (S16, S16), a[i] < b[i] ? a[i] : b[i])
     WORD(S16, max, (S16, S16), a[i] > b[i] ? a[i] : b[i])
     WORD(U16, min, (U16, U16), a[i] < b[i] ? a[i] : b[i])
+    WORD(S32, min, (S32, S32), a[i] < b[i] ? a[i] : b[i])
+    WORD(S32, max, (S32, S32), a[i] > b[i] ? a[i] : b[i])
     WORD(F32, min, (F32, F32), a[i] < b[i] ? a[i] : b[i])
     WORD(F32, max, (F32, F32), a[i] > b[i] ? a[i] : b[i])
     WORD(F64, min, (F64, F64), a[i] < b[i] ? a[i] : b[i])

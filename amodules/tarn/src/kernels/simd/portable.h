@@ -50,6 +50,7 @@ TARN_LANEWISE(mul_high, U16, uint16_t, uint32_t(x) * uint32_t(y) >> 16)
 TARN_MIN_MAX(U8)
 TARN_MIN_MAX(S16)
 TARN_MIN_MAX(U16)
+TARN_MIN_MAX(S32)
 TARN_MIN_MAX(F32)
 TARN_MIN_MAX(F64)  // b where either is NaN, and of two zeros
 #undef TARN_MIN_MAX

@@ -49,6 +49,21 @@ inline U16 min(U16 a, U16 b) {
     return a - (U16)_mm_subs_epu16((__m128i)a, (__m128i)b);
 #endif
 }
+// Below SSE4.1 a comparison and a choice.
+inline S32 min(S32 a, S32 b) {
+#if defined(__SSE4_1__)
+    return (S32)_mm_min_epi32((__m128i)a, (__m128i)b);
+#else
+    return select((Bytes)(a < b), a, b);
+#endif
+}
+inline S32 max(S32 a, S32 b) {
+#if defined(__SSE4_1__)
+    return (S32)_mm_max_epi32((__m128i)a, (__m128i)b);
+#else
+    return select((Bytes)(a < b), b, a);
+#endif
+}
 // b where either is NaN, and of two zeros.
 inline F32 min(F32 a, F32 b) { return (F32)_mm_min_ps((__m128)a, (__m128)b); }
 inline F32 max(F32 a, F32 b) { return (F32)_mm_max_ps((__m128)a, (__m128)b); }

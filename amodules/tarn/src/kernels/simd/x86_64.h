@@ -54,6 +54,8 @@ inline U8 max(U8 a, U8 b) { return (U8)_mm512_max_epu8((__m512i)a, (__m512i)b); 
 inline S16 min(S16 a, S16 b) { return (S16)_mm512_min_epi16((__m512i)a, (__m512i)b); }
 inline S16 max(S16 a, S16 b) { return (S16)_mm512_max_epi16((__m512i)a, (__m512i)b); }
 inline U16 min(U16 a, U16 b) { return (U16)_mm512_min_epu16((__m512i)a, (__m512i)b); }
+inline S32 min(S32 a, S32 b) { return (S32)_mm512_min_epi32((__m512i)a, (__m512i)b); }
+inline S32 max(S32 a, S32 b) { return (S32)_mm512_max_epi32((__m512i)a, (__m512i)b); }
 // b where either is NaN, and of two zeros.
 inline F32 min(F32 a, F32 b) { return (F32)_mm512_min_ps((__m512)a, (__m512)b); }
 inline F32 max(F32 a, F32 b) { return (F32)_mm512_max_ps((__m512)a, (__m512)b); }

@@ -1,0 +1,155 @@
+// Means under a mask. Integers: the sums of the columns of a strip, brought from row to row by the row that enters and the row that
+// leaves, then sums along the row in the same way: exact, in 64 bits where 32 do not hold. Floats: sums in double by van
+// Herk's scheme in both directions (columns.h), which takes nothing back: no drift, and what is not a number stays in its windows.
+#include "kernels/filter/columns.h"
+#include "kernels/filter/window.h"
+#include "kernels/plane/scratch.h"
+#include "kernels/plane/strips.h"
+
+namespace tarn::k::TARN_LEVEL {
+namespace {
+
+constexpr int64_t kStripMost = 1536, kStripUnit = 192;  // elements
+
+// d := n results. The fourth of every four elements stays where it is kept.
+template <class T, bool kKept>
+void put_row(uint8_t* d, const T* results, int64_t n) {
+    const Bytes mask = colour_mask<T>();
+    const uint8_t* from = reinterpret_cast<const uint8_t*>(results);
+    each_vector(n * int64_t(sizeof(T)),
+                [=](auto io, int64_t i) { store_form<kKept>(io, d + i, io.load(from + i), mask); });
+}
+
+// ---- Integers -----------------------------------------------------------------------------------------------------
+
+// Quotients of a correctly rounded division are on the side of a half that they belong to as long as the area is below 2^36;
+// 1.5 x 2^52 has a last place of 1.
+template <class T, class Sum>
+void divide_row(const Sum* sums, double area, T* means, int64_t n) {
+    constexpr double kNearest = 6755399441055744.0;
+    for (int64_t i = 0; i < n; ++i) means[i] = T(int32_t(double(sums[i]) / area + kNearest - kNearest));
+}
+
+// Sums of `columns` pixels each.
+template <class Sum>
+void sum_row(const Sum* column, Sum* sums, int64_t n, int64_t columns, int64_t channels) {
+    for (int64_t c = 0; c < channels; ++c) {
+        Sum sum = 0;
+        for (int64_t i = 0; i < columns - 1; ++i) sum += column[c + i * channels];
+        for (int64_t i = c; i < n; i += channels) {
+            sum += column[i + (columns - 1) * channels];
+            sums[i] = sum;
+            sum -= column[i];
+        }
+    }
+}
+
+template <class T, bool kKept, class Sum>
+Status box_integers(const Window& w, const Allocator& allocator) {
+    const int64_t strip = strip_width(w.width, kStripMost, kStripUnit), most = min(strip, w.width);
+    Scratch scratch(allocator);
+    Sum *column = nullptr, *sums = nullptr;
+    T* means = nullptr;
+    if (!scratch.carve([&](auto part) { part(column, most + w.reach), part(sums, most), part(means, most); }))
+        return kNoMemory;
+    const double area = double(w.columns) * double(w.rows);
+    for (int64_t x = 0; x < w.width; x += strip) {
+        const int64_t width = min(strip, w.width - x), n = width + w.reach;
+        const auto source = [=](int64_t y) { return reinterpret_cast<const Loose<T>*>(w.src + y * w.src_stride) + x; };
+        memset(column, 0, size_t(n) * sizeof(Sum));
+        for (int64_t y = 0; y < w.rows - 1; ++y) {
+            const Loose<T>* enters = source(y);
+            for (int64_t i = 0; i < n; ++i) column[i] += enters[i];
+        }
+        for (int64_t y = 0; y < w.height; ++y) {
+            const Loose<T>*enters = source(y + w.rows - 1), *leaves = source(y);
+            for (int64_t i = 0; i < n; ++i) column[i] += enters[i];
+            sum_row(column, sums, width, w.columns, w.channels);
+            for (int64_t i = 0; i < n; ++i) column[i] -= leaves[i];
+            divide_row(sums, area, means, width);
+            put_row<T, kKept>(w.dst + y * w.dst_stride + x * int64_t(sizeof(T)), means, width);
+        }
+    }
+    return kOk;
+}
+
+// ---- Floats -------------------------------------------------------------------------------------------------------
+
+struct SumFold {
+    using T = float;
+    using E = double;
+    using V = decltype(load_f64(nullptr));
+    static constexpr int64_t kStep = sizeof(V) / sizeof(double);
+    static V load(Whole, const uint8_t* p, int64_t) { return load_f64(p); }
+    static V load(Part, const uint8_t* p, int64_t n) { return load_f64_n(p, n); }
+    static V join(V a, V b) { return a + b; }
+};
+
+// Sums of `columns` pixels each, by blocks of as many. end has room for a block.
+void sum_row(const double* column, double* sums, double* end, int64_t n, int64_t columns, int64_t channels) {
+    const int64_t block = columns * channels;
+    for (int64_t i = 0; i < n; i += block) {
+        const int64_t count = min(block, n - i);
+        for (int64_t c = 0; c < channels; ++c) {
+            double sum = column[i + block - channels + c];
+            end[block - channels + c] = sum;
+            for (int64_t j = block - 2 * channels + c; j >= 0; j -= channels) end[j] = sum = column[i + j] + sum;
+            sums[i + c] = end[c];
+            for (int64_t j = channels + c; j < count; j += channels) {
+                const double next = column[i + block - channels + j];
+                sum = j == channels + c ? next : sum + next;
+                sums[i + j] = end[j] + sum;
+            }
+        }
+    }
+}
+
+template <bool kKept>
+Status box_floats(const Window& w, const Allocator& allocator) {
+    // A strip ends where blocks of columns do, so that sums do not depend on it.
+    const int64_t block = w.columns * w.channels;
+    const int64_t strip = (strip_width(w.width, kStripMost, kStripUnit) + block - 1) / block * block;
+    const int64_t most = min(strip, w.width), pitch = most + w.reach + 4 * kLanes<double>, rows = min(w.rows, w.height);
+    Scratch scratch(allocator);
+    double *columns = nullptr, *sums = nullptr, *end = nullptr;
+    float* means = nullptr;
+    if (!scratch.carve(
+            [&](auto part) { part(columns, rows * pitch), part(sums, most), part(end, block), part(means, most); }))
+        return kNoMemory;
+    const double scale = 1.0 / (double(w.columns) * double(w.rows));
+    for (int64_t x = 0; x < w.width; x += strip) {
+        const int64_t width = min(strip, w.width - x);
+        for (int64_t y = 0; y < w.height; y += rows) {
+            const int64_t count = min(rows, w.height - y);
+            fold_columns<SumFold>(w.src + y * w.src_stride + x * 4, width + w.reach, w.src_stride, w.rows, count,
+                                  columns, pitch);
+            for (int64_t j = 0; j < count; ++j) {
+                sum_row(columns + j * pitch, sums, end, width, w.columns, w.channels);
+                for (int64_t i = 0; i < width; ++i) means[i] = settle_nan(float(sums[i] * scale));
+                put_row<float, kKept>(w.dst + (y + j) * w.dst_stride + x * 4, means, width);
+            }
+        }
+    }
+    return kOk;
+}
+
+template <class T, Form kForm>
+Status box(const void* src, int32_t src_stride, void* dst, int32_t dst_stride, Size size, Size mask, Offset anchor,
+           const Allocator& allocator) {
+    if (Status s = check_filter(src, dst, size, mask, anchor)) return s;
+    const Window w = window_of<T, kForm>(src, src_stride, dst, dst_stride, size, mask, anchor);
+    if constexpr (sizeof(T) == 4) {
+        return box_floats<kept(kForm)>(w, allocator);
+    } else {
+        // Areas whose sums stay in 32 bits.
+        constexpr int64_t kMost = INT32_MAX / (sizeof(T) == 1 ? 255 : 32768);
+        if (w.columns <= kMost / w.rows) return box_integers<T, kept(kForm), int32_t>(w, allocator);
+        return box_integers<T, kept(kForm), int64_t>(w, allocator);
+    }
+}
+
+}  // namespace
+
+TARN_BODIES(box, Filter, u8_s16_f32, c1_c3_c4_c3x, box<T, kForm>)
+
+}  // namespace tarn::k::TARN_LEVEL

@@ -1,0 +1,66 @@
+// What the filters' cases leave open: masks and anchors that are refused, memory that can't be had, sums beyond 32 bits.
+#include "kernels/filter/filter.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <vector>
+
+#include "cases/heap.h"
+#include "kernels/check.h"
+
+namespace {
+
+using namespace tarn;
+
+template <class F>
+void each_kernel(F f) {
+    for (const auto* set : {&k::box_kernels, &k::filter_min_kernels, &k::filter_max_kernels})
+        for (const auto& forms : set->cells)
+            for (const k::Kernel<k::Filter>* kernel : forms)
+                if (kernel) f(*kernel);
+}
+
+TEST(filter, refuses_masks_without_cells_and_anchors_outside) {
+    each_kernel([](const k::Kernel<k::Filter>& kernel) {
+        std::vector<uint8_t> src(4096), dst(64, 7);
+        const auto call = [&](k::Size mask, k::Offset anchor, const k::Allocator& a) {
+            return kernel(src.data() + 2048, 32, dst.data(), 16, k::Size{1, 1}, mask, anchor, a);
+        };
+        for (const k::Size mask : {k::Size{0, 3}, {3, 0}, {-1, 3}, {3, INT32_MIN}})
+            EXPECT_EQ(call(mask, {0, 0}, cases::heap()), k::kBadArg);
+        for (const k::Offset anchor : {k::Offset{3, 0}, {-1, 0}, {0, 2}, {0, -1}})
+            EXPECT_EQ(call({3, 2}, anchor, cases::heap()), k::kBadArg);
+        const k::Allocator none{[](void*, uint64_t) -> void* { return nullptr; }, [](void*, void*) {}, nullptr};
+        EXPECT_EQ(call({40, 40}, {0, 0}, none), k::kNoMemory);
+        EXPECT_EQ(std::count(dst.begin(), dst.end(), 7), 64);
+    });
+}
+
+// A source whose rows are all the same memory can be as high as one likes. All elements are `most` but every `step`th, which are
+// zero.
+template <class T>
+void check_huge(const k::Kernel<k::Filter>& kernel, T most, k::Size mask, int step) {
+    constexpr int kWidth = 37;
+    std::vector<T> src(size_t(mask.width + kWidth - 1), most), dst(kWidth);
+    for (size_t i = 0; i < src.size(); i += size_t(step)) src[i] = 0;
+    test::at_every_level([&](int level) {
+        ASSERT_EQ(kernel(src.data(), 0, dst.data(), 0, k::Size{kWidth, 1}, mask, k::Offset{0, 0}, cases::heap()),
+                  k::kOk);
+        for (int x = 0; x < kWidth; ++x) {
+            const auto zeros = std::count(src.begin() + x, src.begin() + x + mask.width, T(0));
+            // Not a tie: the width is odd.
+            const double mean = double(most) * double(mask.width - zeros) / mask.width;
+            ASSERT_EQ(dst[size_t(x)], T(std::nearbyint(mean))) << "level " << level << ", pixel " << x;
+        }
+    });
+}
+
+TEST(filter, box_sums_beyond_32_bits) {
+    check_huge<uint8_t>(k::box_u8_c1, 255, {4099, 4100}, 3);
+    check_huge<int16_t>(k::box_s16_c1, -32768, {401, 400}, 7);
+    check_huge<int16_t>(k::box_s16_c1, 32767, {401, 400}, 400);
+}
+
+}  // namespace
