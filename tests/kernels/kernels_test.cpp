@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "cases/arith.h"
+#include "cases/border.h"
 #include "cases/compare.h"
 #include "cases/contour.h"
 #include "cases/convert.h"
@@ -25,7 +26,7 @@ using tarn::test::Check;
 
 // X for every family.
 #define FAMILIES(X) \
-    X(arith) X(compare) X(contour) X(convert) X(copy) X(filter) X(logic) X(mapping) X(mirror) X(net) X(resize) X(set) X(stats)
+    X(arith) X(border) X(compare) X(contour) X(convert) X(copy) X(filter) X(logic) X(mapping) X(mirror) X(net) X(resize) X(set) X(stats)
 
 #define CHECK(family) \
     TEST(kernels, family) { tarn::cases::family##_cases(Check{}); }
@@ -36,6 +37,7 @@ class kernels_streamed : public testing::Test {
     const int64_t before_ = std::exchange(tarn::k::stream_bytes, 0);
     void TearDown() override { tarn::k::stream_bytes = before_; }
 };
+TEST_F(kernels_streamed, border) { tarn::cases::border_cases(Check{}); }
 TEST_F(kernels_streamed, convert) { tarn::cases::convert_cases(Check{}); }
 TEST_F(kernels_streamed, copy) { tarn::cases::copy_cases(Check{}); }
 TEST_F(kernels_streamed, mapping) { tarn::cases::mapping_cases(Check{}); }

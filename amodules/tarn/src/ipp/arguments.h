@@ -9,6 +9,8 @@ namespace tarn::ipp {
 // Element kind: 1 u8, 2 s16, 3 s32, 4 u32, 5 f32.
 constexpr int kind_of(LumoELEMTYPE type) { return int(type >> 8 & 15); }
 constexpr int channels_of(LumoELEMTYPE type) { return int(type >> 12 & 15); }
+// Whether two words are of one kind with one number of channels.
+constexpr bool same_type(LumoELEMTYPE a, LumoELEMTYPE b) { return ((a ^ b) & 0xff00) == 0; }
 // Bytes of one element of a kind; 0 where there is none. Kind 4 has none here, deliberately: only copies serve it.
 constexpr int element_bytes(int kind) {
     constexpr int kBytes[16] = {0, 1, 2, 4, 0, 4, 8};

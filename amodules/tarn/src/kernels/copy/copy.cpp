@@ -1,101 +1,10 @@
-// Plane copies. A copy that carries every channel sees bytes only, so one body serves all element types and channel
-// counts; the c3x forms blend under a mask of channels. The order of rows and of bytes in a row is chosen so that a plane
-// may be shifted within its own buffer. Stores go around the cache only where the output is so large that it would evict
-// everything anyway: below that they lose.
+// Plane copies: those of plane/move.h, which other families use on their way.
 #include "kernels/copy/copy.h"
 
-#include "kernels/plane/plane.h"
-#include "kernels/plane/store.h"
-#include "kernels/simd/stream.h"
+#include "kernels/plane/move.h"
 
 namespace tarn::k::TARN_LEVEL {
-namespace {
 
-// True when going from the first row to the last could overwrite source rows not read yet.
-bool from_the_end(const void* src, int32_t src_stride, const void* dst, int32_t dst_stride) {
-    const intptr_t shift = reinterpret_cast<intptr_t>(dst) - reinterpret_cast<intptr_t>(src);
-    return src_stride == dst_stride && shift != 0 && (shift > 0) == (dst_stride > 0);
-}
-
-// Bytes of a row that are worth stores around the cache: the lines at its ends are stored into the cache even so.
-constexpr int64_t kLeastStreamed = 1024;
-
-// The bytes from a plane's lowest pixel to its highest.
-struct Extent {
-    intptr_t from, to;
-    Extent(const void* data, int32_t stride, Size size, int64_t pixel_bytes) {
-        const int64_t last = (size.height - 1) * int64_t(stride);
-        from = reinterpret_cast<intptr_t>(data) + min<int64_t>(last, 0);
-        to = reinterpret_cast<intptr_t>(data) + max<int64_t>(last, 0) + size.width * pixel_bytes;
-    }
-    bool apart_from(Extent other) const { return to <= other.from || other.to <= from; }
-};
-
-Status copy_rows(const void* src, int32_t src_stride, void* dst, int32_t dst_stride, Size size, int64_t pixel_bytes) {
-    if (Status s = check(size, src, dst)) return s;
-    if (src == dst && src_stride == dst_stride) return kOk;
-    const Rows rows = rows_of(size, Pitch{src_stride, pixel_bytes}, Pitch{dst_stride, pixel_bytes});
-    const int64_t row_bytes = rows.pixels * pixel_bytes;
-    const Extent source(src, src_stride, size, pixel_bytes), destination(dst, dst_stride, size, pixel_bytes);
-    if (row_bytes >= kLeastStreamed && streams(rows.count * row_bytes) && destination.apart_from(source)) {
-        for (int64_t y = 0; y < rows.count; ++y)
-            stream_row(row<uint8_t>(dst, dst_stride, y), row<uint8_t>(src, src_stride, y), row_bytes);
-        stream_fence();
-        return kOk;
-    }
-    const bool reverse = from_the_end(src, src_stride, dst, dst_stride);
-    for (int64_t i = 0; i < rows.count; ++i) {
-        const int64_t y = reverse ? rows.count - 1 - i : i;
-        memmove(row<uint8_t>(dst, dst_stride, y), row<uint8_t>(src, src_stride, y), size_t(row_bytes));
-    }
-    return kOk;
-}
-
-// Three channels of four: n bytes.
-void copy_row_c3x(uint8_t* d, const uint8_t* s, int64_t n, Bytes colours) {
-    each_vector(n, [=](auto io, int64_t i) { store_form<true>(io, d + i, io.load(s + i), colours); });
-}
-
-// The same where source and destination overlap: through a buffer, piece by piece, in the order that reads before it
-// writes.
-void copy_overlapping_row_c3x(uint8_t* d, const uint8_t* s, int64_t n, Bytes colours) {
-    constexpr int64_t kPiece = 1024;
-    uint8_t buffer[kPiece];
-    for (int64_t done = 0; done < n; done += kPiece) {
-        const int64_t count = min(kPiece, n - done), i = d > s ? n - done - count : done;
-        memcpy(buffer, s + i, size_t(count));
-        copy_row_c3x(d + i, buffer, count, colours);
-    }
-}
-
-Status copy_rows_c3x(const void* src, int32_t src_stride, void* dst, int32_t dst_stride, Size size, int64_t pixel_bytes,
-                     Bytes colours) {
-    if (Status s = check(size, src, dst)) return s;
-    if (src == dst && src_stride == dst_stride) return kOk;
-    const bool reverse = from_the_end(src, src_stride, dst, dst_stride);
-    const int64_t n = size.width * pixel_bytes;
-    for (int64_t i = 0; i < size.height; ++i) {
-        const int64_t y = reverse ? size.height - 1 - i : i;
-        uint8_t* d = row<uint8_t>(dst, dst_stride, y);
-        const uint8_t* s = row<uint8_t>(src, src_stride, y);
-        if (d - s < n && s - d < n)
-            copy_overlapping_row_c3x(d, s, n, colours);
-        else
-            copy_row_c3x(d, s, n, colours);
-    }
-    return kOk;
-}
-
-template <class T, Form kForm>
-Status copy(const void* src, int32_t src_stride, void* dst, int32_t dst_stride, Size size) {
-    if constexpr (kept(kForm))
-        return copy_rows_c3x(src, src_stride, dst, dst_stride, size, kPixelBytes<T, kForm>, colour_mask<T>());
-    else
-        return copy_rows(src, src_stride, dst, dst_stride, size, kPixelBytes<T, kForm>);
-}
-
-}  // namespace
-
-TARN_BODIES(copy, Unary, u8_s16_s32, c1_c3_c4_c3x, copy<T, kForm>)
+TARN_BODIES(copy, Unary, u8_s16_s32, c1_c3_c4_c3x, move_plane<T, kForm>)
 
 }  // namespace tarn::k::TARN_LEVEL
