@@ -11,18 +11,11 @@ namespace tarn::cases {
 
 template <class T>
 bool holds(int32_t comparison, T a, T b) {
-    switch (comparison) {
-        case k::kLess:
-            return a < b;
-        case k::kLessEqual:
-            return a <= b;
-        case k::kEqual:
-            return a == b;
-        case k::kGreaterEqual:
-            return a >= b;
-        default:
-            return a > b;
-    }
+    return comparison == k::kLess           ? a < b
+           : comparison == k::kLessEqual    ? a <= b
+           : comparison == k::kEqual        ? a == b
+           : comparison == k::kGreaterEqual ? a >= b
+                                            : a > b;
 }
 inline const char* const kComparisonNames[] = {" less", " less or equal", " equal", " greater or equal", " greater"};
 

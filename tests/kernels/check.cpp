@@ -126,20 +126,11 @@ T random_value(std::mt19937& rng, Values values) {
 // f(T{}) with the C++ type of elements.
 template <class F>
 auto with_type(Type type, F f) {
-    switch (type) {
-        case Type::u8:
-            return f(uint8_t());
-        case Type::s16:
-            return f(int16_t());
-        case Type::s32:
-            return f(int32_t());
-        case Type::u32:
-            return f(uint32_t());
-        case Type::f32:
-            return f(float());
-        default:
-            return f(double());
-    }
+    if (type == Type::u8) return f(uint8_t());
+    if (type == Type::s16) return f(int16_t());
+    if (type == Type::s32) return f(int32_t());
+    if (type == Type::u32) return f(uint32_t());
+    return type == Type::f32 ? f(float()) : f(double());
 }
 
 void fill(std::vector<uint8_t>& bytes, Type type, std::mt19937& rng, Values values) {
