@@ -5,6 +5,7 @@
 #include <array>
 #include <cmath>
 #include <limits>
+#include <numeric>
 
 #include "cases/case.h"
 #include "kernels/arith/arith.h"
@@ -45,20 +46,17 @@ std::vector<std::array<T, 3>> arith_constants() {
     }
 }
 
-template <class T, class Op>
-void constant_case(const char* name, const k::Kernel<k::WithConstantInPlace>& kernel, int channels, Op op,
-                   const auto& visit) {
+template <class T>
+void constant_cases(const Listed<k::WithConstantInPlace>& k, auto op, const auto& visit) {
     int variant = 0;
     for (const std::array<T, 3>& constants : arith_constants<T>()) {
-        Case c{name + (variant ? " with constants " + std::to_string(variant) : ""), {inout<T>(channels)}, {}, {}};
+        Case c{k.name + (variant ? " with constants " + std::to_string(variant) : ""), {inout<T>(k.channels)}, {}, {}};
         ++variant;
-        c.run = [&kernel, constants](const View* v, Size n) {
-            return kernel(constants.data(), v[0].data, v[0].stride, n);
-        };
+        c.run = [k, constants](const View* v, Size n) { return k(constants.data(), v[0].data, v[0].stride, n); };
         c.expect = [=](const View* v, Size n) {
-            each_element(n, channels, [&](int x, int y, int ch) {
-                T& d = v[0].row<T>(y)[x * channels + ch];
-                if (ch < 3) d = arith_step(op, d, constants[size_t(ch)]);
+            k.each_element(n, [&](int y, int i, int ch) {
+                T& d = v[0].row<T>(y)[i];
+                d = arith_step(op, d, constants[size_t(ch)]);
             });
         };
         visit(c);
@@ -75,29 +73,21 @@ struct ViewList {
     k::Sources sources;
 };
 
-inline std::vector<Plane> list_planes(int count, Plane source, Plane dst) {
-    std::vector<Plane> planes(size_t(count), source);
-    planes.push_back(dst);
-    return planes;
-}
-
-template <class T, class Op>
-void fold_case(const char* name, const k::Kernel<k::Fold>& kernel, int channels, bool kept, Op op, const auto& visit) {
+// run(list, destination, size); expected(the sources' elements).
+template <class T, class Fn>
+void list_cases(const Listed<Fn>& k, auto run, auto expected, const auto& visit) {
     for (const int count : {1, 2, 3, 4, 6}) {
-        Case c{std::string(name) + " of " + std::to_string(count),
-               list_planes(count, in<T>(channels), kept ? inout<T>(channels) : out<T>(channels)),
-               {},
-               {}};
-        c.run = [&kernel, count](const View* v, Size n) {
+        Case c{k.name + " of " + std::to_string(count), std::vector<Plane>(size_t(count), in<T>(k.channels)), {}, {}};
+        c.planes.push_back(k.template destination<T>());
+        c.run = [=](const View* v, Size n) {
             const ViewList list(v, count);
-            return kernel(&list.sources, v[count].data, v[count].stride, n);
+            return run(list.sources, v[count], n);
         };
         c.expect = [=](const View* v, Size n) {
-            each_element(n, channels, [&](int x, int y, int ch) {
-                const int e = x * channels + ch;
-                T r = v[0].row<T>(y)[e];
-                for (int i = 1; i < count; ++i) r = arith_step(op, r, v[i].row<T>(y)[e]);
-                if (!(kept && ch == 3)) v[count].row<T>(y)[e] = r;
+            std::vector<T> elements(static_cast<size_t>(count));
+            k.each_element(n, [&](int y, int i, int) {
+                for (int s = 0; s < count; ++s) elements[size_t(s)] = v[s].row<T>(y)[i];
+                v[count].row<T>(y)[i] = expected(elements);
             });
         };
         visit(c);
@@ -105,62 +95,45 @@ void fold_case(const char* name, const k::Kernel<k::Fold>& kernel, int channels,
 }
 
 template <class T>
-void average_case(const char* name, const k::Kernel<k::Average>& kernel, int channels, bool kept, const auto& visit) {
-    for (const int count : {1, 2, 3, 4, 6}) {
-        Case c{std::string(name) + " of " + std::to_string(count),
-               list_planes(count, in<T>(channels), kept ? inout<T>(channels) : out<T>(channels)),
-               {},
-               {}};
-        c.run = [&kernel, count](const View* v, Size n) {
-            alignas(64) static uint8_t scratch[k::kAverageScratch];
-            const ViewList list(v, count);
-            return kernel(&list.sources, count, v[count].data, v[count].stride, n, scratch);
-        };
-        c.expect = [=](const View* v, Size n) {
-            each_element(n, channels, [&](int x, int y, int ch) {
-                const int e = x * channels + ch;
-                if constexpr (std::is_same_v<T, uint8_t>) {
-                    double sum = 0;
-                    for (int i = 0; i < count; ++i) sum += v[i].row<T>(y)[e];
-                    if (!(kept && ch == 3)) v[count].row<T>(y)[e] = T(std::nearbyint(sum / count));
-                } else {
-                    T sum = v[0].row<T>(y)[e];
-                    for (int i = 1; i < count; ++i) sum = arith_step(Add{}, sum, v[i].row<T>(y)[e]);
-                    const double mean = double(sum) / count;
-                    if (!(kept && ch == 3))
-                        v[count].row<T>(y)[e] =
-                            std::is_same_v<T, float> ? T(float(sum) / float(count)) : T(std::nearbyint(mean));
-                }
-            });
-        };
-        visit(c);
-    }
+T folded(auto op, const std::vector<T>& elements) {
+    T r = elements[0];
+    for (size_t i = 1; i < elements.size(); ++i) r = arith_step(op, r, elements[i]);
+    return r;
+}
+
+// The mean of 8 bits is of the exact sum, that of others of the saturated one.
+template <class T>
+T mean(const std::vector<T>& elements) {
+    const auto count = elements.size();
+    if constexpr (std::is_same_v<T, float>) return folded(Add{}, elements) / float(count);
+    double sum = double(folded(Add{}, elements));
+    if constexpr (std::is_same_v<T, uint8_t>) sum = std::accumulate(elements.begin(), elements.end(), 0.0);
+    return T(std::nearbyint(sum / double(count)));
 }
 
 template <class Visit>
 void arith_cases(Visit&& visit) {
-#define TARN_ARITH(op, Op, type, T)                                                    \
-    constant_case<T>(#op "_c_" #type "_c1", k::op##_c_##type##_c1, 1, Op{}, visit);    \
-    constant_case<T>(#op "_c_" #type "_c3", k::op##_c_##type##_c3, 3, Op{}, visit);    \
-    constant_case<T>(#op "_c_" #type "_c3x", k::op##_c_##type##_c3x, 4, Op{}, visit);  \
-    fold_case<T>(#op "_n_" #type "_c1", k::op##_n_##type##_c1, 1, false, Op{}, visit); \
-    fold_case<T>(#op "_n_" #type "_c3", k::op##_n_##type##_c3, 3, false, Op{}, visit); \
-    fold_case<T>(#op "_n_" #type "_c3x", k::op##_n_##type##_c3x, 4, true, Op{}, visit);
-#define TARN_TYPES(op, Op) \
-    TARN_ARITH(op, Op, u8, uint8_t) TARN_ARITH(op, Op, s16, int16_t) TARN_ARITH(op, Op, f32, float)
-    TARN_TYPES(add, Add)
-    TARN_TYPES(sub, Sub)
-    TARN_TYPES(mul, Mul)
-#undef TARN_TYPES
-#undef TARN_ARITH
-#define TARN_AVERAGE(type, T)                                                     \
-    average_case<T>("avg_n_" #type "_c1", k::avg_n_##type##_c1, 1, false, visit); \
-    average_case<T>("avg_n_" #type "_c3", k::avg_n_##type##_c3, 3, false, visit); \
-    average_case<T>("avg_n_" #type "_c3x", k::avg_n_##type##_c3x, 4, true, visit);
-    TARN_AVERAGE(u8, uint8_t)
-    TARN_AVERAGE(s16, int16_t)
-    TARN_AVERAGE(f32, float)
-#undef TARN_AVERAGE
+    const auto operation = [&](const std::string& op, const auto& with_constant, const auto& of_lists, auto step) {
+        each_kernel<uint8_t, int16_t, float>(op + "_c", with_constant,
+                                             [&]<class T>(T, const auto& k) { constant_cases<T>(k, step, visit); });
+        each_kernel<uint8_t, int16_t, float>(op + "_n", of_lists, [&]<class T>(T, const auto& k) {
+            list_cases<T>(
+                k, [k](const k::Sources& s, const View& d, Size n) { return k(&s, d.data, d.stride, n); },
+                [step](const std::vector<T>& elements) { return folded(step, elements); }, visit);
+        });
+    };
+    operation("add", k::add_c_kernels, k::add_n_kernels, Add{});
+    operation("sub", k::sub_c_kernels, k::sub_n_kernels, Sub{});
+    operation("mul", k::mul_c_kernels, k::mul_n_kernels, Mul{});
+    each_kernel<uint8_t, int16_t, float>("avg_n", k::avg_n_kernels, [&]<class T>(T, const auto& k) {
+        list_cases<T>(
+            k,
+            [k](const k::Sources& s, const View& d, Size n) {
+                alignas(64) static uint8_t scratch[k::kAverageScratch];
+                return k(&s, s.count, d.data, d.stride, n, scratch);
+            },
+            mean<T>, visit);
+    });
 }
 
 }  // namespace tarn::cases

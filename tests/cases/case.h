@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "kernels/base/kernel.h"
@@ -20,30 +21,13 @@ inline int bytes_of(Type t) {
     return bytes[int(t)];
 }
 template <class T>
-struct TypeOf;
-template <>
-struct TypeOf<uint8_t> {
-    static constexpr Type value = Type::u8;
-};
-template <>
-struct TypeOf<int16_t> {
-    static constexpr Type value = Type::s16;
-};
-template <>
-struct TypeOf<int32_t> {
-    static constexpr Type value = Type::s32;
-};
-template <>
-struct TypeOf<uint32_t> {
-    static constexpr Type value = Type::u32;
-};
-template <>
-struct TypeOf<float> {
-    static constexpr Type value = Type::f32;
-};
-template <>
-struct TypeOf<double> {
-    static constexpr Type value = Type::f64;
+struct TypeOf {
+    static constexpr Type value = std::is_same_v<T, uint8_t>    ? Type::u8
+                                  : std::is_same_v<T, int16_t>  ? Type::s16
+                                  : std::is_same_v<T, int32_t>  ? Type::s32
+                                  : std::is_same_v<T, uint32_t> ? Type::u32
+                                  : std::is_same_v<T, float>    ? Type::f32
+                                                                : Type::f64;
 };
 
 enum class Role { in, out, inout };
@@ -114,6 +98,51 @@ void each_element(Size n, int elements, Fn fn) {
     for (int y = 0; y < n.height; ++y)
         for (int x = 0; x < n.width; ++x)
             for (int c = 0; c < elements; ++c) fn(x, y, c);
+}
+
+// ---- Kernels by the rows of the lists --------------------------------------------------------------------------------
+
+// One of an operation's kernels: its name, its form, the elements of its pixels, and how many of them it works on.
+template <class Fn>
+struct Listed {
+    std::string name;
+    const k::Kernel<Fn>* kernel;
+    k::Form form;
+    int channels = k::channels(form), used = k::used(form);
+    template <class... Args>
+    Status operator()(Args... args) const {
+        return (*kernel)(args...);
+    }
+    template <class T>
+    Plane destination() const {
+        return used < channels ? inout<T>(channels) : out<T>(channels);
+    }
+    // fn(row, element of the row, channel) for every element that is worked on.
+    template <class Each>
+    void each_element(Size n, Each fn) const {
+        cases::each_element(n, channels, [&](int x, int y, int c) {
+            if (c < used) fn(y, x * channels + c, c);
+        });
+    }
+};
+
+// body(T(), kernel) for an operation's kernels of element types Ts, in all their forms.
+template <class... Ts, class Fn, class Body>
+void each_kernel(const std::string& op, const k::KernelSet<Fn>& set, Body body) {
+    static const char* const forms[] = {"_c1", "_c2", "_c3", "_c4", "_c3x"};
+    const auto of_type = [&](auto t, k::Type type, const char* name) {
+        for (int f = 0; f < k::kForms; ++f)
+            if (const k::Kernel<Fn>* kernel = set.find(type, k::Form(f)))
+                body(t, Listed<Fn>{op + name + forms[f], kernel, k::Form(f)});
+    };
+    const auto each = [&](auto t) {
+        using T = decltype(t);
+        if (std::is_same_v<T, float>) return of_type(t, k::Type::f32, "_f32");
+        if (sizeof(T) == 1) return of_type(t, k::Type::u8, "_u8");
+        if (sizeof(T) == 2) return of_type(t, k::Type::s16, "_s16");
+        sizeof(T) == 4 ? of_type(t, k::Type::s32, "_s32") : of_type(t, k::Type::s64, "_s64");
+    };
+    (each(Ts()), ...);
 }
 
 }  // namespace tarn::cases

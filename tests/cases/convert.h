@@ -21,39 +21,25 @@ D converted(S v) {
     }
 }
 
-// kept: the fourth channel of the destination stays.
-template <class S, class D>
-Case convert_case(const char* name, const k::Kernel<k::Unary>& kernel, int channels, bool kept = false) {
-    Case c{name, {in<S>(channels), kept ? inout<D>(channels) : out<D>(channels)}, {}, {}};
-    c.run = [&kernel](const View* v, Size n) { return kernel(v[0].data, v[0].stride, v[1].data, v[1].stride, n); };
-    c.expect = [channels, kept](const View* v, Size n) {
-        each_element(n, channels, [&](int x, int y, int ch) {
-            if (!(kept && ch == 3)) v[1].row<D>(y)[x * channels + ch] = converted<D>(v[0].row<S>(y)[x * channels + ch]);
-        });
-    };
-    return c;
+// From one type of element to the types Ds.
+template <class S, class... Ds>
+void convert_from(const char* op, const k::KernelSet<k::Unary>& kernels, const auto& visit) {
+    each_kernel<Ds...>(op, kernels, [&]<class D>(D, const Listed<k::Unary>& k) {
+        Case c{k.name, {in<S>(k.channels), k.template destination<D>()}, {}, {}};
+        c.run = [k](const View* v, Size n) { return k(v[0].data, v[0].stride, v[1].data, v[1].stride, n); };
+        c.expect = [k](const View* v, Size n) {
+            k.each_element(n, [&](int y, int i, int) { v[1].row<D>(y)[i] = converted<D>(v[0].row<S>(y)[i]); });
+        };
+        visit(c);
+    });
 }
 
 template <class Visit>
 void convert_cases(Visit&& visit) {
-#define CONVERT(S, s, D, d)                                                              \
-    visit(convert_case<S, D>("convert_" #s "_" #d "_c1", k::convert_##s##_##d##_c1, 1)); \
-    visit(convert_case<S, D>("convert_" #s "_" #d "_c3", k::convert_##s##_##d##_c3, 3)); \
-    visit(convert_case<S, D>("convert_" #s "_" #d "_c4", k::convert_##s##_##d##_c4, 4)); \
-    visit(convert_case<S, D>("convert_" #s "_" #d "_c3x", k::convert_##s##_##d##_c3x, 4, true));
-    CONVERT(uint8_t, u8, int16_t, s16)
-    CONVERT(uint8_t, u8, int32_t, s32)
-    CONVERT(uint8_t, u8, float, f32)
-    CONVERT(int16_t, s16, uint8_t, u8)
-    CONVERT(int16_t, s16, int32_t, s32)
-    CONVERT(int16_t, s16, float, f32)
-    CONVERT(int32_t, s32, uint8_t, u8)
-    CONVERT(int32_t, s32, int16_t, s16)
-    CONVERT(int32_t, s32, float, f32)
-    CONVERT(float, f32, uint8_t, u8)
-    CONVERT(float, f32, int16_t, s16)
-    CONVERT(float, f32, int32_t, s32)
-#undef CONVERT
+    convert_from<uint8_t, int16_t, int32_t, float>("convert_u8", k::convert_u8_kernels, visit);
+    convert_from<int16_t, uint8_t, int32_t, float>("convert_s16", k::convert_s16_kernels, visit);
+    convert_from<int32_t, uint8_t, int16_t, float>("convert_s32", k::convert_s32_kernels, visit);
+    convert_from<float, uint8_t, int16_t, int32_t>("convert_f32", k::convert_f32_kernels, visit);
 }
 
 }  // namespace tarn::cases

@@ -1,79 +1,53 @@
 // Cases of the plane copies.
 #pragma once
 
-#include <cstring>
+#include <utility>
 
 #include "cases/case.h"
 #include "kernels/copy/copy.h"
 
 namespace tarn::cases {
 
-// kept: the fourth channel of the destination stays.
+// Into another plane from all of one, or from a part of a wider one, whose rows lie further apart than the destination's.
 template <class T>
-Case copy_case(const char* name, const k::Kernel<k::Unary>& kernel, int channels, bool kept = false) {
-    Case c{name, {in<T>(channels), kept ? inout<T>(channels) : out<T>(channels)}, {}, {}};
-    c.run = [&kernel](const View* v, Size n) { return kernel(v[0].data, v[0].stride, v[1].data, v[1].stride, n); };
-    c.expect = [channels, kept](const View* v, Size n) {
-        each_element(n, channels, [&](int x, int y, int ch) {
-            if (!(kept && ch == 3)) v[1].row<T>(y)[x * channels + ch] = v[0].row<T>(y)[x * channels + ch];
-        });
+Case copy_case(const Listed<k::Unary>& k, bool of_a_part) {
+    Case c{k.name + (of_a_part ? " of a part" : ""), {in<T>(k.channels), k.template destination<T>()}, {}, {}};
+    if (of_a_part) c.planes[0].size_of = [](Size n) { return Size{n.width + 5, n.height}; };
+    c.run = [k](const View* v, Size n) { return k(v[0].data, v[0].stride, v[1].data, v[1].stride, n); };
+    c.expect = [k](const View* v, Size n) {
+        k.each_element(n, [&](int y, int i, int) { v[1].row<T>(y)[i] = v[0].row<T>(y)[i]; });
     };
-    return c;
-}
-
-// From a wider plane, whose rows lie further apart than the destination's.
-template <class T>
-Case copy_of_a_part_case(const char* name, const k::Kernel<k::Unary>& kernel, int channels, bool kept = false) {
-    Case c = copy_case<T>(name, kernel, channels, kept);
-    c.name += " of a part";
-    c.planes[0].size_of = [](Size n) { return Size{n.width + 5, n.height}; };
     return c;
 }
 
 // Within one plane, by three pixels and a row, to higher places or to lower ones.
 template <class T>
-Case copy_within_case(const char* name, const k::Kernel<k::Unary>& kernel, int channels, bool kept, bool lower) {
-    Case c{name + std::string(lower ? " to lower places" : " to higher places"), {inout<T>(channels)}, {}, {}};
+Case copy_within_case(const Listed<k::Unary>& k, bool lower) {
+    Case c{k.name + (lower ? " to lower places" : " to higher places"), {inout<T>(k.channels)}, {}, {}};
     c.planes[0].size_of = [](Size n) { return Size{n.width + 3, n.height + 1}; };
     const auto ends = [=](const View& v) {
-        uint8_t *first = v.data, *other = first ? reinterpret_cast<uint8_t*>(v.row<T>(1) + 3 * channels) : nullptr;
+        uint8_t *first = v.data, *other = first ? reinterpret_cast<uint8_t*>(v.row<T>(1) + 3 * k.channels) : nullptr;
         return lower ? std::pair{other, first} : std::pair{first, other};
     };
-    c.run = [&kernel, ends](const View* v, Size n) {
+    c.run = [=](const View* v, Size n) {
         const auto [src, dst] = ends(v[0]);
-        return kernel(src, v[0].stride, dst, v[0].stride, n);
+        return k(src, v[0].stride, dst, v[0].stride, n);
     };
     c.expect = [=](const View* v, Size n) {
         const auto [src, dst] = ends(v[0]);
-        const size_t plane = size_t(v[0].stride) * size_t(n.height + 1);
-        const std::vector<uint8_t> before(v[0].data, v[0].data + plane);
-        const View from{const_cast<uint8_t*>(before.data()) + (src - v[0].data), v[0].stride, n};
-        const View to{dst, v[0].stride, n};
-        each_element(n, channels, [&](int x, int y, int ch) {
-            if (!(kept && ch == 3)) to.row<T>(y)[x * channels + ch] = from.row<T>(y)[x * channels + ch];
-        });
+        std::vector<uint8_t> before(v[0].data, v[0].data + size_t(v[0].stride) * size_t(n.height + 1));
+        const View from{before.data() + (src - v[0].data), v[0].stride, n}, to{dst, v[0].stride, n};
+        k.each_element(n, [&](int y, int i, int) { to.row<T>(y)[i] = from.row<T>(y)[i]; });
     };
     return c;
 }
 
-template <class T>
-void copy_form_cases(const char* name, const k::Kernel<k::Unary>& kernel, int channels, bool kept, const auto& visit) {
-    visit(copy_case<T>(name, kernel, channels, kept));
-    visit(copy_of_a_part_case<T>(name, kernel, channels, kept));
-    for (const bool lower : {false, true}) visit(copy_within_case<T>(name, kernel, channels, kept, lower));
-}
-
 template <class Visit>
 void copy_cases(Visit&& visit) {
-#define TARN_COPY(type, T)                                                         \
-    copy_form_cases<T>("copy_" #type "_c1", k::copy_##type##_c1, 1, false, visit); \
-    copy_form_cases<T>("copy_" #type "_c3", k::copy_##type##_c3, 3, false, visit); \
-    copy_form_cases<T>("copy_" #type "_c4", k::copy_##type##_c4, 4, false, visit); \
-    copy_form_cases<T>("copy_" #type "_c3x", k::copy_##type##_c3x, 4, true, visit);
-    TARN_COPY(u8, uint8_t)
-    TARN_COPY(s16, int16_t)
-    TARN_COPY(s32, int32_t)
-#undef TARN_COPY
+    each_kernel<uint8_t, int16_t, int32_t>("copy", k::copy_kernels, [&]<class T>(T, const Listed<k::Unary>& k) {
+        for (const bool part : {false, true}) visit(copy_case<T>(k, part));
+        for (const bool lower : {false, true}) visit(copy_within_case<T>(k, lower));
+    });
 }
 
 }  // namespace tarn::cases

@@ -2,80 +2,54 @@
 #pragma once
 
 #include <array>
-#include <cstring>
 
 #include "cases/case.h"
 #include "kernels/logic/logic.h"
 
 namespace tarn::cases {
 
-// kept: the fourth channel of the destination stays.
-template <class T, class Op>
-void binary_cases(const char* name, const k::Kernel<k::Binary>& kernel, int channels, bool kept, Op op,
-                  const auto& visit) {
-    Case c{name, {in<T>(channels), in<T>(channels), kept ? inout<T>(channels) : out<T>(channels)}, {}, {}};
-    c.run = [&kernel](const View* v, Size n) {
-        return kernel(v[1].data, v[1].stride, v[0].data, v[0].stride, v[2].data, v[2].stride, n);
-    };
-    c.expect = [=](const View* v, Size n) {
-        each_element(n, channels, [&](int x, int y, int ch) {
-            const int i = x * channels + ch;
-            if (!(kept && ch == 3)) v[2].row<T>(y)[i] = T(op(v[0].row<T>(y)[i], v[1].row<T>(y)[i]));
-        });
-    };
-    visit(c);
-    Case i{std::string(name) + " in place", {inout<T>(channels), in<T>(channels)}, {}, {}};
-    i.run = [&kernel](const View* v, Size n) {
-        return kernel(v[1].data, v[1].stride, v[0].data, v[0].stride, v[0].data, v[0].stride, n);
-    };
-    i.expect = [=](const View* v, Size n) {
-        each_element(n, channels, [&](int x, int y, int ch) {
-            T& d = v[0].row<T>(y)[x * channels + ch];
-            if (!(kept && ch == 3)) d = T(op(d, v[1].row<T>(y)[x * channels + ch]));
-        });
-    };
-    visit(i);
+// Twice: with a destination of its own, and with the first source as the destination. run(sources, destination, size);
+// expected(element of the first source, of the last, channel).
+template <class T, class Fn>
+void apart_and_in_place(const Listed<Fn>& k, size_t sources, auto run, auto expected, const auto& visit) {
+    for (const bool apart : {true, false}) {
+        Case c{k.name + (apart ? "" : " in place"), std::vector<Plane>(sources, in<T>(k.channels)), {}, {}};
+        if (apart)
+            c.planes.push_back(k.template destination<T>());
+        else
+            c.planes[0] = inout<T>(k.channels);
+        const size_t d = apart ? sources : 0;
+        c.run = [=](const View* v, Size n) { return run(v, v[d], n); };
+        c.expect = [=](const View* v, Size n) {
+            k.each_element(n, [&](int y, int i, int ch) {
+                v[d].row<T>(y)[i] = T(expected(v[0].row<T>(y)[i], v[sources - 1].row<T>(y)[i], ch));
+            });
+        };
+        visit(c);
+    }
 }
 
-// run(src, src_stride, dst, dst_stride, size) with whatever constants it has; expected(element, channel).
-template <class T, class Run, class Expected>
-void unary_cases(const std::string& name, int channels, bool kept, Run run, Expected expected, const auto& visit) {
-    Case c{name, {in<T>(channels), kept ? inout<T>(channels) : out<T>(channels)}, {}, {}};
-    c.run = [run](const View* v, Size n) { return run(v[0].data, v[0].stride, v[1].data, v[1].stride, n); };
-    c.expect = [=](const View* v, Size n) {
-        each_element(n, channels, [&](int x, int y, int ch) {
-            if (!(kept && ch == 3))
-                v[1].row<T>(y)[x * channels + ch] = T(expected(v[0].row<T>(y)[x * channels + ch], ch));
-        });
-    };
-    visit(c);
-    Case i{name + " in place", {inout<T>(channels)}, {}, {}};
-    i.run = [run](const View* v, Size n) { return run(v[0].data, v[0].stride, v[0].data, v[0].stride, n); };
-    i.expect = [=](const View* v, Size n) {
-        each_element(n, channels, [&](int x, int y, int ch) {
-            T& d = v[0].row<T>(y)[x * channels + ch];
-            if (!(kept && ch == 3)) d = T(expected(d, ch));
-        });
-    };
-    visit(i);
+void logic_of_two_cases(const char* name, const k::KernelSet<k::Binary>& kernels, auto op, const auto& visit) {
+    each_kernel<uint8_t, int16_t, int32_t>(name, kernels, [&]<class T>(T, const Listed<k::Binary>& k) {
+        apart_and_in_place<T>(
+            k, 2,
+            [k](const View* v, const View& d, Size n) {
+                return k(v[1].data, v[1].stride, v[0].data, v[0].stride, d.data, d.stride, n);
+            },
+            [op](T a, T b, int) { return op(a, b); }, visit);
+    });
 }
 
-// Four different constants of type T.
-template <class T>
-std::array<T, 4> logic_constants() {
-    return {T(0x5a0ff0a7), T(0x12345678), T(0x80000001), T(0x7ffefffe)};
-}
-
-template <class T, class Op>
-void logic_constant_cases(const char* name, const k::Kernel<k::WithConstant>& kernel, int channels, bool kept, Op op,
-                          const auto& visit) {
-    const auto constants = logic_constants<T>();
-    unary_cases<T>(
-        name, channels, kept,
-        [&kernel, constants](const void* s, int32_t ss, void* d, int32_t ds, Size n) {
-            return kernel(s, ss, constants.data(), d, ds, n);
-        },
-        [op, constants](T v, int ch) { return op(v, constants[size_t(ch)]); }, visit);
+void logic_constant_cases(const char* name, const k::KernelSet<k::WithConstant>& kernels, auto op, const auto& visit) {
+    each_kernel<uint8_t, int16_t, int32_t>(name, kernels, [&]<class T>(T, const Listed<k::WithConstant>& k) {
+        static const std::array<T, 4> constants = {T(0x5a0ff0a7), T(0x12345678), T(0x80000001), T(0x7ffefffe)};
+        apart_and_in_place<T>(
+            k, 1,
+            [k](const View* v, const View& d, Size n) {
+                return k(v->data, v->stride, constants.data(), d.data, d.stride, n);
+            },
+            [op](T a, T, int ch) { return op(a, constants[size_t(ch)]); }, visit);
+    });
 }
 
 template <class Visit>
@@ -83,41 +57,17 @@ void logic_cases(Visit&& visit) {
     const auto both = [](auto a, auto b) { return a & b; };
     const auto either = [](auto a, auto b) { return a | b; };
     const auto one = [](auto a, auto b) { return a ^ b; };
-#define TARN_LOGIC(op, fn)                                                                  \
-    binary_cases<uint8_t>(#op "_u8_c1", k::op##_u8_c1, 1, false, fn, visit);                \
-    binary_cases<uint8_t>(#op "_u8_c3", k::op##_u8_c3, 3, false, fn, visit);                \
-    binary_cases<uint8_t>(#op "_u8_c3x", k::op##_u8_c3x, 4, true, fn, visit);               \
-    binary_cases<int16_t>(#op "_s16_c1", k::op##_s16_c1, 1, false, fn, visit);              \
-    binary_cases<int16_t>(#op "_s16_c3", k::op##_s16_c3, 3, false, fn, visit);              \
-    binary_cases<int16_t>(#op "_s16_c3x", k::op##_s16_c3x, 4, true, fn, visit);             \
-    binary_cases<int32_t>(#op "_s32_c1", k::op##_s32_c1, 1, false, fn, visit);              \
-    binary_cases<int32_t>(#op "_s32_c3", k::op##_s32_c3, 3, false, fn, visit);              \
-    binary_cases<int32_t>(#op "_s32_c3x", k::op##_s32_c3x, 4, true, fn, visit);             \
-    logic_constant_cases<uint8_t>(#op "_c_u8_c1", k::op##_c_u8_c1, 1, false, fn, visit);    \
-    logic_constant_cases<uint8_t>(#op "_c_u8_c3", k::op##_c_u8_c3, 3, false, fn, visit);    \
-    logic_constant_cases<uint8_t>(#op "_c_u8_c3x", k::op##_c_u8_c3x, 4, true, fn, visit);   \
-    logic_constant_cases<uint8_t>(#op "_c_u8_c4", k::op##_c_u8_c4, 4, false, fn, visit);    \
-    logic_constant_cases<int16_t>(#op "_c_s16_c3x", k::op##_c_s16_c3x, 4, true, fn, visit); \
-    logic_constant_cases<int32_t>(#op "_c_s32_c3x", k::op##_c_s32_c3x, 4, true, fn, visit); \
-    logic_constant_cases<int16_t>(#op "_c_s16_c1", k::op##_c_s16_c1, 1, false, fn, visit);  \
-    logic_constant_cases<int16_t>(#op "_c_s16_c3", k::op##_c_s16_c3, 3, false, fn, visit);  \
-    logic_constant_cases<int16_t>(#op "_c_s16_c4", k::op##_c_s16_c4, 4, false, fn, visit);  \
-    logic_constant_cases<int32_t>(#op "_c_s32_c1", k::op##_c_s32_c1, 1, false, fn, visit);  \
-    logic_constant_cases<int32_t>(#op "_c_s32_c3", k::op##_c_s32_c3, 3, false, fn, visit);  \
-    logic_constant_cases<int32_t>(#op "_c_s32_c4", k::op##_c_s32_c4, 4, false, fn, visit);
-    TARN_LOGIC(and, both)
-    TARN_LOGIC(or, either)
-    TARN_LOGIC(xor, one)
-#undef TARN_LOGIC
-    const auto complement = [&](const char* name, const k::Kernel<k::Unary>& kernel, int channels, bool kept) {
-        unary_cases<uint8_t>(
-            name, channels, kept,
-            [&kernel](const void* s, int32_t ss, void* d, int32_t ds, Size n) { return kernel(s, ss, d, ds, n); },
-            [](uint8_t v, int) { return ~v; }, visit);
-    };
-    complement("not_u8_c1", k::not_u8_c1, 1, false);
-    complement("not_u8_c3", k::not_u8_c3, 3, false);
-    complement("not_u8_c3x", k::not_u8_c3x, 4, true);
+    logic_of_two_cases("and", k::and_kernels, both, visit);
+    logic_of_two_cases("or", k::or_kernels, either, visit);
+    logic_of_two_cases("xor", k::xor_kernels, one, visit);
+    logic_constant_cases("and_c", k::and_c_kernels, both, visit);
+    logic_constant_cases("or_c", k::or_c_kernels, either, visit);
+    logic_constant_cases("xor_c", k::xor_c_kernels, one, visit);
+    each_kernel<uint8_t>("not", k::not_kernels, [&](uint8_t, const Listed<k::Unary>& k) {
+        apart_and_in_place<uint8_t>(
+            k, 1, [k](const View* v, const View& d, Size n) { return k(v->data, v->stride, d.data, d.stride, n); },
+            [](uint8_t a, uint8_t, int) { return ~a; }, visit);
+    });
 }
 
 }  // namespace tarn::cases

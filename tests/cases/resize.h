@@ -41,45 +41,24 @@ inline const std::vector<Shape>& shapes() {
     return all;
 }
 
-// kept: the fourth channel of the destination stays.
-template <class T>
-Case resize_case(const std::string& name, const k::Kernel<k::Resize>& kernel, int channels, bool kept,
-                 const Shape& shape) {
-    Case c{name + " " + shape.name, {in<T>(channels), kept ? inout<T>(channels) : out<T>(channels)}, {}, {}};
-    c.planes[0].size_of = [shape](Size n) { return shape.source(n); };
-    c.run = [&kernel, shape](const View* v, Size n) {
-        return kernel(v[0].data, v[0].stride, v[0].size, shape.region(n), v[1].data, v[1].stride, n, heap());
-    };
-    return c;
-}
-
-template <class T, class Visit>
-void resize_forms(Visit& visit, const std::string& name, const k::Kernel<k::Resize>& c1, const k::Kernel<k::Resize>& c3,
-                  const k::Kernel<k::Resize>& c4, const k::Kernel<k::Resize>& c3x) {
-    for (const Shape& shape : shapes()) {
-        visit(resize_case<T>(name + "_c1", c1, 1, false, shape));
-        visit(resize_case<T>(name + "_c3", c3, 3, false, shape));
-        visit(resize_case<T>(name + "_c4", c4, 4, false, shape));
-        visit(resize_case<T>(name + "_c3x", c3x, 4, true, shape));
-    }
-}
-
 template <class Visit>
 void resize_cases(Visit&& visit) {
-#define FORMS(T, name) resize_forms<T>(visit, #name, k::name##_c1, k::name##_c3, k::name##_c4, k::name##_c3x)
-    FORMS(uint8_t, resize_nearest_u8);
-    FORMS(int16_t, resize_nearest_s16);
-    FORMS(float, resize_nearest_f32);
-    FORMS(uint8_t, resize_linear_u8);
-    FORMS(int16_t, resize_linear_s16);
-    FORMS(float, resize_linear_f32);
-    FORMS(uint8_t, resize_cubic_u8);
-    FORMS(int16_t, resize_cubic_s16);
-    FORMS(float, resize_cubic_f32);
-    FORMS(uint8_t, resize_lanczos_u8);
-    FORMS(int16_t, resize_lanczos_s16);
-    FORMS(float, resize_lanczos_f32);
-#undef FORMS
+    const auto mode = [&](const char* name, const k::KernelSet<k::Resize>& kernels) {
+        each_kernel<uint8_t, int16_t, float>(name, kernels, [&]<class T>(T, const Listed<k::Resize>& k) {
+            for (const Shape& shape : shapes()) {
+                Case c{k.name + " " + shape.name, {in<T>(k.channels), k.template destination<T>()}, {}, {}};
+                c.planes[0].size_of = [shape](Size n) { return shape.source(n); };
+                c.run = [k, shape](const View* v, Size n) {
+                    return k(v[0].data, v[0].stride, v[0].size, shape.region(n), v[1].data, v[1].stride, n, heap());
+                };
+                visit(c);
+            }
+        });
+    };
+    mode("resize_nearest", k::resize_nearest_kernels);
+    mode("resize_linear", k::resize_linear_kernels);
+    mode("resize_cubic", k::resize_cubic_kernels);
+    mode("resize_lanczos", k::resize_lanczos_kernels);
 }
 
 }  // namespace tarn::cases

@@ -2,8 +2,8 @@
 // missing.
 #pragma once
 
+#include <algorithm>
 #include <cmath>
-#include <limits>
 
 #include "cases/case.h"
 #include "kernels/stats/stats.h"
@@ -16,75 +16,51 @@ Plane results(int count) {
 }
 
 template <class T>
-Case minmax_case(const char* name, const k::Kernel<k::MinMax>& kernel, int channels, int results_count) {
-    Case c{name, {in<T>(channels), results<float>(results_count), results<float>(results_count)}, {}, {}};
-    c.run = [&kernel](const View* v, Size n) {
-        return kernel(v[0].data, v[0].stride, n, v[1].row<float>(0), v[2].row<float>(0));
-    };
-    c.expect = [channels, results_count](const View* v, Size n) {
-        for (int ch = 0; ch < results_count; ++ch) {
-            float lo = NAN, hi = NAN;  // fmin and fmax pass over NaN
-            each_element(n, channels, [&](int x, int y, int e) {
-                if (e != ch) return;
-                const float value = float(v[0].row<T>(y)[x * channels + e]);
-                lo = std::fmin(lo, value);
-                hi = std::fmax(hi, value);
-            });
-            v[1].row<float>(0)[ch] = lo == 0 ? 0 : lo;
-            v[2].row<float>(0)[ch] = hi == 0 ? 0 : hi;
-        }
+Case minmax_case(const Listed<k::MinMax>& k) {
+    Case c{k.name, {in<T>(k.channels), results<float>(k.used), results<float>(k.used)}, {}, {}};
+    c.run = [k](const View* v, Size n) { return k(v[0].data, v[0].stride, n, v[1].row<float>(0), v[2].row<float>(0)); };
+    c.expect = [k](const View* v, Size n) {
+        float *lo = v[1].row<float>(0), *hi = v[2].row<float>(0);
+        for (int ch = 0; ch < k.used; ++ch) lo[ch] = hi[ch] = NAN;  // fmin and fmax pass over NaN
+        k.each_element(n, [&](int y, int i, int ch) {
+            lo[ch] = std::fmin(lo[ch], float(v[0].row<T>(y)[i]));
+            hi[ch] = std::fmax(hi[ch], float(v[0].row<T>(y)[i]));
+        });
+        for (float* zero : {lo, hi})
+            for (int ch = 0; ch < k.used; ++ch) zero[ch] = zero[ch] == 0 ? 0 : zero[ch];
     };
     return c;
 }
 
 template <class T>
-Case count_case(const char* name, const k::Kernel<k::CountInRange>& kernel, int channels, int results_count) {
+Case count_case(const Listed<k::CountInRange>& k) {
     // Bounds are a plane too: any values, in order or not.
-    const Plane bounds{TypeOf<T>::value, results_count, Role::in, [](Size) { return Size{1, 1}; }};
-    Case c{name, {in<T>(channels), bounds, bounds, results<int32_t>(results_count)}, {}, {}};
-    c.run = [&kernel](const View* v, Size n) {
-        return kernel(v[0].data, v[0].stride, n, v[1].data, v[2].data, v[3].row<int32_t>(0));
+    const Plane bounds{TypeOf<T>::value, k.used, Role::in, [](Size) { return Size{1, 1}; }};
+    Case c{k.name, {in<T>(k.channels), bounds, bounds, results<int32_t>(k.used)}, {}, {}};
+    c.run = [k](const View* v, Size n) {
+        return k(v[0].data, v[0].stride, n, v[1].data, v[2].data, v[3].row<int32_t>(0));
     };
-    c.expect = [channels, results_count](const View* v, Size n) {
-        for (int ch = 0; ch < results_count; ++ch) {
-            const T lo = v[1].row<T>(0)[ch], hi = v[2].row<T>(0)[ch];
-            int32_t count = 0;
-            each_element(n, channels, [&](int x, int y, int e) {
-                const T value = v[0].row<T>(y)[x * channels + e];
-                count += e == ch && lo <= value && value <= hi;
-            });
-            v[3].row<int32_t>(0)[ch] = count;
-        }
+    c.expect = [k](const View* v, Size n) {
+        std::fill_n(v[3].row<int32_t>(0), k.used, 0);
+        k.each_element(n, [&](int y, int i, int ch) {
+            const T value = v[0].row<T>(y)[i], lo = v[1].row<T>(0)[ch], hi = v[2].row<T>(0)[ch];
+            v[3].row<int32_t>(0)[ch] += lo <= value && value <= hi;
+        });
     };
     return c;
 }
 
+// The order of a float sum decides its last bits: the expectation adds in the same lanes. Sums of integers are exact.
 template <class T>
-Case plane_mean_case(const char* name, const k::Kernel<k::PlaneMean>& kernel, int channels, int results_count) {
-    Case c{name, {in<T>(channels), results<double>(results_count)}, {}, {}};
-    c.run = [&kernel](const View* v, Size n) { return kernel(v[0].data, v[0].stride, n, v[1].row<double>(0)); };
-    c.expect = [channels, results_count](const View* v, Size n) {
-        for (int ch = 0; ch < results_count; ++ch) {
-            long double sum = 0;
-            each_element(n, channels, [&](int x, int y, int e) {
-                if (e == ch) sum += v[0].row<T>(y)[x * channels + e];
-            });
-            v[1].row<double>(0)[ch] = double(sum) / (double(n.width) * n.height);
-        }
-    };
-    return c;
-}
-// The order of a float sum decides its last bits: the expectation adds in the same lanes.
-inline Case plane_mean_floats_case(const char* name, const k::Kernel<k::PlaneMean>& kernel, int channels,
-                                   int results_count) {
-    Case c = plane_mean_case<float>(name, kernel, channels, results_count);
-    c.expect = [channels, results_count](const View* v, Size n) {
-        std::vector<double> lanes(48);
-        for (int y = 0; y < n.height; ++y)
-            for (int i = 0; i < n.width * channels; ++i) lanes[size_t(i % 48)] += v[0].row<float>(y)[i];
-        for (int ch = 0; ch < results_count; ++ch) {
+Case plane_mean_case(const Listed<k::PlaneMean>& k) {
+    Case c{k.name, {in<T>(k.channels), results<double>(k.used)}, {}, {}};
+    c.run = [k](const View* v, Size n) { return k(v[0].data, v[0].stride, n, v[1].row<double>(0)); };
+    c.expect = [k](const View* v, Size n) {
+        double lanes[48] = {};
+        k.each_element(n, [&](int y, int i, int) { lanes[i % 48] += double(v[0].row<T>(y)[i]); });
+        for (int ch = 0; ch < k.used; ++ch) {
             double sum = 0;
-            for (int lane = ch; lane < 48; lane += channels) sum += lanes[size_t(lane)];
+            for (int lane = ch; lane < 48; lane += k.channels) sum += lanes[lane];
             v[1].row<double>(0)[ch] = sum / (double(n.width) * n.height);
         }
     };
@@ -93,30 +69,12 @@ inline Case plane_mean_floats_case(const char* name, const k::Kernel<k::PlaneMea
 
 template <class Visit>
 void stats_cases(Visit&& visit) {
-#define MINMAX(T, t)                                                     \
-    visit(minmax_case<T>("minmax_" #t "_c1", k::minmax_##t##_c1, 1, 1)); \
-    visit(minmax_case<T>("minmax_" #t "_c3", k::minmax_##t##_c3, 3, 3)); \
-    visit(minmax_case<T>("minmax_" #t "_c4", k::minmax_##t##_c4, 4, 4)); \
-    visit(minmax_case<T>("minmax_" #t "_c3x", k::minmax_##t##_c3x, 4, 3));
-    MINMAX(uint8_t, u8)
-    MINMAX(int16_t, s16)
-    MINMAX(float, f32)
-#undef MINMAX
-    visit(count_case<uint8_t>("count_in_range_u8_c1", k::count_in_range_u8_c1, 1, 1));
-    visit(count_case<uint8_t>("count_in_range_u8_c3", k::count_in_range_u8_c3, 3, 3));
-    visit(count_case<uint8_t>("count_in_range_u8_c3x", k::count_in_range_u8_c3x, 4, 3));
-    visit(count_case<float>("count_in_range_f32_c1", k::count_in_range_f32_c1, 1, 1));
-    visit(count_case<float>("count_in_range_f32_c3", k::count_in_range_f32_c3, 3, 3));
-    visit(count_case<float>("count_in_range_f32_c3x", k::count_in_range_f32_c3x, 4, 3));
-    visit(plane_mean_case<uint8_t>("plane_mean_u8_c1", k::plane_mean_u8_c1, 1, 1));
-    visit(plane_mean_case<uint8_t>("plane_mean_u8_c3", k::plane_mean_u8_c3, 3, 3));
-    visit(plane_mean_case<uint8_t>("plane_mean_u8_c3x", k::plane_mean_u8_c3x, 4, 3));
-    visit(plane_mean_case<int16_t>("plane_mean_s16_c1", k::plane_mean_s16_c1, 1, 1));
-    visit(plane_mean_case<int16_t>("plane_mean_s16_c3", k::plane_mean_s16_c3, 3, 3));
-    visit(plane_mean_case<int16_t>("plane_mean_s16_c3x", k::plane_mean_s16_c3x, 4, 3));
-    visit(plane_mean_floats_case("plane_mean_f32_c1", k::plane_mean_f32_c1, 1, 1));
-    visit(plane_mean_floats_case("plane_mean_f32_c3", k::plane_mean_f32_c3, 3, 3));
-    visit(plane_mean_floats_case("plane_mean_f32_c3x", k::plane_mean_f32_c3x, 4, 3));
+    each_kernel<uint8_t, int16_t, float>("minmax", k::minmax_kernels,
+                                         [&]<class T>(T, const auto& k) { visit(minmax_case<T>(k)); });
+    each_kernel<uint8_t, float>("count_in_range", k::count_in_range_kernels,
+                                [&]<class T>(T, const auto& k) { visit(count_case<T>(k)); });
+    each_kernel<uint8_t, int16_t, float>("plane_mean", k::plane_mean_kernels,
+                                         [&]<class T>(T, const auto& k) { visit(plane_mean_case<T>(k)); });
 }
 
 }  // namespace tarn::cases

@@ -1,8 +1,10 @@
 // Layouts and arrays.
 #include <gtest/gtest.h>
 
+#include <array>
 #include <climits>
 #include <cstring>
+#include <utility>
 
 #include "lumo_array.h"
 
@@ -28,11 +30,8 @@ TEST(Layouts, are_parts_of_one_another_in_order) {
         EXPECT_EQ(LumoARRLOsub(&a, &b), row.sub) << row.a << ' ' << row.b;
         EXPECT_EQ(LumoARRLOsame(&a, &b), strcmp(row.a, row.b) == 0);
     }
-    const LumoARRLO unterminated = {{'H', 'W', 'C', 'N', 'H', 'W', 'C', 'N'}}, twice = layout("HH"),
-                    foreign = layout("HD");
-    EXPECT_STREQ(LumoARRLOshow(&unterminated), "?");
-    EXPECT_STREQ(LumoARRLOshow(&twice), "?");
-    EXPECT_STREQ(LumoARRLOshow(&foreign), "?");
+    const LumoARRLO unterminated = {{'H', 'W', 'C', 'N', 'H', 'W', 'C', 'N'}};
+    for (const LumoARRLO& none : {unterminated, layout("HH"), layout("HD")}) EXPECT_STREQ(LumoARRLOshow(&none), "?");
     EXPECT_STREQ(LumoARRLOshow(&_G_Lumo_NCHW_arrlo), "NCHW");
     EXPECT_EQ(LumoARRLOsub(&unterminated, &_G_Lumo_NHWC_arrlo), 0);
 }
@@ -50,21 +49,21 @@ LumoARRAY describe(const LumoARRLO& layout, std::initializer_list<int32_t> sizes
     return parms;
 }
 
-TEST(Arrays, in_c_order_are_packed_with_the_last_dimension_fastest) {
-    const LumoARRAY nhwc = describe(_G_Lumo_NHWC_arrlo, {2, 5, 7, 3}),
-                    nchw = describe(_G_Lumo_NCHW_arrlo, {2, 3, 5, 7}), hw = describe(layout("HW"), {5, 7});
-    const int32_t sizes[] = {7, 5, 3, 2};
-    const int64_t nhwc_strides[] = {12, 84, 4, 420}, nchw_strides[] = {4, 28, 140, 420};
+// Sizes and strides of the dimensions W, H, C, N.
+void expect_shape(const LumoARRAY& a, const char* layout, std::array<int32_t, 4> sizes,
+                  std::array<int64_t, 4> strides) {
+    EXPECT_STREQ(LumoARRLOshow(&a.layout), layout);
     for (int dim = 0; dim < LUMO_DIMS; ++dim) {
-        EXPECT_EQ(LumoARRPARMSsizedim(&nhwc, dim), sizes[dim]);
-        EXPECT_EQ(LumoARRPARMSsizedim(&nchw, dim), sizes[dim]);
-        EXPECT_EQ(LumoARRPARMSstridedim(&nhwc, dim), nhwc_strides[dim]);
-        EXPECT_EQ(LumoARRPARMSstridedim(&nchw, dim), nchw_strides[dim]);
+        EXPECT_EQ(LumoARRPARMSsizedim(&a, dim), sizes[size_t(dim)]) << layout << dim;
+        EXPECT_EQ(LumoARRPARMSstridedim(&a, dim), strides[size_t(dim)]) << layout << dim;
     }
-    EXPECT_EQ(LumoARRPARMSsizedim(&hw, LUMO_DIM_C), 1);
-    EXPECT_EQ(LumoARRPARMSsizedim(&hw, LUMO_DIM_N), 1);
-    EXPECT_EQ(LumoARRPARMSstridedim(&hw, LUMO_DIM_H), 28);
-    EXPECT_EQ(LumoARRPARMSstridedim(&hw, LUMO_DIM_C), 0);
+}
+
+TEST(Arrays, in_c_order_are_packed_with_the_last_dimension_fastest) {
+    const LumoARRAY hw = describe(layout("HW"), {5, 7});
+    expect_shape(describe(_G_Lumo_NHWC_arrlo, {2, 5, 7, 3}), "NHWC", {7, 5, 3, 2}, {12, 84, 4, 420});
+    expect_shape(describe(_G_Lumo_NCHW_arrlo, {2, 3, 5, 7}), "NCHW", {7, 5, 3, 2}, {4, 28, 140, 420});
+    expect_shape(hw, "HW", {7, 5, 1, 1}, {4, 28, 0, 0});
     EXPECT_EQ(LumoARRPARMSsizedim(&hw, 9), 1);
     EXPECT_EQ(LumoARRPARMSstridedim(&hw, -1), 0);
     EXPECT_EQ(hw.data, nullptr);
@@ -75,9 +74,7 @@ TEST(Arrays, take_strides_in_the_order_of_the_layout) {
     const int32_t sizes[] = {5, 7, 3};
     const int64_t strides[] = {-128, 3, 1};
     ASSERT_NE(LumoARRPARMS(&parms, 3, sizes, strides, &_G_Lumo_HWC_arrlo, LUMO_U8, LUMO_CLASS_RGB), nullptr);
-    EXPECT_EQ(LumoARRPARMSstridedim(&parms, LUMO_DIM_H), -128);
-    EXPECT_EQ(LumoARRPARMSstridedim(&parms, LUMO_DIM_W), 3);
-    EXPECT_EQ(LumoARRPARMSstridedim(&parms, LUMO_DIM_C), 1);
+    expect_shape(parms, "HWC", {7, 5, 3, 1}, {3, -128, 1, 0});
     EXPECT_EQ(parms.cls, uint32_t(LUMO_CLASS_RGB));
 }
 
@@ -114,13 +111,12 @@ TEST(Arrays, change_layout_and_strides_and_keep_sizes) {
     parms.data = &parms;
     parms.cls = LUMO_CLASS_BGR;
     ASSERT_EQ(LumoARRPARMSmodify(&planar, &parms, &_G_Lumo_NCHW_arrlo, _G_Lumo_strides_corder), &planar);
-    EXPECT_EQ(LumoARRPARMSsizedim(&planar, LUMO_DIM_N), 1);
-    EXPECT_EQ(LumoARRPARMSstridedim(&planar, LUMO_DIM_C), 5 * 7 * 4);
+    expect_shape(planar, "NCHW", {7, 5, 3, 1}, {4, 28, 140, 420});
     EXPECT_EQ(planar.cls, uint32_t(LUMO_CLASS_BGR));
     EXPECT_EQ(planar.data, nullptr);
     parms.stride[LUMO_DIM_H] = 1000;
     ASSERT_EQ(LumoARRPARMSmodify(&parms, &parms, nullptr, _G_Lumo_strides_corder), &parms);
-    EXPECT_EQ(LumoARRPARMSstridedim(&parms, LUMO_DIM_H), 84);
+    expect_shape(parms, "HWC", {7, 5, 3, 1}, {12, 84, 4, 0});
     const LumoARRLO flat = layout("HW");
     EXPECT_EQ(LumoARRPARMSmodify(&planar, &parms, &flat, _G_Lumo_strides_corder), nullptr);
     EXPECT_TRUE(LumoARRPARMSnull(&planar));
@@ -129,8 +125,7 @@ TEST(Arrays, change_layout_and_strides_and_keep_sizes) {
 TEST(Arrays, lose_their_dimensions_of_size_1_when_squeezed) {
     LumoARRAY parms = describe(_G_Lumo_NHWC_arrlo, {1, 5, 7, 1}), one = describe(_G_Lumo_HWC_arrlo, {1, 1, 1});
     LumoARRPARMSsqueezeI(&parms);
-    EXPECT_STREQ(LumoARRLOshow(&parms.layout), "HW");
-    EXPECT_EQ(LumoARRPARMSstridedim(&parms, LUMO_DIM_H), 28);
+    expect_shape(parms, "HW", {7, 5, 1, 1}, {4, 28, 0, 0});
     LumoARRAYsqueezeI(&one);
     EXPECT_STREQ(LumoARRLOshow(&one.layout), "");
     EXPECT_FALSE(LumoARRPARMSnull(&one));  // it still is one pixel
@@ -169,18 +164,16 @@ TEST(Arrays, are_made_in_a_storage_and_wholly_usable) {
     KaSMEMSTGclear(&storage);
 
     const int32_t sizes[] = {4, 10};
-    const int64_t padded[] = {64, 1}, negative[] = {-64, 1}, hostile[] = {INT64_MAX, 1};
     const LumoARRLO hw = layout("HW");
     QuelERR err = {};
-    LumoARRPARMS(&parms, 2, sizes, padded, &hw, LUMO_U8, 0);
-    ASSERT_NE(LumoARRAYinit_memstg(&array, &parms, &storage, &err), nullptr);
-    EXPECT_EQ(storage.used, 3u * 64 + 10);
-    LumoARRPARMS(&parms, 2, sizes, negative, &hw, LUMO_U8, 0);
-    EXPECT_EQ(LumoARRAYinit_memstg(&array, &parms, &storage, &err), nullptr);
-    EXPECT_EQ(err.status, uint64_t(QUEL_E_OPTION));
-    LumoARRPARMS(&parms, 2, sizes, hostile, &hw, LUMO_U8, 0);
-    EXPECT_EQ(LumoARRAYinit_memstg(&array, &parms, &storage, &err), nullptr);
-    EXPECT_EQ(err.status, uint64_t(QUEL_E_NOMEM));
+    for (const auto& [stride, status] :
+         {std::pair<int64_t, uint64_t>{64, 0}, {-64, QUEL_E_OPTION}, {INT64_MAX, QUEL_E_NOMEM}}) {
+        const int64_t strides[] = {stride, 1};
+        LumoARRPARMS(&parms, 2, sizes, strides, &hw, LUMO_U8, 0);
+        EXPECT_EQ(LumoARRAYinit_memstg(&array, &parms, &storage, &err), status ? nullptr : &array);
+        EXPECT_EQ(err.status, status);
+        EXPECT_EQ(storage.used, 3u * 64 + 10);
+    }
     parms.elemtype = 7 << 8;
     EXPECT_EQ(LumoARRAYinit_memstg(&array, &parms, &storage, &err), nullptr);
     EXPECT_EQ(err.status, uint64_t(QUEL_E_TYPE));

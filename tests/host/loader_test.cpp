@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <fstream>
 #include <string>
 
 #include "quel/host.h"
@@ -59,10 +60,7 @@ TEST_F(Loader, names_file_and_reason_for_whatever_is_wrong_with_a_module) {
     }
     expect_refused(fake("nowhere"), "no such file");
     const std::string text = fake("text");
-    FILE* file = fopen(text.c_str(), "w");
-    ASSERT_NE(file, nullptr);
-    fputs("this is no library\n", file);
-    fclose(file);
+    std::ofstream(text) << "this is no library\n";
     expect_refused(text, "");
     remove(text.c_str());
     expect_refused(FAKES_DIR, "");

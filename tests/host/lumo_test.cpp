@@ -3,11 +3,17 @@
 
 #include <climits>
 #include <cmath>
+#include <cstddef>
 #include <cstring>
 #include <ostream>
+#include <utility>
 
 #include "lumo_array.h"
 #include "quel/host.h"
+
+static_assert(sizeof(LumoMAT) == 32 && offsetof(LumoMAT, elemtype) == 8 && offsetof(LumoMAT, width) == 12 &&
+              offsetof(LumoMAT, height) == 16 && offsetof(LumoMAT, stride) == 20 && offsetof(LumoMAT, data) == 24);
+static_assert(offsetof(QuelERR, status) == 24 && offsetof(LumoARRAY, elemtype) == 0 && sizeof(LumoAWARP) == 48);
 
 static bool operator==(const LumoRECT& a, const LumoRECT& b) { return LumoRECTequ(&a, &b); }
 static std::ostream& operator<<(std::ostream& out, const LumoRECT& r) {
@@ -67,63 +73,56 @@ TEST(Rectangles, are_measured_without_overflow) {
 
 TEST(Rectangles, are_changed_in_place_and_saturate) {
     struct Row {
-        const char* what;
+        void (*change)(LumoRECT*, int32_t, int32_t);
         LumoRECT before;
-        void (*change)(LumoRECT*);
+        int32_t by[2];
         LumoRECT after;
     };
+    const auto extend = [](LumoRECT* r, int32_t x, int32_t y) { _LumoRECTextendI(r, x, y); };
+    const auto move = [](LumoRECT* r, int32_t x, int32_t y) { _LumoRECTmovetoltI(r, x, y); };
+    const auto move_left = [](LumoRECT* r, int32_t x, int32_t) { _LumoRECTmoveleftI(r, x); };
+    const auto set_width = [](LumoRECT* r, int32_t x, int32_t) { _LumoRECTwidthsetlI(r, x); };
+    const auto set_height = [](LumoRECT* r, int32_t, int32_t y) { _LumoRECTheightsettI(r, y); };
+    const auto cut_width = [](LumoRECT* r, int32_t x, int32_t) { _LumoRECTwidthcutiflI(r, x); };
+    const auto cut_height = [](LumoRECT* r, int32_t, int32_t y) { _LumoRECTheightcutiftI(r, y); };
+    const auto extend_in_12_x_40 = [](LumoRECT* r, int32_t x, int32_t y) { _LumoExtendROI(r, x, y, 12, 40); };
+    const auto extend_in_0_x_40 = [](LumoRECT* r, int32_t x, int32_t y) { _LumoExtendROI(r, x, y, 0, 40); };
     const Row rows[] = {
-        {"extend", {0, 0, 5, 5}, [](LumoRECT* r) { _LumoRECTextendI(r, 2, 3); }, {-2, -3, 7, 8}},
-        {"extend to the ends",
-         {kMin + 1, -5, kMax - 1, 5},
-         [](LumoRECT* r) { _LumoRECTextendI(r, 8, kMax); },
-         {kMin, kMin, kMax, kMax}},
-        {"shrink", {0, 0, 5, 5}, [](LumoRECT* r) { _LumoRECTextendI(r, -1, kMin); }, {1, kMax, 4, kMin + 5}},
-        {"move", {1, 2, 4, 9}, [](LumoRECT* r) { _LumoRECTmovetoltI(r, -7, 100); }, {-7, 100, -4, 107}},
-        {"move to the end",
-         {0, 0, 10, 10},
-         [](LumoRECT* r) { _LumoRECTmovetoltI(r, kMax - 3, kMin); },
-         {kMax - 3, kMin, kMax, kMin + 10}},
-        {"move left", {1, 2, 4, 9}, [](LumoRECT* r) { _LumoRECTmoveleftI(r, 0); }, {0, 2, 3, 9}},
-        {"set width", {1, 2, 4, 9}, [](LumoRECT* r) { _LumoRECTwidthsetlI(r, 50); }, {1, 2, 51, 9}},
-        {"set width beyond the end",
-         {100, 2, 104, 9},
-         [](LumoRECT* r) { _LumoRECTwidthsetlI(r, kMax); },
-         {100, 2, kMax, 9}},
-        {"set height", {1, 2, 4, 9}, [](LumoRECT* r) { _LumoRECTheightsettI(r, 0); }, {1, 2, 4, 2}},
-        {"cut width", {1, 2, 40, 9}, [](LumoRECT* r) { _LumoRECTwidthcutiflI(r, 5); }, {1, 2, 6, 9}},
-        {"cut width that fits", {1, 2, 4, 9}, [](LumoRECT* r) { _LumoRECTwidthcutiflI(r, 3); }, {1, 2, 4, 9}},
-        {"cut a width above 2^31",
-         {kMin, 0, kMax, 1},
-         [](LumoRECT* r) { _LumoRECTwidthcutiflI(r, kMax); },
-         {kMin, 0, -1, 1}},
-        {"cut height", {1, 2, 4, 90}, [](LumoRECT* r) { _LumoRECTheightcutiftI(r, 8); }, {1, 2, 4, 10}},
-        {"cut height that fits", {1, 2, 4, 9}, [](LumoRECT* r) { _LumoRECTheightcutiftI(r, 100); }, {1, 2, 4, 9}},
-        {"extend in an image", {2, 3, 9, 9}, [](LumoRECT* r) { _LumoExtendROI(r, 8, 8, 12, 40); }, {0, 0, 12, 17}},
-        {"extend in an empty image", {2, 3, 9, 9}, [](LumoRECT* r) { _LumoExtendROI(r, 1, 1, 0, 40); }, {1, 2, 1, 2}},
+        {extend, {0, 0, 5, 5}, {2, 3}, {-2, -3, 7, 8}},
+        {extend, {kMin + 1, -5, kMax - 1, 5}, {8, kMax}, {kMin, kMin, kMax, kMax}},
+        {extend, {0, 0, 5, 5}, {-1, kMin}, {1, kMax, 4, kMin + 5}},
+        {move, {1, 2, 4, 9}, {-7, 100}, {-7, 100, -4, 107}},
+        {move, {0, 0, 10, 10}, {kMax - 3, kMin}, {kMax - 3, kMin, kMax, kMin + 10}},
+        {move_left, {1, 2, 40, 9}, {0, 0}, {0, 2, 39, 9}},
+        {set_width, {1, 2, 4, 9}, {50, 0}, {1, 2, 51, 9}},
+        {set_width, {100, 2, 104, 9}, {kMax, 0}, {100, 2, kMax, 9}},
+        {set_height, {1, 2, 4, 9}, {0, 0}, {1, 2, 4, 2}},
+        {cut_width, {1, 2, 40, 9}, {5, 0}, {1, 2, 6, 9}},
+        {cut_width, {1, 2, 4, 9}, {3, 0}, {1, 2, 4, 9}},
+        {cut_width, {kMin, 0, kMax, 1}, {kMax, 0}, {kMin, 0, -1, 1}},
+        {cut_height, {1, 2, 4, 90}, {0, 8}, {1, 2, 4, 10}},
+        {cut_height, {1, 2, 4, 9}, {0, 100}, {1, 2, 4, 9}},
+        {extend_in_12_x_40, {2, 3, 9, 9}, {8, 8}, {0, 0, 12, 17}},
+        {extend_in_0_x_40, {2, 3, 9, 9}, {1, 1}, {1, 2, 1, 2}},
     };
     for (const Row& row : rows) {
         LumoRECT rect = row.before;
-        row.change(&rect);
-        EXPECT_EQ(rect, row.after) << row.what;
+        row.change(&rect, row.by[0], row.by[1]);
+        EXPECT_EQ(rect, row.after) << "row " << &row - rows;
     }
 }
 
 TEST(Rectangles, intersect_to_their_common_pixels_or_to_none_at_the_corner) {
-    const LumoRECT all = {kMin, kMin, kMax, kMax}, a = {0, 0, 10, 10};
-    struct Row {
-        LumoRECT with, common;
-    };
-    for (const Row& row :
-         {Row{{5, -5, 20, 5}, {5, 0, 10, 5}}, Row{{10, 0, 20, 10}, {0, 0, 0, 0}}, Row{{3, 4, 5, 6}, {3, 4, 5, 6}},
-          Row{{9, 9, kMax, kMax}, {9, 9, 10, 10}}, Row{{kMax, kMax, kMax, kMax}, {0, 0, 0, 0}}}) {
-        LumoRECT rect = a;
-        LumoRECTintersecI(&rect, &row.with);
-        EXPECT_EQ(rect, row.common) << row.with;
+    for (const auto& [with, common] : {std::pair<LumoRECT, LumoRECT>{{5, -5, 20, 5}, {5, 0, 10, 5}},
+                                       {{10, 0, 20, 10}, {0, 0, 0, 0}},
+                                       {{3, 4, 5, 6}, {3, 4, 5, 6}},
+                                       {{9, 9, kMax, kMax}, {9, 9, 10, 10}},
+                                       {{kMax, kMax, kMax, kMax}, {0, 0, 0, 0}},
+                                       {{kMin, kMin, kMax, kMax}, {0, 0, 10, 10}}}) {
+        LumoRECT rect = {0, 0, 10, 10};
+        LumoRECTintersecI(&rect, &with);
+        EXPECT_EQ(rect, common) << with;
     }
-    LumoRECT rect = all;
-    LumoRECTintersecI(&rect, &a);
-    EXPECT_EQ(rect, a);
 }
 
 TEST(Warps, undo_themselves_and_compose_in_order) {

@@ -164,16 +164,16 @@ TEST(contours_hard, views_with_padding_upwards_and_empty) {
         const Bitmap m = noise(93, 31, 0.4, 5);
         Array array(u8(1), m.width, m.height, 7, upwards);
         for (int y = 0; y < m.height; ++y)
-            for (int x = 0; x < m.width; ++x) array.at<uint8_t>(x, y) = m.pixels[size_t(y) * m.width + x];
+            memcpy(array.row<uint8_t>(y), &m.pixels[size_t(y * m.width)], size_t(m.width));
         Collector from_array, from_bitmap;
-        EXPECT_EQ(call<TarnContourFind>("tarn::contour::find", nullptr, nullptr, &from_array, &array, 0u), 0);
+        EXPECT_EQ(run<TarnContourFind>("tarn::contour::find", &from_array, &array, 0u), 0);
         EXPECT_EQ(find_contours(&from_bitmap, m, 0), 0);
         EXPECT_EQ(from_array.outlines(), from_bitmap.outlines());
         EXPECT_TRUE(array.intact());
     }
-    for (LumoMAT none : {LumoMAT{nullptr, u8(1), 0, 4, 4, nullptr}, LumoMAT{nullptr, u8(1), 4, 0, 4, nullptr}}) {
+    for (const Bitmap& none : {Bitmap{0, 4, {}}, Bitmap{4, 0, {}}}) {
         Collector out;
-        EXPECT_EQ(call<TarnContourFind>("contr_find", nullptr, nullptr, &out, &none, 0u), 0);
+        EXPECT_EQ(find_contours(&out, none, 0), 0);
         EXPECT_TRUE(out.nodes.empty());
     }
 }
@@ -206,8 +206,7 @@ TEST(contours_hard, when_memory_is_out_all_is_released) {
 
 TEST(contours_hard, when_a_callback_fails_all_is_released_and_its_status_returned) {
     const Bitmap pictures[] = {rings(3), noise(30, 20, 0.45, 3), noise(20, 30, 0.6, 4)};
-    KaSMEMSTG storage;
-    ASSERT_TRUE(KaSMEMSTGopen(&storage, nullptr, 0, nullptr));
+    Storage storage;
     for (const Bitmap& m : pictures)
         for (uint32_t flags : kContourFlags) {
             Collector whole;
@@ -224,5 +223,4 @@ TEST(contours_hard, when_a_callback_fails_all_is_released_and_its_status_returne
                 EXPECT_EQ(after.bytes, before.bytes);
             }
         }
-    KaMEMSTGdestroy(&storage.base);
 }

@@ -1,5 +1,6 @@
 #include "ipp/fixture.h"
 
+#include <algorithm>
 #include <limits>
 
 namespace tarn::test {
@@ -44,11 +45,9 @@ Array::Array(LumoELEMTYPE type, int width, int height, int padding, bool upwards
     if (kWholeElements && element_bytes > 1) padding = (padding + element_bytes - 1) / element_bytes * element_bytes;
     const int pitch = width * channels * element_bytes + padding;
     memory.assign(size_t(pitch) * size_t(height > 0 ? height : 0) + 2 * kAround, 0xa5);
-    mat.elemtype = type;
-    mat.width = width;
-    mat.height = height;
-    mat.stride = upwards ? -pitch : pitch;
-    mat.data = memory.data() + kAround + (upwards ? int64_t(pitch) * (height - 1) : 0);
+    uint8_t* lowest = memory.data() + kAround;
+    mat = {
+        nullptr, type, width, height, upwards ? -pitch : pitch, lowest + (upwards ? int64_t(pitch) * (height - 1) : 0)};
 }
 
 Array::Array(const Array& other)
@@ -68,14 +67,12 @@ void Array::fill(unsigned seed) {
 }
 
 bool Array::intact() const {
-    std::vector<bool> pixel(memory.size(), false);
+    std::vector<uint8_t> around = memory;
     for (int y = 0; y < mat.height; ++y) {
-        const size_t at = size_t(row<uint8_t>(y) - memory.data());
-        for (int i = 0; i < mat.width * channels * element_bytes; ++i) pixel[at + size_t(i)] = true;
+        const int64_t at = row<uint8_t>(y) - memory.data();
+        std::fill_n(around.begin() + at, mat.width * channels * element_bytes, 0xa5);
     }
-    for (size_t i = 0; i < memory.size(); ++i)
-        if (!pixel[i] && memory[i] != 0xa5) return false;
-    return true;
+    return std::all_of(around.begin(), around.end(), [](uint8_t byte) { return byte == 0xa5; });
 }
 
 std::vector<uint8_t> Array::pixels() const {
@@ -95,21 +92,13 @@ namespace {
 // f(T{}) with the C++ type of a kind's elements.
 template <class F>
 auto with_type(LumoELEMTYPE type, F f) {
-    switch (type >> 8 & 15) {
-        case LUMO_KIND_U8:
-            return f(uint8_t());
-        case LUMO_KIND_S16:
-            return f(int16_t());
-        case LUMO_KIND_S32:
-            return f(int32_t());
-        case LUMO_KIND_U32:
-            return f(uint32_t());
-        case LUMO_KIND_F32:
-            return f(float());
-        default:
-            ADD_FAILURE() << "no element of " << show(type);
-            return f(uint8_t());
-    }
+    const auto kind = type >> 8 & 15;
+    if (kind == LUMO_KIND_S16) return f(int16_t());
+    if (kind == LUMO_KIND_S32) return f(int32_t());
+    if (kind == LUMO_KIND_U32) return f(uint32_t());
+    if (kind == LUMO_KIND_F32) return f(float());
+    EXPECT_EQ(kind, LUMO_KIND_U8) << "no element of " << show(type);
+    return f(uint8_t());
 }
 uint8_t* element(const LumoMAT* m, int x, int y, int c, size_t bytes) {
     return static_cast<uint8_t*>(m->data) + int64_t(y) * m->stride + (x * int(m->elemtype >> 12 & 15) + c) * int(bytes);

@@ -27,6 +27,19 @@ int64_t call(const char* name, QuelERR* err, KaSMEMSTG* storage, Args... args) {
     return reinterpret_cast<Fn>(op.entry)(&op.call, err, storage, args...);
 }
 
+// The same without an error context and a storage.
+template <class Fn, class... Args>
+int64_t run(const char* name, Args... args) {
+    return call<Fn>(name, nullptr, nullptr, args...);
+}
+
+// A storage, open while it lives.
+struct Storage : KaSMEMSTG {
+    Storage() { KaSMEMSTGopen(this, nullptr, 0, nullptr); }
+    ~Storage() { KaMEMSTGdestroy(&base); }
+    Storage(const Storage&) = delete;
+};
+
 // An array with its memory: `padding` bytes behind each row, optionally upwards (negative stride). Padding and
 // surroundings hold 0xa5 and are checked by intact().
 struct Array {
@@ -45,6 +58,7 @@ struct Array {
     }
     // Random bytes (floats: -1000..1000) from a seed.
     void fill(unsigned seed);
+    Array filled(unsigned seed) && { return fill(seed), std::move(*this); }
     // Every element to one value.
     template <class T>
     void set(T value) {
@@ -61,6 +75,14 @@ struct Array {
     LumoMAT mat = {};
     int channels, element_bytes;
     std::vector<uint8_t> memory;
+};
+
+// A random destination and source, differently laid out, and what the destination was.
+struct Operands {
+    explicit Operands(LumoELEMTYPE type) : Operands(type, type) {}
+    Operands(LumoELEMTYPE to, LumoELEMTYPE from, bool upwards = true)
+        : dst(Array(to, 5, 3, 7, upwards).filled(1)), src(Array(from, 5, 3, 1, !upwards).filled(2)), before(dst) {}
+    Array dst, src, before;
 };
 
 inline LumoELEMTYPE u8(int channels) { return LUMO_U8 | LUMO_CHANNELS(channels); }
@@ -107,6 +129,9 @@ void each_type(std::initializer_list<LumoELEMTYPE> kinds, std::initializer_list<
         }
 }
 
+// What errors say of a source and a destination whose types do not go together.
+inline constexpr char kTypesOfBoth[] = "@src(.elem-type, .nchannels) -> @dst(.elem-type, .nchannels)";
+
 // Expects that an operation made one error value with these codes, naming this text, and returned -1.
 void expect_error(int64_t result, const QuelERR& err, uint32_t code, uint32_t cls, const std::string& text);
 
@@ -131,6 +156,23 @@ int each_allocation_failing(Body body, CheckFn check) {
             return n;
         }
     }
+}
+
+// Runs body(error context) with each allocation failing, as above; each must give an out-of-memory error of this operation
+// and leave all bytes of dst.
+template <class Body>
+int each_allocation_reported(const std::string& operation, Array& dst, Body body) {
+    const std::vector<uint8_t> before = dst.memory;
+    QuelERR err;
+    const auto once = [&] {
+        err = {};
+        dst.memory.assign(before.begin(), before.end());
+        return body(&err);
+    };
+    return each_allocation_failing(once, [&](int64_t result) {
+        expect_error(result, err, QUEL_E_NOMEM, QUEL_C_NOMEM, operation);
+        EXPECT_EQ(dst.memory, before);
+    });
 }
 
 }  // namespace tarn::test

@@ -8,19 +8,17 @@ using namespace tarn::test;
 TEST(threads, distinct_calls_at_once_do_not_disturb_each_other) {
     const auto results = [](unsigned seed) {
         std::vector<std::vector<uint8_t>> all;
-        Array src(u8(3), 97, 61, 5), other(u8(3), 97, 61);
-        src.fill(seed);
-        other.fill(seed + 1);
+        const Array src = Array(u8(3), 97, 61, 5).filled(seed), other = Array(u8(3), 97, 61).filled(seed + 1);
         for (uint32_t mode = TARN_NEAREST; mode <= TARN_LANCZOS; ++mode) {
             Array small(u8(3), 41, 80), deep(f32(3), 41, 80);
-            call<TarnScaleResize>("scaleresize", nullptr, nullptr, &small, &src, nullptr, nullptr, mode);
-            call<TarnScaleResize>("scaleresize", nullptr, nullptr, &deep, &src, nullptr, nullptr, mode);
+            run<TarnScaleResize>("scaleresize", &small, &src, nullptr, nullptr, mode);
+            run<TarnScaleResize>("scaleresize", &deep, &src, nullptr, nullptr, mode);
             all.push_back(small.pixels());
             all.push_back(deep.pixels());
         }
         Array mean(u8(3), 97, 61);
         const LumoMAT* sources[] = {&src, &other};
-        call<TarnArithN>("avgarith_n", nullptr, nullptr, &mean, 2, sources);
+        run<TarnArithN>("avgarith_n", &mean, 2, sources);
         all.push_back(mean.pixels());
         return all;
     };

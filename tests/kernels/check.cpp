@@ -101,71 +101,43 @@ constexpr Layout kLayouts[] = {
 };
 
 template <class T>
-T random_value(std::mt19937& rng, Values) {
-    static constexpr T kEdges[] = {
-        std::numeric_limits<T>::min(), std::numeric_limits<T>::max(), 0, 1, T(-1), T(-2), 127, 2};
-    const uint32_t r = rng();
-    return r % 4 == 0 ? kEdges[r >> 8 & 7] : T(rng());
-}
-template <class T>
-T random_float(std::mt19937& rng, Values values) {
-    const double unit = double(rng()) / 4294967296.0 * 2 - 1;
-    const uint32_t r = rng();
-    if (values == Values::unit) return T(unit);
-    if (r % 16 == 0 && values == Values::any) {
-        static const T special[] = {std::numeric_limits<T>::quiet_NaN(),  std::numeric_limits<T>::infinity(),
-                                    -std::numeric_limits<T>::infinity(),  T(-0.0),
-                                    std::numeric_limits<T>::denorm_min(), std::numeric_limits<T>::max(),
-                                    std::numeric_limits<T>::lowest(),     T(0.0)};
-        return special[r >> 8 & 7];
+T random_value(std::mt19937& rng, Values values) {
+    if constexpr (std::is_integral_v<T>) {
+        static constexpr T kEdges[] = {
+            std::numeric_limits<T>::min(), std::numeric_limits<T>::max(), 0, 1, T(-1), T(-2), 127, 2};
+        const uint32_t r = rng();
+        return r % 4 == 0 ? kEdges[r >> 8 & 7] : T(rng());
+    } else {
+        using Limits = std::numeric_limits<T>;
+        static const T special[] = {Limits::quiet_NaN(), Limits::infinity(), -Limits::infinity(), T(-0.0), T(0.0),
+                                    Limits::max(),       Limits::lowest(),   Limits::denorm_min()};
+        const double unit = double(rng()) / 4294967296.0 * 2 - 1;
+        const uint32_t r = rng();
+        if (values == Values::unit) return T(unit);
+        if (r % 16 == 0 && values == Values::any) return special[r >> 8 & 7];
+        const int kind = r >> 4 & 3;
+        return kind == 0   ? T(int32_t(rng() % 512) - 256) / 2  // halves: ties when rounded
+               : kind == 1 ? T(unit * 70000)
+               : kind == 2 ? T(unit)
+                           : T(std::ldexp(unit, int(rng() % 60) - 30));
     }
-    switch (r >> 4 & 3) {
-        case 0:
-            return T(int32_t(rng() % 512) - 256) / 2;  // halves: ties when rounded
-        case 1:
-            return T(unit * 70000);
-        case 2:
-            return T(unit);
-        default:
-            return T(std::ldexp(unit, int(rng() % 60) - 30));
-    }
-}
-template <>
-float random_value<float>(std::mt19937& rng, Values v) {
-    return random_float<float>(rng, v);
-}
-template <>
-double random_value<double>(std::mt19937& rng, Values v) {
-    return random_float<double>(rng, v);
-}
-
-template <class T>
-void fill(std::vector<uint8_t>& bytes, std::mt19937& rng, Values values) {
-    T* e = reinterpret_cast<T*>(bytes.data());
-    for (size_t i = 0; i < bytes.size() / sizeof(T); ++i) e[i] = random_value<T>(rng, values);
 }
 
 // f(T{}) with the C++ type of elements.
 template <class F>
 auto with_type(Type type, F f) {
-    switch (type) {
-        case Type::u8:
-            return f(uint8_t());
-        case Type::s16:
-            return f(int16_t());
-        case Type::s32:
-            return f(int32_t());
-        case Type::u32:
-            return f(uint32_t());
-        case Type::f32:
-            return f(float());
-        default:
-            return f(double());
-    }
+    if (type == Type::u8) return f(uint8_t());
+    if (type == Type::s16) return f(int16_t());
+    if (type == Type::s32) return f(int32_t());
+    if (type == Type::u32) return f(uint32_t());
+    return type == Type::f32 ? f(float()) : f(double());
 }
 
 void fill(std::vector<uint8_t>& bytes, Type type, std::mt19937& rng, Values values) {
-    with_type(type, [&](auto t) { fill<decltype(t)>(bytes, rng, values); });
+    with_type(type, [&]<class T>(T) {
+        T* e = reinterpret_cast<T*>(bytes.data());
+        for (size_t i = 0; i < bytes.size() / sizeof(T); ++i) e[i] = random_value<T>(rng, values);
+    });
 }
 
 template <class T>

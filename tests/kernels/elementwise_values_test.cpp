@@ -3,10 +3,9 @@
 #include <gtest/gtest.h>
 #include <sys/mman.h>
 
-#include <bit>
+#include <algorithm>
 #include <cmath>
 #include <limits>
-#include <numeric>
 
 #include "cases/arith.h"
 #include "cases/compare.h"
@@ -20,93 +19,68 @@ using test::at_every_level;
 
 namespace {
 
-// Every 8-bit value, or the corners of 16 bits.
 template <class T>
-std::vector<T> corners() {
-    if constexpr (sizeof(T) == 2)
-        return {0, 1, -1, 2, -2, 127, 128, 181, 182, 255, 256, -181, -182, 16384, -16384, 32766, 32767, -32767, -32768};
-    std::vector<T> all(256);
-    std::iota(all.begin(), all.end(), T(0));
-    return all;
+View row_of(std::vector<T>& elements) {
+    return {reinterpret_cast<uint8_t*>(elements.data()), 0, {int(elements.size()), 1}};
 }
 
-template <class T, class Op>
-void fold_pairs(const char* name, const k::Kernel<k::Fold>& kernel, Op op) {
-    std::vector<T> a, b;
-    for (const T x : corners<T>())
-        for (const T y : corners<T>()) a.push_back(x), b.push_back(y);
-    std::vector<T> d(a.size());
-    const k::Size size{int(a.size()), 1};
-    const View views[2] = {{reinterpret_cast<uint8_t*>(a.data()), 0, size},
-                           {reinterpret_cast<uint8_t*>(b.data()), 0, size}};
-    const cases::ViewList list(views, 2);
-    at_every_level([&](int level) {
-        ASSERT_EQ(kernel(&list.sources, d.data(), 0, size), k::kOk);
-        for (size_t i = 0; i < a.size(); ++i)
-            ASSERT_EQ(int(d[i]), int(cases::arith_step(op, a[i], b[i])))
-                << name << " of " << int(a[i]) << " and " << int(b[i]) << " at level " << level;
-    });
-}
-
-// Every value with every constant of 8 bits, or with corner constants of 16.
-template <class T, class Op>
-void constant_pairs(const char* name, const k::Kernel<k::WithConstantInPlace>& kernel, Op op) {
-    at_every_level([&](int level) {
-        const int first = sizeof(T) == 1 ? 0 : -32768, last = sizeof(T) == 1 ? 255 : 32767,
-                  step = sizeof(T) == 1 ? 1 : 257;
-        for (int c = first; c <= last; c += step) {
-            std::vector<T> d;
-            for (int v = first; v <= last; ++v) d.push_back(T(v));
-            const T constant = T(c);
-            ASSERT_EQ(kernel(&constant, d.data(), 0, k::Size{int(d.size()), 1}), k::kOk);
-            for (int v = first; v <= last; ++v)
-                ASSERT_EQ(int(d[size_t(v - first)]), int(cases::arith_step(op, T(v), constant)))
-                    << name << " of " << v << " and " << c << " at level " << level;
-        }
-    });
+// Every value with every value of 8 bits, or with the corners of 16, as a list of two and as a constant.
+template <class T>
+void pairs(const char* name, const k::Kernel<k::Fold>& fold, const k::Kernel<k::WithConstantInPlace>& with_constant,
+           auto op) {
+    std::vector<T> all;
+    for (int v = std::numeric_limits<T>::min(); v <= std::numeric_limits<T>::max(); ++v) all.push_back(T(v));
+    std::vector<T> second = all;
+    if (sizeof(T) == 2)
+        second = {T(0),   T(1),    T(-1),   T(2),     T(-2),     T(127),   T(128),   T(181),    T(182),   T(255),
+                  T(256), T(-181), T(-182), T(16384), T(-16384), T(32766), T(32767), T(-32767), T(-32768)};
+    for (const T c : second) {
+        std::vector<T> constants(all.size(), c);
+        const View views[2] = {row_of(all), row_of(constants)};
+        const cases::ViewList list(views, 2);
+        at_every_level([&](int level) {
+            std::vector<T> folded(all.size()), in_place = all;
+            ASSERT_EQ(fold(&list.sources, folded.data(), 0, views[0].size), k::kOk);
+            ASSERT_EQ(with_constant(&c, in_place.data(), 0, views[0].size), k::kOk);
+            for (size_t i = 0; i < all.size(); ++i) {
+                const int want = cases::arith_step(op, all[i], c);
+                ASSERT_EQ(folded[i], want) << name << " of " << +all[i] << " and " << +c << " at level " << level;
+                ASSERT_EQ(in_place[i], want) << name << " of " << +all[i] << " and " << +c << " at level " << level;
+            }
+        });
+    }
 }
 
 }  // namespace
 
 TEST(elementwise_values, every_pair_of_8_bits_and_the_corners_of_16) {
-    fold_pairs<uint8_t>("add", k::add_n_u8_c1, cases::Add{});
-    fold_pairs<uint8_t>("sub", k::sub_n_u8_c1, cases::Sub{});
-    fold_pairs<uint8_t>("mul", k::mul_n_u8_c1, cases::Mul{});
-    fold_pairs<int16_t>("add", k::add_n_s16_c1, cases::Add{});
-    fold_pairs<int16_t>("sub", k::sub_n_s16_c1, cases::Sub{});
-    fold_pairs<int16_t>("mul", k::mul_n_s16_c1, cases::Mul{});
-    constant_pairs<uint8_t>("add", k::add_c_u8_c1, cases::Add{});
-    constant_pairs<uint8_t>("sub", k::sub_c_u8_c1, cases::Sub{});
-    constant_pairs<uint8_t>("mul", k::mul_c_u8_c1, cases::Mul{});
-    constant_pairs<int16_t>("add", k::add_c_s16_c1, cases::Add{});
-    constant_pairs<int16_t>("sub", k::sub_c_s16_c1, cases::Sub{});
-    constant_pairs<int16_t>("mul", k::mul_c_s16_c1, cases::Mul{});
+    pairs<uint8_t>("add", k::add_n_u8_c1, k::add_c_u8_c1, cases::Add{});
+    pairs<uint8_t>("sub", k::sub_n_u8_c1, k::sub_c_u8_c1, cases::Sub{});
+    pairs<uint8_t>("mul", k::mul_n_u8_c1, k::mul_c_u8_c1, cases::Mul{});
+    pairs<int16_t>("add", k::add_n_s16_c1, k::add_c_s16_c1, cases::Add{});
+    pairs<int16_t>("sub", k::sub_n_s16_c1, k::sub_c_s16_c1, cases::Sub{});
+    pairs<int16_t>("mul", k::mul_n_s16_c1, k::mul_c_s16_c1, cases::Mul{});
 }
 
 TEST(elementwise_values, mean_of_8_bits_is_exact_for_every_sum_and_count) {
-    // Pixel s of the planes holds s in all: the planes up to s / 255 hold 255, the next one the rest.
-    struct Planes {
-        std::vector<std::vector<uint8_t>> rows;
-        static k::Source at(const void* list, int32_t i) {
-            return {static_cast<const Planes*>(list)->rows[size_t(i)].data(), 0};
-        }
-    };
     alignas(64) static uint8_t scratch[k::kAverageScratch];
-    std::vector<int> counts(130);
-    std::iota(counts.begin(), counts.end(), 1);
-    counts.insert(counts.end(), {200, 255, 256, 257, 300});
+    std::vector<int> counts = {200, 255, 256, 257, 300};
+    for (int count = 1; count <= 130; ++count) counts.push_back(count);
     for (const int count : counts) {
-        const int sums = 255 * count + 1;
-        Planes planes{std::vector<std::vector<uint8_t>>(size_t(count), std::vector<uint8_t>(size_t(sums)))};
-        for (int i = 0; i < count; ++i)
-            for (int s = 0; s < sums; ++s) planes.rows[size_t(i)][size_t(s)] = uint8_t(std::clamp(s - 255 * i, 0, 255));
-        const k::Sources list{Planes::at, &planes, count};
-        std::vector<uint8_t> d(static_cast<size_t>(sums));
+        // Pixel s of the planes holds s in all: the planes up to s / 255 hold 255, the next one the rest.
+        const k::Size size{255 * count + 1, 1};
+        std::vector<std::vector<uint8_t>> planes(static_cast<size_t>(count));
+        std::vector<View> views;
+        for (int i = 0; i < count; ++i) {
+            for (int s = 0; s < size.width; ++s) planes[size_t(i)].push_back(uint8_t(std::clamp(s - 255 * i, 0, 255)));
+            views.push_back(row_of(planes[size_t(i)]));
+        }
+        const cases::ViewList list(views.data(), count);
+        std::vector<uint8_t> d(size_t(size.width));
         at_every_level([&](int level) {
-            ASSERT_EQ(k::avg_n_u8_c1(&list, count, d.data(), 0, k::Size{sums, 1}, scratch), k::kOk);
-            for (int s = 0; s < sums; ++s)
-                ASSERT_EQ(int(d[size_t(s)]), int(std::nearbyint(double(s) / count)))
-                    << s << " / " << count << " at level " << level;
+            ASSERT_EQ(k::avg_n_u8_c1(&list.sources, count, d.data(), 0, size, scratch), k::kOk);
+            for (int s = 0; s < size.width; ++s)
+                ASSERT_EQ(d[size_t(s)], std::nearbyint(double(s) / count)) << s << " / " << count << ", " << level;
         });
     }
 }
@@ -114,65 +88,47 @@ TEST(elementwise_values, mean_of_8_bits_is_exact_for_every_sum_and_count) {
 TEST(elementwise_values, mean_of_16_bits_is_exact_for_every_sum_and_any_divisor) {
     std::vector<int16_t> all;
     for (int v = -32768; v <= 32767; ++v) all.push_back(int16_t(v));
-    const k::Size size{65536, 1};
+    const View row = row_of(all);
+    const cases::ViewList list(&row, 1);
+    std::vector<int16_t> d = all;
     for (const int divisor : {1, 2, 3, 4, 5, 6, 7, 10, 100, 255, 256, 1000, 32767, 32768, 65535, 65539, 100000}) {
         const double by = int16_t(divisor);
         at_every_level([&](int level) {
-            std::vector<int16_t> d = all;
-            const View v{reinterpret_cast<uint8_t*>(d.data()), 0, size};
-            const cases::ViewList list(&v, 1);
-            ASSERT_EQ(k::avg_n_s16_c1(&list.sources, divisor, d.data(), 0, size, nullptr), k::kOk);
+            ASSERT_EQ(k::avg_n_s16_c1(&list.sources, divisor, d.data(), 0, row.size, nullptr), k::kOk);
             for (size_t i = 0; i < all.size(); ++i)
-                ASSERT_EQ(int(d[i]), int(std::min(std::nearbyint(all[i] / by), 32767.0)))
+                ASSERT_EQ(d[i], std::min(std::nearbyint(all[i] / by), 32767.0))
                     << all[i] << " / " << by << " at level " << level;
         });
     }
-    std::vector<int16_t> d = all;
-    const View v{reinterpret_cast<uint8_t*>(d.data()), 0, size};
-    const cases::ViewList list(&v, 1);
-    EXPECT_EQ(k::avg_n_s16_c1(&list.sources, 65536, d.data(), 0, size, nullptr), k::kBadArg);
-    EXPECT_EQ(d, all);
+    EXPECT_EQ(k::avg_n_s16_c1(&list.sources, 65536, d.data(), 0, row.size, nullptr), k::kBadArg);
+    EXPECT_EQ(d, all);  // the sum
 }
 
 TEST(elementwise_values, of_two_nan_the_first_operand_s_is_kept_quieted) {
     const uint32_t first[] = {0x7fc00001, 0xffc00002, 0x7f800003, 0x3f800000, 0x7f800000, 0xff800000};
     const uint32_t second[] = {0x7fc00011, 0xffc00012, 0xff800013, 0x40000000, 0xff800000, 0x00000000};
-    std::vector<float> a, b, d;
-    for (int repeat = 0; repeat < 5; ++repeat)
+    const struct {
+        const k::Kernel<k::Fold>& fold;
+        const k::Kernel<k::WithConstantInPlace>& with_constant;
+    } operations[] = {
+        {k::add_n_f32_c1, k::add_c_f32_c1}, {k::sub_n_f32_c1, k::sub_c_f32_c1}, {k::mul_n_f32_c1, k::mul_c_f32_c1}};
+    const auto is_nan = [](uint32_t f) { return (f & 0x7fffffff) > 0x7f800000; };
+    for (const auto& [fold, with_constant] : operations)
         for (const uint32_t x : first)
-            for (const uint32_t y : second) a.push_back(std::bit_cast<float>(x)), b.push_back(std::bit_cast<float>(y));
-    d.resize(a.size());
-    const k::Size size{int(a.size()), 1};
-    const auto is_nan = [](float f) { return (std::bit_cast<uint32_t>(f) & 0x7fffffff) > 0x7f800000; };
-    const auto check = [&](const char* name, int level) {
-        for (size_t i = 0; i < a.size(); ++i) {
-            if (!is_nan(a[i]) && !is_nan(b[i])) continue;
-            const uint32_t want = std::bit_cast<uint32_t>(is_nan(a[i]) ? a[i] : b[i]) | 0x00400000;
-            EXPECT_EQ(std::bit_cast<uint32_t>(d[i]), want) << name << " at level " << level << ", pair " << i;
-        }
-    };
-    const std::pair<const char*, const k::Kernel<k::Fold>*> folds[] = {
-        {"add", &k::add_n_f32_c1}, {"sub", &k::sub_n_f32_c1}, {"mul", &k::mul_n_f32_c1}};
-    const std::pair<const char*, const k::Kernel<k::WithConstantInPlace>*> constants[] = {
-        {"add_c", &k::add_c_f32_c1}, {"sub_c", &k::sub_c_f32_c1}, {"mul_c", &k::mul_c_f32_c1}};
-    at_every_level([&](int level) {
-        for (const auto& [name, kernel] : folds) {
-            const View views[2] = {{reinterpret_cast<uint8_t*>(a.data()), 0, size},
-                                   {reinterpret_cast<uint8_t*>(b.data()), 0, size}};
-            const cases::ViewList list(views, 2);
-            ASSERT_EQ((*kernel)(&list.sources, d.data(), 0, size), k::kOk);
-            check(name, level);
-        }
-        for (const auto& [name, kernel] : constants)
-            for (size_t j = 0; j < 6; ++j) {
-                const std::vector<float> kept = b;
-                std::fill(b.begin(), b.end(), kept[j]);
-                d = a;
-                ASSERT_EQ((*kernel)(b.data(), d.data(), 0, size), k::kOk);
-                check(name, level);
-                b = kept;
+            for (const uint32_t y : second) {
+                if (!is_nan(x) && !is_nan(y)) continue;
+                std::vector<uint32_t> a(37, x), b(37, y);
+                const std::vector<uint32_t> want(37, (is_nan(x) ? x : y) | 0x00400000);
+                const View views[2] = {row_of(a), row_of(b)};
+                const cases::ViewList list(views, 2);
+                at_every_level([&, &fold = fold, &with_constant = with_constant](int level) {
+                    std::vector<uint32_t> folded(37), in_place = a;
+                    ASSERT_EQ(fold(&list.sources, folded.data(), 0, views[0].size), k::kOk);
+                    ASSERT_EQ(with_constant(b.data(), in_place.data(), 0, views[0].size), k::kOk);
+                    EXPECT_EQ(folded, want) << "operation " << &fold - &operations[0].fold << ", level " << level;
+                    EXPECT_EQ(in_place, want) << "operation " << &fold - &operations[0].fold << ", level " << level;
+                });
             }
-    });
 }
 
 TEST(elementwise_values, rows_beyond_four_gigabytes) {
@@ -180,14 +136,9 @@ TEST(elementwise_values, rows_beyond_four_gigabytes) {
     constexpr int32_t kStride = 1 << 30;
     constexpr k::Size size{70, 6};
     const size_t bytes = size_t(kStride) * 5 + 4096;
-    const auto map = [&] {
-        return static_cast<uint8_t*>(
-            mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0));
-    };
-    uint8_t *a = map(), *d = map();
-    ASSERT_NE(a, MAP_FAILED);
-    ASSERT_NE(d, MAP_FAILED);
-    uint8_t* last = d + size_t(kStride) * 5;
+    void* both = mmap(nullptr, 2 * bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    ASSERT_NE(both, MAP_FAILED);
+    uint8_t *a = static_cast<uint8_t*>(both), *d = a + bytes, *last = d + size_t(kStride) * 5;
     at_every_level([&](int level) {
         for (int y = 0; y < 6; ++y) {
             memset(a + size_t(kStride) * size_t(y), 16 + y, 70);
@@ -208,8 +159,7 @@ TEST(elementwise_values, rows_beyond_four_gigabytes) {
         EXPECT_EQ(last[69], 3) << level;
         EXPECT_EQ(last[70], 0) << level;
     });
-    munmap(a, bytes);
-    munmap(d, bytes);
+    munmap(both, 2 * bytes);
 }
 
 // What the cases have no plane for; sizes and planes are theirs.

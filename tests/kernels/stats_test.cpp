@@ -2,6 +2,7 @@
 // the family's cases do not reach. One row of memory serves as many: its stride is 0.
 #include <gtest/gtest.h>
 
+#include <limits>
 #include <vector>
 
 #include "kernels/check.h"
@@ -9,47 +10,34 @@
 
 using namespace tarn;
 
-namespace {
-
+// check(row of one value, value, kernel) at every level for an operation's kernels of element types Ts.
+template <class... Ts>
+void over_large_planes(const auto& kernels, auto check) {
+    cases::each_kernel<Ts...>("", kernels, [&]<class T>(T, const auto& kernel) {
+        for (const T value : {std::numeric_limits<T>::min(), std::numeric_limits<T>::max(), T(5)}) {
+            const std::vector<T> row(size_t(99999 * kernel.channels), value);
+            test::at_every_level([&](int level) {
+                SCOPED_TRACE(kernel.name + " of " + std::to_string(value) + ", level " + std::to_string(level));
+                check(row.data(), value, kernel);
+            });
+        }
+    });
+}
 constexpr k::Size kLarge{99999, 90};  // 9 million pixels; an odd end in every row
 
-template <class T, class Fn>
-void over_each(const std::vector<T>& values, int channels, Fn check) {
-    for (const T value : values) {
-        const std::vector<T> row(size_t(kLarge.width * channels), value);
-        test::at_every_level([&](int level) {
-            SCOPED_TRACE(testing::Message()
-                         << "level " << level << ", value " << double(value) << ", channels " << channels);
-            check(row.data(), value);
-        });
-    }
-}
-
-}  // namespace
-
 TEST(stats_large, means_are_exact) {
-    for (const auto& [mean, channels] : {std::pair{&k::plane_mean_u8_c1, 1}, {&k::plane_mean_u8_c3, 3}})
-        over_each<uint8_t>({255, 1}, channels, [&, mean = mean](const uint8_t* row, uint8_t value) {
-            double m[3] = {-1, value * 1.0, value * 1.0};
-            ASSERT_EQ((*mean)(row, 0, kLarge, m), k::kOk);
-            for (double one : m) EXPECT_EQ(one, value);
-        });
-    for (const auto& [mean, channels] : {std::pair{&k::plane_mean_s16_c1, 1}, {&k::plane_mean_s16_c3, 3}})
-        over_each<int16_t>({-32768, 32767, 5}, channels, [&, mean = mean](const int16_t* row, int16_t value) {
-            double m[3] = {-1, value * 1.0, value * 1.0};
-            ASSERT_EQ((*mean)(row, 0, kLarge, m), k::kOk);
-            for (double one : m) EXPECT_EQ(one, value);
-        });
+    over_large_planes<uint8_t, int16_t>(k::plane_mean_kernels, [](const auto* row, auto value, const auto& mean) {
+        double means[3];
+        ASSERT_EQ(mean(row, 0, kLarge, means), k::kOk);
+        for (int c = 0; c < mean.used; ++c) EXPECT_EQ(means[c], value);
+    });
 }
 
 TEST(stats_large, counts_are_exact) {
-    static constexpr int32_t kAll = kLarge.width * kLarge.height;
-    over_each<uint8_t>({0, 7, 255}, 3, [](const uint8_t* row, uint8_t value) {
-        const uint8_t lower[3] = {0, value, 1}, upper[3] = {255, value, 0};
+    over_large_planes<uint8_t>(k::count_in_range_kernels, [](const auto* row, uint8_t value, const auto& count) {
+        const uint8_t lower[3] = {value, 0, 1}, upper[3] = {value, 255, 0};
         int32_t counts[3];
-        ASSERT_EQ(k::count_in_range_u8_c3(row, 0, kLarge, lower, upper, counts), k::kOk);
-        EXPECT_EQ(counts[0], kAll);
-        EXPECT_EQ(counts[1], kAll);
-        EXPECT_EQ(counts[2], 0);
+        ASSERT_EQ(count(row, 0, kLarge, lower, upper, counts), k::kOk);
+        for (int c = 0; c < count.used; ++c) EXPECT_EQ(counts[c], c == 2 ? 0 : kLarge.width * kLarge.height);
     });
 }

@@ -3,9 +3,7 @@
 
 namespace tarn::test {
 
-// Told of each word once: the first wrong element (of a word over memory: byte), what it was and should have been; or one
-// of these.
-using WordResult = void(void* context, const char* word, int wrong, double got, double wanted);
-inline constexpr int kRight = -1, kAbsent = -2;
+// Told of a word's first wrong element (of a word over memory: byte) at a level, what it is and what it should be.
+using WrongWord = void(const char* at, const char* word, int element, double got, double wanted);
 
 }  // namespace tarn::test

@@ -11,7 +11,7 @@ class Commands(driver.ProgramTest):
         self.tarn("scale-resize", source, "-o", out, *arguments)
         return read_png(self.get(out)) if out.endswith("png") else read_tiff(self.get(out))
 
-    def test_a_region_at_its_own_size_is_cut_out_exactly(self):
+    def test_regions_are_cut_and_nearest_repeats_pixels_exactly(self):
         for bits, high in (8, 255), (16, 65535):
             for channels in 1, 2, 3, 4:
                 rows = noise(11, 9, channels, 0, high)
@@ -20,16 +20,10 @@ class Commands(driver.ProgramTest):
                 for mode in "nearest", "lanczos":
                     got = self.resized("in.png", "--scale", 1, "--region", "3,2,5x7", "--interpolation", mode)
                     self.assertEqual(got, (5, 7, channels, bits, cut))
-
-    def test_nearest_repeats_pixels_of_every_channel(self):
-        for bits, high in (8, 255), (16, 65535):
-            for channels in 1, 2, 3, 4:
-                rows = noise(5, 4, channels, 0, high)
-                self.put("in.png", png(5, 4, channels, rows, bits))
-                wanted = [[v for x in range(5) for _ in range(3) for v in row[x * channels:(x + 1) * channels]]
-                          for row in rows for _ in range(2)]
-                got = self.resized("in.png", "--size", "15x8", "--interpolation", "nearest")
-                self.assertEqual(got, (15, 8, channels, bits, wanted))
+                repeated = [[v for x in range(11) for _ in range(3) for v in row[x * channels:(x + 1) * channels]]
+                            for row in rows for _ in range(2)]
+                got = self.resized("in.png", "--size", "33x18", "--interpolation", "nearest")
+                self.assertEqual(got, (33, 18, channels, bits, repeated))
 
     def test_constant_pictures_stay_constant_in_every_mode(self):
         for bits, value in (8, 201), (16, 51234), (16, 3):
@@ -97,7 +91,11 @@ class Commands(driver.ProgramTest):
         text = self.tarn("help", "scale-resize")
         for word in "--size", "--scale", "--region", "--interpolation", "tarn::scale-resize(", "Example:\n  tarn scale-resize ":
             self.assertIn(word, text)
-        self.assertIn("declared", self.tarn("help", "calcthresh-otsu"))
+        for name, word in (("and", "first source"), ("set", "--mask"), ("cmp-c", "--comparison"),
+                           ("avgarith-n", "number of sources"), ("calcthresh-otsu", "declared")):
+            text = self.tarn("help", name)
+            self.assertIn(f"tarn::{name}", text)
+            self.assertIn(word, text)
         self.assertRegex(self.tarn("--version"), r"^tarn \d+\.\d+\.\d+\n$")
 
 

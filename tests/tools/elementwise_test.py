@@ -136,12 +136,5 @@ class Elementwise(driver.ProgramTest):
                                            ("--comparison", "'near' is not known", "cmp", "0.png", "0.png", "--comparison", "near")):
             self.refused(2, subject, words, *arguments, *o)
 
-    def test_help_tells_arguments_and_options(self):
-        for name, word in (("and", "first source"), ("set", "--mask"), ("cmp-c", "--comparison"), ("avgarith-n", "number of sources"),
-                           ("mul-c", "--constants")):
-            text = self.tarn("help", name)
-            self.assertIn(f"tarn::{name}(", text)
-            self.assertIn(word, text)
-
 
 driver.main()

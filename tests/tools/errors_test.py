@@ -17,13 +17,20 @@ def sample(name):
 
 
 class Errors(driver.ProgramTest):
+    def each_refused(self, cases, out="out.png", **options):
+        """Copies of pictures (name -> contents, words) that must be refused with these words."""
+        for name, (data, words) in cases.items():
+            with self.subTest(name=name):
+                self.put(name, data)
+                self.refused(1, name, words, "copy", name, "-o", out, **options)
+
     def test_files_that_are_no_pictures(self):
         rows = noise(40, 30, 3, 0, 255)
         whole_tiff = tiff(40, 30, 3, rows)
         coffee, rocket = sample("coffee.png"), sample("rocket.jpg")
         flipped = bytearray(coffee)
         flipped[len(flipped) // 2] ^= 0x55
-        cases = {
+        self.each_refused({
             "half.png": (coffee[:len(coffee) // 2], "incomplete PNG"),
             "header.png": (coffee[:20], "incomplete PNG"),
             "flipped.png": (bytes(flipped), "damaged"),
@@ -33,12 +40,7 @@ class Errors(driver.ProgramTest):
             "head.tif": (whole_tiff[:8], "incomplete TIFF"),
             "text.png": (b"This is no picture, whatever its name.\n", "not a PNG, JPEG or TIFF"),
             "empty.png": (b"", "is empty"),
-            "zero.png": (png_header(0, 5, 8, 2) + chunk(b"IEND", b""), "PNG"),
-        }
-        for name, (data, words) in cases.items():
-            with self.subTest(name=name):
-                self.put(name, data)
-                self.refused(1, name, words, "copy", name, "-o", "out.png")
+            "zero.png": (png_header(0, 5, 8, 2) + chunk(b"IEND", b""), "PNG")})
 
     def test_every_shorter_copy_of_a_small_picture_is_refused(self):
         rows = noise(6, 5, 3, 0, 255)
@@ -48,18 +50,17 @@ class Errors(driver.ProgramTest):
                 self.refused(1, name, "", "copy", name, "-o", "out.png")
 
     def test_headers_that_claim_too_much(self):
-        for name, data in (
-                ("huge.png", png_header(2**31 - 1, 2**31 - 1, 8, 6) + chunk(b"IDAT", zlib.compress(b"0")) + chunk(b"IEND", b"")),
-                ("wide.png", png_header(2**31 - 1, 1, 16, 6) + chunk(b"IDAT", zlib.compress(b"0")) + chunk(b"IEND", b"")),
-                ("tall.png", png_header(500000, 2**31 - 1, 8, 2) + chunk(b"IDAT", zlib.compress(b"0")) + chunk(b"IEND", b"")),
-                ("beyond.png", png_header(2**31, 2**31, 8, 2) + chunk(b"IDAT", zlib.compress(b"0")) + chunk(b"IEND", b"")),
-                ("huge.tif", tiff(4, 4, 1, noise(4, 4, 1, 0, 255)).replace(
-                    struct.pack("<HHII", 256, 4, 1, 4), struct.pack("<HHII", 256, 4, 1, 2**31 - 100)).replace(
-                    struct.pack("<HHII", 257, 4, 1, 4), struct.pack("<HHII", 257, 4, 1, 2**32 - 1)))):
-            with self.subTest(name=name):
-                self.put(name, data)
-                limit = None if driver.SANITIZED else lambda: resource.setrlimit(resource.RLIMIT_AS, (2**31, 2**31))
-                self.refused(1, name, "", "copy", name, "-o", "out.tif", preexec_fn=limit)
+        rest = chunk(b"IDAT", zlib.compress(b"0")) + chunk(b"IEND", b"")
+        large = tiff(4, 4, 1, noise(4, 4, 1, 0, 255))
+        for tag, size in (256, 2**31 - 100), (257, 2**32 - 1):
+            large = large.replace(struct.pack("<HHII", tag, 4, 1, 4), struct.pack("<HHII", tag, 4, 1, size))
+        self.each_refused({
+            "huge.png": (png_header(2**31 - 1, 2**31 - 1, 8, 6) + rest, ""),
+            "wide.png": (png_header(2**31 - 1, 1, 16, 6) + rest, ""),
+            "tall.png": (png_header(500000, 2**31 - 1, 8, 2) + rest, ""),
+            "beyond.png": (png_header(2**31, 2**31, 8, 2) + rest, ""),
+            "huge.tif": (large, "")}, "out.tif",
+            preexec_fn=None if driver.SANITIZED else lambda: resource.setrlimit(resource.RLIMIT_AS, (2**31, 2**31)))
 
     def test_kinds_that_are_not_read_say_so(self):
         grey = noise(4, 4, 1, 0, 255)
@@ -67,19 +68,14 @@ class Errors(driver.ProgramTest):
         at = cmyk.index(b"\xff\xc0")
         frame = struct.pack(">HBHHB", 20, 8, 427, 640, 4) + bytes([1, 0x11, 0, 2, 0x11, 0, 3, 0x11, 0, 4, 0x11, 0])
         end = at + 2 + struct.unpack(">H", cmyk[at + 2:at + 4])[0]
-        cases = {
+        self.each_refused({
             "double.tif": (tiff(4, 4, 1, grey, "f32", bits=64), "64-bit float"),
             "byte.tif": (tiff(4, 4, 1, grey, "s16", bits=8), "8-bit signed"),
             "bilevel.tif": (tiff(4, 4, 1, grey, bits=1), "1-bit"),
             "palette.tif": (tiff(4, 4, 1, grey, photometric=3), "grey or RGB"),
             "lab.tif": (tiff(4, 4, 3, noise(4, 4, 3, 0, 255), photometric=8), "grey or RGB"),
             "white.tif": (tiff(4, 4, 1, grey, "s16", photometric=0), "counts from white"),
-            "cmyk.jpg": (bytes(cmyk[:at + 2]) + frame + bytes(cmyk[end:]), "CMYK"),
-        }
-        for name, (data, words) in cases.items():
-            with self.subTest(name=name):
-                self.put(name, data)
-                self.refused(1, name, words, "copy", name, "-o", "out.png")
+            "cmyk.jpg": (bytes(cmyk[:at + 2]) + frame + bytes(cmyk[end:]), "CMYK")})
 
     def test_outputs_that_cannot_be(self):
         self.put("rgba.png", png(4, 4, 4, noise(4, 4, 4, 0, 255)))
