@@ -57,7 +57,7 @@ static QuelIFACE iface = {
     .name = COMPANION ? "tarn-c" : "good",
     .family = HAS(NO_FAMILY)      ? 0
               : HAS(OTHER_FAMILY) ? "heron"
-                                      : "tarn",
+                                  : "tarn",
     .packed_code = 0x05e70003ffff0003,
     .slot_count = HAS(WRONG_SLOT_COUNT) ? 199 : 200,
 };
@@ -80,8 +80,8 @@ static QuelMODULE descriptor = {
     .format = HAS(WRONG_FORMAT) ? 7 : FORMAT,
     .path = COMPANION ? "modules/tarn-c" : "modules/good",
     .name = HAS(NO_NAME) ? 0
-            : COMPANION      ? "tarn-c"
-                             : "good",
+            : COMPANION  ? "tarn-c"
+                         : "good",
     .attach = HAS(NO_ATTACH) ? 0 : attach,
     .dependencies = dependencies,
     .one = 1,
