@@ -26,7 +26,9 @@ using tarn::test::Check;
 
 // X for every family.
 #define FAMILIES(X) \
-    X(arith) X(border) X(compare) X(contour) X(convert) X(copy) X(filter) X(logic) X(mapping) X(mirror) X(net) X(resize) X(set) X(stats)
+    X(arith)        \
+    X(border)       \
+    X(compare) X(contour) X(convert) X(copy) X(filter) X(logic) X(mapping) X(mirror) X(net) X(resize) X(set) X(stats)
 
 #define CHECK(family) \
     TEST(kernels, family) { tarn::cases::family##_cases(Check{}); }

@@ -128,7 +128,8 @@ inline U16 widening_add_upper(U8 a, U8 b) {
 }
 #endif
 // Sums of eight bytes each.
-inline U64 sums_of_8(U8 v) { return (U64)_mm_sad_epu8((__m128i)v, (__m128i)U8{}); }inline bool all_zero(Bytes v) { return _mm_movemask_epi8((__m128i)(v == Bytes{})) == 0xffff; }
+inline U64 sums_of_8(U8 v) { return (U64)_mm_sad_epu8((__m128i)v, (__m128i)U8{}); }
+inline bool all_zero(Bytes v) { return _mm_movemask_epi8((__m128i)(v == Bytes{})) == 0xffff; }
 
 // ---- Moves within groups ------------------------------------------------------------------------------------------
 
