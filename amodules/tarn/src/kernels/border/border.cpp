@@ -133,23 +133,24 @@ void extend_rows(uint8_t* d, int64_t dst_step, const uint8_t* s, int64_t src_ste
     }
 }
 
-template <class T, Form kForm, class Edge>
+template <bool kKept, class Edge>
 Status extend(const void* src, int32_t src_stride, Size src_size, void* dst, int32_t dst_stride, Size dst_size,
-              Offset corner, const Edge& edge) {
-    constexpr bool kKept = kept(kForm);
-    constexpr int64_t kBytes = kPixelBytes<T, kForm>;
+              Offset corner, int64_t pixel_bytes, const Edge& edge, Bytes colours) {
     if (corner.x < 0 || corner.y < 0) return kBadArg;
     const int64_t right = int64_t(dst_size.width) - src_size.width - corner.x;
     if (right < 0 || int64_t(dst_size.height) - src_size.height < corner.y) return kBadSize;
-    const Span n{corner.x * kBytes, src_size.width * kBytes, right * kBytes};
+    const Span n{corner.x * pixel_bytes, src_size.width * pixel_bytes, right * pixel_bytes};
 
     void* place = row<uint8_t>(dst, dst_stride, corner.y) + n.left;
     bool in_place = src == place && src_stride == dst_stride;
-    if (!in_place && !Extent(src, src_stride, src_size, kBytes).apart_from(Extent(dst, dst_stride, dst_size, kBytes))) {
-        move_plane<T, kForm>(src, src_stride, place, dst_stride, src_size);
+    const Extent source(src, src_stride, src_size, pixel_bytes), all(dst, dst_stride, dst_size, pixel_bytes);
+    if (!in_place && !source.apart_from(all)) {
+        if constexpr (kKept)
+            copy_rows_c3x(src, src_stride, place, dst_stride, src_size, pixel_bytes, colours);
+        else
+            copy_rows(src, src_stride, place, dst_stride, src_size, pixel_bytes);
         src = place, src_stride = dst_stride, in_place = true;
     }
-    const Bytes colours = colour_mask<T>();
     const bool streamed = !kKept && n.middle >= kLeastStreamed && streams(n.all() * dst_size.height);
     const auto make = streamed              ? extend_rows<Way::streamed, kKept, Edge>
                       : n.middle >= kVector ? extend_rows<Way::standing_over, kKept, Edge>
@@ -176,15 +177,16 @@ template <class T, Form kForm>
 Status replicate(const void* src, int32_t src_stride, Size src_size, void* dst, int32_t dst_stride, Size dst_size,
                  Offset corner) {
     if (Status s = check(src_size, src, dst)) return s;
-    return extend<T, kForm>(src, src_stride, src_size, dst, dst_stride, dst_size, corner, Replicated<T, kForm>{});
+    return extend<kept(kForm)>(src, src_stride, src_size, dst, dst_stride, dst_size, corner, kPixelBytes<T, kForm>,
+                               Replicated<T, kForm>{}, colour_mask<T>());
 }
 
 template <class T, Form kForm>
 Status constant(const void* src, int32_t src_stride, Size src_size, void* dst, int32_t dst_stride, Size dst_size,
                 Offset corner, const void* values) {
     if (Status s = check(src_size, src, dst, values)) return s;
-    return extend<T, kForm>(src, src_stride, src_size, dst, dst_stride, dst_size, corner,
-                            Constant{pattern_of_constants<T, kForm>(values)});
+    return extend<kept(kForm)>(src, src_stride, src_size, dst, dst_stride, dst_size, corner, kPixelBytes<T, kForm>,
+                               Constant{pattern_of_constants<T, kForm>(values)}, colour_mask<T>());
 }
 
 }  // namespace

@@ -87,14 +87,5 @@ inline void copy_overlapping_row_c3x(uint8_t* d, const uint8_t* s, int64_t n, By
     return kOk;
 }
 
-// dst := src; by the form, of every channel or with dst's fourth kept.
-template <class T, Form kForm>
-Status move_plane(const void* src, int32_t src_stride, void* dst, int32_t dst_stride, Size size) {
-    if constexpr (kept(kForm))
-        return copy_rows_c3x(src, src_stride, dst, dst_stride, size, kPixelBytes<T, kForm>, colour_mask<T>());
-    else
-        return copy_rows(src, src_stride, dst, dst_stride, size, kPixelBytes<T, kForm>);
-}
-
 }  // namespace
 }  // namespace tarn::k::TARN_LEVEL
