@@ -50,6 +50,8 @@ public:
 
     const Options& options() const { return options_; }
     bool wants(const std::string& name) const { return name.find(options_.filter) != std::string::npos; }
+    // Nanoseconds per unit of a contender in the last row of this name; 0 where there is none.
+    double figure(const std::string& name, const std::string& contender) const;
     // The table so far, as Markdown.
     std::string table() const;
     bool empty() const { return rows_.empty(); }

@@ -154,6 +154,15 @@ void Bench::row(const Case& c, std::vector<Size> sizes, bool alone) {
     }
 }
 
+double Bench::figure(const std::string& name, const std::string& contender) const {
+    double ns = 0;
+    for (const Line& l : rows_)
+        if (l.name == name)
+            for (const auto& [column, figure] : l.columns)
+                if (column == contender) ns = figure;
+    return ns;
+}
+
 std::string Bench::table() const {
     std::vector<std::string> names;
     for (const Line& l : rows_)

@@ -1,0 +1,22 @@
+// Line plots as SVG, both axes logarithmic.
+#pragma once
+
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace tarn::bench {
+
+// One line: its points in the order of x, all above zero.
+struct Series {
+    std::string name;
+    std::string colour;
+    bool dashed = false;
+    std::vector<std::pair<double, double>> points;
+};
+
+// Ticks stand at the x of the first series, and at 1, 2 and 5 times powers of ten of y.
+void write_plot(const std::string& file, const std::string& title, const std::string& x_axis, const std::string& y_axis,
+                const std::vector<Series>& series);
+
+}  // namespace tarn::bench
