@@ -204,7 +204,10 @@ Element<V> grouped(const V& a, const V& b, int i, int group) {
     const int at = i / (2 * group) * group + i % group;
     return i % (2 * group) < group ? a[at] : b[at];
 }
-uint8_t bytes_of(uint16_t v, int i) { return uint8_t(v >> i % 2 * 8); }
+template <class T>
+uint8_t bytes_of(T v, int i) {
+    return uint8_t(v >> i % int(sizeof v) * 8);
+}
 // Bit j is set where holds(j).
 uint64_t bits_where(int n, auto holds) {
     uint64_t bits = 0;
@@ -282,6 +285,8 @@ int check_words(test::WrongWord* wrong, const char* at) {
            for (int i = 0; i < n; ++i) if (mask[i]) p[1 + i] = v[i])
     MEMORY("load_groups(const uint8_t*, const int64_t*)", v = load_groups(p + 1, at),
            for (int i = 0; i < kVector; ++i) v[i] = p[1 + at[i / 16] + i % 16])
+    MEMORY("store_groups(uint8_t*, const int64_t*, Bytes)", store_groups(p + 1, at, v),
+           for (int i = 0; i < kVector; ++i) p[1 + at[i / 16] + i % 16] = v[i])
     MEMORY("every_group(const void*)", v = every_group(p + 1), for (int i = 0; i < kVector; ++i) v[i] = p[1 + i % 16])
     MEMORY("stream(void*, Bytes)", stream(p, v), memcpy(p, &v, kVector))
     MEMORY("stream_fence()", stream_fence(), )
@@ -310,6 +315,7 @@ int check_words(test::WrongWord* wrong, const char* at) {
     WORD(U16, mul_high, (U16, U16), uint16_t(uint32_t(a[i]) * b[i] >> 16))
     WORD(S16, mul_fixed15, (S16, S16), int16_t((a[i] * b[i] + 0x4000) >> 15))
     WORD(S16, mul_add_pairs, (U8, S8), cut<int16_t>(a[2 * i] * b[2 * i] + a[2 * i + 1] * b[2 * i + 1]))
+    WORD(S32, mul_add_pairs, (S16, S16), int32_t(uint32_t(a[2 * i] * b[2 * i]) + uint32_t(a[2 * i + 1] * b[2 * i + 1])))
     WORD(U16, widening_add_lower, (U8, U8), uint16_t(a[i / 8 * 16 + i % 8] + b[i / 8 * 16 + i % 8]))
     WORD(U16, widening_add_upper, (U8, U8), uint16_t(a[i / 8 * 16 + 8 + i % 8] + b[i / 8 * 16 + 8 + i % 8]))
     WORD(U64, sums_of_8, (U8), sum_of_8(a, 8 * i))
@@ -342,6 +348,10 @@ int check_words(test::WrongWord* wrong, const char* at) {
     WORD(Bytes, interleave_upper8, (Bytes, Bytes), interleaved(a, b, i, 16, 8))
     WORD(Bytes, interleave_lower16, (Bytes, Bytes), bytes_of(interleaved((U16)a, (U16)b, i / 2, 8, 0), i))
     WORD(Bytes, interleave_upper16, (Bytes, Bytes), bytes_of(interleaved((U16)a, (U16)b, i / 2, 8, 4), i))
+    WORD(Bytes, interleave_lower32, (Bytes, Bytes), bytes_of(interleaved((U32)a, (U32)b, i / 4, 4, 0), i))
+    WORD(Bytes, interleave_upper32, (Bytes, Bytes), bytes_of(interleaved((U32)a, (U32)b, i / 4, 4, 2), i))
+    WORD(Bytes, interleave_lower64, (Bytes, Bytes), bytes_of(interleaved((U64)a, (U64)b, i / 8, 2, 0), i))
+    WORD(Bytes, interleave_upper64, (Bytes, Bytes), bytes_of(interleaved((U64)a, (U64)b, i / 8, 2, 1), i))
     WORD(U8, narrow_groups_u8, (S16, S16), cut<uint8_t>(grouped(a, b, i, 8)))
     WORD(S8, narrow_groups, (S16, S16), cut<int8_t>(grouped(a, b, i, 8)))
     WORD(S16, narrow_groups, (S32, S32), cut<int16_t>(grouped(a, b, i, 4)))

@@ -4,6 +4,7 @@
 #include "kernels/arith/arith.h"
 
 #include "kernels/arith/fold.h"
+#include "kernels/simd/divide.h"
 
 namespace tarn::k::TARN_LEVEL {
 namespace {
@@ -11,24 +12,8 @@ namespace {
 constexpr int64_t kStripSums = 4096;  // elements whose sums stay in the cache beside their sources
 static_assert(kAverageScratch == 5 * kStripSums);
 
-// s / n for 16-bit sums s <= 255 n: nearest, ties to even.
-constexpr int32_t kMostSums16 = 128;  // planes; the reciprocal is exact up to 185
-struct Divide16 {
-    // n from 2 to kMostSums16.
-    explicit Divide16(int32_t n)
-        : n(splat(uint16_t(n))), half(splat(uint16_t(n / 2))), even(splat(uint16_t(n % 2 == 0))) {
-        while (2 << shift < n) ++shift;
-        reciprocal = splat(uint16_t(((65536 << shift) + n - 1) / n));
-    }
-    U16 operator()(U16 s) const {
-        const U16 t = s + half;
-        const U16 q = mul_high(t, reciprocal) >> shift;
-        // No rest behind the added half: s was halfway, and q is its upper neighbour. True is all ones, which is -1.
-        return q - ((U16)(q * n == t) & q & even);
-    }
-    U16 n, half, even, reciprocal = {};
-    int shift = 0;
-};
+constexpr int32_t kMostSums16 = 128;  // planes
+static_assert(kMostSums16 <= kMostDivisor16);
 
 // Takes kCount planes into the 16-bit sums; the last planes' sums are divided and stored at once.
 template <bool kKept, int kCount, bool kFirst, bool kLast>

@@ -1,6 +1,7 @@
 // Means under a mask. Integers: the sums of the columns of a strip, brought from row to row by the row that enters and the row that
 // leaves, then sums along the row in the same way: exact, in 64 bits where 32 do not hold. Floats: sums in double by van
 // Herk's scheme in both directions (columns.h), which takes nothing back: no drift, and what is not a number stays in its windows.
+#include "kernels/filter/box_lanes.h"
 #include "kernels/filter/columns.h"
 #include "kernels/filter/window.h"
 #include "kernels/plane/scratch.h"
@@ -9,7 +10,7 @@
 namespace tarn::k::TARN_LEVEL {
 namespace {
 
-constexpr int64_t kStripMost = 1536, kStripUnit = 192;  // elements
+constexpr int64_t kFloatStrip = 1536;  // elements
 
 // d := n results. The fourth of every four elements stays where it is kept.
 template <class T, bool kKept>
@@ -45,8 +46,8 @@ void sum_row(const Sum* column, Sum* sums, int64_t n, int64_t columns, int64_t c
 }
 
 template <class T, bool kKept, class Sum>
-Status box_integers(const Window& w, const Allocator& allocator) {
-    const int64_t strip = strip_width(w.width, kStripMost, kStripUnit), most = min(strip, w.width);
+Status box_large(const Window& w, const Allocator& allocator) {
+    const int64_t strip = strip_width(w.width, kFloatStrip, kStripUnit), most = min(strip, w.width);
     Scratch scratch(allocator);
     Sum *column = nullptr, *sums = nullptr;
     T* means = nullptr;
@@ -71,6 +72,22 @@ Status box_integers(const Window& w, const Allocator& allocator) {
         }
     }
     return kOk;
+}
+
+template <class T, bool kKept, int kChannels>
+Status box_integers(const Window& w, const Allocator& allocator) {
+    const auto lanes = [&](const auto& how) { return box_lanes<kKept, kChannels>(w, how, allocator); };
+    constexpr int64_t kMost = sizeof(T) == 1 ? 16000000 : 65000;
+    if (w.columns > kMost / w.rows) return box_large<T, kKept, int64_t>(w, allocator);
+    const int32_t area = int32_t(w.columns * w.rows);
+    if constexpr (sizeof(T) == 1) {
+        if (area > 1 && area <= kMostDivisor16)
+            return area % 2 ? lanes(Sums16<false>{Divide16(area)}) : lanes(Sums16<true>{Divide16(area)});
+        if (w.rows <= 256)
+            return area % 2 && area < 43000 ? lanes(Sums16In32<MultiplyFloat>{MultiplyFloat(area)})
+                                            : lanes(Sums16In32<Divide32>{Divide32(area)});
+    }
+    return lanes(Sums32<T, Divide32>{Divide32(area)});
 }
 
 // ---- Floats -------------------------------------------------------------------------------------------------------
@@ -108,7 +125,7 @@ template <bool kKept>
 Status box_floats(const Window& w, const Allocator& allocator) {
     // A strip ends where blocks of columns do, so that sums do not depend on it.
     const int64_t block = w.columns * w.channels;
-    const int64_t strip = (strip_width(w.width, kStripMost, kStripUnit) + block - 1) / block * block;
+    const int64_t strip = (strip_width(w.width, kFloatStrip, kStripUnit) + block - 1) / block * block;
     const int64_t most = min(strip, w.width), pitch = most + w.reach + 4 * kLanes<double>, rows = min(w.rows, w.height);
     Scratch scratch(allocator);
     double *columns = nullptr, *sums = nullptr, *end = nullptr;
@@ -141,10 +158,7 @@ Status box(const void* src, int32_t src_stride, void* dst, int32_t dst_stride, S
     if constexpr (sizeof(T) == 4) {
         return box_floats<kept(kForm)>(w, allocator);
     } else {
-        // Areas whose sums stay in 32 bits.
-        constexpr int64_t kMost = INT32_MAX / (sizeof(T) == 1 ? 255 : 32768);
-        if (w.columns <= kMost / w.rows) return box_integers<T, kept(kForm), int32_t>(w, allocator);
-        return box_integers<T, kept(kForm), int64_t>(w, allocator);
+        return box_integers<T, kept(kForm), channels(kForm)>(w, allocator);
     }
 }
 

@@ -25,6 +25,7 @@ inline void store_n(void* p, V v, int64_t n) {
 }
 
 inline Bytes load_groups(const uint8_t* base, const int64_t* from) { return load<Bytes>(base + from[0]); }
+inline void store_groups(uint8_t* base, const int64_t* to, Bytes v) { store(base + to[0], v); }
 
 // A plain store.
 inline void stream(void* p, Bytes v) { store(p, v); }
@@ -66,6 +67,12 @@ inline S16 mul_add_pairs(U8 a, S8 b) {
     const S16 even = (S16)((U16)a & 0xff) * ((S16)((U16)b << 8) >> 8);
     return saturated_add(even, (S16)((U16)a >> 8) * ((S16)b >> 8));
 }
+inline S32 mul_add_pairs(S16 a, S16 b) {
+    S32 sums{};
+    for (int i = 0; i < kLanes<int32_t>; ++i)
+        sums[i] = int32_t(uint32_t(a[2 * i] * b[2 * i]) + uint32_t(a[2 * i + 1] * b[2 * i + 1]));
+    return sums;
+}
 // a + b and a * b where of two NaN the first wins.
 inline F32 add_ordered(F32 a, F32 b) { return a != a ? a + a : a + b; }
 inline F32 mul_ordered(F32 a, F32 b) { return a != a ? a + a : a * b; }
@@ -101,6 +108,10 @@ inline Bytes interleave_lower8(Bytes a, Bytes b) { return interleave<uint8_t>(a,
 inline Bytes interleave_upper8(Bytes a, Bytes b) { return interleave<uint8_t>(a, b, 8); }
 inline Bytes interleave_lower16(Bytes a, Bytes b) { return interleave<uint16_t>(a, b, 0); }
 inline Bytes interleave_upper16(Bytes a, Bytes b) { return interleave<uint16_t>(a, b, 4); }
+inline Bytes interleave_lower32(Bytes a, Bytes b) { return interleave<uint32_t>(a, b, 0); }
+inline Bytes interleave_upper32(Bytes a, Bytes b) { return interleave<uint32_t>(a, b, 2); }
+inline Bytes interleave_lower64(Bytes a, Bytes b) { return interleave<uint64_t>(a, b, 0); }
+inline Bytes interleave_upper64(Bytes a, Bytes b) { return interleave<uint64_t>(a, b, 1); }
 
 template <class To, class From>
 inline Vec<To> narrow_halves(Vec<From> a, Vec<From> b, From least, From most) {

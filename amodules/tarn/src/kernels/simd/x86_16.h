@@ -23,8 +23,9 @@ inline void store_n(void* p, V v, int64_t n) {
     copy_bytes(p, buffer, n);
 }
 
-// The 16 bytes at each of kGroups addresses, a group each.
+// The 16 bytes at each of kGroups addresses, a group each, read and written.
 inline Bytes load_groups(const uint8_t* base, const int64_t* from) { return load<Bytes>(base + from[0]); }
+inline void store_groups(uint8_t* base, const int64_t* to, Bytes v) { store(base + to[0], v); }
 
 // Stores around the cache; p is aligned to the vector.
 inline void stream(void* p, Bytes v) { _mm_stream_si128(static_cast<__m128i*>(p), (__m128i)v); }
@@ -101,6 +102,7 @@ inline S16 mul_add_pairs(U8 a, S8 b) {
     return saturated_add(even, (S16)((U16)a >> 8) * ((S16)b >> 8));
 #endif
 }
+inline S32 mul_add_pairs(S16 a, S16 b) { return (S32)_mm_madd_epi16((__m128i)a, (__m128i)b); }
 // Element i: the sum of v[i]'s elements, those 2 apart added first.
 inline F32 sums_of_each(const F32 (&v)[4]) {
     __m128 by2[2];
@@ -137,6 +139,10 @@ inline Bytes interleave_lower8(Bytes a, Bytes b) { return (Bytes)_mm_unpacklo_ep
 inline Bytes interleave_upper8(Bytes a, Bytes b) { return (Bytes)_mm_unpackhi_epi8((__m128i)a, (__m128i)b); }
 inline Bytes interleave_lower16(Bytes a, Bytes b) { return (Bytes)_mm_unpacklo_epi16((__m128i)a, (__m128i)b); }
 inline Bytes interleave_upper16(Bytes a, Bytes b) { return (Bytes)_mm_unpackhi_epi16((__m128i)a, (__m128i)b); }
+inline Bytes interleave_lower32(Bytes a, Bytes b) { return (Bytes)_mm_unpacklo_epi32((__m128i)a, (__m128i)b); }
+inline Bytes interleave_upper32(Bytes a, Bytes b) { return (Bytes)_mm_unpackhi_epi32((__m128i)a, (__m128i)b); }
+inline Bytes interleave_lower64(Bytes a, Bytes b) { return (Bytes)_mm_unpacklo_epi64((__m128i)a, (__m128i)b); }
+inline Bytes interleave_upper64(Bytes a, Bytes b) { return (Bytes)_mm_unpackhi_epi64((__m128i)a, (__m128i)b); }
 // Narrowed with saturation: each group holds a's of the group, then b's. Undoes both interleaves.
 inline U8 narrow_groups_u8(S16 a, S16 b) { return (U8)_mm_packus_epi16((__m128i)a, (__m128i)b); }
 inline S8 narrow_groups(S16 a, S16 b) { return (S8)_mm_packs_epi16((__m128i)a, (__m128i)b); }

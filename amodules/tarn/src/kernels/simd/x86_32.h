@@ -29,10 +29,14 @@ inline void store_n(void* p, V v, int64_t n) {
     copy_bytes(p, buffer, n);
 }
 
-// The 16 bytes at each of kGroups addresses, a group each.
+// The 16 bytes at each of kGroups addresses, a group each, read and written.
 inline Bytes load_groups(const uint8_t* base, const int64_t* from) {
     const auto group = [&](int i) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(base + from[i])); };
     return (Bytes)_mm256_inserti128_si256(_mm256_castsi128_si256(group(0)), group(1), 1);
+}
+inline void store_groups(uint8_t* base, const int64_t* to, Bytes v) {
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(base + to[0]), _mm256_castsi256_si128((__m256i)v));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(base + to[1]), _mm256_extracti128_si256((__m256i)v, 1));
 }
 
 // Stores around the cache; p is aligned to the vector.
@@ -77,6 +81,7 @@ inline U16 mul_high(U16 a, U16 b) { return (U16)_mm256_mulhi_epu16((__m256i)a, (
 inline S16 mul_fixed15(S16 a, S16 b) { return (S16)_mm256_mulhrs_epi16((__m256i)a, (__m256i)b); }
 // Products of neighbours, added in pairs, saturated: a[2i] b[2i] + a[2i + 1] b[2i + 1].
 inline S16 mul_add_pairs(U8 a, S8 b) { return (S16)_mm256_maddubs_epi16((__m256i)a, (__m256i)b); }
+inline S32 mul_add_pairs(S16 a, S16 b) { return (S32)_mm256_madd_epi16((__m256i)a, (__m256i)b); }
 // a + b in 16 bits, of the groups' lower and upper halves.
 inline U16 widening_add_lower(U8 a, U8 b) {
     return (U16)_mm256_maddubs_epi16(_mm256_unpacklo_epi8((__m256i)a, (__m256i)b), _mm256_set1_epi8(1));
@@ -108,6 +113,10 @@ inline Bytes interleave_lower8(Bytes a, Bytes b) { return (Bytes)_mm256_unpacklo
 inline Bytes interleave_upper8(Bytes a, Bytes b) { return (Bytes)_mm256_unpackhi_epi8((__m256i)a, (__m256i)b); }
 inline Bytes interleave_lower16(Bytes a, Bytes b) { return (Bytes)_mm256_unpacklo_epi16((__m256i)a, (__m256i)b); }
 inline Bytes interleave_upper16(Bytes a, Bytes b) { return (Bytes)_mm256_unpackhi_epi16((__m256i)a, (__m256i)b); }
+inline Bytes interleave_lower32(Bytes a, Bytes b) { return (Bytes)_mm256_unpacklo_epi32((__m256i)a, (__m256i)b); }
+inline Bytes interleave_upper32(Bytes a, Bytes b) { return (Bytes)_mm256_unpackhi_epi32((__m256i)a, (__m256i)b); }
+inline Bytes interleave_lower64(Bytes a, Bytes b) { return (Bytes)_mm256_unpacklo_epi64((__m256i)a, (__m256i)b); }
+inline Bytes interleave_upper64(Bytes a, Bytes b) { return (Bytes)_mm256_unpackhi_epi64((__m256i)a, (__m256i)b); }
 // Narrowed with saturation: each group holds a's of the group, then b's. Undoes both interleaves.
 inline U8 narrow_groups_u8(S16 a, S16 b) { return (U8)_mm256_packus_epi16((__m256i)a, (__m256i)b); }
 inline S8 narrow_groups(S16 a, S16 b) { return (S8)_mm256_packs_epi16((__m256i)a, (__m256i)b); }

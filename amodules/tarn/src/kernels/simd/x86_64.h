@@ -29,13 +29,20 @@ inline void store_where_n(void* p, Bytes mask, V v, int64_t n) {
     _mm512_mask_storeu_epi8(p, _mm512_movepi8_mask((__m512i)mask) & first_bytes(n), (__m512i)v);
 }
 
-// The 16 bytes at each of kGroups addresses, a group each.
+// The 16 bytes at each of kGroups addresses, a group each, read and written.
 inline Bytes load_groups(const uint8_t* base, const int64_t* from) {
     const auto group = [&](int i) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(base + from[i])); };
     __m512i v = _mm512_castsi128_si512(group(0));
     v = _mm512_mask_broadcast_i32x4(v, 0x00f0, group(1));
     v = _mm512_mask_broadcast_i32x4(v, 0x0f00, group(2));
     return (Bytes)_mm512_mask_broadcast_i32x4(v, 0xf000, group(3));
+}
+inline void store_groups(uint8_t* base, const int64_t* to, Bytes v) {
+    const auto group = [&](int i) { return reinterpret_cast<__m128i*>(base + to[i]); };
+    _mm_storeu_si128(group(0), _mm512_castsi512_si128((__m512i)v));
+    _mm_storeu_si128(group(1), _mm512_extracti32x4_epi32((__m512i)v, 1));
+    _mm_storeu_si128(group(2), _mm512_extracti32x4_epi32((__m512i)v, 2));
+    _mm_storeu_si128(group(3), _mm512_extracti32x4_epi32((__m512i)v, 3));
 }
 
 // Stores around the cache; p is aligned to the vector.
@@ -80,6 +87,7 @@ inline U16 mul_high(U16 a, U16 b) { return (U16)_mm512_mulhi_epu16((__m512i)a, (
 inline S16 mul_fixed15(S16 a, S16 b) { return (S16)_mm512_mulhrs_epi16((__m512i)a, (__m512i)b); }
 // Products of neighbours, added in pairs, saturated: a[2i] b[2i] + a[2i + 1] b[2i + 1].
 inline S16 mul_add_pairs(U8 a, S8 b) { return (S16)_mm512_maddubs_epi16((__m512i)a, (__m512i)b); }
+inline S32 mul_add_pairs(S16 a, S16 b) { return (S32)_mm512_madd_epi16((__m512i)a, (__m512i)b); }
 // a + b in 16 bits, of the groups' lower and upper halves.
 inline U16 widening_add_lower(U8 a, U8 b) {
     return (U16)_mm512_maddubs_epi16(_mm512_unpacklo_epi8((__m512i)a, (__m512i)b), _mm512_set1_epi8(1));
@@ -137,6 +145,10 @@ inline Bytes interleave_lower8(Bytes a, Bytes b) { return (Bytes)_mm512_unpacklo
 inline Bytes interleave_upper8(Bytes a, Bytes b) { return (Bytes)_mm512_unpackhi_epi8((__m512i)a, (__m512i)b); }
 inline Bytes interleave_lower16(Bytes a, Bytes b) { return (Bytes)_mm512_unpacklo_epi16((__m512i)a, (__m512i)b); }
 inline Bytes interleave_upper16(Bytes a, Bytes b) { return (Bytes)_mm512_unpackhi_epi16((__m512i)a, (__m512i)b); }
+inline Bytes interleave_lower32(Bytes a, Bytes b) { return (Bytes)_mm512_unpacklo_epi32((__m512i)a, (__m512i)b); }
+inline Bytes interleave_upper32(Bytes a, Bytes b) { return (Bytes)_mm512_unpackhi_epi32((__m512i)a, (__m512i)b); }
+inline Bytes interleave_lower64(Bytes a, Bytes b) { return (Bytes)_mm512_unpacklo_epi64((__m512i)a, (__m512i)b); }
+inline Bytes interleave_upper64(Bytes a, Bytes b) { return (Bytes)_mm512_unpackhi_epi64((__m512i)a, (__m512i)b); }
 // Narrowed with saturation: each group holds a's of the group, then b's. Undoes both interleaves.
 inline U8 narrow_groups_u8(S16 a, S16 b) { return (U8)_mm512_packus_epi16((__m512i)a, (__m512i)b); }
 inline S8 narrow_groups(S16 a, S16 b) { return (S8)_mm512_packs_epi16((__m512i)a, (__m512i)b); }

@@ -1,0 +1,94 @@
+// For the filter sources only: rows walked along side by side, a lane of a vector each, so that what an element takes from the
+// one before it is one plain operation on vectors, at any distance. Columns are turned into vectors and back in the
+// registers, group by group.
+#pragma once
+
+#include "kernels/plane/store.h"
+
+namespace tarn::k::TARN_LEVEL {
+namespace {
+
+template <class E>
+constexpr int kGroupLanes = int(16 / sizeof(E));
+
+template <class E>
+inline Bytes interleave_lower(Bytes a, Bytes b) {
+    if constexpr (sizeof(E) == 2) return interleave_lower16(a, b);
+    if constexpr (sizeof(E) == 4) return interleave_lower32(a, b);
+    return interleave_lower64(a, b);
+}
+template <class E>
+inline Bytes interleave_upper(Bytes a, Bytes b) {
+    if constexpr (sizeof(E) == 2) return interleave_upper16(a, b);
+    if constexpr (sizeof(E) == 4) return interleave_upper32(a, b);
+    return interleave_upper64(a, b);
+}
+
+// Element j of every group of v[i] changes places with element i of v[j].
+template <class E>
+[[gnu::always_inline]] inline void transpose_groups(Bytes (&v)[kGroupLanes<E>]) {
+    constexpr int kHalf = kGroupLanes<E> / 2;
+    for (int step = 1; step < kGroupLanes<E>; step *= 2) {
+        Bytes next[kGroupLanes<E>];
+        for (int i = 0; i < kHalf; ++i) {
+            next[2 * i] = interleave_lower<E>(v[i], v[i + kHalf]);
+            next[2 * i + 1] = interleave_upper<E>(v[i], v[i + kHalf]);
+        }
+        for (int i = 0; i < kGroupLanes<E>; ++i) v[i] = next[i];
+    }
+}
+
+// Where the lanes of elements E read and write, in bytes from the first column; [lane of a group][group].
+template <class E>
+struct Lanes {
+    int64_t from[kGroupLanes<E>][kGroups], to[kGroupLanes<E>][kGroups];
+    int64_t width;  // elements of each lane
+};
+
+// The lanes of `count` rows of `width` elements; of fewer rows than lanes, a row has several, which overlap at its end.
+template <class T, class E>
+Lanes<E> lanes_of(int64_t count, int64_t width, int64_t channels, int64_t pitch, int64_t dst_stride) {
+    Lanes<E> lanes;
+    const int64_t parts = kLanes<E> / count, pixels = width / channels;
+    lanes.width = (pixels + parts - 1) / parts * channels;
+    for (int64_t i = 0; i < kLanes<E>; ++i) {
+        const int64_t lane = i < parts * count ? i : 0, row = lane % count;
+        const int64_t x = min(lane / count * lanes.width, width - lanes.width);
+        const int j = int(i % kGroupLanes<E>), g = int(i / kGroupLanes<E>);
+        lanes.from[j][g] = (row * pitch + x) * int64_t(sizeof(E));
+        lanes.to[j][g] = row * dst_stride + x * int64_t(sizeof(T));
+    }
+    return lanes;
+}
+
+// The vectors of the 16 bytes of columns at p.
+template <class E>
+[[gnu::always_inline]] inline void load_columns(const Lanes<E>& lanes, const E* p, Bytes (&v)[kGroupLanes<E>]) {
+    for (int j = 0; j < kGroupLanes<E>; ++j) v[j] = load_groups(reinterpret_cast<const uint8_t*>(p), lanes.from[j]);
+    transpose_groups<E>(v);
+}
+
+// The 16 bytes of results at d, and the first n elements of fewer.
+template <class T, bool kKept, class E>
+[[gnu::always_inline]] inline void store_results(const Lanes<E>& lanes, uint8_t* d, const Bytes (&v)[kGroupLanes<E>]) {
+    const Bytes mask = colour_mask<T>();
+    for (int j = 0; j < kGroupLanes<E>; ++j)
+        store_groups(d, lanes.to[j], kKept ? select(mask, v[j], load_groups(d, lanes.to[j])) : v[j]);
+}
+template <class T, bool kKept, class E>
+[[gnu::noinline]] void store_results(const Lanes<E>& lanes, uint8_t* d, const Bytes (&v)[kGroupLanes<E>], int64_t n) {
+    for (int j = 0; j < kGroupLanes<E>; ++j)
+        for (int g = 0; g < kGroups; ++g) {
+            uint8_t* to = d + lanes.to[j][g];
+            const uint8_t* from = reinterpret_cast<const uint8_t*>(v + j) + 16 * g;
+            if (!kKept) {
+                copy_bytes(to, from, n * int64_t(sizeof(T)));
+                continue;
+            }
+            for (int64_t i = 0; i < n; i += 4)
+                copy_bytes(to + i * int64_t(sizeof(T)), from + i * int64_t(sizeof(T)), 3 * sizeof(T));
+        }
+}
+
+}  // namespace
+}  // namespace tarn::k::TARN_LEVEL

@@ -1,0 +1,58 @@
+// For kernel sources only: sums of integers divided by their count: the nearest quotient, of two the even one, exactly.
+//
+// Each of these has its range. What is checked at the edges of a range is checked over every sum by the tests.
+#pragma once
+
+#include "kernels/simd/simd.h"
+
+namespace tarn::k::TARN_LEVEL {
+namespace {
+
+// s / n of 16-bit sums s <= 255 n: a reciprocal of 16 bits is exact up to this divisor.
+constexpr int32_t kMostDivisor16 = 185;
+struct Divide16 {
+    // n from 2 to kMostDivisor16.
+    explicit Divide16(int32_t n)
+        : n(splat(uint16_t(n))), half(splat(uint16_t(n / 2))), even(splat(uint16_t(n % 2 == 0))) {
+        while (2 << shift < n) ++shift;
+        reciprocal = splat(uint16_t(((65536 << shift) + n - 1) / n));
+    }
+    // Of an odd divisor no quotient is halfway between two integers.
+    U16 nearest(U16 s) const { return mul_high(s + half, reciprocal) >> shift; }
+    U16 operator()(U16 s) const {
+        const U16 t = s + half;
+        const U16 q = mul_high(t, reciprocal) >> shift;
+        // No rest behind the added half: s was halfway, and q is its upper neighbour. True is all ones, which is -1.
+        return q - ((U16)(q * n == t) & q & even);
+    }
+    U16 n, half, even, reciprocal = {};
+    int shift = 0;
+};
+
+// s / n of 32-bit sums |s| <= 32768 n, 2 <= n <= 65000, or |s| <= 128 n, n <= 16000000.
+struct Divide32 {
+    explicit Divide32(int32_t n) : n(splat(n)), half(splat(n / 2)), even(splat(int32_t(n % 2 == 0))) {
+        reciprocal = splat(1.0f / float(n));
+    }
+    S32 operator()(S32 s) const {
+        const S32 t = s + half;
+        // The product is off by less than 2^-7: rounded it is the floor of t / n, or one more, which the rest tells.
+        const S32 above = nearest_int(__builtin_convertvector(t, F32) * reciprocal - splat(0.49f));
+        const S32 rest = t - above * n;
+        const S32 q = above + (rest >> 31);
+        return q - ((rest == S32{}) & q & even);  // no rest: s was halfway, and q is its upper neighbour
+    }
+    S32 n, half, even;
+    F32 reciprocal = {};
+};
+
+// s / n by a float multiplication, where no quotient is halfway (an odd n) and all are further from there than it errs:
+// |s| <= 128 n, n < 43000; |s| <= 32768 n, n < 170.
+struct MultiplyFloat {
+    explicit MultiplyFloat(int32_t n) : reciprocal(splat(1.0f / float(n))) {}
+    S32 operator()(S32 s) const { return nearest_int(__builtin_convertvector(s, F32) * reciprocal); }
+    F32 reciprocal;
+};
+
+}  // namespace
+}  // namespace tarn::k::TARN_LEVEL
