@@ -1,4 +1,5 @@
-// What the filters' cases leave open: masks and anchors that are refused, memory that can't be had, sums beyond 32 bits.
+// What the filters' cases leave open: masks and anchors that are refused, memory that can't be had, sums and counts under masks so large
+// that those of the cases' masks would not hold their cells.
 #include "kernels/filter/filter.h"
 
 #include <gtest/gtest.h>
@@ -16,7 +17,7 @@ using namespace tarn;
 
 template <class F>
 void each_kernel(F f) {
-    for (const auto* set : {&k::box_kernels, &k::filter_min_kernels, &k::filter_max_kernels})
+    for (const auto* set : {&k::box_kernels, &k::filter_min_kernels, &k::filter_max_kernels, &k::median_kernels})
         for (const auto& forms : set->cells)
             for (const k::Kernel<k::Filter>* kernel : forms)
                 if (kernel) f(*kernel);
@@ -61,6 +62,27 @@ TEST(filter, box_sums_beyond_32_bits) {
     check_huge<uint8_t>(k::box_u8_c1, 255, {4099, 4100}, 3);
     check_huge<int16_t>(k::box_s16_c1, -32768, {401, 400}, 7);
     check_huge<int16_t>(k::box_s16_c1, 32767, {401, 400}, 400);
+}
+
+// Rows of 0 0 0 1 1 1 2 2 2 ..., filtered by a mask wider than they vary: the median is the middle column's.
+template <class T>
+void median_of_steps(const k::Kernel<k::Filter>& median, k::Size mask) {
+    constexpr int kWidth = 40;
+    std::vector<T> row;
+    for (int x = 0; x < kWidth + mask.width - 1; ++x) row.push_back(T(x / 3));
+    test::at_every_level([&](int level) {
+        T result[2][kWidth] = {};
+        ASSERT_EQ(median(row.data(), 0, result, sizeof result[0], {kWidth, 2}, mask, {0, 0}, cases::heap()), k::kOk);
+        for (int y = 0; y < 2; ++y)
+            for (int x = 0; x < kWidth; ++x)
+                ASSERT_EQ(result[y][x], T((x + (mask.width - 1) / 2) / 3))
+                    << "level " << level << ", mask " << mask.width << " x " << mask.height << " at " << x << ", " << y;
+    });
+}
+
+TEST(filter, medians_of_more_than_65535) {
+    for (const k::Size mask : {k::Size{260, 255}, {257, 255}, {255, 256}, {700, 300}, {3, 70000}})
+        median_of_steps<uint8_t>(k::median_u8_c1, mask);
 }
 
 }  // namespace

@@ -379,6 +379,15 @@ int check_words(test::WrongWord* wrong, const char* at) {
     WORD(F64, widen_lower, (F32), double(a[i]))
     WORD(F64, widen_upper, (F32), double(a[i + kLanes<double>]))
     WORD(F32, narrow, (F64, F64), float(i < kLanes<double> ? a[i] : b[i - kLanes<double>]))
+    MEMORY("widening_add(U16x16, const uint8_t*)", store(p, widening_add(load<U16x16>(p), q + 1)), uint16_t e[16];
+           memcpy(e, p, 32); for (int i = 0; i < 16; ++i) e[i] = uint16_t(e[i] + q[1 + i]); memcpy(p, e, 32))
+    MEMORY("widening_exchange(U16x16, const uint8_t*, const uint8_t*)",
+           store(p, widening_exchange(load<U16x16>(p), q + 1, q + 18)), uint16_t e[16];
+           memcpy(e, p, 32); for (int i = 0; i < 16; ++i) e[i] = uint16_t(e[i] + q[1 + i] - q[18 + i]);
+           memcpy(p, e, 32))
+    MEMORY("count_up_to(U16x16, uint16_t)", uint16_t limit; memcpy(&limit, p + n % 16 * 2, 2);
+           n = count_up_to(load<U16x16>(p), limit), uint16_t e[16]; memcpy(e, p, 32); int64_t up_to = 0;
+           for (int i = 0; i < 16; ++i) up_to += e[i] <= e[n % 16]; n = up_to)
     MEMORY("load_f64(const void*)", put(v, load_f64(p + 1)), put_doubles(v, p + 1, kVector == 16 ? 2 : 4))
     MEMORY("load_f64_n(const void*, int64_t)", put(v, load_f64_n(p + 1, kVector == 16 ? 1 : 1 + n % 3)),
            put_doubles(v, p + 1, kVector == 16 ? 1 : 1 + n % 3))

@@ -1,5 +1,6 @@
 // The median under a rectangular mask.
 #include "kernels/filter/filter.h"
+#include "kernels/filter/median_counts.h"
 #include "kernels/filter/median_network.h"
 #include "kernels/plane/plane.h"
 #include "kernels/plane/scratch.h"
@@ -39,14 +40,22 @@ Status median(const void* src, int32_t src_stride, void* dst, int32_t dst_stride
     if (mask.width <= 0 || mask.height <= 0 || anchor.x < 0 || anchor.x >= mask.width || anchor.y < 0 ||
         anchor.y >= mask.height)
         return kBadArg;
-    constexpr int kChannels = channels(kForm);
+    constexpr int64_t kPitch = kPixelBytes<T, kForm>;
+    const uint8_t* corner = row<uint8_t>(src, src_stride, -anchor.y) - anchor.x * kPitch;
     if (mask.width == mask.height && (mask.width == 3 || mask.width == 5 || mask.width == 7)) {
-        const uint8_t* corner = row<uint8_t>(src, src_stride, -anchor.y) - anchor.x * kPixelBytes<T, kForm>;
         if (mask.width == 3) median_network<3, T, kForm>(corner, src_stride, dst, dst_stride, size);
         if (mask.width == 5) median_network<5, T, kForm>(corner, src_stride, dst, dst_stride, size);
         if (mask.width == 7) median_network<7, T, kForm>(corner, src_stride, dst, dst_stride, size);
         return kOk;
     }
+    if constexpr (sizeof(T) == 1) {
+        const int64_t area = int64_t(mask.width) * mask.height;
+        const auto counted = area <= SmallCounts::kMostArea && mask.height <= SmallCounts::kMostHigh
+                                 ? median_counted<SmallCounts>
+                                 : median_counted<LargeCounts>;
+        return counted(corner, src_stride, dst, dst_stride, size, mask, kPitch, used(kForm), (area - 1) / 2, allocator);
+    }
+    constexpr int kChannels = channels(kForm);
     const Selection wanted(mask);
     Scratch scratch(allocator);
     Counts<T>* counts = nullptr;

@@ -197,5 +197,27 @@ inline S32 nearest_int_saturated(F32 v) { return nearest_int(v) ^ (v >= splat(21
 
 constexpr bool kHasLookup = false, kHasPermute = false, kHasMulAdd = false, kHasLaneBits = false;
 
+// ---- Sixteen counts -----------------------------------------------------------------------------------------------
+
+// Sixteen elements of 16 bits, whatever a vector has.
+struct U16x16 {
+    uint16_t v[16];
+};
+// c + p, and c + in - out, of the sixteen bytes there.
+inline U16x16 widening_add(U16x16 c, const uint8_t* p) {
+    for (int i = 0; i < 16; ++i) c.v[i] = uint16_t(c.v[i] + p[i]);
+    return c;
+}
+inline U16x16 widening_exchange(U16x16 c, const uint8_t* in, const uint8_t* out) {
+    for (int i = 0; i < 16; ++i) c.v[i] = uint16_t(c.v[i] + in[i] - out[i]);
+    return c;
+}
+// How many are at most the limit.
+inline int64_t count_up_to(U16x16 c, uint16_t limit) {
+    int64_t n = 0;
+    for (int i = 0; i < 16; ++i) n += c.v[i] <= limit;
+    return n;
+}
+
 }  // namespace
 }  // namespace tarn::k::TARN_LEVEL

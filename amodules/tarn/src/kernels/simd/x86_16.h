@@ -238,5 +238,29 @@ constexpr bool kHasLookup = false;
 #endif
 constexpr bool kHasPermute = false, kHasMulAdd = false, kHasLaneBits = false;
 
+// ---- Sixteen counts -----------------------------------------------------------------------------------------------
+
+// Sixteen elements of 16 bits, whatever a vector has.
+struct U16x16 {
+    U16 lower, upper;
+};
+// c + p, and c + in - out, of the sixteen bytes there.
+inline U16x16 widening_add(U16x16 c, const uint8_t* p) {
+    const U8 v = load<U8>(p);
+    return {c.lower + (U16)interleave_lower8(v, U8{}), c.upper + (U16)interleave_upper8(v, U8{})};
+}
+inline U16x16 widening_exchange(U16x16 c, const uint8_t* in, const uint8_t* out) {
+    const U8 v = load<U8>(out);
+    c = widening_add(c, in);
+    return {c.lower - (U16)interleave_lower8(v, U8{}), c.upper - (U16)interleave_upper8(v, U8{})};
+}
+// How many are at most the limit, by a sum of ones.
+inline int64_t count_up_to(U16x16 c, uint16_t limit) {
+    const U16 most = splat(limit);
+    const S16 lower = (S16)(min(c.lower, most) == c.lower), upper = (S16)(min(c.upper, most) == c.upper);
+    const U64 sums = sums_of_8(U8{} - (U8)narrow_groups(lower, upper));
+    return int64_t(sums[0] + sums[1]);
+}
+
 }  // namespace
 }  // namespace tarn::k::TARN_LEVEL

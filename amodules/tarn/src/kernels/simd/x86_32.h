@@ -196,5 +196,21 @@ inline S32 nearest_int_saturated(F32 v) { return nearest_int(v) ^ (v >= splat(21
 
 constexpr bool kHasLookup = true, kHasPermute = true, kHasMulAdd = true, kHasLaneBits = false;
 
+// ---- Sixteen counts -----------------------------------------------------------------------------------------------
+
+// Sixteen elements of 16 bits, whatever a vector has.
+struct U16x16 {
+    U16 v;
+};
+// c + p, and c + in - out, of the sixteen bytes there.
+inline U16x16 widening_add(U16x16 c, const uint8_t* p) { return {c.v + (U16)load_s16(p)}; }
+inline U16x16 widening_exchange(U16x16 c, const uint8_t* in, const uint8_t* out) {
+    return {c.v + (U16)(load_s16(in) - load_s16(out))};
+}
+// How many are at most the limit.
+inline int64_t count_up_to(U16x16 c, uint16_t limit) {
+    return __builtin_popcount(uint32_t(_mm256_movemask_epi8((__m256i)(min(c.v, splat(limit)) == c.v)))) / 2;
+}
+
 }  // namespace
 }  // namespace tarn::k::TARN_LEVEL

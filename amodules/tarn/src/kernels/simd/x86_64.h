@@ -263,5 +263,24 @@ inline S32 nearest_int_saturated(F32 v) {
 
 constexpr bool kHasLookup = true, kHasPermute = true, kHasMulAdd = true, kHasLaneBits = true;
 
+// ---- Sixteen counts -----------------------------------------------------------------------------------------------
+
+// Sixteen elements of 16 bits, whatever a vector has.
+struct U16x16 {
+    __m256i v;
+};
+// c + p, and c + in - out, of the sixteen bytes there.
+inline U16x16 widening_add(U16x16 c, const uint8_t* p) {
+    return {_mm256_add_epi16(c.v, _mm256_cvtepu8_epi16(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p))))};
+}
+inline U16x16 widening_exchange(U16x16 c, const uint8_t* in, const uint8_t* out) {
+    const __m256i less = _mm256_cvtepu8_epi16(_mm_loadu_si128(reinterpret_cast<const __m128i*>(out)));
+    return {_mm256_sub_epi16(widening_add(c, in).v, less)};
+}
+// How many are at most the limit.
+inline int64_t count_up_to(U16x16 c, uint16_t limit) {
+    return __builtin_popcount(_mm256_cmple_epu16_mask(c.v, _mm256_set1_epi16(int16_t(limit))));
+}
+
 }  // namespace
 }  // namespace tarn::k::TARN_LEVEL
