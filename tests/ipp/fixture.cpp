@@ -1,6 +1,7 @@
 #include "ipp/fixture.h"
 
 #include <algorithm>
+#include <cfenv>
 #include <limits>
 
 namespace tarn::test {
@@ -140,6 +141,23 @@ void expect_error(int64_t result, const QuelERR& err, uint32_t code, uint32_t cl
     EXPECT_EQ(err.last.cls, cls);
     EXPECT_EQ(err.last.iface, 0x05e7u);
     EXPECT_NE(std::string(err.last.text).find(text), std::string::npos) << err.last.text;
+}
+
+bool out_of_memory_of_a_temporary(int64_t result, const QuelERR& err, const char* operation) {
+    if (err.count) return expect_error(result, err, QUEL_E_NOMEM, QUEL_C_NOMEM, operation), false;
+    EXPECT_EQ(result, -1);
+    EXPECT_EQ(err.status, 0x05e70000u | QUEL_E_NOMEM);
+    return true;
+}
+
+void expect_rounding_of_its_own(const Array& dst, const std::function<int64_t(LumoMAT*)>& run) {
+    Array nearest = dst, upward = dst;
+    EXPECT_EQ(run(&nearest), 0);
+    std::fesetround(FE_UPWARD);
+    EXPECT_EQ(run(&upward), 0);
+    EXPECT_EQ(std::fegetround(), FE_UPWARD);
+    std::fesetround(FE_TONEAREST);
+    EXPECT_TRUE(upward.same_pixels(nearest));
 }
 
 }  // namespace tarn::test

@@ -5,6 +5,7 @@
 
 #include <cmath>
 #include <cstring>
+#include <functional>
 #include <random>
 #include <string>
 #include <vector>
@@ -134,6 +135,21 @@ inline constexpr char kTypesOfBoth[] = "@src(.elem-type, .nchannels) -> @dst(.el
 
 // Expects that an operation made one error value with these codes, naming this text, and returned -1.
 void expect_error(int64_t result, const QuelERR& err, uint32_t code, uint32_t cls, const std::string& text);
+
+// Expects that run(error context) refuses its arrays for their types or sizes with this text, and leaves all bytes of dst.
+template <class Run>
+void expect_refused(const Array& dst, const char* text, Run run) {
+    const std::vector<uint8_t> before = dst.memory;
+    QuelERR err = {};
+    expect_error(run(&err), err, QUEL_E_TYPE, QUEL_C_UNSUPPORTED, text);
+    EXPECT_EQ(dst.memory, before);
+}
+
+// Expects that memory was out: told by an error value of this operation, or, of a temporary (true), by the status alone.
+bool out_of_memory_of_a_temporary(int64_t result, const QuelERR& err, const char* operation);
+
+// Expects of run(destination) the same pixels whatever the caller's rounding mode is, and that the mode stays.
+void expect_rounding_of_its_own(const Array& dst, const std::function<int64_t(LumoMAT*)>& run);
 
 // Runs body (which makes one call and returns its result) with the first, second, ... allocation failing, until none is
 // left to fail. check(result) is called for every failed one. Expects that nothing stays allocated. Returns how many
