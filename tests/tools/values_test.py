@@ -38,7 +38,7 @@ class Values(driver.ProgramTest):
         self.refused(1, "wide.tif", "s32 samples", "minmax", "wide.tif")
         self.refused(1, "high.png", "u16 samples", "count-in-range", "high.png")
         self.refused(1, "--upper", "wrap", "count-in-range", "rgb.png", "--upper", 256)
-        self.refused(1, "--lower", "2 values for 3 channels", "count-in-range", "rgb.png", "--lower", "1,2")
+        self.refused(1, "--lower", "2 values for 3 colour channels", "count-in-range", "rgb.png", "--lower", "1,2")
 
     def test_convert_scale_maps_colours_and_keeps_alpha(self):
         rows = noise(9, 5, 4, 0, 255)

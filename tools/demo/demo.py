@@ -9,6 +9,7 @@ import base64
 import html
 import json
 import os
+import random
 import re
 import shutil
 import struct
@@ -123,6 +124,13 @@ class Demo:
         os.replace(path + ".new", path)
 
 
+def grey_png(width, pixels):
+    rows = b"".join(b"\0" + pixels[i:i + width] for i in range(0, len(pixels), width))
+    chunk = lambda name, data: struct.pack(">I", len(data)) + name + data + struct.pack(">I", zlib.crc32(name + data))
+    head = struct.pack(">2I5B", width, len(pixels) // width, 8, 0, 0, 0, 0)
+    return b"\x89PNG\r\n\x1a\n" + chunk(b"IHDR", head) + chunk(b"IDAT", zlib.compress(rows)) + chunk(b"IEND", b"")
+
+
 def resize_row(demo, source, size, label, region=None, view="fit", shown_size=None):
     """One picture to one size in every interpolation mode; the source first."""
     stem = os.path.splitext(source)[0]
@@ -165,6 +173,58 @@ def resize_section(demo):
         shown_size="400 × 328")
     demo.heading("All calls, in milliseconds")
     demo.table(["call"] + list(MODES), table)
+
+
+def filter_section(demo):
+    demo.section("filters", "Filters and borders", "tarn::filter makes each pixel the mean, minimum, maximum or median of those under a mask "
+                 "of any size, at a cost that does not grow with it; tarn::copymkb puts a border around a picture.")
+    source = demo.sample("coffee.png")
+
+    def shown(title, out, *arguments, size="600 × 400", view="fit"):
+        arguments = [*arguments[:2], "-o", out, *arguments[2:]]
+        return demo.figure(out, title, size, demo.picture(*arguments), " ".join(arguments), view)
+
+    def filtered(picture, kind, mask, *more, **options):
+        out = "-".join([os.path.splitext(picture)[0], kind, mask, *(option.strip("-") for option in more[::2])]) + ".png"
+        return shown(f"{kind} {mask.replace('x', ' × ')}", out, "filter", picture, "--kind", kind, "--size", mask, *more, **options)
+
+    # Every tenth pixel white or black, spread by a fixed seed.
+    spread = random.Random(7).choices((0, 1, 2), (90, 5, 5), k=600 * 400)
+    for name, which in ("salt.png", 1), ("pepper.png", 2):
+        with open(os.path.join(demo.out, name), "wb") as file:
+            file.write(grey_png(600, bytes(255 if v == which else 0 for v in spread)))
+    demo.run("set", source, "-o", "coffee-salt.png", "--constants", "255", "--mask", "salt.png")
+    demo.run("set", "coffee-salt.png", "-o", "noisy.png", "--constants", "0", "--mask", "pepper.png")
+    cut = ("--region", "330,220,96x84")
+    demo.heading("Salt and pepper", "Every tenth pixel set to white or black. The median takes the grains out and keeps the edges; the mean "
+                 "smears them, the minimum and the maximum make them grow. Below, a part of each enlarged.")
+    for more, options in ((), {}), (cut, {"size": "96 × 84", "view": "fill"}):
+        before = demo.figure("noisy.png", "input", "600 × 400", source=True) if not more else filtered(
+            "noisy.png", "box", "1x1", *more, **options)
+        demo.figures([before] + [filtered("noisy.png", kind, mask, *more, **options) for kind, mask in (
+            ("median", "3x3"), ("median", "5x5"), ("box", "3x3"), ("min", "3x3"), ("max", "3x3"))])
+
+    demo.heading("Masks of other sizes", "Even sides, masks of one row, and an anchor in the mask's corner: the picture moves.")
+    demo.figures([demo.figure(source, "input", "600 × 400", source=True), filtered(source, "box", "31x31"),
+                  filtered(source, "box", "60x1"), filtered(source, "min", "9x9"), filtered(source, "max", "9x9"),
+                  filtered(source, "median", "15x15"), filtered(source, "median", "60x60", "--anchor", "0,0")])
+    sizes = [3, 7, 15, 31, 63, 101, 201]
+    demo.heading("The time does not grow with the mask", "Milliseconds for the 1000 × 1000 pixels in the middle of the retina, RGB, whose "
+                 "neighbours the picture has. Where it has not, as for a whole picture, the edge pixels repeat, and making that border is added.")
+    retina = ("filter", demo.sample("retina.jpg"), "-o", "timed.png", "--region", "205,205,1000x1000")
+    demo.table(["mask"] + [f"{n} × {n}" for n in sizes],
+               [[kind] + [f'{demo.picture(*retina, "--kind", kind, "--size", f"{n}x{n}"):.3f}' for n in sizes]
+                for kind in ("box", "min", "max", "median")])
+
+    demo.heading("Borders", "The edge pixels repeated, or one value; the widths are given for each side.")
+    demo.figures([demo.figure(source, "input", "600 × 400", source=True),
+                  shown("edge pixels", "coffee-replicated.png", "copymkb", source, "--border", "80,80,-1,-1", size="760 × 560"),
+                  shown("a constant", "coffee-framed.png", "copymkb", source, "--border", "40,40,40,120", "--kind", "constant", "--value",
+                        "11,110,116", size="680 × 560"),
+                  shown("alpha stays opaque", "horse-framed.png", "copymkb", demo.sample("horse.png"), "--border", "30,30,-1,-1", "--kind",
+                        "constant", "--value", "179,55,43", size="460 × 388"),
+                  shown("and transparent", "horse-clear.png", "copymkb", "horse.png", "--border", "120,0,0,0", "--kind", "constant", "--value",
+                        "0,0,0,0", size="520 × 328")])
 
 
 def depth_section(demo):
@@ -240,10 +300,7 @@ def read_matrix(path):
 
 def digit_image(values):
     """An 8 x 8 digit as a data address of a PNG, dark on white."""
-    rows = b"".join(b"\0" + bytes(255 - round(240 * v) for v in values[y:y + 8]) for y in range(0, 64, 8))
-    chunk = lambda name, data: struct.pack(">I", len(data)) + name + data + struct.pack(">I", zlib.crc32(name + data))
-    png = (b"\x89PNG\r\n\x1a\n" + chunk(b"IHDR", struct.pack(">2I5B", 8, 8, 8, 0, 0, 0, 0)) + chunk(b"IDAT", zlib.compress(rows)) +
-           chunk(b"IEND", b""))
+    png = grey_png(8, bytes(255 - round(240 * v) for v in values))
     return "data:image/png;base64," + base64.b64encode(png).decode()
 
 
@@ -303,6 +360,7 @@ def contour_section(demo):
 SECTIONS = [
     ("resize", "Resampling", resize_section),
     ("values", "Values", values_section),
+    ("filters", "Filters and borders", filter_section),
     ("contours", "Outlines", contour_section),
     ("digits", "Handwritten digits", digits_section),
     ("depth", "16 bits and float", depth_section),

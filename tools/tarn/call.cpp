@@ -44,7 +44,8 @@ Operation::Operation(const Module& module, const std::string& name, Timing& timi
 
 void Operation::refused(const QuelERR& err, const std::string& given) const {
     const uint32_t code = err.count ? err.last.code : static_cast<uint32_t>(err.status & 0xffff);
-    if (code == QUEL_E_NOMEM) fail(name_, "out of memory for " + given, "choose a smaller size");
+    // Without an error value it is a temporary that can't be had.
+    if (code == QUEL_E_NOMEM || code == 0) fail(name_, "out of memory for " + given, "choose a smaller size");
     if (code == QUEL_E_UNSERVED) fail(name_, text_of(err), "install the module that serves it beside tarn-ipp.so");
     fail(name_, "refused " + given + " (" + text_of(err) + ")", "see `tarn help " + name_ + "`");
 }

@@ -81,6 +81,14 @@ constexpr Command kCommands[] = {
      "destination, source, region (null: all), value range lo and hi (null: none),\n"
      "  interpolation code (3 nearest, 4 linear, 5 cubic, 6 lanczos)",
      "tarn scale-resize photo.jpg -o small.png --size 320x200 --interpolation cubic", setup_scale_resize},
+    {"copymkb", "tarn::copymkb", "put a border around a picture, of its edge pixels or a constant",
+     "destination, source (null: destination), kind (3 constant, 4 replicate),\n"
+     "  border (left, top, right, bottom, values; null: copy)",
+     "tarn copymkb photo.png -o framed.png --border 20,20,20,40 --kind constant --value 255", setup_copymkb},
+    {"filter", "tarn::filter", "filter by box, minimum, maximum or median",
+     "destination, source (null: destination), region (null: all), kind (3 box, 4 min, 5 max, 6 median),\n"
+     "  mask (anchor's column and row, width, height; null: 3x3)",
+     "tarn filter noisy.png -o clean.png --kind median --size 3x3", setup_filter},
     {"contour-find", "tarn::contour::find", "outlines of regions, over the picture or as nested polygons",
      "output object, source (one channel of u8), flags (1 ones, 2 zeros; 4 zeros, 8 ones connect diagonally)",
      "tarn contour-find photo.jpg --otsu --diagonal ones -o outlines.svg", setup_contour_find},
@@ -100,9 +108,7 @@ constexpr Summary kSummaries[] = {
     {"tarn::threshold", "binarise, with fixed, automatic or local thresholds"},
     {"tarn::warp-affine", "warp by an affine transform"},
     {"tarn::warp-affine-quad", "warp a quadrilateral to another"},
-    {"tarn::copymkb", "copy and make a border"},
     {"tarn::copy-transform", "copy between layouts, types, colours and value ranges"},
-    {"tarn::filter", "filter by box, minimum, maximum or median"},
     {"tarn::initmorphstate", "prepare the state of a morphology operation"},
     {"tarn::morphop-n", "erode, dilate, open, close and the like"},
 };

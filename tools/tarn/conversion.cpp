@@ -13,36 +13,10 @@ struct Options {
     std::string depth = "same", scale, offset, range, size;
 };
 
-// A number for each colour channel, from one for all or one for each; the default for all when the text is empty.
-std::vector<double> per_channel(const std::string& text, const std::string& option, int channels, double otherwise) {
-    std::vector<double> numbers = text.empty() ? std::vector<double>{otherwise} : parse_numbers(text, option);
-    if (numbers.size() == 1) numbers.resize(static_cast<size_t>(channels), numbers[0]);
-    if (numbers.size() != static_cast<size_t>(channels))
-        fail(option, "has " + std::to_string(numbers.size()) + " values for " + std::to_string(channels) + " channels",
-             "give one for all channels, or one for each");
-    return numbers;
-}
-
 bool is_one_of(Sample sample, std::initializer_list<Sample> samples) {
     for (const Sample s : samples)
         if (s == sample) return true;
     return false;
-}
-
-// What stands for opaque.
-double full(Sample sample) {
-    switch (sample) {
-        case Sample::u8:
-            return 255;
-        case Sample::u16:
-            return 65535;
-        case Sample::s16:
-            return 32767;
-        case Sample::f32:
-            return 1;
-        default:
-            return 0;
-    }
 }
 
 // u16 samples lie 32768 lower in memory.
@@ -54,8 +28,8 @@ void run_convert_scale(const Options& options) {
     ImageOutput out(options.files);
     const Image source = read_input(options.files);
     const int colours = source.shape.channels - source.has_alpha();
-    const auto scale = per_channel(options.scale, "--scale", colours, 1),
-               offset = per_channel(options.offset, "--offset", colours, 0);
+    const auto scale = parse_per_channel(options.scale.empty() ? "1" : options.scale, "--scale", colours),
+               offset = parse_per_channel(options.offset.empty() ? "0" : options.offset, "--offset", colours);
 
     Shape shape = source.shape;
     if (depth) shape.sample = kDepths[depth - 1];
@@ -81,9 +55,9 @@ void run_convert_scale(const Options& options) {
             float scales[4], offsets[4];
             for (int c = 0; c < to.shape.channels; ++c) {
                 // Opaque stays opaque, whatever the colours are scaled by.
-                const bool kept = !full(from.shape.sample) || !full(to.shape.sample);
-                const double s =
-                    alpha ? kept ? 1 : full(to.shape.sample) / full(from.shape.sample) : scale[static_cast<size_t>(c)];
+                const bool kept = !opaque(from.shape.sample) || !opaque(to.shape.sample);
+                const double s = alpha ? kept ? 1 : opaque(to.shape.sample) / opaque(from.shape.sample)
+                                       : scale[static_cast<size_t>(c)];
                 const double o = alpha ? 0 : offset[static_cast<size_t>(c)];
                 scales[c] = static_cast<float>(s);
                 offsets[c] = static_cast<float>(bias(from.shape.sample) * s + o - bias(to.shape.sample));
@@ -137,7 +111,7 @@ struct Range {
     float ends[2];
 };
 Range range_for(const Options& options, const Image& image) {
-    if (!full(image.shape.sample))
+    if (!opaque(image.shape.sample))
         fail(options.files.inputs[0],
              std::string("has ") + sample_name(image.shape.sample) + " samples, and u8, u16, s16 and f32 are stretched",
              "convert it first with tarn convert-scale --depth f32");

@@ -27,16 +27,6 @@ struct Takes {
     Wide wide;
 };
 
-void require(const Image& image, const std::string& name, const Takes& takes) {
-    std::string all;
-    for (size_t i = 0; i < takes.samples.size(); ++i) {
-        if (takes.samples[i] == image.shape.sample) return;
-        all += (i ? i + 1 == takes.samples.size() ? " and " : ", " : "") + std::string(sample_name(takes.samples[i]));
-    }
-    fail(name, std::string("has ") + sample_name(image.shape.sample) + " samples; " + takes.command + " takes " + all,
-         "convert the picture first");
-}
-
 void flip_all(Image& image) {
     for (uint8_t* row : image.rows()) flip_offset16(row, size_t(image.shape.width) * size_t(image.shape.channels));
 }
@@ -45,7 +35,7 @@ void flip_all(Image& image) {
 std::vector<Image> take_inputs(const Files& files, const Takes& takes) {
     std::vector<Image> images = read_equal_inputs(files);
     for (size_t i = 0; i < images.size(); ++i) {
-        require(images[i], files.inputs[i], takes);
+        require_samples(images[i], files.inputs[i], takes.command, takes.samples);
         if (images[i].shape.sample != Sample::u16) continue;
         if (takes.wide == Wide::bits) flip_all(images[i]);
         if (takes.wide == Wide::value) {
@@ -105,18 +95,6 @@ void run_colours(const Files& files, const Takes& takes, Result kind, Call&& cal
     print_time(files, timing);
 }
 
-// One constant for every colour channel, or one for each.
-std::vector<double> constants_for(const std::string& text, int channels) {
-    std::vector<double> values = parse_numbers(text, "--constants");
-    if (values.size() == 1) values.resize(size_t(channels), values[0]);
-    if (values.size() != size_t(channels))
-        fail("--constants",
-             "gives " + std::to_string(values.size()) + " values for " + std::to_string(channels) + " colour channel" +
-                 (channels > 1 ? "s" : ""),
-             "give one value, or one for each colour channel");
-    return values;
-}
-
 std::vector<float> floats(const std::vector<double>& values) { return {values.begin(), values.end()}; }
 
 std::vector<uint32_t> words(const std::vector<double>& values) {
@@ -158,7 +136,8 @@ Run setup_logic_c(CLI::App& app, const char* name) {
             usage("--constants", "is missing", "give whole numbers such as 15 or 240,15,255");
         run_colours(options->files, {name, kBits, Wide::bits}, Result::like_first,
                     [&](Operation& operation, LumoMAT& dst, std::span<const LumoMAT* const> src, const Shape& shape) {
-                        const auto values = words(constants_for(options->constants, int(dst.elemtype >> 12)));
+                        const auto values =
+                            words(parse_per_channel(options->constants, "--constants", int(dst.elemtype >> 12)));
                         operation.call<TarnLogicC>(describe(shape), &dst, src[0], values.data());
                     });
     };
@@ -175,7 +154,8 @@ Run setup_arith_c(CLI::App& app, const char* name) {
         if (options->constants.empty()) usage("--constants", "is missing", "give values such as 20 or 1.5,2,0.5");
         run_colours(options->files, {name, kValues, Wide::value}, Result::like_first,
                     [&](Operation& operation, LumoMAT& dst, std::span<const LumoMAT* const> src, const Shape& shape) {
-                        const auto values = floats(constants_for(options->constants, int(dst.elemtype >> 12)));
+                        const auto values =
+                            floats(parse_per_channel(options->constants, "--constants", int(dst.elemtype >> 12)));
                         operation.call<TarnArithC>(describe(shape), &dst, src[0], values.data());
                     });
     };
@@ -283,7 +263,8 @@ Run setup_cmp_c(CLI::App& app) {
         if (options->constants.empty()) usage("--constants", "is missing", "give values such as 128 or 10,20,30");
         run_colours(options->files, {"cmp-c", kValues, Wide::order}, Result::mask,
                     [&](Operation& operation, LumoMAT& dst, std::span<const LumoMAT* const> src, const Shape& shape) {
-                        auto values = floats(constants_for(options->constants, int(src[0]->elemtype >> 12)));
+                        auto values =
+                            floats(parse_per_channel(options->constants, "--constants", int(src[0]->elemtype >> 12)));
                         if (shape.sample == Sample::u16)
                             for (float& v : values) v = std::round(v) - kOffset16;
                         operation.call<TarnCmpC>(describe(shape), &dst, src[0], values.data(), code);
@@ -319,7 +300,8 @@ Run setup_set(CLI::App& app) {
                          "is " + describe(mask.shape) + " but " + options->files.inputs[0] + " is " + describe(shape),
                          "give a mask of the picture's size");
                 const int channels = int(dst.elemtype >> 12);
-                auto values = floats(constants_for(options->constants.empty() ? "0" : options->constants, channels));
+                auto values = floats(
+                    parse_per_channel(options->constants.empty() ? "0" : options->constants, "--constants", channels));
                 if (shape.sample == Sample::u16)
                     for (float& v : values) v = std::floor(v) - kOffset16;
                 for (int y = 0; y < dst.height; ++y)

@@ -21,6 +21,8 @@ constexpr SampleInfo kSamples[] = {{"u8", LUMO_U8, 1},   {"u16", LUMO_S16, 2}, {
                                    {"s32", LUMO_S32, 4}, {"u32", LUMO_U32, 4}, {"f32", LUMO_F32, 4}};
 const SampleInfo& info(Sample sample) { return kSamples[static_cast<int>(sample)]; }
 
+constexpr const char* kSmaller = "choose a smaller size or region";
+
 std::string human_bytes(double bytes) {
     const char* const units[] = {"bytes", "KB", "MB", "GB", "TB", "PB", "EB"};
     int unit = 0;
@@ -40,12 +42,27 @@ const char* sample_name(Sample sample) { return info(sample).name; }
 LumoELEMTYPE sample_type(Sample sample) { return info(sample).type; }
 int sample_bytes(Sample sample) { return info(sample).bytes; }
 
+double opaque(Sample sample) {
+    switch (sample) {
+        case Sample::u8:
+            return 255;
+        case Sample::u16:
+            return 65535;
+        case Sample::s16:
+            return 32767;
+        case Sample::f32:
+            return 1;
+        default:
+            return 0;
+    }
+}
+
 std::string describe(const Shape& shape) {
     return std::to_string(shape.width) + "x" + std::to_string(shape.height) + " " + sample_name(shape.sample) + ", " +
            std::to_string(shape.channels) + (shape.channels == 1 ? " channel" : " channels");
 }
 
-Image Image::make(const Shape& shape, const std::string& subject) {
+int32_t Image::stride_for(const Shape& shape, const std::string& subject) {
     const std::string size = std::to_string(shape.width) + "x" + std::to_string(shape.height);
     if (shape.width < 1 || shape.height < 1)
         fail(subject, "a picture of " + size + " has no pixels", "give a positive size");
@@ -59,18 +76,22 @@ Image Image::make(const Shape& shape, const std::string& subject) {
              "rows end at 2147483584 bytes; choose a smaller width");
     const int64_t total = stride * shape.height;  // below 2^62
     const int64_t memory = int64_t(sysconf(_SC_PHYS_PAGES)) * sysconf(_SC_PAGESIZE);
-    const char* const remedy = "choose a smaller size or region";
     if (total > memory - 64)
         fail(subject,
              size + " takes " + human_bytes(double(total)) + " of memory, this machine has " +
                  human_bytes(double(memory)),
-             remedy);
+             kSmaller);
+    return static_cast<int32_t>(stride);
+}
+
+Image Image::make(const Shape& shape, const std::string& subject) {
     Image image;
     image.shape = shape;
-    image.stride = static_cast<int32_t>(stride);
+    image.stride = stride_for(shape, subject);
+    const size_t total = size_t(image.stride) * size_t(shape.height);
     void* pixels = nullptr;
-    if (posix_memalign(&pixels, 64, static_cast<size_t>(total)) != 0)
-        fail(subject, "no memory for " + size + " (" + human_bytes(double(total)) + ")", remedy);
+    if (posix_memalign(&pixels, 64, total) != 0)
+        fail(subject, "no memory for " + describe(shape) + " (" + human_bytes(double(total)) + ")", kSmaller);
     image.pixels.reset(static_cast<uint8_t*>(pixels));
     return image;
 }

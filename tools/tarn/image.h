@@ -35,6 +35,7 @@ struct Shape {
 const char* sample_name(Sample sample);   // "u8", "u16", ...
 LumoELEMTYPE sample_type(Sample sample);  // type word of one channel in memory; LUMO_S16 for u16
 int sample_bytes(Sample sample);
+double opaque(Sample sample);              // what stands for it in alpha; 0 where that is not known
 std::string describe(const Shape& shape);  // "600x400 u8, 3 channels"
 
 struct Image {
@@ -44,6 +45,9 @@ struct Image {
     // A picture of zeros. Throws, naming subject, when the size is not positive, a row exceeds what a 32-bit stride can
     // tell or the whole exceeds this machine's memory; all computed in 64 bits before anything is allocated.
     static Image make(const Shape& shape, const std::string& subject);
+
+    // The stride that such a picture has; throws as make does.
+    static int32_t stride_for(const Shape& shape, const std::string& subject);
 
     int32_t width() const { return static_cast<int32_t>(shape.width); }
     int32_t height() const { return static_cast<int32_t>(shape.height); }

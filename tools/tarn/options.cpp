@@ -19,6 +19,11 @@ std::vector<std::string> split_at(const std::string& text, char separator) {
     }
     return parts;
 }
+
+[[noreturn]] void wrong_count(const std::string& text, const std::string& option, size_t found, size_t count) {
+    usage(option, "'" + text + "' holds " + std::to_string(found) + " numbers, not " + std::to_string(count),
+          "separate them by commas without spaces");
+}
 }  // namespace
 
 int64_t parse_integer(const std::string& text, const std::string& option, int64_t low, int64_t high) {
@@ -44,10 +49,27 @@ double parse_number(const std::string& text, const std::string& option) {
 std::vector<double> parse_numbers(const std::string& text, const std::string& option, size_t count) {
     std::vector<double> values;
     for (const std::string& part : split_at(text, ',')) values.push_back(parse_number(part, option));
-    if (count && values.size() != count)
-        usage(option,
-              "'" + text + "' holds " + std::to_string(values.size()) + " numbers, not " + std::to_string(count),
-              "separate them by commas without spaces");
+    if (count && values.size() != count) wrong_count(text, option, values.size(), count);
+    return values;
+}
+
+std::vector<int64_t> parse_integers(const std::string& text, const std::string& option, size_t count, int64_t low,
+                                    int64_t high) {
+    const auto parts = split_at(text, ',');
+    if (parts.size() != count) wrong_count(text, option, parts.size(), count);
+    std::vector<int64_t> values;
+    for (const std::string& part : parts) values.push_back(parse_integer(part, option, low, high));
+    return values;
+}
+
+std::vector<double> parse_per_channel(const std::string& text, const std::string& option, int colours) {
+    std::vector<double> values = parse_numbers(text, option);
+    if (values.size() == 1) values.resize(size_t(colours), values[0]);
+    if (values.size() != size_t(colours))
+        fail(option,
+             "gives " + std::to_string(values.size()) + " values for " + std::to_string(colours) + " colour channel" +
+                 (colours > 1 ? "s" : ""),
+             "give one value, or one for each colour channel");
     return values;
 }
 
@@ -119,6 +141,17 @@ std::vector<Image> read_equal_inputs(const Files& files) {
                  "give pictures of one kind");
     }
     return images;
+}
+
+void require_samples(const Image& image, const std::string& name, const std::string& command,
+                     const std::vector<Sample>& samples) {
+    std::string all;
+    for (size_t i = 0; i < samples.size(); ++i) {
+        if (samples[i] == image.shape.sample) return;
+        all += (i ? i + 1 == samples.size() ? " and " : ", " : "") + std::string(sample_name(samples[i]));
+    }
+    fail(name, std::string("has ") + sample_name(image.shape.sample) + " samples; " + command + " takes " + all,
+         "convert the picture first, see `tarn help convert-scale`");
 }
 
 ImageOutput::ImageOutput(const Files& files)

@@ -20,6 +20,11 @@ int64_t parse_integer(const std::string& text, const std::string& option, int64_
 double parse_number(const std::string& text, const std::string& option);
 // "10,20,30"; a count of 0 takes any number of values, at least one.
 std::vector<double> parse_numbers(const std::string& text, const std::string& option, size_t count = 0);
+// The same of whole numbers from low to high.
+std::vector<int64_t> parse_integers(const std::string& text, const std::string& option, size_t count, int64_t low,
+                                    int64_t high);
+// A number for each of the colour channels; the text has one for all, or one for each, else this throws (failure).
+std::vector<double> parse_per_channel(const std::string& text, const std::string& option, int colours);
 struct PixelSize {
     int64_t width, height;
 };
@@ -51,6 +56,10 @@ void add_json(CLI::App& app, bool& json);
 Image read_input(const Files& files, size_t index = 0);
 // Reads all inputs; throws when they differ in shape from the first.
 std::vector<Image> read_equal_inputs(const Files& files);
+
+// Throws unless the picture has samples that the command takes: for others operations do nothing or end the process.
+void require_samples(const Image& image, const std::string& name, const std::string& command,
+                     const std::vector<Sample>& samples);
 
 // The picture that a command writes. Made before any work, so that a wrong name is told first.
 class ImageOutput {

@@ -23,16 +23,7 @@ const char* channel_name(int channels, int channel) {
 // The colour channels of the input, with samples that the operation takes: for others it would end the process.
 Image colours_of(const Files& files, const std::string& command, std::initializer_list<Sample> samples) {
     Image image = read_input(files);
-    std::string all;
-    bool taken = false;
-    for (const Sample sample : samples) {
-        taken = taken || sample == image.shape.sample;
-        all += (all.empty() ? "" : ", ") + std::string(sample_name(sample));
-    }
-    if (!taken)
-        fail(files.inputs[0],
-             std::string("has ") + sample_name(image.shape.sample) + " samples, and " + command + " takes " + all,
-             "convert it first, for example with tarn convert-scale --depth f32");
+    require_samples(image, files.inputs[0], command, samples);
     return image.has_alpha() ? take_channels(image, 0, image.shape.channels - 1) : std::move(image);
 }
 
@@ -93,14 +84,8 @@ void run_mean(const Options& options) {
 // A bound for each channel, one for all of them, or none.
 std::vector<float> bounds(const std::string& text, const std::string& option, const Image& image) {
     if (text.empty()) return {};
-    const auto numbers = parse_numbers(text, option);
-    const size_t channels = static_cast<size_t>(image.shape.channels);
-    if (numbers.size() != 1 && numbers.size() != channels)
-        fail(option, "has " + std::to_string(numbers.size()) + " values for " + std::to_string(channels) + " channels",
-             "give one for all channels, or one for each");
     std::vector<float> all;
-    for (size_t c = 0; c < channels; ++c) {
-        const double v = numbers[numbers.size() == 1 ? 0 : c];
+    for (const double v : parse_per_channel(text, option, image.shape.channels)) {
         if (image.shape.sample == Sample::u8 && !(v >= 0 && v < 256))
             fail(option, "is not within the values of u8 samples, and would wrap around", "give 0 to 255");
         all.push_back(static_cast<float>(v));
