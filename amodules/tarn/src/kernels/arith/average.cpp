@@ -17,10 +17,10 @@ static_assert(kMostSums16 <= kMostDivisor16);
 
 // Takes kCount planes into the 16-bit sums; the last planes' sums are divided and stored at once.
 template <bool kKept, int kCount, bool kFirst, bool kLast>
-void average_strip(uint8_t* d, const uint8_t* const* sources, uint8_t* sums, int64_t n, const Divide16& by) {
+void average_strip(uint8_t* d, const uint8_t* const* sources, uint8_t* sums, int64_t n, const Divide16<>& by) {
     const uint8_t* p[kCount];
     for (int j = 0; j < kCount; ++j) p[j] = sources[j];
-    const Divide16 divide = by;
+    const Divide16<> divide = by;
     const Bytes mask = colour_mask<uint8_t>();
     each_vector(n, [=](auto io, int64_t i) {
         U16 low = {}, high = {};
@@ -45,7 +45,7 @@ void average_strip(uint8_t* d, const uint8_t* const* sources, uint8_t* sums, int
 // The first planes of a list, as many as `count`, 1 to 4; only a longer list begins with one.
 template <bool kKept, bool kLast>
 void average_first(uint8_t* d, const uint8_t* const* sources, int32_t count, uint8_t* sums, int64_t n,
-                   const Divide16& by) {
+                   const Divide16<>& by) {
     if (count == 4)
         average_strip<kKept, 4, true, kLast>(d, sources, sums, n, by);
     else if (count == 3)
@@ -56,7 +56,7 @@ void average_first(uint8_t* d, const uint8_t* const* sources, int32_t count, uin
         average_strip<kKept, 1, true, kLast>(d, sources, sums, n, by);
 }
 
-// One plane, or more than Divide16 takes: float sums in the order of the list (exact up to 65793 planes) and a float
+// One plane, or more than Divide16<> takes: float sums in the order of the list (exact up to 65793 planes) and a float
 // division.
 template <bool kKept>
 void average_of_many(const Sources& sources, int32_t divisor, uint8_t* d, int64_t y, int64_t x, int64_t n,
@@ -87,7 +87,7 @@ Status average_u8(const Sources* sources, int32_t divisor, void* dst, int32_t ds
     if (!scratch) return kNull;
     const int32_t count = sources->count;
     const bool many = count < 2 || count > kMostSums16;
-    const Divide16 by(many ? 2 : count);
+    const Divide16<> by(many ? 2 : count);
     uint8_t* sums = static_cast<uint8_t*>(scratch);
     each_strip(*sources, dst_stride, size, pixel_bytes, kStripSums, [=](int64_t y, int64_t x, int64_t n) {
         uint8_t* d = row<uint8_t>(dst, dst_stride, y) + x;

@@ -2,6 +2,7 @@
 // leaves, then sums along the row in the same way: exact, in 64 bits where 32 do not hold. Floats: sums in double by van
 // Herk's scheme in both directions (columns.h), which takes nothing back: no drift, and what is not a number stays in its windows.
 #include "kernels/filter/box_lanes.h"
+#include "kernels/filter/box_small.h"
 #include "kernels/filter/columns.h"
 #include "kernels/filter/window.h"
 #include "kernels/plane/scratch.h"
@@ -74,6 +75,20 @@ Status box_large(const Window& w, const Allocator& allocator) {
     return kOk;
 }
 
+// Areas from 2 to kMostDivisor16.
+template <bool kKept, int kChannels, bool kOdd>
+Status box_bytes(const Window& w, int32_t area, const Allocator& allocator) {
+    const Divide16<kOdd> divide(area);
+    if (w.width < kVector || w.columns > 7 || w.rows < 2)
+        return box_lanes<kKept, kChannels>(w, Sums16<kOdd>{divide}, allocator);
+    if (w.columns == 3 && w.rows == 3) return box_small<kKept, 3, true>(w, Multiply16(area), allocator);
+    if constexpr (kOdd) {
+        if (w.columns == 5) return box_small<kKept, 5, false>(w, divide, allocator);
+        if (w.columns == 7) return box_small<kKept, 7, false>(w, divide, allocator);
+    }
+    return box_small<kKept, 0, false>(w, divide, allocator);
+}
+
 template <class T, bool kKept, int kChannels>
 Status box_integers(const Window& w, const Allocator& allocator) {
     const auto lanes = [&](const auto& how) { return box_lanes<kKept, kChannels>(w, how, allocator); };
@@ -82,7 +97,8 @@ Status box_integers(const Window& w, const Allocator& allocator) {
     const int32_t area = int32_t(w.columns * w.rows);
     if constexpr (sizeof(T) == 1) {
         if (area > 1 && area <= kMostDivisor16)
-            return area % 2 ? lanes(Sums16<false>{Divide16(area)}) : lanes(Sums16<true>{Divide16(area)});
+            return area % 2 ? box_bytes<kKept, kChannels, true>(w, area, allocator)
+                            : box_bytes<kKept, kChannels, false>(w, area, allocator);
         if (w.rows <= 256)
             return area % 2 && area < 43000 ? lanes(Sums16In32<MultiplyFloat>{MultiplyFloat(area)})
                                             : lanes(Sums16In32<Divide32>{Divide32(area)});

@@ -16,15 +16,15 @@ namespace {
 // type T, each in the low bits of a lane of E.
 
 // 16 bits altogether.
-template <bool kEven>
+template <bool kOdd>
 struct Sums16 {
     using T = uint8_t;
     using E = uint16_t;
     using Sum = U16;
     static constexpr int kBias = 0;
     static U16 next(U16 sum, Bytes enters, Bytes leaves) { return sum + ((U16)enters - (U16)leaves); }
-    Bytes mean(U16 sum) const { return (Bytes)(kEven ? divide(sum) : divide.nearest(sum)); }
-    Divide16 divide;
+    Bytes mean(U16 sum) const { return (Bytes)divide(sum); }
+    Divide16<kOdd> divide;
 };
 
 // Columns in 16 bits, up to 256 rows of bytes -128 to 127; 32 bits along the row.

@@ -8,25 +8,31 @@
 namespace tarn::k::TARN_LEVEL {
 namespace {
 
-// s / n of 16-bit sums s <= 255 n: a reciprocal of 16 bits is exact up to this divisor.
+// s / n of 16-bit sums s <= 255 n, 2 <= n: a reciprocal of 16 bits is exact up to this divisor. kOdd: n is, and no
+// quotient halfway.
 constexpr int32_t kMostDivisor16 = 185;
+template <bool kOdd = false>
 struct Divide16 {
-    // n from 2 to kMostDivisor16.
     explicit Divide16(int32_t n)
         : n(splat(uint16_t(n))), half(splat(uint16_t(n / 2))), even(splat(uint16_t(n % 2 == 0))) {
         while (2 << shift < n) ++shift;
         reciprocal = splat(uint16_t(((65536 << shift) + n - 1) / n));
     }
-    // Of an odd divisor no quotient is halfway between two integers.
-    U16 nearest(U16 s) const { return mul_high(s + half, reciprocal) >> shift; }
     U16 operator()(U16 s) const {
         const U16 t = s + half;
         const U16 q = mul_high(t, reciprocal) >> shift;
+        if constexpr (kOdd) return q;
         // No rest behind the added half: s was halfway, and q is its upper neighbour. True is all ones, which is -1.
         return q - ((U16)(q * n == t) & q & even);
     }
     U16 n, half, even, reciprocal = {};
     int shift = 0;
+};
+// The same of odd n up to 11, whose quotients are far from halfway.
+struct Multiply16 {
+    explicit Multiply16(int32_t n) : reciprocal(splat(int16_t((32768 + n / 2) / n))) {}
+    U16 operator()(U16 s) const { return (U16)mul_fixed15((S16)s, reciprocal); }
+    S16 reciprocal;
 };
 
 // s / n of 32-bit sums |s| <= 32768 n, 2 <= n <= 65000, or |s| <= 128 n, n <= 16000000.
