@@ -379,6 +379,7 @@ int check_words(test::WrongWord* wrong, const char* at) {
     WORD(F64, widen_lower, (F32), double(a[i]))
     WORD(F64, widen_upper, (F32), double(a[i + kLanes<double>]))
     WORD(F32, narrow, (F64, F64), float(i < kLanes<double> ? a[i] : b[i - kLanes<double>]))
+    WORD(F32, narrow_groups, (F64, F64), float(grouped(a, b, i, 2)))
     MEMORY("widening_add(U16x16, const uint8_t*)", store(p, widening_add(load<U16x16>(p), q + 1)), uint16_t e[16];
            memcpy(e, p, 32); for (int i = 0; i < 16; ++i) e[i] = uint16_t(e[i] + q[1 + i]); memcpy(p, e, 32))
     MEMORY("widening_exchange(U16x16, const uint8_t*, const uint8_t*)",

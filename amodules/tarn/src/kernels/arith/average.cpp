@@ -56,7 +56,7 @@ void average_first(uint8_t* d, const uint8_t* const* sources, int32_t count, uin
         average_strip<kKept, 1, true, kLast>(d, sources, sums, n, by);
 }
 
-// One plane, or more than Divide16<> takes: float sums in the order of the list (exact up to 65793 planes) and a float
+// One plane, or more than Divide16 takes: float sums in the order of the list (exact up to 65793 planes) and a float
 // division.
 template <bool kKept>
 void average_of_many(const Sources& sources, int32_t divisor, uint8_t* d, int64_t y, int64_t x, int64_t n,

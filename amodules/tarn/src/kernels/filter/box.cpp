@@ -1,9 +1,9 @@
 // Means under a mask. Integers: the sums of the columns of a strip, brought from row to row by the row that enters and the row that
 // leaves, then sums along the row in the same way: exact, in 64 bits where 32 do not hold. Floats: sums in double by van
 // Herk's scheme in both directions (columns.h), which takes nothing back: no drift, and what is not a number stays in its windows.
+#include "kernels/filter/box_floats.h"
 #include "kernels/filter/box_lanes.h"
 #include "kernels/filter/box_small.h"
-#include "kernels/filter/columns.h"
 #include "kernels/filter/window.h"
 #include "kernels/plane/scratch.h"
 #include "kernels/plane/strips.h"
@@ -11,7 +11,7 @@
 namespace tarn::k::TARN_LEVEL {
 namespace {
 
-constexpr int64_t kFloatStrip = 1536;  // elements
+constexpr int64_t kLargeStrip = 1536;  // elements
 
 // d := n results. The fourth of every four elements stays where it is kept.
 template <class T, bool kKept>
@@ -48,7 +48,7 @@ void sum_row(const Sum* column, Sum* sums, int64_t n, int64_t columns, int64_t c
 
 template <class T, bool kKept, class Sum>
 Status box_large(const Window& w, const Allocator& allocator) {
-    const int64_t strip = strip_width(w.width, kFloatStrip, kStripUnit), most = min(strip, w.width);
+    const int64_t strip = strip_width(w.width, kLargeStrip, kStripUnit), most = min(strip, w.width);
     Scratch scratch(allocator);
     Sum *column = nullptr, *sums = nullptr;
     T* means = nullptr;
@@ -106,73 +106,13 @@ Status box_integers(const Window& w, const Allocator& allocator) {
     return lanes(Sums32<T, Divide32>{Divide32(area)});
 }
 
-// ---- Floats -------------------------------------------------------------------------------------------------------
-
-struct SumFold {
-    using T = float;
-    using E = double;
-    using V = decltype(load_f64(nullptr));
-    static constexpr int64_t kStep = sizeof(V) / sizeof(double);
-    static V load(Whole, const uint8_t* p, int64_t) { return load_f64(p); }
-    static V load(Part, const uint8_t* p, int64_t n) { return load_f64_n(p, n); }
-    static V join(V a, V b) { return a + b; }
-};
-
-// Sums of `columns` pixels each, by blocks of as many. end has room for a block.
-void sum_row(const double* column, double* sums, double* end, int64_t n, int64_t columns, int64_t channels) {
-    const int64_t block = columns * channels;
-    for (int64_t i = 0; i < n; i += block) {
-        const int64_t count = min(block, n - i);
-        for (int64_t c = 0; c < channels; ++c) {
-            double sum = column[i + block - channels + c];
-            end[block - channels + c] = sum;
-            for (int64_t j = block - 2 * channels + c; j >= 0; j -= channels) end[j] = sum = column[i + j] + sum;
-            sums[i + c] = end[c];
-            for (int64_t j = channels + c; j < count; j += channels) {
-                const double next = column[i + block - channels + j];
-                sum = j == channels + c ? next : sum + next;
-                sums[i + j] = end[j] + sum;
-            }
-        }
-    }
-}
-
-template <bool kKept>
-Status box_floats(const Window& w, const Allocator& allocator) {
-    // A strip ends where blocks of columns do, so that sums do not depend on it.
-    const int64_t block = w.columns * w.channels;
-    const int64_t strip = (strip_width(w.width, kFloatStrip, kStripUnit) + block - 1) / block * block;
-    const int64_t most = min(strip, w.width), pitch = most + w.reach + 4 * kLanes<double>, rows = min(w.rows, w.height);
-    Scratch scratch(allocator);
-    double *columns = nullptr, *sums = nullptr, *end = nullptr;
-    float* means = nullptr;
-    if (!scratch.carve(
-            [&](auto part) { part(columns, rows * pitch), part(sums, most), part(end, block), part(means, most); }))
-        return kNoMemory;
-    const double scale = 1.0 / (double(w.columns) * double(w.rows));
-    for (int64_t x = 0; x < w.width; x += strip) {
-        const int64_t width = min(strip, w.width - x);
-        for (int64_t y = 0; y < w.height; y += rows) {
-            const int64_t count = min(rows, w.height - y);
-            fold_columns<SumFold>(w.src + y * w.src_stride + x * 4, width + w.reach, w.src_stride, w.rows, count,
-                                  columns, pitch);
-            for (int64_t j = 0; j < count; ++j) {
-                sum_row(columns + j * pitch, sums, end, width, w.columns, w.channels);
-                for (int64_t i = 0; i < width; ++i) means[i] = settle_nan(float(sums[i] * scale));
-                put_row<float, kKept>(w.dst + (y + j) * w.dst_stride + x * 4, means, width);
-            }
-        }
-    }
-    return kOk;
-}
-
 template <class T, Form kForm>
 Status box(const void* src, int32_t src_stride, void* dst, int32_t dst_stride, Size size, Size mask, Offset anchor,
            const Allocator& allocator) {
     if (Status s = check_filter(src, dst, size, mask, anchor)) return s;
     const Window w = window_of<T, kForm>(src, src_stride, dst, dst_stride, size, mask, anchor);
     if constexpr (sizeof(T) == 4) {
-        return box_floats<kept(kForm)>(w, allocator);
+        return box_floats<kept(kForm), channels(kForm)>(w, allocator);
     } else {
         return box_integers<T, kept(kForm), channels(kForm)>(w, allocator);
     }

@@ -170,7 +170,7 @@ Status box_lanes(const Window& w, const Sums& how, const Allocator& allocator) {
                                     src + (y + j + w.rows - 1) * w.src_stride, src + (y + j - 1) * w.src_stride, n,
                                     columns + j * pitch);
             }
-            const Lanes<E> lanes = lanes_of<T, E>(count, width, kChannels, pitch, w.dst_stride);
+            const Lanes<E> lanes = lanes_of<T, E>(count, kRows / count, width, kChannels, pitch, w.dst_stride);
             mean_lanes<kKept, kChannels>(how, lanes, columns, w.reach, past,
                                          w.dst + y * w.dst_stride + x * int64_t(sizeof(T)));
         }

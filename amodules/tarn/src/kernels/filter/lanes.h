@@ -45,11 +45,12 @@ struct Lanes {
     int64_t width;  // elements of each lane
 };
 
-// The lanes of `count` rows of `width` elements; of fewer rows than lanes, a row has several, which overlap at its end.
+// The lanes of `count` rows of `width` elements, `parts` for each row, which overlap at its end. Lanes that are left over are
+// the first once more.
 template <class T, class E>
-Lanes<E> lanes_of(int64_t count, int64_t width, int64_t channels, int64_t pitch, int64_t dst_stride) {
+Lanes<E> lanes_of(int64_t count, int64_t parts, int64_t width, int64_t channels, int64_t pitch, int64_t dst_stride) {
     Lanes<E> lanes;
-    const int64_t parts = kLanes<E> / count, pixels = width / channels;
+    const int64_t pixels = width / channels;
     lanes.width = (pixels + parts - 1) / parts * channels;
     for (int64_t i = 0; i < kLanes<E>; ++i) {
         const int64_t lane = i < parts * count ? i : 0, row = lane % count;

@@ -164,6 +164,8 @@ inline F64 widen_upper(F32 v) { return F64{v[2], v[3]}; }
 inline F32 narrow(F64 lower, F64 upper) {
     return F32{float(lower[0]), float(lower[1]), float(upper[0]), float(upper[1])};
 }
+// The same, each group of both to a group.
+inline F32 narrow_groups(F64 a, F64 b) { return narrow(a, b); }
 // As many elements as a vector has, from narrower ones.
 template <class V, class S>
 inline V widened(const S* p) {

@@ -195,6 +195,8 @@ inline F64 widen_upper(F32 v) { return (F64)_mm_cvtps_pd(_mm_movehl_ps((__m128)v
 inline F32 narrow(F64 lower, F64 upper) {
     return (F32)_mm_movelh_ps(_mm_cvtpd_ps((__m128d)lower), _mm_cvtpd_ps((__m128d)upper));
 }
+// The same, each group of both to a group.
+inline F32 narrow_groups(F64 a, F64 b) { return narrow(a, b); }
 // As many elements as a vector has, from narrower ones.
 inline S16 load_s16(const uint8_t* p) {
     return (S16)_mm_unpacklo_epi8(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p)), _mm_setzero_si128());

@@ -173,6 +173,8 @@ inline F64 widen_upper(F32 v) { return (F64)_mm256_cvtps_pd(_mm256_extractf128_p
 inline F32 narrow(F64 lower, F64 upper) {
     return (F32)_mm256_set_m128(_mm256_cvtpd_ps((__m256d)upper), _mm256_cvtpd_ps((__m256d)lower));
 }
+// The same, each group of both to a group.
+inline F32 narrow_groups(F64 a, F64 b) { return (F32)_mm256_permute4x64_pd((__m256d)narrow(a, b), 0xd8); }
 // As many elements as a vector has, from narrower ones.
 inline S16 load_s16(const uint8_t* p) {
     return (S16)_mm256_cvtepu8_epi16(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p)));

@@ -235,6 +235,10 @@ inline F32 narrow(F64 lower, F64 upper) {
     return (F32)_mm512_insertf32x8(_mm512_castps256_ps512(_mm512_cvtpd_ps((__m512d)lower)),
                                    _mm512_cvtpd_ps((__m512d)upper), 1);
 }
+// The same, each group of both to a group.
+inline F32 narrow_groups(F64 a, F64 b) {
+    return (F32)_mm512_permutexvar_pd(_mm512_setr_epi64(0, 4, 1, 5, 2, 6, 3, 7), (__m512d)narrow(a, b));
+}
 // As many elements as a vector has, from narrower ones.
 inline S16 load_s16(const uint8_t* p) {
     return (S16)_mm512_cvtepu8_epi16(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(p)));
