@@ -1,14 +1,15 @@
-// What the filters' cases leave open: masks and anchors that are refused, memory that can't be had, sums and counts under masks so large
-// that those of the cases' masks would not hold their cells.
+// What the filters' cases leave open: masks and anchors that are refused, memory that can't be had, sums and counts under
+// masks so large that those of the cases' masks would not hold their cells, images higher than those of the cases.
 #include "kernels/filter/filter.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
+#include <random>
 #include <vector>
 
-#include "cases/heap.h"
+#include "cases/filter.h"
 #include "kernels/check.h"
 
 namespace {
@@ -64,25 +65,55 @@ TEST(filter, box_sums_beyond_32_bits) {
     check_huge<int16_t>(k::box_s16_c1, 32767, {401, 400}, 400);
 }
 
-// Rows of 0 0 0 1 1 1 2 2 2 ..., filtered by a mask wider than they vary: the median is the middle column's.
+// Rows of values that go up by steps: the median is the middle column's.
 template <class T>
 void median_of_steps(const k::Kernel<k::Filter>& median, k::Size mask) {
     constexpr int kWidth = 40;
+    const int columns = kWidth + mask.width - 1, step = columns / 120 + 1;
     std::vector<T> row;
-    for (int x = 0; x < kWidth + mask.width - 1; ++x) row.push_back(T(x / 3));
+    for (int x = 0; x < columns; ++x) row.push_back(T(x / step));
     test::at_every_level([&](int level) {
         T result[2][kWidth] = {};
         ASSERT_EQ(median(row.data(), 0, result, sizeof result[0], {kWidth, 2}, mask, {0, 0}, cases::heap()), k::kOk);
         for (int y = 0; y < 2; ++y)
             for (int x = 0; x < kWidth; ++x)
-                ASSERT_EQ(result[y][x], T((x + (mask.width - 1) / 2) / 3))
+                ASSERT_EQ(result[y][x], T((x + (mask.width - 1) / 2) / step))
                     << "level " << level << ", mask " << mask.width << " x " << mask.height << " at " << x << ", " << y;
     });
 }
 
+// More rows than are worked on at a time, in runs of equal elements.
+template <class T>
+void median_of_many_rows(const char* name, const k::Kernel<k::Filter>& median) {
+    constexpr k::Size kSize{5, 700};
+    const cases::Case c = cases::filter_case<T>(name, median, 1, false, {{9, 4}, {0, 0}}, cases::LowerMedian{});
+    const k::Size source = c.planes[0].size(kSize);
+    std::mt19937 rng(1);
+    std::vector<T> in(size_t(source.width * source.height)), out(size_t(kSize.width * kSize.height)), wanted(out);
+    for (T& v : in) v = T(rng() % 3 ? rng() >> 4 : 7);
+    const auto views = [&](std::vector<T>& results) {
+        const auto view = [](std::vector<T>& v, k::Size size) {
+            return cases::View{reinterpret_cast<uint8_t*>(v.data()), int32_t(size.width * sizeof(T)), size};
+        };
+        return std::vector{view(in, source), view(results, kSize)};
+    };
+    c.expect(views(wanted).data(), kSize);
+    test::at_every_level([&](int level) {
+        ASSERT_EQ(c.run(views(out).data(), kSize), k::kOk);
+        EXPECT_EQ(out, wanted) << name << " at level " << level;
+    });
+}
+
+TEST(filter, medians_of_many_rows) {
+    median_of_many_rows<uint8_t>("median_u8_c1", k::median_u8_c1);
+    median_of_many_rows<int16_t>("median_s16_c1", k::median_s16_c1);
+}
+
 TEST(filter, medians_of_more_than_65535) {
-    for (const k::Size mask : {k::Size{260, 255}, {257, 255}, {255, 256}, {700, 300}, {3, 70000}})
+    for (const k::Size mask : {k::Size{260, 255}, {257, 255}, {255, 256}, {700, 300}, {3, 70000}, {40000, 2}}) {
         median_of_steps<uint8_t>(k::median_u8_c1, mask);
+        median_of_steps<int16_t>(k::median_s16_c1, mask);
+    }
 }
 
 }  // namespace

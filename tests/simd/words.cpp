@@ -366,6 +366,12 @@ int check_words(test::WrongWord* wrong, const char* at) {
     WORD(Bytes, join_twelves, (Bytes), i < 12 * kGroups ? a[i / 12 * 16 + i % 12] : r)  // the rest is not told
 
     // Bits
+    WORD(int64_t, count_bits, (uint64_t), [=] {
+        int n = 0;
+        for (int j = 0; j < 64; ++j) n += int(a >> j & 1);
+        return n;
+    }())
+    WORD(uint64_t, negative_bits, (S8), bits_where(kLanes<int8_t>, [&](int j) { return a[j] < 0; }))
     WORD(uint64_t, nonzero_bits, (U8), bits_where(kLanes<uint8_t>, [&](int j) { return a[j] != 0; }))
     WORD(uint64_t, differing_bits, (U64, U64), bits_where(kLanes<uint64_t>, [&](int j) { return a[j] != b[j]; }))
     WORD(uint64_t, compare_bits<0>, (U8, U8), bits_where(kLanes<uint8_t>, [&](int j) { return a[j] < b[j]; }))

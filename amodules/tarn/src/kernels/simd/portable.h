@@ -153,6 +153,18 @@ inline uint64_t nonzero_bits(U8 v) {
     for (int i = 0; i < kLanes<uint8_t>; ++i) bits |= uint64_t(v[i] != 0) << i;
     return bits;
 }
+// How many are set: sums of pairs, of fours, of bytes, of all bytes. Not by the instruction, which may be missing.
+inline int64_t count_bits(uint64_t bits) {
+    bits -= bits >> 1 & 0x5555555555555555;
+    bits = (bits & 0x3333333333333333) + (bits >> 2 & 0x3333333333333333);
+    return int64_t(((bits + (bits >> 4)) & 0x0f0f0f0f0f0f0f0f) * 0x0101010101010101 >> 56);
+}
+// A bit for each element that is negative.
+inline uint64_t negative_bits(S8 v) {
+    uint64_t bits = 0;
+    for (int i = 0; i < kLanes<int8_t>; ++i) bits |= uint64_t(v[i] < 0) << i;
+    return bits;
+}
 // A bit for each element that differs.
 inline uint64_t differing_bits(U64 a, U64 b) { return uint64_t(a[0] != b[0]) | uint64_t(a[1] != b[1]) << 1; }
 

@@ -184,6 +184,14 @@ inline void deal_groups3(V&, V&, V&) {}
 
 // A bit for each element that is not zero, the first the lowest.
 inline uint64_t nonzero_bits(U8 v) { return uint16_t(~_mm_movemask_epi8((__m128i)(v == U8{}))); }
+// How many are set: sums of pairs, of fours, of bytes, of all bytes. Not by the instruction, which may be missing.
+inline int64_t count_bits(uint64_t bits) {
+    bits -= bits >> 1 & 0x5555555555555555;
+    bits = (bits & 0x3333333333333333) + (bits >> 2 & 0x3333333333333333);
+    return int64_t(((bits + (bits >> 4)) & 0x0f0f0f0f0f0f0f0f) * 0x0101010101010101 >> 56);
+}
+// A bit for each element that is negative.
+inline uint64_t negative_bits(S8 v) { return uint16_t(_mm_movemask_epi8((__m128i)v)); }
 // A bit for each element that differs.
 inline uint64_t differing_bits(U64 a, U64 b) { return uint64_t(_mm_movemask_pd((__m128d)(a == b)) ^ 3); }
 

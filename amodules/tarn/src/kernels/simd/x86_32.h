@@ -162,6 +162,10 @@ inline void deal_groups3(V& a, V& b, V& c) {
 
 // A bit for each element that is not zero, the first the lowest.
 inline uint64_t nonzero_bits(U8 v) { return uint32_t(~_mm256_movemask_epi8((__m256i)(v == U8{}))); }
+// How many are set.
+inline int64_t count_bits(uint64_t bits) { return __builtin_popcountll(bits); }
+// A bit for each element that is negative.
+inline uint64_t negative_bits(S8 v) { return uint32_t(_mm256_movemask_epi8((__m256i)v)); }
 // A bit for each element that differs.
 inline uint64_t differing_bits(U64 a, U64 b) { return uint64_t(_mm256_movemask_pd((__m256d)(a == b)) ^ 15); }
 
@@ -211,7 +215,7 @@ inline U16x16 widening_exchange(U16x16 c, const uint8_t* in, const uint8_t* out)
 }
 // How many are at most the limit.
 inline int64_t count_up_to(U16x16 c, uint16_t limit) {
-    return __builtin_popcount(uint32_t(_mm256_movemask_epi8((__m256i)(min(c.v, splat(limit)) == c.v)))) / 2;
+    return count_bits(uint32_t(_mm256_movemask_epi8((__m256i)(min(c.v, splat(limit)) == c.v)))) / 2;
 }
 
 }  // namespace

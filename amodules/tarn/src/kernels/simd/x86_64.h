@@ -191,6 +191,10 @@ inline Bytes join_twelves(Bytes v) {
 // A bit for each element that is not zero, the first the lowest, and that differs.
 inline uint64_t nonzero_bits(U8 v) { return _mm512_test_epi8_mask((__m512i)v, (__m512i)v); }
 inline uint64_t differing_bits(U64 a, U64 b) { return _mm512_cmpneq_epi64_mask((__m512i)a, (__m512i)b); }
+// How many are set.
+inline int64_t count_bits(uint64_t bits) { return __builtin_popcountll(bits); }
+// A bit for each element that is negative.
+inline uint64_t negative_bits(S8 v) { return _mm512_movepi8_mask((__m512i)v); }
 // Where a compares so with b, which is counted < <= == >= >. Nothing holds for a NaN.
 template <int kComparison>
 inline uint64_t compare_bits(U8 a, U8 b) {
@@ -283,7 +287,7 @@ inline U16x16 widening_exchange(U16x16 c, const uint8_t* in, const uint8_t* out)
 }
 // How many are at most the limit.
 inline int64_t count_up_to(U16x16 c, uint16_t limit) {
-    return __builtin_popcount(_mm256_cmple_epu16_mask(c.v, _mm256_set1_epi16(int16_t(limit))));
+    return count_bits(_mm256_cmple_epu16_mask(c.v, _mm256_set1_epi16(int16_t(limit))));
 }
 
 }  // namespace
