@@ -1,6 +1,6 @@
-// Means under a mask. Integers: the sums of the columns of a strip, brought from row to row by the row that enters and the row that
-// leaves, then sums along the row in the same way: exact, in 64 bits where 32 do not hold. Floats: sums in double by van
-// Herk's scheme in both directions (columns.h), which takes nothing back: no drift, and what is not a number stays in its windows.
+// Means under a mask, by the way that its type and size take. Integers are summed exactly: bytes under small masks in 16 bits
+// (box_small.h), others in as many as they need by sums brought from place to place (box_lanes.h). Where 32 bits do not hold
+// them, plainly, in 64. Floats: box_floats.h.
 #include "kernels/filter/box_floats.h"
 #include "kernels/filter/box_lanes.h"
 #include "kernels/filter/box_small.h"
