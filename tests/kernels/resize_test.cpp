@@ -195,8 +195,8 @@ TYPED_TEST(resize_of, any_size_lies_within_the_stated_distance_of_the_real_value
 TYPED_TEST(resize_of, a_region_is_the_part_of_the_whole) {
     constexpr int kWidth = 700, kHeight = 1100;
     for (Mode mode : {linear, cubic, lanczos})
-        for (const auto& [numerator, denominator] : {std::pair{4, 5}, {5, 2}}) {
-            const auto source = [d = denominator, n = numerator](int length) { return length * d / n; };
+        for (const std::pair<int, int>& factor : {std::pair{4, 5}, {5, 2}}) {
+            const auto source = [=](int length) { return length * factor.second / factor.first; };
             const auto src = make_image<TypeParam>(Image::noise, {source(kWidth), source(kHeight)}, Form::c3, 11);
             const auto check = [&](int level) {
                 Pixels<TypeParam> whole{{kWidth, kHeight}, 3}, tiles = whole;
@@ -208,8 +208,8 @@ TYPED_TEST(resize_of, a_region_is_the_part_of_the_whole) {
                 const auto at = std::mismatch(whole.all.begin(), whole.all.end(), tiles.all.begin()).first;
                 const auto pixel = (at - whole.all.begin()) / 3;
                 EXPECT_EQ(at, whole.all.end())
-                    << kModeNames[mode] << " by " << numerator << "/" << denominator << " at " << pixel % kWidth << ","
-                    << pixel / kWidth << ", level " << level;
+                    << kModeNames[mode] << " by " << factor.first << "/" << factor.second << " at " << pixel % kWidth
+                    << "," << pixel / kWidth << ", level " << level;
             };
             if (sizeof(TypeParam) == 1)
                 test::at_every_level(check);
