@@ -32,8 +32,8 @@ void border_kernel_cases(const Listed<Fn>& k, const T* constants, const auto& vi
         });
     };
     for (const Widths w : kWidths) {
-        const std::string variant = " " + std::to_string(w.left) + ", " + std::to_string(w.top) + ", " +
-                                    std::to_string(w.right) + ", " + std::to_string(w.bottom);
+        std::string variant;
+        for (const int side : {w.left, w.top, w.right, w.bottom}) variant.append(1, ' ').append(std::to_string(side));
         const auto larger = [w](Size n) { return Size{w.left + n.width + w.right, w.top + n.height + w.bottom}; };
         // The source in the middle of the destination, or elsewhere in it.
         const auto within = [=](const View& v, Size n, bool elsewhere) {
