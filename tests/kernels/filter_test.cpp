@@ -82,31 +82,39 @@ void median_of_steps(const k::Kernel<k::Filter>& median, k::Size mask) {
     });
 }
 
-// More rows than are worked on at a time, in runs of equal elements.
+// A case of one channel at a size of its own, over runs of equal elements.
 template <class T>
-void median_of_many_rows(const char* name, const k::Kernel<k::Filter>& median) {
-    constexpr k::Size kSize{5, 700};
-    const cases::Case c = cases::filter_case<T>(name, median, 1, false, {{9, 4}, {0, 0}}, cases::LowerMedian{});
-    const k::Size source = c.planes[0].size(kSize);
+void check_at(k::Size size, const cases::Case& c) {
+    const k::Size source = c.planes[0].size(size);
     std::mt19937 rng(1);
-    std::vector<T> in(size_t(source.width * source.height)), out(size_t(kSize.width * kSize.height)), wanted(out);
+    std::vector<T> in(size_t(source.width * source.height)), out(size_t(size.width * size.height)), wanted(out);
     for (T& v : in) v = T(rng() % 3 ? rng() >> 4 : 7);
     const auto views = [&](std::vector<T>& results) {
-        const auto view = [](std::vector<T>& v, k::Size size) {
-            return cases::View{reinterpret_cast<uint8_t*>(v.data()), int32_t(size.width * sizeof(T)), size};
+        const auto view = [](std::vector<T>& v, k::Size n) {
+            return cases::View{reinterpret_cast<uint8_t*>(v.data()), int32_t(n.width * sizeof(T)), n};
         };
-        return std::vector{view(in, source), view(results, kSize)};
+        return std::vector{view(in, source), view(results, size)};
     };
-    c.expect(views(wanted).data(), kSize);
+    c.expect(views(wanted).data(), size);
     test::at_every_level([&](int level) {
-        ASSERT_EQ(c.run(views(out).data(), kSize), k::kOk);
-        EXPECT_EQ(out, wanted) << name << " at level " << level;
+        ASSERT_EQ(c.run(views(out).data(), size), k::kOk);
+        EXPECT_EQ(out, wanted) << c.name << " at level " << level;
     });
 }
 
+// More rows, or pixels in a row, than are worked on at a time.
 TEST(filter, medians_of_many_rows) {
-    median_of_many_rows<uint8_t>("median_u8_c1", k::median_u8_c1);
-    median_of_many_rows<int16_t>("median_s16_c1", k::median_s16_c1);
+    const cases::Mask mask = {{9, 4}, {0, 0}};
+    const auto median = cases::LowerMedian{};
+    check_at<uint8_t>({5, 700}, cases::filter_case<uint8_t>("u8", k::median_u8_c1, 1, false, mask, median));
+    check_at<int16_t>({5, 700}, cases::filter_case<int16_t>("s16", k::median_s16_c1, 1, false, mask, median));
+}
+
+TEST(filter, minima_of_long_rows) {
+    const auto least = [](const std::vector<int16_t>& w) { return *std::min_element(w.begin(), w.end()); };
+    for (const k::Size mask : {k::Size{3, 3}, {9, 4}})
+        check_at<int16_t>({25000, 5},
+                          cases::filter_case<int16_t>("s16", k::filter_min_s16_c1, 1, false, {mask, {0, 0}}, least));
 }
 
 TEST(filter, medians_of_more_than_65535) {

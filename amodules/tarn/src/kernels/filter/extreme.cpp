@@ -1,28 +1,16 @@
-// Minimum and maximum under a mask: down the columns of a strip by columns.h, then along its rows by windows of 4, 16, 64 ...
-// pixels, each joined of four of the size before (the last ones overlap), which takes a few steps at any width and no step
-// that depends on the one before it.
+// Minimum and maximum under a mask. Small square ones: extreme_small.h. Others down the columns of a strip by columns.h, then
+// along its rows by windows of 4, 16, 64 ... pixels, each joined of four of the size before (the last ones overlap), which
+// takes a few steps at any width and no step that depends on the one before it.
 //
 // Floats are compared as integers, which order them as IEEE 754's total order does.
 #include "kernels/filter/columns.h"
+#include "kernels/filter/extreme_small.h"
 #include "kernels/filter/window.h"
 #include "kernels/plane/scratch.h"
 #include "kernels/plane/strips.h"
 
 namespace tarn::k::TARN_LEVEL {
 namespace {
-
-struct Minimum {
-    template <class V>
-    static V join(V a, V b) {
-        return min(a, b);
-    }
-};
-struct Maximum {
-    template <class V>
-    static V join(V a, V b) {
-        return max(a, b);
-    }
-};
 
 // Elements as they are compared.
 template <class S>
@@ -91,15 +79,18 @@ void extreme_row(E* row, uint8_t* d, int64_t width, int64_t columns, int64_t cha
 }
 
 constexpr int64_t kBlockBytes = 128 << 10;  // of a strip's block of rows, for the second-level cache
-constexpr int64_t kStripMost = 4096, kStripLeast = 576, kStripUnit = 192;  // elements
+constexpr int64_t kStripMost = 8192, kStripLeast = 576, kStripUnit = 192;  // elements
 
 template <class Op, class T, Form kForm>
 Status extreme(const void* src, int32_t src_stride, void* dst, int32_t dst_stride, Size size, Size mask, Offset anchor,
                const Allocator& allocator) {
     if (Status s = check_filter(src, dst, size, mask, anchor)) return s;
+    const Window w = window_of<T, kForm>(src, src_stride, dst, dst_stride, size, mask, anchor);
+    if (is_small<3>(w, sizeof(T))) return extreme_small<Op, T, kForm, 3>(w, allocator);
+    if (is_small<5>(w, sizeof(T))) return extreme_small<Op, T, kForm, 5>(w, allocator);
+    if (is_small<7>(w, sizeof(T))) return extreme_small<Op, T, kForm, 7>(w, allocator);
     using Fold = ExtremeFold<Op, T>;
     using E = typename Fold::E;
-    const Window w = window_of<T, kForm>(src, src_stride, dst, dst_stride, size, mask, anchor);
     const int64_t rows = min(w.rows, w.height);  // of a block
     const int64_t fit = kBlockBytes / int64_t(sizeof(E)) / rows - w.reach;
     const int64_t most = max(min(fit, kStripMost), max(w.reach, kStripLeast)) / kStripUnit * kStripUnit;

@@ -24,6 +24,12 @@ inline void store_n(void* p, V v, int64_t n) {
     memcpy(p, &v, size_t(n));
 }
 
+// A hint for compilers.
+template <class V>
+inline V in_register(V v) {
+    return v;
+}
+
 inline Bytes load_groups(const uint8_t* base, const int64_t* from) { return load<Bytes>(base + from[0]); }
 inline void store_groups(uint8_t* base, const int64_t* to, Bytes v) { store(base + to[0], v); }
 
@@ -52,6 +58,7 @@ TARN_MIN_MAX(U8)
 TARN_MIN_MAX(S16)
 TARN_MIN_MAX(U16)
 TARN_MIN_MAX(S32)
+TARN_MIN_MAX(U32)
 TARN_MIN_MAX(F32)
 TARN_MIN_MAX(F64)  // b where either is NaN, and of two zeros
 #undef TARN_MIN_MAX

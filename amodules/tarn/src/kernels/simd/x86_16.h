@@ -23,6 +23,13 @@ inline void store_n(void* p, V v, int64_t n) {
     copy_bytes(p, buffer, n);
 }
 
+// v, in a register: of a vector that several steps take compilers else read it from memory in each.
+template <class V>
+inline V in_register(V v) {
+    asm("" : "+x"(v));
+    return v;
+}
+
 // The 16 bytes at each of kGroups addresses, a group each, read and written.
 inline Bytes load_groups(const uint8_t* base, const int64_t* from) { return load<Bytes>(base + from[0]); }
 inline void store_groups(uint8_t* base, const int64_t* to, Bytes v) { store(base + to[0], v); }
@@ -61,6 +68,13 @@ inline S32 min(S32 a, S32 b) {
 inline S32 max(S32 a, S32 b) {
 #if defined(__SSE4_1__)
     return (S32)_mm_max_epi32((__m128i)a, (__m128i)b);
+#else
+    return select((Bytes)(a < b), b, a);
+#endif
+}
+inline U32 max(U32 a, U32 b) {
+#if defined(__SSE4_1__)
+    return (U32)_mm_max_epu32((__m128i)a, (__m128i)b);
 #else
     return select((Bytes)(a < b), b, a);
 #endif

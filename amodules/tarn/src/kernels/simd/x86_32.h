@@ -29,6 +29,13 @@ inline void store_n(void* p, V v, int64_t n) {
     copy_bytes(p, buffer, n);
 }
 
+// v, in a register: of a vector that several steps take compilers else read it from memory in each.
+template <class V>
+inline V in_register(V v) {
+    asm("" : "+x"(v));
+    return v;
+}
+
 // The 16 bytes at each of kGroups addresses, a group each, read and written.
 inline Bytes load_groups(const uint8_t* base, const int64_t* from) {
     const auto group = [&](int i) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(base + from[i])); };
@@ -57,6 +64,7 @@ inline S16 max(S16 a, S16 b) { return (S16)_mm256_max_epi16((__m256i)a, (__m256i
 inline U16 min(U16 a, U16 b) { return (U16)_mm256_min_epu16((__m256i)a, (__m256i)b); }
 inline S32 min(S32 a, S32 b) { return (S32)_mm256_min_epi32((__m256i)a, (__m256i)b); }
 inline S32 max(S32 a, S32 b) { return (S32)_mm256_max_epi32((__m256i)a, (__m256i)b); }
+inline U32 max(U32 a, U32 b) { return (U32)_mm256_max_epu32((__m256i)a, (__m256i)b); }
 // b where either is NaN, and of two zeros.
 inline F32 min(F32 a, F32 b) { return (F32)_mm256_min_ps((__m256)a, (__m256)b); }
 inline F32 max(F32 a, F32 b) { return (F32)_mm256_max_ps((__m256)a, (__m256)b); }

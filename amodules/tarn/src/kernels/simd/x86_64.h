@@ -29,6 +29,13 @@ inline void store_where_n(void* p, Bytes mask, V v, int64_t n) {
     _mm512_mask_storeu_epi8(p, _mm512_movepi8_mask((__m512i)mask) & first_bytes(n), (__m512i)v);
 }
 
+// v, in a register: of a vector that several steps take compilers else read it from memory in each.
+template <class V>
+inline V in_register(V v) {
+    asm("" : "+v"(v));
+    return v;
+}
+
 // The 16 bytes at each of kGroups addresses, a group each, read and written.
 inline Bytes load_groups(const uint8_t* base, const int64_t* from) {
     const auto group = [&](int i) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(base + from[i])); };
@@ -63,6 +70,7 @@ inline S16 max(S16 a, S16 b) { return (S16)_mm512_max_epi16((__m512i)a, (__m512i
 inline U16 min(U16 a, U16 b) { return (U16)_mm512_min_epu16((__m512i)a, (__m512i)b); }
 inline S32 min(S32 a, S32 b) { return (S32)_mm512_min_epi32((__m512i)a, (__m512i)b); }
 inline S32 max(S32 a, S32 b) { return (S32)_mm512_max_epi32((__m512i)a, (__m512i)b); }
+inline U32 max(U32 a, U32 b) { return (U32)_mm512_max_epu32((__m512i)a, (__m512i)b); }
 // b where either is NaN, and of two zeros.
 inline F32 min(F32 a, F32 b) { return (F32)_mm512_min_ps((__m512)a, (__m512)b); }
 inline F32 max(F32 a, F32 b) { return (F32)_mm512_max_ps((__m512)a, (__m512)b); }
