@@ -1,6 +1,6 @@
-// Minimum and maximum under a mask. Small square ones: extreme_small.h. Others down the columns of a strip by columns.h, then
-// along its rows by windows of 4, 16, 64 ... pixels, each joined of four of the size before (the last ones overlap), which
-// takes a few steps at any width and no step that depends on the one before it.
+// Minimum and maximum under a mask. Small square ones: extreme_small.h. Others down the columns of a strip by
+// columns.h, then along its rows by windows of 4, 16, 64 ... pixels, each joined of four of the size before (the last
+// ones overlap), which takes a few steps at any width and no step that depends on the one before it.
 //
 // Floats are compared as integers, which order them as IEEE 754's total order does.
 #include "kernels/filter/columns.h"

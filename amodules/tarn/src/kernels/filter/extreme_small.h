@@ -1,7 +1,8 @@
-// For extreme.cpp only: minima and maxima under square masks of 3, 5 and 7. Each source row is read once: its pixels are joined
-// as they lie, by shifted loads. Down the columns van Herk's scheme (columns.h) in registers, in blocks of one row fewer than
-// the mask has: every mask is the end of one block and the beginning of the next, and the ends are kept. So only a few rows are
-// walked along side by side: of more, whose strides are often powers of two, the first-level cache does not hold the lines.
+// For extreme.cpp only: minima and maxima under square masks of 3, 5 and 7. Each source row is read once: its pixels
+// are joined as they lie, by shifted loads. Down the columns van Herk's scheme (columns.h) in registers, in blocks of
+// one row fewer than the mask has: every mask is the end of one block and the beginning of the next, and the ends are
+// kept. So only a few rows are walked along side by side: of more, whose strides are often powers of two, the
+// first-level cache does not hold the lines.
 #pragma once
 
 #include "kernels/filter/window.h"
@@ -34,8 +35,9 @@ struct Running {
     static V result(V v) { return v; }
 };
 
-// Floats as signed magnitudes: below zero the greatest one is the least, and unsigned it is the greatest of all; above zero the
-// order is that of the integers. With both kept, the least and the greatest need no order made of each element.
+// Floats as signed magnitudes: below zero the greatest one is the least, and unsigned it is the greatest of all; above
+// zero the order is that of the integers. With both kept, the least and the greatest need no order made of each
+// element.
 template <>
 struct Running<Minimum, float> {
     struct V {
@@ -62,8 +64,8 @@ struct Running<Maximum, float> {
     static S32 result(V v) { return v.greatest < S32{} ? v.least : v.greatest; }
 };
 
-// Takes in a block: kSide - 1 rows, from s on, of n bytes of results each. `ends` are those of the block before and become
-// those of this one; d: the results of the masks that begin in the block before, which the first block has not.
+// Takes in a block: kSide - 1 rows, from s on, of n bytes of results each. `ends` are those of the block before and
+// become those of this one; d: the results of the masks that begin in the block before, which the first block has not.
 template <class Op, class T, bool kKept, int kSide, int64_t kPixel, bool kFirst>
 [[gnu::noinline]] void extreme_block(const uint8_t* s, int64_t src_stride, uint8_t* d, int64_t dst_stride, int64_t n,
                                      uint8_t* ends, int64_t pitch) {
