@@ -4,6 +4,7 @@ import os
 import resource
 import shutil
 import struct
+import subprocess
 import zlib
 
 import driver
@@ -95,6 +96,13 @@ class Errors(driver.ProgramTest):
                 (1, "folder.png", "is a folder", "folder.png", "o.png")):
             with self.subTest(out=out, source=source):
                 self.refused(status, subject, words, "copy", source, "-o", out)
+
+    def test_lost_standard_output_is_noticed(self):
+        self.put("in.png", png(2, 1, 1, [[1, 2]]))
+        for arguments in ("minmax", "in.png"), ("mean", "in.png"), ("mean", "in.png", "--json"), ("--version",), ("help",), ("ops",):
+            with open("/dev/full", "w") as full:
+                done = subprocess.run([driver.TARN, *arguments], cwd=self.folder, stdout=full, stderr=subprocess.PIPE, text=True)
+            self.assertEqual((done.returncode, done.stderr.split(":")[:2]), (1, ["tarn", " standard output"]), arguments)
 
     def test_a_full_disk_leaves_the_old_output_as_it_was(self):
         shutil.copy(os.path.join(SAMPLES, "coffee.png"), self.path("in.png"))

@@ -69,6 +69,8 @@ class Neuronet(driver.ProgramTest):
                 (b"", "is not a .npy file"), (b"\x93NUMPY\x01", "is not a .npy file"), (b"P6 1 1 255 abc", "is not a .npy file"),
                 (npy("(1, 3)", zeros, "<f8"), "'<f8', not 32-bit floats"), (npy("(1, 3)", zeros[:3], ">f4"), "not 32-bit floats"),
                 (npy("(1, 3)", zeros[:3]).replace(b"<f4", b"foo"), "not 32-bit floats"),
+                (npy("(1, 3)", zeros[:3]).replace(b"descr", b"desk."), "damaged header"),
+                (npy("(1, 3)", zeros[:3]).replace(b"fortran", b"basical"), "damaged header"),
                 (npy("(1, 3)", zeros[:3], order=True), "Fortran order"), (npy("(1, 1, 3)", zeros[:3]), "1 x 1 x 3, not a matrix"),
                 (npy("()", [0]), "not a matrix"), (npy("(0, 3)", []), "holds no values"), (npy("(-1, 3)", zeros[:3]), "no shape"),
                 (npy("(2, 3)", zeros[:5]), "ends too early"), (npy("(1, 3)", zeros[:3])[:40], "ends too early"),

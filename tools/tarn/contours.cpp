@@ -137,14 +137,12 @@ std::vector<uint8_t> png_bytes(const Image& image, const std::string& name) {
     png.width = static_cast<png_uint_32>(shape.width);
     png.height = static_cast<png_uint_32>(shape.height);
     png.format = kFormats[shape.channels - 1];
-    png_alloc_size_t size = 0;
-    std::vector<uint8_t> file;
-    if (png_image_write_get_memory_size(png, size, 0, rows.data(), 0, nullptr)) {
+    // Asking for the size would compress it all once more.
+    png_alloc_size_t size = PNG_IMAGE_PNG_SIZE_MAX(png);
+    std::vector<uint8_t> file(size);
+    if (png_image_write_to_memory(&png, file.data(), &size, 0, rows.data(), 0, nullptr)) {
         file.resize(size);
-        if (png_image_write_to_memory(&png, file.data(), &size, 0, rows.data(), 0, nullptr)) {
-            file.resize(size);
-            return file;
-        }
+        return file;
     }
     fail(name, std::string("can't be put into an SVG: ") + png.message, "write .json");
 }

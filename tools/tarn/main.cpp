@@ -52,7 +52,7 @@ void run(int argc, char** argv) {
         app.parse(argc, argv);
     } catch (const CLI::Success& wanted) {  // help and version
         app.exit(wanted, std::cout, std::cerr);
-        return;
+        chosen = [] {};
     } catch (const CLI::ParseError& error) {
         bad_command_line(app, error);
     }

@@ -77,13 +77,13 @@ Matrix read_npy(const std::string& path) {
     read(header.data(), header.size());
 
     const std::string type = entry(header, "descr"), order = entry(header, "fortran_order");
-    if (type.compare(1, 3, "<f4") != 0)
+    if (type.empty() || order.empty()) fail(path, "has a damaged header", kRemedy);
+    if (type.substr(1, 3) != "<f4")
         fail(path,
-             "holds " +
-                 (type.empty() || type[0] == '[' ? "records" : "elements of type " + type.substr(0, type.find(','))) +
+             "holds " + (type[0] == '[' ? "records" : "elements of type " + type.substr(0, type.find(','))) +
                  ", not 32-bit floats",
              kRemedy);
-    if (order.compare(0, 5, "False") != 0) fail(path, "holds its columns one after the other (Fortran order)", kRemedy);
+    if (!order.starts_with("False")) fail(path, "holds its columns one after the other (Fortran order)", kRemedy);
     const std::vector<int64_t> shape = parse_shape(entry(header, "shape"), path);
     if (shape.empty() || shape.size() > 2)
         fail(path, "holds " + describe(shape) + ", not a matrix", "save an array of one or two axes");

@@ -1,5 +1,5 @@
 // Commands of the statistics: a small table, a row a colour channel. Alpha is passed over.
-#include <cstdio>
+#include <iomanip>
 #include <iostream>
 
 #include "commands.h"
@@ -41,14 +41,14 @@ void print_table(const Options& options, const Image& image, const std::vector<s
         std::cout << all.dump(2) << "\n";
         return;
     }
-    std::printf("channel");
-    for (const std::string& name : names) std::printf("  %14s", name.c_str());
+    std::cout << "channel";
+    for (const std::string& name : names) std::cout << "  " << std::setw(14) << name;
     for (int c = 0; c < channels; ++c) {
-        std::printf("\n%-7s", channel_name(channels, c));
-        for (const auto& column : columns) std::printf("  %14.9g", column[static_cast<size_t>(c)]);
+        std::cout << "\n" << std::left << std::setw(7) << channel_name(channels, c) << std::right;
+        for (const auto& column : columns)
+            std::cout << "  " << std::setw(14) << std::setprecision(9) << column[static_cast<size_t>(c)];
     }
-    std::printf("\n");
-    std::fflush(stdout);
+    std::cout << "\n";
 }
 
 // Kernels see u16 samples less 32768.
