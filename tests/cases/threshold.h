@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <cstring>
 #include <iterator>
 
@@ -16,8 +17,8 @@ template <class T>
 struct Rule {
     using Level = std::conditional_t<std::is_same_v<T, float>, float, int32_t>;
     int32_t comparison;
-    std::array<Level, 3> levels;
-    std::array<T, 3> keep[2], value[2];  // by: fails, holds
+    std::array<Level, 4> levels;
+    std::array<T, 4> keep[2], value[2];  // by: fails, holds
 
     T chosen(T element, double level, int ch) const {
         const bool is = std::is_same_v<T, float> ? holds(comparison, float(element), float(level))
@@ -37,15 +38,16 @@ struct Rule {
 
 // Every comparison with each set of levels; which choice keeps elements changes from one to the next.
 template <class T>
-std::vector<Rule<T>> rules(std::vector<std::array<typename Rule<T>::Level, 3>> levels) {
+std::vector<Rule<T>> rules(std::vector<std::array<typename Rule<T>::Level, 4>> levels) {
     T all;
     std::memset(&all, 0xff, sizeof all);
     std::vector<Rule<T>> made;
     for (const auto& level : levels)
         for (int32_t comparison = 0; comparison < 5; ++comparison) {
-            Rule<T> r{comparison, level, {}, {{T(3), T(0), T(77)}, {T(111), T(120), T(5)}}};
+            Rule<T> r{comparison, level, {}, {{T(3), T(0), T(77), T(1)}, {T(111), T(120), T(5), T(9)}}};
+            if (level != levels[0] && comparison % 2) continue;
             if (const size_t n = made.size() % 3)
-                for (int ch = 0; ch < 3; ch += 2) r.keep[n - 1][size_t(ch)] = all, r.value[n - 1][size_t(ch)] = T();
+                for (int ch = 0; ch < 4; ch += 2) r.keep[n - 1][size_t(ch)] = all, r.value[n - 1][size_t(ch)] = T();
             made.push_back(r);
         }
     return made;
@@ -58,7 +60,7 @@ void threshold_rule_cases(const Listed<Fn>& k, size_t planes, const std::vector<
     for (size_t r = 0; r < rules.size(); ++r)
         for (const bool apart : {true, false}) {
             const Rule<T> rule = rules[r];
-            if (!apart && rule.comparison != k::kGreater) continue;
+            if (!apart && r != 1) continue;
             Case c{k.name + kComparisonNames[rule.comparison] + " " + std::to_string(r) + (apart ? "" : " in place"),
                    std::vector<Plane>(planes, in<T>(k.channels)),
                    {},
@@ -109,13 +111,15 @@ void threshold_cases(Visit&& visit) {
         };
         const auto level = [](const View*, int, int, const Rule<T>& r, int ch) { return double(r.levels[size_t(ch)]); };
         if constexpr (std::is_same_v<T, float>)
-            threshold_rule_cases<T>(k, 1, rules<T>({{0.25f, -0.0f, INFINITY}, {NAN, -1e30f, 1e-42f}}), run, level,
+            threshold_rule_cases<T>(k, 1, rules<T>({{0.25f, -0.0f, INFINITY, 1}, {NAN, -1e30f, 1e-42f, 0}}), run, level,
                                     visit);
         else if constexpr (sizeof(T) == 1)
-            threshold_rule_cases<T>(k, 1, rules<T>({{127, 0, 255}, {-1, 256, 1}, {INT32_MIN, INT32_MAX, 254}}), run,
-                                    level, visit);
+            threshold_rule_cases<T>(k, 1,
+                                    rules<T>({{127, 0, 255, 9}, {-1, 256, 1, 200}, {INT32_MIN, INT32_MAX, 254, -1}}),
+                                    run, level, visit);
         else
-            threshold_rule_cases<T>(k, 1, rules<T>({{127, -32768, 32767}, {-32769, 32768, -1}}), run, level, visit);
+            threshold_rule_cases<T>(k, 1, rules<T>({{127, -32768, 32767, 9}, {-32769, 32768, -1, -9}}), run, level,
+                                    visit);
     });
     each_kernel<uint8_t, int16_t, float>("threshold_by", k::threshold_by_kernels, [&]<class T>(T, const auto& k) {
         const auto run = [k](const View* v, const View& d, Size n, const k::Thresholds* t) {
@@ -127,13 +131,14 @@ void threshold_cases(Visit&& visit) {
             return double(reference) + double(r.levels[size_t(ch)]);
         };
         if constexpr (std::is_same_v<T, float>)
-            threshold_rule_cases<T>(k, 2, rules<T>({{0.25f, -0.0f, -1e30f}}), run, level, visit);
+            threshold_rule_cases<T>(k, 2, rules<T>({{0.25f, -0.0f, -1e30f, 2}}), run, level, visit);
         else if constexpr (sizeof(T) == 1)
-            threshold_rule_cases<T>(k, 2, rules<T>({{5, 0, -7}, {-255, 255, 254}, {-256, 256, INT32_MIN}}), run, level,
-                                    visit);
+            threshold_rule_cases<T>(k, 2, rules<T>({{5, 0, -7, 9}, {-255, 255, 254, -254}, {-256, 256, INT32_MIN, 1}}),
+                                    run, level, visit);
         else
-            threshold_rule_cases<T>(k, 2, rules<T>({{5, -40000, 40000}, {-65535, 65535, 0}, {-65536, 65536, -1}}), run,
-                                    level, visit);
+            threshold_rule_cases<T>(k, 2,
+                                    rules<T>({{5, -40000, 40000, 1}, {-65535, 65535, 0, 9}, {-65536, 65536, -1, 0}}),
+                                    run, level, visit);
     });
     each_kernel<uint8_t, int16_t, float>("histogram", k::histogram_kernels, [&]<class T>(T, const auto& k) {
         visit(histogram_case<T>(k, {0, 255, 256}, ""));

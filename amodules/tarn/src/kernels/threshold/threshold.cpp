@@ -225,7 +225,7 @@ Status threshold_by(const void* src, int32_t src_stride, const void* reference, 
 
 }  // namespace
 
-TARN_BODIES(threshold, ThresholdLevel, u8_s16_f32, c1_c3_c3x, threshold<T, kForm>)
-TARN_BODIES(threshold_by, ThresholdBy, u8_s16_f32, c1_c3_c3x, threshold_by<T, kForm>)
+TARN_BODIES(threshold, ThresholdLevel, u8_s16_f32, c1_c3_c4_c3x, threshold<T, kForm>)
+TARN_BODIES(threshold_by, ThresholdBy, u8_s16_f32, c1_c3_c4_c3x, threshold_by<T, kForm>)
 
 }  // namespace tarn::k::TARN_LEVEL
