@@ -33,20 +33,34 @@ struct Product {
     }
 };
 
-// root^2 / divisor.
-struct Variance {
-    Wide root = 0, divisor = 1;
-    double about() const { return double(root) * double(root) / double(divisor); }
-    bool operator>(const Variance& other) const {
-        const double a = about(), b = other.about();
-        if (a > b * (1 + 1e-12)) return true;
-        if (a < b * (1 - 1e-12)) return false;
-        Product left, right;
-        left.multiply(root), left.multiply(root), left.multiply(other.divisor);
-        right.multiply(other.root), right.multiply(other.root), right.multiply(divisor);
-        return left > right;
+// Whether a^2 / b is greater than c^2 / d.
+bool is_greater(Wide a, Wide b, Wide c, Wide d) {
+    Product left, right;
+    left.multiply(a), left.multiply(a), left.multiply(d);
+    right.multiply(c), right.multiply(c), right.multiply(b);
+    return left > right;
+}
+
+// Int holds N^2 times the number of intervals.
+template <class Int>
+int32_t lower_class_end(const uint64_t* counts, int32_t bins, Int all, Int all_sum) {
+    int32_t found = 0;
+    Int lower = 0, sum = 0, root = 0, divisor = 1;
+    double greatest = 0;
+    for (int32_t i = 0; i < bins; ++i) {
+        if (counts[i] == 0) continue;
+        lower += Int(counts[i]);
+        sum += Int(counts[i]) * uint32_t(i);
+        if (lower == all) break;
+        // The mean of the lower class is below that of all.
+        const Int r = lower * all_sum - sum * all, d = lower * (all - lower);
+        const double variance = double(r) * double(r) / double(d);
+        if (variance < greatest * (1 - 1e-12)) continue;
+        if (variance > greatest * (1 + 1e-12) || is_greater(Wide(r), Wide(d), Wide(root), Wide(divisor)))
+            greatest = variance, root = r, divisor = d, found = i;
     }
-};
+    return found;
+}
 
 // Numbers of a type in their order: for floats the order of their bits.
 float number_at(int64_t place, k::Type type) {
@@ -66,26 +80,13 @@ int64_t place_of(float value, k::Type type) {
 }  // namespace
 
 int32_t otsu_bin(const uint64_t* counts, int32_t bins) {
-    Wide all = 0, all_sum = 0;
+    uint64_t all = 0, all_sum = 0;
     for (int32_t i = 0; i < bins; ++i) {
         all += counts[i];
-        all_sum += Wide(counts[i]) * uint32_t(i);
+        all_sum += counts[i] * uint32_t(i);
     }
-    int32_t found = 0;
-    Variance greatest;
-    Wide lower = 0, sum = 0;
-    for (int32_t i = 0; i < bins; ++i) {
-        lower += counts[i];
-        sum += Wide(counts[i]) * uint32_t(i);
-        if (lower == 0 || lower == all || counts[i] == 0) continue;
-        // The mean of the lower class is below that of all.
-        const Variance between{lower * all_sum - sum * all, lower * (all - lower)};
-        if (between > greatest) {
-            greatest = between;
-            found = i;
-        }
-    }
-    return found;
+    if (double(all) * double(all) * bins < 0x1p62) return lower_class_end<int64_t>(counts, bins, int64_t(all), int64_t(all_sum));
+    return lower_class_end<Wide>(counts, bins, all, all_sum);
 }
 
 float last_of_bin(const k::Bins& bins, int32_t bin, k::Type type) {

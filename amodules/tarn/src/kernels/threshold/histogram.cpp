@@ -1,13 +1,14 @@
-// Histograms. Bytes are counted by value, in four tables in turn: neighbours are often equal, and a count that was just stored
+// Histograms. Bytes are counted by value, in eight tables in turn: neighbours are often equal, and a count that was just stored
 // can't be read at once. Their values are then put into the intervals. Other elements are put into intervals in groups, and
 // counted there.
 #include "kernels/plane/plane.h"
+#include "kernels/simd/simd.h"
 #include "kernels/threshold/threshold.h"
 
 namespace tarn::k::TARN_LEVEL {
 namespace {
 
-constexpr int kTables = 4;
+constexpr int kTables = 8;
 
 struct ByteCounts {
     uint32_t in[kTables][256];
@@ -18,11 +19,15 @@ template <int kApart, int kUsed>
 inline void count_bytes(const uint8_t* s, int64_t n, ByteCounts& counts) {
     int64_t i = 0;
     if constexpr (kApart == 1) {
-        for (; i + 8 <= n; i += 8) {
-            uint64_t eight;
-            memcpy(&eight, s + i, 8);
+        for (; i + 16 <= n; i += 16) {
+            uint64_t lower, upper;
+            memcpy(&lower, s + i, 8);
+            memcpy(&upper, s + i + 8, 8);
 #pragma GCC unroll 8
-            for (int b = 0; b < 8; ++b) ++counts.in[b % kTables][eight >> 8 * b & 255];
+            for (int b = 0; b < 8; ++b) {
+                ++counts.in[b][lower >> 8 * b & 255];
+                ++counts.in[b ^ 4][upper >> 8 * b & 255];
+            }
         }
     }
     for (; i < n; ++i)
@@ -37,7 +42,8 @@ void count_rows(const void* src, int32_t stride, Rows rows, const Bins& bins, ui
     if constexpr (sizeof(T) == 1) {
         constexpr int64_t kMost = int64_t(1) << 30;  // pixels between two sums, which 32 bits hold
         for (int64_t y = 0, x = 0; y < rows.count;) {
-            ByteCounts part = {};
+            ByteCounts part;
+            for (size_t i = 0; i < sizeof part; i += kVector) store(reinterpret_cast<uint8_t*>(&part) + i, Bytes{});
             for (int64_t room = kMost; room > 0 && y < rows.count;) {
                 const int64_t now = min(room, n - x);
                 count_bytes<kApart, kUsed>(row<uint8_t>(src, stride, y) + x * kApart, now, part);
@@ -45,11 +51,13 @@ void count_rows(const void* src, int32_t stride, Rows rows, const Bins& bins, ui
                 x += now;
                 if (x == n) x = 0, ++y;
             }
-            for (int v = 0; v < 256; ++v) {
-                const int32_t bin = bin_of(bins, v);
-                if (bin < 0) continue;
-                for (int t = 0; t < kTables; ++t) counts[bin] += part.in[t][v];
-            }
+            uint32_t all[256] = {};
+            for (int t = 0; t < kTables; ++t)
+                for (int v = 0; v < 256; ++v) all[v] += part.in[t][v];
+            int32_t bin[256];
+            for (int v = 0; v < 256; ++v) bin[v] = bin_of(bins, v);
+            for (int v = 0; v < 256; ++v)
+                if (bin[v] >= 0) counts[bin[v]] += all[v];
         }
     } else {
         constexpr int64_t kGroup = 256;
