@@ -85,7 +85,8 @@ int32_t otsu_bin(const uint64_t* counts, int32_t bins) {
         all += counts[i];
         all_sum += counts[i] * uint32_t(i);
     }
-    if (double(all) * double(all) * bins < 0x1p62) return lower_class_end<int64_t>(counts, bins, int64_t(all), int64_t(all_sum));
+    if (double(all) * double(all) * bins < 0x1p62)
+        return lower_class_end<int64_t>(counts, bins, int64_t(all), int64_t(all_sum));
     return lower_class_end<Wide>(counts, bins, all, all_sum);
 }
 

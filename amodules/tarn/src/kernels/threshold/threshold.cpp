@@ -19,7 +19,7 @@ struct Choices {
 };
 template <class T, Form kForm>
 inline Choices<T> choices_of(const Choice& choice) {
-    Choices<T> c;
+    Choices<T> c = {};
     read_constants<T, kForm>(choice.keep, c.keep);
     read_constants<T, kForm>(choice.value, c.value);
     return c;
@@ -181,7 +181,7 @@ Status threshold(const void* src, int32_t src_stride, void* dst, int32_t dst_str
     } else {
         Plan<T, kForm> plan(*t);
         plan.clip(sizeof(T) == 1 ? 0 : INT16_MIN, sizeof(T) == 1 ? UINT8_MAX : INT16_MAX);
-        T levels[4];
+        T levels[4] = {};
         for (int c = 0; c < 4; ++c) levels[c] = T(plan.level[c]);
         const Pattern level = pattern_of<T, kForm>(levels);
         return plan.comparison == kEqual ? run(AgainstLevel<T, kEqual>{level}, plan.holds, plan.fails)
