@@ -74,7 +74,7 @@ class Demo:
 
     def picture(self, *arguments):
         """Runs a command that ends in -o OUT; returns the milliseconds of its call."""
-        return float(self.run(*arguments, "--time").split()[0])
+        return float(self.run(*arguments, "--time").split()[-2])
 
     def sample(self, name):
         """Copies a sample beside the page; returns its name there."""
@@ -228,6 +228,56 @@ def filter_section(demo):
                         "0,0,0,0", size="520 × 328")])
 
 
+def uneven_page(digits, columns, rows, scale):
+    """Digits side by side, smoothly enlarged, as dark ink on paper under light from one side: grey pixels, row by row."""
+    width, height, dice, pixels = (columns * 10 + 4) * scale, (rows * 13 + 5) * scale, random.Random(3), bytearray()
+    ink = [[0] * (width // scale) for _ in range(height // scale)]
+    for d in range(columns * rows):
+        for y in range(8):
+            left = 3 + d % columns * 10
+            ink[5 + d // columns * 13 + y][left:left + 8] = digits[d][8 * y:8 * y + 8]
+    places = lambda n: [(min(int(p), n // scale - 2), p - min(int(p), n // scale - 2)) for p in
+                        (min(max((i + .5) / scale - .5, 0), n / scale - 1) for i in range(n))]
+    across = places(width)
+    for y, (top, v) in enumerate(places(height)):
+        upper, lower = ink[top], ink[top + 1]
+        for x, (left, u) in enumerate(across):
+            dark = (upper[left] * (1 - u) + upper[left + 1] * u) * (1 - v) + (lower[left] * (1 - u) + lower[left + 1] * u) * v
+            light = .22 + .78 * (x / width * .7 + y / height * .3)
+            pixels.append(min(255, max(0, round(235 * light * (1 - .62 * min(dark, 1)) + dice.gauss(0, 2.5)))))
+    return width, bytes(pixels)
+
+
+def threshold_section(demo):
+    demo.section("threshold", "Thresholds", "tarn::threshold makes a picture black and white: by one value, by the histogram (Otsu), or each "
+                 "pixel by its surroundings.")
+    digits = read_matrix(os.path.join(demo.samples, "digits", "test.npy"))
+    most = max(max(d) for d in digits)
+    width, pixels = uneven_page([[v / most for v in d] for d in digits], 16, 8, 4)
+    size = f"{width} × {len(pixels) // width}"
+    with open(os.path.join(demo.out, "page.png"), "wb") as file:
+        file.write(grey_png(width, pixels))
+
+    def row(source, size, *ways):
+        figures = [demo.figure(source, "input", size, source=True)]
+        for i, (title, *options) in enumerate(ways):
+            out = f"{os.path.splitext(source)[0]}-threshold-{i}.png"
+            arguments = ["threshold", source, "-o", out, *options]
+            figures.append(demo.figure(out, title, size, demo.picture(*arguments), " ".join(arguments)))
+        demo.figures(figures)
+
+    demo.heading("A page in uneven light", "No one level parts ink from paper everywhere; a level for each tile is better but leaves edges, "
+                 "and the mean around each pixel follows the light.")
+    row("page.png", size, ("one level", "--method", "otsu"), ("a level for each tile", "--method", "otsu", "--tiles", "64x64"),
+        ("tiles and the whole", "--method", "otsu", "--tiles", "64x64", "--tile-weight", "3", "--whole-weight", "1"),
+        ("the mean around", "--method", "adaptive", "--size", "31x31", "--offset", "-12"),
+        ("without an offset", "--method", "adaptive", "--size", "31x31"))
+    demo.heading("Colours", "Each channel is compared by itself; Otsu's level is one for all of them.")
+    row(demo.sample("coffee.png"), "600 × 400", ("a level for all", "--method", "fixed", "--value", "128"),
+        ("one for each", "--method", "fixed", "--value", "200,120,60"), ("Otsu's", "--method", "otsu"),
+        ("inverted", "--method", "otsu", "--invert"), ("the mean around", "--method", "adaptive", "--size", "51x51", "--offset", "-5"))
+
+
 def depth_section(demo):
     demo.section("depth", "Signed 16 bits and float", "The same operation converts the samples on the way. Both results below "
                  "went to TIFF files, were resampled there, and came back to 8 bits to be shown.")
@@ -362,6 +412,7 @@ SECTIONS = [
     ("resize", "Resampling", resize_section),
     ("values", "Values", values_section),
     ("filters", "Filters and borders", filter_section),
+    ("threshold", "Thresholds", threshold_section),
     ("contours", "Outlines", contour_section),
     ("digits", "Handwritten digits", digits_section),
     ("depth", "16 bits and float", depth_section),

@@ -31,11 +31,11 @@ struct Timing {
     bool repeat = false;
     double milliseconds = 0;  // sum over the calls of the command, each at its fastest
     template <class Call>
-    int64_t operator()(Call&& call) {
+    auto operator()(Call&& call) {
         using Clock = std::chrono::steady_clock;
-        int64_t result = 0;
+        decltype(call()) result = 0;
         double best = 0, spent = 0;
-        for (int i = 0; i == 0 || (repeat && result >= 0 && (i < 5 || spent < 333) && i < 1000); ++i) {
+        for (int i = 0; i == 0 || (repeat && !failed(result) && (i < 5 || spent < 333) && i < 1000); ++i) {
             const auto begin = Clock::now();
             result = call();
             const double took = std::chrono::duration<double, std::milli>(Clock::now() - begin).count();
@@ -45,6 +45,9 @@ struct Timing {
         milliseconds += best;
         return result;
     }
+    // What an operation returns beside an error value: a negative number, or NaN where it gives a float.
+    static bool failed(int64_t result) { return result < 0; }
+    static bool failed(float result) { return result != result; }
 };
 
 // An operation of the module, ready to be called.
@@ -57,13 +60,13 @@ public:
     // given
     // ("600x400 u8, 3 channels"). Returns the operation's result.
     template <class Fn, class... Args>
-    int64_t call(const std::string& given, Args... args) {
+    auto call(const std::string& given, Args... args) {
         QuelERR err;
-        const int64_t result = timing_([&] {
+        const auto result = timing_([&] {
             err = {};
             return reinterpret_cast<Fn>(op_.entry)(&op_.call, &err, nullptr, args...);
         });
-        if (result < 0) refused(err, given);
+        if (Timing::failed(result) || err.count) refused(err, given);
         return result;
     }
 

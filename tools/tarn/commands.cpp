@@ -89,6 +89,10 @@ constexpr Command kCommands[] = {
      "destination, source (null: destination), region (null: all), kind (3 box, 4 min, 5 max, 6 median),\n"
      "  mask (anchor's column and row, width, height; null: 3x3)",
      "tarn filter noisy.png -o clean.png --kind median --size 3x3", setup_filter},
+    {"threshold", "tarn::threshold", "binarise, with fixed, automatic or local thresholds",
+     "destination, source (null: destination), region (null: all), options (method 3 Otsu, 4 adaptive; null: zeros),\n"
+     "  count, specifications (comparison, channel, threshold, offset, reference, values, what stays)",
+     "tarn threshold page.png -o clean.png --method adaptive --size 31x31 --offset -12", setup_threshold},
     {"contour-find", "tarn::contour::find", "outlines of regions, over the picture or as nested polygons",
      "output object, source (one channel of u8), flags (1 ones, 2 zeros; 4 zeros, 8 ones connect diagonally)",
      "tarn contour-find photo.jpg --otsu --diagonal ones -o outlines.svg", setup_contour_find},
@@ -105,7 +109,6 @@ struct Summary {
 constexpr Summary kSummaries[] = {
     {"init-once", "choose the processor level; called once by the host"},
     {"fini-once", "end of use; does nothing"},
-    {"tarn::threshold", "binarise, with fixed, automatic or local thresholds"},
     {"tarn::warp-affine", "warp by an affine transform"},
     {"tarn::warp-affine-quad", "warp a quadrilateral to another"},
     {"tarn::copy-transform", "copy between layouts, types, colours and value ranges"},

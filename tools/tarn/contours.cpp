@@ -38,27 +38,21 @@ std::vector<uint16_t> luminance(const Image& image, const std::string& name) {
     return grey;
 }
 
-// The threshold that parts the values into two classes whose means lie farthest apart, weighted by their sizes (Otsu
-// 1979).
-int otsu_threshold(const std::vector<uint16_t>& grey) {
-    std::vector<uint64_t> histogram(65536);
-    for (const uint16_t v : grey) ++histogram[v];
-    double all = 0, below = 0, best = -1;
-    for (size_t v = 0; v < histogram.size(); ++v) all += double(v) * double(histogram[v]);
-    uint64_t count = 0;
-    int threshold = 0;
-    for (size_t v = 0; v < histogram.size(); ++v) {
-        count += histogram[v];
-        below += double(v) * double(histogram[v]);
-        if (count == 0 || count == grey.size()) continue;
-        const double low = double(count), high = double(grey.size() - count);
-        const double apart = below / low - (all - below) / high;
-        if (const double variance = low * high * apart * apart; variance > best) {
-            best = variance;
-            threshold = static_cast<int>(v);
-        }
-    }
-    return threshold;
+// Otsu's threshold of the values, of 256 or 65536 possible ones.
+int otsu_threshold(const Module& module, const std::vector<uint16_t>& grey, const Image& image) {
+    Shape shape = image.shape;
+    shape.channels = 1;
+    shape.sample = Sample::f32;
+    shape.alpha = Alpha::none;
+    Image values = Image::make(shape, "the luminance");
+    for (int64_t y = 0; y < shape.height; ++y)
+        std::copy_n(grey.begin() + y * shape.width, shape.width, reinterpret_cast<float*>(values.row(y)));
+    const float bounds[2] = {0, image.shape.sample == Sample::u8 ? 255.0f : 65535.0f};
+    Timing untimed;
+    const LumoMAT view = values.view();
+    // The last float of an interval that holds one whole number.
+    return int(Operation(module, "tarn::calcthresh-otsu", untimed)
+                   .call<TarnCalcthreshOtsu>(describe(shape), &view, bounds, int32_t(bounds[1]) + 1));
 }
 
 // ---- What the module delivers -------------------------------------------------------------------------------------
@@ -234,7 +228,8 @@ void run_contour_find(const ContourFind& options) {
 
     const Image source = read_input(files);
     const std::vector<uint16_t> grey = luminance(source, name);
-    if (options.otsu) threshold = otsu_threshold(grey);
+    const Module module;
+    if (options.otsu) threshold = otsu_threshold(module, grey, source);
     Shape shape;
     shape.width = source.shape.width;
     shape.height = source.shape.height;
@@ -246,7 +241,6 @@ void run_contour_find(const ContourFind& options) {
     constexpr uint32_t kValues[] = {TARN_CONTOURS_OF_ONES, TARN_CONTOURS_OF_ZEROS, 0};
     constexpr uint32_t kDiagonal[] = {0, TARN_CONTOURS_DIAGONAL_ZEROS, TARN_CONTOURS_DIAGONAL_ONES,
                                       TARN_CONTOURS_DIAGONAL_ZEROS | TARN_CONTOURS_DIAGONAL_ONES};
-    const Module module;
     Timing timing{files.time};
     Operation find(module, "tarn::contour::find", timing);
     Outlines outlines;

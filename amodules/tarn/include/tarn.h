@@ -14,6 +14,7 @@
 #include "lumo.h"
 #include "tarn_net.h"
 #include "tarn_contour.h"
+#include "tarn_threshold.h"
 
 #ifdef __cplusplus
 extern "C" {

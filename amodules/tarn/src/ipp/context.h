@@ -98,7 +98,7 @@ struct Slot {
 
 // Calls another operation through the table that this call came by, with this call's record, errors and storage.
 template <class Fn, class... Args>
-int64_t call_sibling(Context& context, Slot<Fn> slot, Args... args) {
+auto call_sibling(Context& context, Slot<Fn> slot, Args... args) {
     const auto operation = reinterpret_cast<Fn>(context.call->iface->slots[slot.number].entry);
     return operation(context.call, context.err, context.storage(), args...);
 }

@@ -17,6 +17,7 @@ std::remove_pointer_t<TarnOnce> op_later;
 
 namespace slot {
 #define SLOT(number, name, qualified, function, Type) inline constexpr Slot<Type> function{number};
+#define SERVED SLOT
 #include "ipp/slots.def"
 }  // namespace slot
 

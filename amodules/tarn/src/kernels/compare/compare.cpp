@@ -1,8 +1,7 @@
 // Comparisons, a block of as many pixels as a vector has bytes at a time: first the answer of every element, then one of
 // every pixel. Where the processor has masks of bits, answers are bits, and those of a pixel's channels are joined by
 // shifts; elsewhere they are bytes, ones or zeros, packed down from wider elements.
-#include "kernels/compare/compare.h"
-
+#include "kernels/compare/known.h"
 #include "kernels/plane/pattern.h"
 #include "kernels/plane/plane.h"
 
@@ -69,20 +68,6 @@ template <class T, int kComparison, Form kForm, class B>
 
 // ---- Answers as bytes ---------------------------------------------------------------------------------------------
 
-template <int kComparison, class V>
-inline auto holds(V a, V b) {
-    if constexpr (kComparison == kLess)
-        return a < b;
-    else if constexpr (kComparison == kLessEqual)
-        return a <= b;
-    else if constexpr (kComparison == kEqual)
-        return a == b;
-    else if constexpr (kComparison == kGreaterEqual)
-        return a >= b;
-    else
-        return a > b;
-}
-
 // Those of as many elements as a vector has bytes, the n-th of the block.
 template <class T, int kComparison, class B>
 [[gnu::always_inline]] inline Bytes bytes_of(const uint8_t* a, const B& b, int n) {
@@ -147,36 +132,6 @@ void compare_row(uint8_t* d, const uint8_t* a, B b, int64_t n) {
         r = block<T, kComparison, kForm>(rest[0], b);
     }
     store_n(d + x, r, n - x);
-}
-
-// A comparison, known when compiled.
-template <int kComparison>
-struct Known {
-    static constexpr int value = kComparison;
-};
-
-// f(known) of the comparison.
-template <class F>
-inline Status with_known(int32_t comparison, F f) {
-    switch (comparison) {
-        case kLess:
-            f(Known<kLess>{});
-            return kOk;
-        case kLessEqual:
-            f(Known<kLessEqual>{});
-            return kOk;
-        case kEqual:
-            f(Known<kEqual>{});
-            return kOk;
-        case kGreaterEqual:
-            f(Known<kGreaterEqual>{});
-            return kOk;
-        case kGreater:
-            f(Known<kGreater>{});
-            return kOk;
-        default:
-            return kBadArg;
-    }
 }
 
 template <class T, int kComparison, Form kForm>
