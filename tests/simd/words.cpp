@@ -86,6 +86,7 @@ struct State {
     Bytes v, mask;
     F32 f, x, y, z;
     int64_t n, at[kGroups];
+    int32_t each[kLanes<float>];
 };
 void fill(State& s) {
     for (uint8_t& byte : s.p) byte = uint8_t(random());
@@ -99,6 +100,7 @@ void fill(State& s) {
     s.mask = (Bytes)((S8)s.mask < 0);
     s.n = int64_t(random() % (kVector + 1));
     for (int64_t& at : s.at) at = int64_t(random() % (4 * kVector));
+    for (int32_t& each : s.each) each = int32_t(random() % (4 * kVector));
 }
 
 // ---- The check ----------------------------------------------------------------------------------------------------
@@ -156,7 +158,7 @@ struct Checker {
         },                                                                                                           \
         static_cast<void(*) types>(nullptr));
 // Words over memory: what the word does, and what it must, with a state's members.
-#define MEMBERS [[maybe_unused]] auto& [p, q, v, mask, f, x, y, z, n, at] = s;
+#define MEMBERS [[maybe_unused]] auto& [p, q, v, mask, f, x, y, z, n, at, each] = s;
 #define MEMORY(name, got, want) \
     check.memory(               \
         name, [](State& s) { MEMBERS got; }, [](State& s) { MEMBERS want; });
@@ -287,6 +289,15 @@ int check_words(test::WrongWord* wrong, const char* at) {
            for (int i = 0; i < kVector; ++i) v[i] = p[1 + at[i / 16] + i % 16])
     MEMORY("store_groups(uint8_t*, const int64_t*, Bytes)", store_groups(p + 1, at, v),
            for (int i = 0; i < kVector; ++i) p[1 + at[i / 16] + i % 16] = v[i])
+    const auto step = int32_t(kLanes<float> / kGroups);
+    MEMORY("load_groups(const uint8_t*, const int32_t*, int)", v = load_groups(p + 1, each, step),
+           for (int i = 0; i < kVector; ++i) v[i] = p[1 + each[i / 16 * step] + i % 16])
+    MEMORY("load_halves(const uint8_t*, const int32_t*, int)", v = load_halves(p + 1, each, step),
+           for (int i = 0; i < kVector; ++i) v[i] = p[1 + each[i / 16 * step + i / 8 % 2] + i % 8])
+    MEMORY("load_quarters(const uint8_t*, const int32_t*)", v = load_quarters(p + 1, each),
+           for (int i = 0; i < kVector; ++i) v[i] = p[1 + each[i / 4] + i % 4])
+    MEMORY("load_pairs(const uint8_t*, const int32_t*)", v = (Bytes)load_pairs(p + 1, each),
+           for (int i = 0; i < kVector; ++i) v[i] = i % 2 ? 0 : p[1 + each[i / 4] + i / 2 % 2])
     MEMORY("every_group(const void*)", v = every_group(p + 1), for (int i = 0; i < kVector; ++i) v[i] = p[1 + i % 16])
     MEMORY("stream(void*, Bytes)", stream(p, v), memcpy(p, &v, kVector))
     MEMORY("stream_fence()", stream_fence(), )
@@ -354,6 +365,10 @@ int check_words(test::WrongWord* wrong, const char* at) {
     WORD(Bytes, interleave_upper32, (Bytes, Bytes), bytes_of(interleaved((U32)a, (U32)b, i / 4, 4, 2), i))
     WORD(Bytes, interleave_lower64, (Bytes, Bytes), bytes_of(interleaved((U64)a, (U64)b, i / 8, 2, 0), i))
     WORD(Bytes, interleave_upper64, (Bytes, Bytes), bytes_of(interleaved((U64)a, (U64)b, i / 8, 2, 1), i))
+    WORD(Bytes, even32, (Bytes, Bytes), (i & 8 ? b : a)[i / 16 * 16 + i % 8 / 4 * 8 + i % 4])
+    WORD(Bytes, odd32, (Bytes, Bytes), (i & 8 ? b : a)[i / 16 * 16 + i % 8 / 4 * 8 + 4 + i % 4])
+    WORD(Bytes, repeat32<1>, (Bytes), a[i / 16 * 16 + 4 + i % 4])
+    WORD(Bytes, repeat32<2>, (Bytes), a[i / 16 * 16 + 8 + i % 4])
     WORD(U8, narrow_groups_u8, (S16, S16), cut<uint8_t>(grouped(a, b, i, 8)))
     WORD(S8, narrow_groups, (S16, S16), cut<int8_t>(grouped(a, b, i, 8)))
     WORD(S16, narrow_groups, (S32, S32), cut<int16_t>(grouped(a, b, i, 4)))

@@ -33,6 +33,28 @@ inline V in_register(V v) {
 inline Bytes load_groups(const uint8_t* base, const int64_t* from) { return load<Bytes>(base + from[0]); }
 inline void store_groups(uint8_t* base, const int64_t* to, Bytes v) { store(base + to[0], v); }
 
+// Elements from addresses of their own, base + at[...]: the 16 bytes at at[0], 8 bytes each at at[0] and at[1], 4 bytes
+// each, and 2 bytes each, widened.
+inline Bytes load_groups(const uint8_t* base, const int32_t* at, int step) {
+    (void)step;  // there is one group
+    return load<Bytes>(base + at[0]);
+}
+template <class T>
+inline Bytes load_each(const uint8_t* base, const int32_t* at, int count) {
+    T elements[kVector / sizeof(T)] = {};
+    for (int i = 0; i < count; ++i) memcpy(elements + i, base + at[i], sizeof(T));
+    return load<Bytes>(elements);
+}
+inline Bytes load_halves(const uint8_t* base, const int32_t* at, int step) {
+    (void)step;
+    return load_each<uint64_t>(base, at, 2);
+}
+inline Bytes load_quarters(const uint8_t* base, const int32_t* at) { return load_each<uint32_t>(base, at, 4); }
+inline S16 load_pairs(const uint8_t* base, const int32_t* at) {
+    const Bytes v = load_each<uint16_t>(base, at, 4);
+    return S16{v[0], v[1], v[2], v[3], v[4], v[5], v[6], v[7]};
+}
+
 // A plain store.
 inline void stream(void* p, Bytes v) { store(p, v); }
 inline void stream_fence() {}
@@ -119,6 +141,21 @@ inline Bytes interleave_lower32(Bytes a, Bytes b) { return interleave<uint32_t>(
 inline Bytes interleave_upper32(Bytes a, Bytes b) { return interleave<uint32_t>(a, b, 2); }
 inline Bytes interleave_lower64(Bytes a, Bytes b) { return interleave<uint64_t>(a, b, 0); }
 inline Bytes interleave_upper64(Bytes a, Bytes b) { return interleave<uint64_t>(a, b, 1); }
+
+// Elements 0 and 2, or 1 and 3, of four bytes of a, then of b.
+inline Bytes even32(Bytes a, Bytes b) {
+    const U32 x = (U32)a, y = (U32)b;
+    return (Bytes)U32{x[0], x[2], y[0], y[2]};
+}
+inline Bytes odd32(Bytes a, Bytes b) {
+    const U32 x = (U32)a, y = (U32)b;
+    return (Bytes)U32{x[1], x[3], y[1], y[3]};
+}
+// One element of four bytes, four times.
+template <int kElement>
+inline Bytes repeat32(Bytes v) {
+    return (Bytes)splat(((U32)v)[kElement]);
+}
 
 template <class To, class From>
 inline Vec<To> narrow_halves(Vec<From> a, Vec<From> b, From least, From most) {

@@ -34,6 +34,29 @@ inline V in_register(V v) {
 inline Bytes load_groups(const uint8_t* base, const int64_t* from) { return load<Bytes>(base + from[0]); }
 inline void store_groups(uint8_t* base, const int64_t* to, Bytes v) { store(base + to[0], v); }
 
+// Elements from addresses of their own, base + at[...], without gathers, which are slow on many processors. Of each group:
+// the 16 bytes at at[step g], and 8 bytes each at at[step g] and the next.
+inline Bytes load_groups(const uint8_t* base, const int32_t* at, int step) {
+    (void)step;  // there is one group
+    return load<Bytes>(base + at[0]);
+}
+inline Bytes load_halves(const uint8_t* base, const int32_t* at, int step) {
+    (void)step;
+    const auto half = [&](int i) { return _mm_loadl_epi64(reinterpret_cast<const __m128i*>(base + at[i])); };
+    return (Bytes)_mm_unpacklo_epi64(half(0), half(1));
+}
+// A vector of 4 bytes each.
+inline Bytes load_quarters(const uint8_t* base, const int32_t* at) {
+    const auto quarter = [&](int i) { return *reinterpret_cast<const Loose<int32_t>*>(base + at[i]); };
+    return (Bytes)S32{quarter(0), quarter(1), quarter(2), quarter(3)};
+}
+// A vector of 2 bytes each, widened.
+inline S16 load_pairs(const uint8_t* base, const int32_t* at) {
+    const auto pair = [&](int i) { return *reinterpret_cast<const Loose<int16_t>*>(base + at[i]); };
+    const __m128i v = (__m128i)S16{pair(0), pair(1), pair(2), pair(3), 0, 0, 0, 0};
+    return (S16)_mm_unpacklo_epi8(v, _mm_setzero_si128());
+}
+
 // Stores around the cache; p is aligned to the vector.
 inline void stream(void* p, Bytes v) { _mm_stream_si128(static_cast<__m128i*>(p), (__m128i)v); }
 // Orders streamed stores before those that follow.
@@ -157,6 +180,14 @@ inline Bytes interleave_lower32(Bytes a, Bytes b) { return (Bytes)_mm_unpacklo_e
 inline Bytes interleave_upper32(Bytes a, Bytes b) { return (Bytes)_mm_unpackhi_epi32((__m128i)a, (__m128i)b); }
 inline Bytes interleave_lower64(Bytes a, Bytes b) { return (Bytes)_mm_unpacklo_epi64((__m128i)a, (__m128i)b); }
 inline Bytes interleave_upper64(Bytes a, Bytes b) { return (Bytes)_mm_unpackhi_epi64((__m128i)a, (__m128i)b); }
+// Each group: elements 0 and 2, or 1 and 3, of four bytes of a's group, then of b's.
+inline Bytes even32(Bytes a, Bytes b) { return (Bytes)_mm_shuffle_ps((__m128)a, (__m128)b, 0x88); }
+inline Bytes odd32(Bytes a, Bytes b) { return (Bytes)_mm_shuffle_ps((__m128)a, (__m128)b, 0xdd); }
+// One element of four bytes of each group, four times.
+template <int kElement>
+inline Bytes repeat32(Bytes v) {
+    return (Bytes)_mm_shuffle_epi32((__m128i)v, kElement * 0x55);
+}
 // Narrowed with saturation: each group holds a's of the group, then b's. Undoes both interleaves.
 inline U8 narrow_groups_u8(S16 a, S16 b) { return (U8)_mm_packus_epi16((__m128i)a, (__m128i)b); }
 inline S8 narrow_groups(S16 a, S16 b) { return (S8)_mm_packs_epi16((__m128i)a, (__m128i)b); }

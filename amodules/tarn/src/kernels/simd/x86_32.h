@@ -46,6 +46,33 @@ inline void store_groups(uint8_t* base, const int64_t* to, Bytes v) {
     _mm_storeu_si128(reinterpret_cast<__m128i*>(base + to[1]), _mm256_extracti128_si256((__m256i)v, 1));
 }
 
+// Elements from addresses of their own, base + at[...], without gathers, which are slow on many processors. Of each group:
+// the 16 bytes at at[step g], and 8 bytes each at at[step g] and the next.
+inline Bytes load_groups(const uint8_t* base, const int32_t* at, int step) {
+    const auto group = [&](int i) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(base + at[i])); };
+    return (Bytes)_mm256_inserti128_si256(_mm256_castsi128_si256(group(0)), group(step), 1);
+}
+inline Bytes load_halves(const uint8_t* base, const int32_t* at, int step) {
+    const auto half = [&](int i) { return _mm_loadl_epi64(reinterpret_cast<const __m128i*>(base + at[i])); };
+    const auto both = [&](int i) {
+        return _mm_castps_si128(
+            _mm_loadh_pi(_mm_castsi128_ps(half(i)), reinterpret_cast<const __m64*>(base + at[i + 1])));
+    };
+    return (Bytes)_mm256_inserti128_si256(_mm256_castsi128_si256(both(0)), both(step), 1);
+}
+// A vector of 4 bytes each.
+inline Bytes load_quarters(const uint8_t* base, const int32_t* at) {
+    const auto quarter = [&](int i) { return *reinterpret_cast<const Loose<int32_t>*>(base + at[i]); };
+    const auto four = [&](int i) { return _mm_setr_epi32(quarter(i), quarter(i + 1), quarter(i + 2), quarter(i + 3)); };
+    return (Bytes)_mm256_inserti128_si256(_mm256_castsi128_si256(four(0)), four(4), 1);
+}
+// A vector of 2 bytes each, widened.
+inline S16 load_pairs(const uint8_t* base, const int32_t* at) {
+    const auto pair = [&](int i) { return *reinterpret_cast<const Loose<int16_t>*>(base + at[i]); };
+    return (S16)_mm256_cvtepu8_epi16(
+        _mm_setr_epi16(pair(0), pair(1), pair(2), pair(3), pair(4), pair(5), pair(6), pair(7)));
+}
+
 // Stores around the cache; p is aligned to the vector.
 inline void stream(void* p, Bytes v) { _mm256_stream_si256(static_cast<__m256i*>(p), (__m256i)v); }
 // Orders streamed stores before those that follow.
@@ -125,6 +152,14 @@ inline Bytes interleave_lower32(Bytes a, Bytes b) { return (Bytes)_mm256_unpackl
 inline Bytes interleave_upper32(Bytes a, Bytes b) { return (Bytes)_mm256_unpackhi_epi32((__m256i)a, (__m256i)b); }
 inline Bytes interleave_lower64(Bytes a, Bytes b) { return (Bytes)_mm256_unpacklo_epi64((__m256i)a, (__m256i)b); }
 inline Bytes interleave_upper64(Bytes a, Bytes b) { return (Bytes)_mm256_unpackhi_epi64((__m256i)a, (__m256i)b); }
+// Each group: elements 0 and 2, or 1 and 3, of four bytes of a's group, then of b's.
+inline Bytes even32(Bytes a, Bytes b) { return (Bytes)_mm256_shuffle_ps((__m256)a, (__m256)b, 0x88); }
+inline Bytes odd32(Bytes a, Bytes b) { return (Bytes)_mm256_shuffle_ps((__m256)a, (__m256)b, 0xdd); }
+// One element of four bytes of each group, four times.
+template <int kElement>
+inline Bytes repeat32(Bytes v) {
+    return (Bytes)_mm256_shuffle_epi32((__m256i)v, kElement * 0x55);
+}
 // Narrowed with saturation: each group holds a's of the group, then b's. Undoes both interleaves.
 inline U8 narrow_groups_u8(S16 a, S16 b) { return (U8)_mm256_packus_epi16((__m256i)a, (__m256i)b); }
 inline S8 narrow_groups(S16 a, S16 b) { return (S8)_mm256_packs_epi16((__m256i)a, (__m256i)b); }

@@ -52,6 +52,40 @@ inline void store_groups(uint8_t* base, const int64_t* to, Bytes v) {
     _mm_storeu_si128(group(3), _mm512_extracti32x4_epi32((__m512i)v, 3));
 }
 
+// Elements from addresses of their own, base + at[...], without gathers, which are slow on many processors. Of each group:
+// the 16 bytes at at[step g], and 8 bytes each at at[step g] and the next.
+inline __m512i joined(__m128i a, __m128i b, __m128i c, __m128i d) {
+    return _mm512_inserti64x4(_mm512_castsi256_si512(_mm256_inserti128_si256(_mm256_castsi128_si256(a), b, 1)),
+                              _mm256_inserti128_si256(_mm256_castsi128_si256(c), d, 1), 1);
+}
+inline Bytes load_groups(const uint8_t* base, const int32_t* at, int step) {
+    const int64_t from[] = {at[0], at[step], at[2 * step], at[3 * step]};
+    return load_groups(base, from);
+}
+inline Bytes load_halves(const uint8_t* base, const int32_t* at, int step) {
+    const auto half = [&](int i) { return _mm_loadl_epi64(reinterpret_cast<const __m128i*>(base + at[i])); };
+    const auto both = [&](int i) {
+        return _mm_castps_si128(
+            _mm_loadh_pi(_mm_castsi128_ps(half(i)), reinterpret_cast<const __m64*>(base + at[i + 1])));
+    };
+    return (Bytes)joined(both(0), both(step), both(2 * step), both(3 * step));
+}
+// A vector of 4 bytes each.
+inline Bytes load_quarters(const uint8_t* base, const int32_t* at) {
+    const auto quarter = [&](int i) { return *reinterpret_cast<const Loose<int32_t>*>(base + at[i]); };
+    const auto four = [&](int i) { return _mm_setr_epi32(quarter(i), quarter(i + 1), quarter(i + 2), quarter(i + 3)); };
+    return (Bytes)joined(four(0), four(4), four(8), four(12));
+}
+// A vector of 2 bytes each, widened.
+inline S16 load_pairs(const uint8_t* base, const int32_t* at) {
+    const auto pair = [&](int i) { return *reinterpret_cast<const Loose<int16_t>*>(base + at[i]); };
+    const auto eight = [&](int i) {
+        return _mm_setr_epi16(pair(i), pair(i + 1), pair(i + 2), pair(i + 3), pair(i + 4), pair(i + 5), pair(i + 6),
+                              pair(i + 7));
+    };
+    return (S16)_mm512_cvtepu8_epi16(_mm256_inserti128_si256(_mm256_castsi128_si256(eight(0)), eight(8), 1));
+}
+
 // Stores around the cache; p is aligned to the vector.
 inline void stream(void* p, Bytes v) { _mm512_stream_si512(static_cast<__m512i*>(p), (__m512i)v); }
 // Orders streamed stores before those that follow.
@@ -157,6 +191,14 @@ inline Bytes interleave_lower32(Bytes a, Bytes b) { return (Bytes)_mm512_unpackl
 inline Bytes interleave_upper32(Bytes a, Bytes b) { return (Bytes)_mm512_unpackhi_epi32((__m512i)a, (__m512i)b); }
 inline Bytes interleave_lower64(Bytes a, Bytes b) { return (Bytes)_mm512_unpacklo_epi64((__m512i)a, (__m512i)b); }
 inline Bytes interleave_upper64(Bytes a, Bytes b) { return (Bytes)_mm512_unpackhi_epi64((__m512i)a, (__m512i)b); }
+// Each group: elements 0 and 2, or 1 and 3, of four bytes of a's group, then of b's.
+inline Bytes even32(Bytes a, Bytes b) { return (Bytes)_mm512_shuffle_ps((__m512)a, (__m512)b, 0x88); }
+inline Bytes odd32(Bytes a, Bytes b) { return (Bytes)_mm512_shuffle_ps((__m512)a, (__m512)b, 0xdd); }
+// One element of four bytes of each group, four times.
+template <int kElement>
+inline Bytes repeat32(Bytes v) {
+    return (Bytes)_mm512_shuffle_epi32((__m512i)v, _MM_PERM_ENUM(kElement * 0x55));
+}
 // Narrowed with saturation: each group holds a's of the group, then b's. Undoes both interleaves.
 inline U8 narrow_groups_u8(S16 a, S16 b) { return (U8)_mm512_packus_epi16((__m512i)a, (__m512i)b); }
 inline S8 narrow_groups(S16 a, S16 b) { return (S8)_mm512_packs_epi16((__m512i)a, (__m512i)b); }

@@ -1,0 +1,148 @@
+// For the warp sources only: the order in which a destination is filled, and which pixels need care.
+//
+// Bands of rows, in them strips of columns, narrow where a row of the destination crosses many rows of the source: so the
+// source's cache lines, each used by many rows, stay where they are near. Of each row the mapped columns are found
+// beforehand, and of those the inner ones, whose taps all lie in the source: loops over them test nothing. The others
+// take their taps from small copies of the source with the edge repeated.
+//
+// A sampler is a type with
+//   kPixel, kTaps, kBeyond      bytes of a pixel; taps on each axis; pixels behind the last tap that may be read
+//   kBiasX, kBiasY, kFractions  as Frame and find_points take them
+//   run(base, stride, points, from, to, dst)   fills pixels [from, to) of a strip to dst, from the taps at base + points
+#pragma once
+
+#include "kernels/warp/points.h"
+
+namespace tarn::k::TARN_LEVEL {
+namespace {
+
+constexpr int64_t kBandLines = 64;
+
+// Columns of a strip: few enough that not more than some hundred rows of the source are crossed.
+inline int64_t strip_columns(const Job& j) {
+    const double most = 128 / (magnitude(j.y.step) + 0x1p-10);
+    return most >= double(kMostColumns) ? kMostColumns : most >= 128 ? 128 : 64;
+}
+
+template <class Sampler>
+class Walk {
+public:
+    explicit Walk(const Job& job) : j(job) {
+        // Runs of so many columns at most, so that their extent in the source fits. Usually the whole source does.
+        const int64_t stride = max<int64_t>(magnitude(j.src_stride), 1);
+        const double reach = double(0x40000000 / stride);
+        near_ = max(j.src_size.width, j.src_size.height) < 0x70000 && j.src_size.height < reach;
+        if (!near_)
+            longest_ =
+                int64_t(bounded(min(0x40000 / (magnitude(j.x.step) + 1), (reach - 2) / (magnitude(j.y.step) + 1)), 1.0,
+                                double(kMostColumns)));
+    }
+
+    Status operator()() {
+        const int64_t left = j.to.x, right = left + j.to.width, top = j.to.y, bottom = top + j.to.height;
+        const int64_t width = strip_columns(j);
+        bool any = false;
+        for (int64_t band = top; band < bottom; band += kBandLines) {
+            const int64_t end = min(band + kBandLines, bottom);
+            Span mapped[kBandLines], inner[kBandLines], all{right, left};
+            for (int64_t line = band; line < end; ++line) {
+                Span& m = mapped[line - band];
+                m = j.mapped(line);
+                inner[line - band] = inner_of(line, m);
+                if (m.from < m.to) all = {min(all.from, m.from), max(all.to, m.to)};
+            }
+            any |= all.from < all.to;
+            for (first_ = all.from; first_ < all.to; first_ += width) {
+                columns_.fill(j, first_, width);
+                for (int64_t line = band; line < end; ++line) {
+                    const Span &m = mapped[line - band], &in = inner[line - band];
+                    const int64_t from = max(m.from, first_), to = min(m.to, first_ + width);
+                    if (from >= to) continue;
+                    const Span core{clamp(in.from, from, to), clamp(in.to, from, to)};
+                    fill_row(line, {from, to}, core.from < core.to ? core : Span{from, from});
+                }
+            }
+        }
+        return any ? kOk : kNothingMapped;
+    }
+
+private:
+    static constexpr int kLead = (Sampler::kTaps - 1) / 2, kTrail = Sampler::kTaps / 2;
+
+    // Those of a row's mapped columns whose taps lie in the source, perhaps without the outermost.
+    Span inner_of(int64_t line, Span mapped) const {
+        if (Sampler::kTaps == 1 && Sampler::kBeyond == 0) return mapped;
+        constexpr double kMargin = 0x1p-10, kNearest = Sampler::kTaps == 1 ? 0.5 : 0;
+        return j.columns_within(line, mapped, kLead - kNearest + kMargin, kLead - kNearest + kMargin,
+                                j.src_size.width - Sampler::kBeyond - kTrail - kNearest - kMargin,
+                                j.src_size.height - kTrail - kNearest - kMargin);
+    }
+
+    void fill_row(int64_t line, Span mapped, Span inner) {
+        for (int64_t from = mapped.from, to; from < mapped.to; from = to) {
+            to = min(mapped.to, from + longest_);
+            Corner corner{0, 0};
+            if (!near_) {
+                corner = {int64_t(j.x.at(from, j.x.offset(line))), int64_t(j.y.at(from, j.y.offset(line)))};
+                const Corner more = Frame(j, line, corner, Sampler::kBiasX, Sampler::kBiasY).whole(j, from);
+                corner = {corner.x + more.x, corner.y + more.y};
+            }
+            const Frame frame(j, line, corner, Sampler::kBiasX, Sampler::kBiasY);
+            find_points<Sampler::kPixel, Sampler::kFractions>(columns_, from - first_, to - first_, frame, j.src_stride,
+                                                              points_);
+            const Span core{clamp(inner.from, from, to), clamp(inner.to, from, to)};
+            if (core.from < core.to) {
+                // Of tap 0; it may lie outside of the source where no pixel's is.
+                const intptr_t base = reinterpret_cast<intptr_t>(j.src) + (corner.y - kLead) * int64_t(j.src_stride) +
+                                      (corner.x - kLead) * Sampler::kPixel;
+                fill(line, core, reinterpret_cast<const uint8_t*>(base), j.src_stride);
+            }
+            // Behind the inner ones, since runs change the points beside them.
+            edge(line, {from, core.from}, frame, corner);
+            edge(line, {core.to, to}, frame, corner);
+        }
+    }
+
+    void fill(int64_t line, Span s, const uint8_t* base, int64_t stride) {
+        sampler_.run(base, stride, points_, s.from - first_, s.to - first_,
+                     j.dst_pixel<uint8_t>(s.from, line, Sampler::kPixel));
+    }
+
+    // Pixels some of whose taps lie outside of the source: their taps are copied, the nearest in place of those that are
+    // not there.
+    void edge(int64_t line, Span s, const Frame& frame, Corner corner) {
+        constexpr int kPixel = Sampler::kPixel, kTaps = Sampler::kTaps, kAtOnce = 16;
+        constexpr int kLine = (kTaps + 1) * kPixel, kPatch = kLine * kTaps;
+        uint8_t patches[kAtOnce * kPatch + 16];
+        for (int64_t from = s.from; from < s.to; from += kAtOnce) {
+            const int64_t to = min(s.to, from + kAtOnce);
+            uint8_t* patch = patches;
+            for (int64_t x = from; x < to; ++x, patch += kPatch) {
+                const Corner whole = frame.whole(j, x);
+                points_.at()[x - first_] = int32_t(patch - patches);
+                for (int t = 0; t < kTaps * kTaps; ++t) {
+                    const int64_t sx = clamp<int64_t>(corner.x + whole.x + t % kTaps - kLead, 0, j.src_size.width - 1);
+                    const int64_t sy = clamp<int64_t>(corner.y + whole.y + t / kTaps - kLead, 0, j.src_size.height - 1);
+                    memcpy(patch + t / kTaps * kLine + t % kTaps * kPixel,
+                           row<uint8_t>(j.src, j.src_stride, sy) + sx * kPixel, kPixel);
+                }
+            }
+            fill(line, {from, to}, patches, kLine);
+        }
+    }
+
+    const Job& j;
+    bool near_;
+    int64_t longest_ = kMostColumns, first_ = 0;
+    Sampler sampler_;
+    Columns columns_;
+    Points points_;
+};
+
+template <class Sampler>
+Status walk(const Job& j) {
+    return Walk<Sampler>(j)();
+}
+
+}  // namespace
+}  // namespace tarn::k::TARN_LEVEL
