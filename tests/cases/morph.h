@@ -73,33 +73,67 @@ struct State {
     }
 };
 
-// Floats ordered by their bits, and so given as integers.
+// Floats by their bits, as integers of the same order; and back.
 inline int32_t ordered(int32_t bits) { return bits < 0 ? bits ^ INT32_MAX : bits; }
 inline uint8_t ordered(uint8_t v) { return v; }
 
-// One of a packed plane's elements, or of the edge pixels that repeat around it.
-template <class T>
-T nearest(const View& v, int channels, int x, int y, int c) {
-    x = std::clamp(x, 0, v.size.width - 1), y = std::clamp(y, 0, v.size.height - 1);
-    return v.row<T>(y)[x * channels + c];
-}
-
-// to := the extremes of `from` under the element, reflected for dilation.
+// to := the extremes of `from` under the element, reflected for dilation; both packed. Cell by cell, over an image with the
+// edge pixels repeated around it.
 template <class T>
 void morph_plainly(const Element& e, bool dilates, const View& from, const View& to, int channels) {
-    each_element(from.size, channels, [&](int x, int y, int c) {
-        const bool bytes = sizeof(T) == 1;
-        T best = dilates ? (bytes ? 0 : int32_t(0xff800000)) : (bytes ? 255 : 0x7f800000);
+    const Size n = from.size, reach = e.size;
+    const int pitch = (n.width + 2 * reach.width) * channels;
+    std::vector<T> wide;
+    for (int y = -reach.height; y < n.height + reach.height; ++y)
+        for (int x = -reach.width; x < n.width + reach.width; ++x)
+            for (int c = 0; c < channels; ++c)
+                wide.push_back(
+                    ordered(from.row<T>(std::clamp(y, 0, n.height - 1))[std::clamp(x, 0, n.width - 1) * channels + c]));
+    const T infinity = ordered(sizeof(T) == 1 ? T(255) : T(0x7f800000));
+    const T least = sizeof(T) == 1 ? 0 : ordered(T(0xff800000));
+    std::vector<T> best(size_t(n.width * channels));
+    for (int y = 0; y < n.height; ++y) {
         bool any = false;
         for (int j = 0; j < e.size.height; ++j)
             for (int i = 0; i < e.size.width; ++i) {
                 if (!e.at(i, j)) continue;
-                const int dx = i - e.anchor.x, dy = j - e.anchor.y;
-                const T v = nearest<T>(from, channels, dilates ? x - dx : x + dx, dilates ? y - dy : y + dy, c);
-                if (!any || (dilates ? ordered(v) > ordered(best) : ordered(v) < ordered(best))) best = v;
+                const int side = dilates ? -1 : 1, dx = side * (i - e.anchor.x), dy = side * (j - e.anchor.y);
+                const T* row = &wide[size_t((y + reach.height + dy) * pitch + (reach.width + dx) * channels)];
+                if (!any) best.assign(row, row + best.size());
+                for (size_t x = 0; x < best.size(); ++x)
+                    best[x] = dilates ? std::max(best[x], row[x]) : std::min(best[x], row[x]);
                 any = true;
             }
-        to.row<T>(y)[x * channels + c] = best;
+        for (size_t x = 0; x < best.size(); ++x) to.row<T>(y)[x] = ordered(any ? best[x] : dilates ? least : infinity);
+    }
+}
+
+// The operations, by what they are made of.
+enum class Op { erode, dilate, open, close, tophat, blackhat, gradient };
+
+template <class T>
+void compose_plainly(Op op, const Element& e, const View& from, const View& to, int channels) {
+    using Bits = std::conditional_t<sizeof(T) == 1, uint8_t, int32_t>;
+    const auto step = [&](bool dilates, const View& a, const View& b) {
+        morph_plainly<Bits>(e, dilates, a, b, channels);
+    };
+    std::vector<uint8_t> memory(size_t(from.size.height) * size_t(from.stride));
+    const View between{memory.data(), from.stride, from.size};
+    const bool closes = op == Op::close || op == Op::blackhat;
+    if (op == Op::erode || op == Op::dilate) return step(op == Op::dilate, from, to);
+    if (op == Op::gradient) {
+        step(false, from, between);
+        step(true, from, to);
+    } else {
+        step(closes, from, between);
+        step(!closes, between, to);
+    }
+    const auto less = [](T a, T b) { return sizeof(T) == 1 && a < b ? T(0) : T(a - b); };
+    each_element(from.size, channels, [&](int x, int y, int c) {
+        T &result = to.row<T>(y)[x * channels + c], source = from.row<T>(y)[x * channels + c];
+        if (op == Op::tophat) result = less(source, result);
+        if (op == Op::blackhat) result = less(result, source);
+        if (op == Op::gradient) result = less(result, between.row<T>(y)[x * channels + c]);
     });
 }
 
@@ -139,43 +173,47 @@ void making_cases(Visit&& visit) {
 // elements(name) gives each kernel's elements.
 template <class Elements, class Visit>
 void morph_cases(Elements elements, Visit&& visit) {
-    const auto type_of = [](auto t) { return sizeof t == 1 ? k::Type::u8 : k::Type::f32; };
-
-    const auto single = [&](const char* op, const k::KernelSet<k::Morph>& set, bool dilates) {
-        each_kernel<uint8_t, float>(op, set, [&](auto t, auto kernel) {
-            using T = std::conditional_t<sizeof t == 1, uint8_t, int32_t>;
+    const auto operation = [&](const char* name, const k::KernelSet<k::Morph>& set, Op op) {
+        each_kernel<uint8_t, float>(name, set, [&]<class T>(T, auto kernel) {
             for (const Element& e : elements(kernel.name)) {
                 Case c{kernel.name + " " + e.name, {in<T>(kernel.channels), out<T>(kernel.channels)}, {}, {}};
-                const auto state = std::make_shared<State>(State{type_of(t), kernel.form, k::kMorphBasic, e});
+                const auto state = std::make_shared<State>(
+                    State{sizeof(T) == 1 ? k::Type::u8 : k::Type::f32, kernel.form,
+                          op == Op::erode || op == Op::dilate ? k::kMorphBasic : k::kMorphAdvanced, e});
                 c.run = [=](const View* v, Size n) {
                     return kernel(v[0].data, v[0].stride, v[1].data, v[1].stride, n, k::kMorphReplicate, state->of(n));
                 };
-                c.expect = [=](const View* v, Size) { morph_plainly<T>(e, dilates, v[0], v[1], kernel.channels); };
+                c.expect = [=](const View* v, Size) { compose_plainly<T>(op, e, v[0], v[1], kernel.channels); };
                 visit(c);
             }
         });
     };
-    single("erode", k::erode_kernels, false);
-    single("dilate", k::dilate_kernels, true);
+    operation("erode", k::erode_kernels, Op::erode);
+    operation("dilate", k::dilate_kernels, Op::dilate);
+    operation("morph_open", k::morph_open_kernels, Op::open);
+    operation("morph_close", k::morph_close_kernels, Op::close);
+    operation("tophat", k::tophat_kernels, Op::tophat);
+    operation("blackhat", k::blackhat_kernels, Op::blackhat);
+    operation("gradient", k::gradient_kernels, Op::gradient);
 }
 
 template <class Visit>
 void morph_cases(Visit&& visit) {
     making_cases(visit);
-    const std::vector<Element> few = {
-        {"rect", {3, 3}, {1, 1}}, {"ellipse", {7, 7}, {3, 3}}, {"random", {6, 4}, {5, 0}}};
     // Rises of every kind, in registers and in rings; runs of one, two and more windows, of which some have no tables.
-    const std::vector<Element> more = {
-        {"rect", {1, 1}, {0, 0}},       {"rect", {5, 14}, {4, 0}},      {"rect", {2, 45}, {1, 30}},
-        {"rect", {100, 1}, {3, 0}},     {"ellipse", {15, 15}, {7, 7}},  {"ellipse", {12, 10}, {6, 5}},
-        {"ellipse", {31, 31}, {2, 29}}, {"cross", {15, 15}, {7, 7}},    {"cross", {3, 20}, {1, 4}},
-        {"diamond", {9, 9}, {4, 4}},    {"diagonal", {13, 13}, {6, 6}}, {"triangle", {9, 9}, {0, 8}},
-        {"ring", {17, 17}, {8, 8}},     {"random", {11, 11}, {5, 5}},   {"bars", {16, 12}, {8, 6}},
-        {"empty", {3, 3}, {1, 1}},      {"random", {150, 3}, {149, 1}}};
+    const std::vector<Element> all = {
+        {"ellipse", {7, 7}, {3, 3}},   {"random", {6, 4}, {5, 0}},     {"rect", {1, 1}, {0, 0}},
+        {"rect", {5, 14}, {4, 0}},     {"rect", {2, 45}, {1, 30}},     {"rect", {100, 1}, {3, 0}},
+        {"ellipse", {12, 10}, {6, 5}}, {"ellipse", {31, 31}, {2, 29}}, {"cross", {15, 15}, {7, 7}},
+        {"cross", {3, 20}, {1, 4}},    {"diagonal", {13, 13}, {6, 6}}, {"triangle", {9, 9}, {0, 8}},
+        {"ring", {17, 17}, {8, 8}},    {"random", {11, 11}, {5, 5}},   {"bars", {16, 12}, {8, 6}},
+        {"empty", {3, 3}, {1, 1}},     {"random", {150, 3}, {149, 1}}};
     const auto elements = [&](const std::string& name) {
-        std::vector<Element> list = few;
-        if (name.ends_with("u8_c1") || name.ends_with("f32_c3")) list.insert(list.end(), more.begin(), more.end());
-        return list;
+        const bool many = name == "erode_u8_c1" || name == "dilate_f32_c3", pairs = name == "morph_open_u8_c3";
+        return std::vector(all.begin(), all.begin() + (many                           ? long(all.size())
+                                                       : pairs                        ? 5
+                                                       : name.find("c4") == name.npos ? 2
+                                                                                      : 1));
     };
     morph_cases(elements, visit);
 }

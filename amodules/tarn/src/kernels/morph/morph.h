@@ -13,8 +13,16 @@
 //
 // erode    the minimum of the pixels under the element
 // dilate   the maximum of those under the element reflected in its anchor
+// morph_open   the erosion's dilation: what of the image the element fits into
+// morph_close  the dilation's erosion
+// tophat       the image less its opening
+// blackhat     the closing less the image
+// gradient     the dilation less the erosion
 //   border   1, edge pixels repeat: the only one
 //   dst      must not overlap what is read
+//
+// Second passes take the first pass's results, and repeat those at the region's edge. Differences of u8 are never below 0;
+// those of floats are rounded once, and NaN where one of the two is.
 //
 // Floats are in the total order of IEEE 754, NaN too (filter.h). Of an element without cells the minimum is the largest value
 // and the maximum the smallest: 255 and 0, infinity and -infinity.

@@ -4,8 +4,6 @@
 #pragma once
 
 #include "kernels/morph/state.h"
-#include "kernels/plane/border.h"
-#include "kernels/plane/store.h"
 
 namespace tarn::k::TARN_LEVEL {
 namespace {
@@ -173,6 +171,10 @@ public:
         for (int64_t i = 0; i < span_; ++i) prepare(i, source);
         while (next_ < 0) band(min(kBand, -next_), source, [](const Block<V>&, int64_t, int64_t) {});
     }
+    // The elements that results [x, end) are made of: [reads_from(x), reads_to(end)).
+    int64_t reads_from(int64_t x) const { return x - left_; }
+    int64_t reads_to(int64_t end) const { return end - left_ + reach_; }
+
     // The next rows' results, so many as a multiple of kBlock, at most kBand: sink(block, element of the strip, row) for each block. Of
     // strips that are narrower than a vector only the first elements are results.
     template <class Source, class Sink>

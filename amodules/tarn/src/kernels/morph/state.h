@@ -63,6 +63,7 @@ struct Layout {
     int64_t bound = 0, tables_bytes = 0, history_bytes = 0, results_bytes = 0, pass = 0;
     int64_t all = 0;  // of the state; 0: not to be counted
 
+    Layout() = default;
     // passes: 1 or 2; the second works on the first one's results.
     Layout(const Extent& e, int64_t width, int64_t channels, int64_t element_bytes, int64_t passes) {
         constexpr int64_t kMostSteps = int64_t(1) << 48;
@@ -85,6 +86,8 @@ struct Layout {
         pass = bound + tables_bytes + history_bytes + results_bytes;
         all = round_up(int64_t(sizeof(MorphHeader)) + e.steps * int64_t(sizeof(Step)), kLine) + kLine + passes * pass;
     }
+    // A band of the first pass's results, in the scratch.
+    uint8_t* results(uint8_t* scratch) const { return scratch + pass - results_bytes; }
 };
 
 // A hash of the state's bytes between the check and the scratch.
@@ -107,6 +110,40 @@ inline uint64_t check_of(const MorphHeader& h, const uint8_t* steps) {
 
 inline int passes_of(uint32_t category) { return category == kMorphBasic ? 1 : 2; }
 inline bool is_category(uint32_t category) { return category >= kMorphBasic && category <= kMorphFloats; }
+
+// A state that serves a call, with its steps looked through.
+struct State {
+    MorphHeader header;
+    const uint8_t* steps;
+    uint8_t* scratch;
+    Extent extent;
+    Layout layout;
+
+    // Whether it is whole and made for calls of that kind.
+    bool read(void* state, int64_t element_bytes, int64_t channels, Size size, bool advanced) {
+        memcpy(&header, state, sizeof header);
+        const MorphHeader& h = header;
+        if (h.magic != kMorphMagic || h.reserved || !is_category(h.category)) return false;
+        if ((h.category != kMorphBasic) != advanced || h.channels != channels) return false;
+        const bool floats = h.category == kMorphFloats && h.element_bytes == sizeof(float);
+        if (h.element_bytes != uint64_t(element_bytes) && !floats) return false;
+        if (h.region.width != size.width || h.region.height != (advanced ? size.height : 0)) return false;
+        if (h.bytes > INT64_MAX || h.bytes < sizeof h || h.steps > (h.bytes - sizeof h) / sizeof(Step)) return false;
+        steps = static_cast<const uint8_t*>(state) + sizeof h;
+        if (check_of(h, steps) != h.check) return false;
+        for (uint64_t i = 0; i < h.steps; ++i) {
+            Step s;
+            memcpy(&s, steps + i * sizeof s, sizeof s);
+            if (s.rise < 0 || s.second < 0 || s.level < Step::kNoWindow || s.level > kLevels) return false;
+            if (i == 0 && (s.rise || !s.joins())) return false;
+            extent.add(s);
+        }
+        const uintptr_t end = reinterpret_cast<uintptr_t>(steps + h.steps * sizeof(Step));
+        scratch = reinterpret_cast<uint8_t*>(round_up<uintptr_t>(end, kLine));
+        layout = Layout(extent, size.width, channels, h.element_bytes, passes_of(h.category));
+        return layout.all == int64_t(h.bytes);
+    }
+};
 
 }  // namespace
 }  // namespace tarn::k::TARN_LEVEL
