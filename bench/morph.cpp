@@ -13,8 +13,10 @@ void run(Bench& b) {
     const auto centred = [](const char* shape, int side) { return Element(shape, {side, side}, {side / 2, side / 2}); };
     const auto elements = [&](const std::string& name) {
         std::vector<Element> list;
-        if (!name.ends_with("_c1") || name.starts_with("dilate")) return list;
+        const bool erodes = name.starts_with("erode"), opens = name.starts_with("morph_open");
+        if (!name.ends_with("_c1") || !(erodes || opens || name.starts_with("gradient"))) return list;
         const int type = name.find("_u8_") != name.npos ? CV_8U : CV_32F;
+        const int op = erodes ? cv::MORPH_ERODE : opens ? cv::MORPH_OPEN : cv::MORPH_GRADIENT;
         for (const int side : {3, 15, 63}) list.push_back(centred("rect", side));
         for (const int side : {5, 15, 31, 63}) list.push_back(centred("ellipse", side));
         list.push_back(centred("cross", 15));
@@ -24,7 +26,7 @@ void run(Bench& b) {
                 const cv::Mat src = mat(v[0], type);
                 cv::Mat dst = mat(v[1], type);
                 const cv::Mat cells(e.size.height, e.size.width, CV_8U, const_cast<uint8_t*>(e.cells.data()));
-                cv::erode(src, dst, cells, {e.anchor.x, e.anchor.y}, 1, cv::BORDER_REPLICATE);
+                cv::morphologyEx(src, dst, op, cells, {e.anchor.x, e.anchor.y}, 1, cv::BORDER_REPLICATE);
             });
         return list;
     };

@@ -77,7 +77,7 @@ struct State {
 inline int32_t ordered(int32_t bits) { return bits < 0 ? bits ^ INT32_MAX : bits; }
 inline uint8_t ordered(uint8_t v) { return v; }
 
-// to := the extremes of `from` under the element, reflected for dilation; both packed. Cell by cell, over an image with the
+// to := the extremes of `from` under the element, reflected for dilation; both packed. Cell by cell, over an image with
 // edge pixels repeated around it.
 template <class T>
 void morph_plainly(const Element& e, bool dilates, const View& from, const View& to, int channels) {

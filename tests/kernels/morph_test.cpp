@@ -1,5 +1,5 @@
-// What the cases of morphology leave open: images of several strips and bands, the laws of the operations, states that do not
-// fit a call or are not whole.
+// What the cases of morphology leave open: images of several strips and bands, the laws of the operations, states that
+// do not fit a call or are not whole.
 #include "kernels/morph/morph.h"
 
 #include <gtest/gtest.h>

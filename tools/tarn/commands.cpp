@@ -89,6 +89,10 @@ constexpr Command kCommands[] = {
      "destination, source (null: destination), region (null: all), kind (3 box, 4 min, 5 max, 6 median),\n"
      "  mask (anchor's column and row, width, height; null: 3x3)",
      "tarn filter noisy.png -o clean.png --kind median --size 3x3", setup_filter},
+    {"morph", "tarn::morphop-n", "erode, dilate, open, close and the like, with any structuring element",
+     "state (of tarn::initmorphstate), operation (3 erode, 4 dilate, 5 open, 6 close, 7 top-hat, 8 black-hat,\n"
+     "  9 gradient), number of arrays, destinations, sources, region (null: all of the first source)",
+     "tarn morph scan.png -o clean.png --operation open --element ellipse --size 5x5", setup_morph},
     {"contour-find", "tarn::contour::find", "outlines of regions, over the picture or as nested polygons",
      "output object, source (one channel of u8), flags (1 ones, 2 zeros; 4 zeros, 8 ones connect diagonally)",
      "tarn contour-find photo.jpg --otsu --diagonal ones -o outlines.svg", setup_contour_find},
@@ -110,7 +114,6 @@ constexpr Summary kSummaries[] = {
     {"tarn::warp-affine-quad", "warp a quadrilateral to another"},
     {"tarn::copy-transform", "copy between layouts, types, colours and value ranges"},
     {"tarn::initmorphstate", "prepare the state of a morphology operation"},
-    {"tarn::morphop-n", "erode, dilate, open, close and the like"},
 };
 
 constexpr bool told_once() {

@@ -57,6 +57,8 @@ Run setup_scale_resize(CLI::App& app);
 // filters.cpp
 Run setup_copymkb(CLI::App& app);
 Run setup_filter(CLI::App& app);
+// morphology.cpp
+Run setup_morph(CLI::App& app);
 // contours.cpp
 Run setup_contour_find(CLI::App& app);
 // conversion.cpp

@@ -1,11 +1,12 @@
 // For the morphology sources only: an element taken apart into steps.
 //
-// Along a row the element is a few runs of cells. The extreme over a run comes from one or two windows of a power of two of
-// pixels, of which tables are made once for every image row (E. R. Urbach and M. H. F. Wilkinson, "Efficient 2-D grayscale
-// morphological transformations with arbitrary flat structuring elements", 2008). Down the columns, an element whose rows are
-// single runs, each within the next towards a middle (rectangle, ellipse, cross, diamond), is a tower of rectangles: the outermost
-// run's extremes are spread over as many rows as that rectangle is higher than the next one, joined with the next run's, and so on,
-// so that each run is looked up once, however many rows it stands in. Other elements join run by run.
+// Along a row the element is a few runs of cells. The extreme over a run comes from one or two windows of a power of
+// two of pixels, of which tables are made once for every image row (E. R. Urbach and M. H. F. Wilkinson, "Efficient 2-D
+// grayscale morphological transformations with arbitrary flat structuring elements", 2008). Down the columns, an
+// element whose rows are single runs, each within the next towards a middle (rectangle, ellipse, cross, diamond), is a
+// tower of rectangles: the outermost run's extremes are spread over as many rows as that rectangle is higher than the
+// next one, joined with the next run's, and so on, so that each run is looked up once, however many rows it stands in.
+// Other elements join run by run.
 #pragma once
 
 #include "kernels/plane/plane.h"
@@ -13,8 +14,8 @@
 namespace tarn::k::TARN_LEVEL {
 namespace {
 
-// The extremes of rows so far are spread upwards by `rise` rows (joined with those of `rise` rows before) and then joined with one
-// window or two. The first step of a plan has a window and no rise.
+// The extremes of rows so far are spread upwards by `rise` rows (joined with those of `rise` rows before) and then
+// joined with one window or two. The first step of a plan has a window and no rise.
 struct Step {
     int32_t x, row;  // of the first window's left pixel, from the anchor, in the bottom row that it stands for
     int32_t second;  // how far right of it the second one is; 0: there is none
@@ -78,8 +79,8 @@ private:
             for (Run r = run(y); r.count; r = run(y, r.end())) f(r, y);
     }
 
-    // f(run, top, bottom) for each rectangle of a tower, the narrowest first, rows [top, bottom). False: two ends of which neither
-    // is within the other.
+    // f(run, top, bottom) for each rectangle of a tower, the narrowest first, rows [top, bottom). False: two ends of
+    // which neither is within the other.
     template <class F>
     bool peel(F f) const {
         int64_t top = top_, bottom = bottom_;

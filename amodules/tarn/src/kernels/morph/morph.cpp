@@ -1,5 +1,5 @@
-// Morphology by the plans of states. An operation of two passes runs them strip by strip: the second one takes its rows from a
-// band of the first one's results as it comes to them, so that no more than a band of a strip stands between.
+// Morphology by the plans of states. An operation of two passes runs them strip by strip: the second one takes its rows
+// from a band of the first one's results as it comes to them, so that no more than a band of a strip stands between.
 #include "kernels/morph/rows.h"
 
 namespace tarn::k::TARN_LEVEL {

@@ -1,13 +1,15 @@
-// Morphology with any structuring element. The element is looked at once, when a state is made; every later call on regions
-// of that width takes its plan and its scratch memory from the state, which therefore serves one call at a time.
+// Morphology with any structuring element. The element is looked at once, when a state is made; every later call on
+// regions of that width takes its plan and its scratch memory from the state, which therefore serves one call at a
+// time.
 //
-// An element is a set of cells: those of a mask whose bytes are not zero, seen from the anchor. Beyond the region its edge
-// pixels repeat, whatever lies there. Channels are worked on apart.
+// An element is a set of cells: those of a mask whose bytes are not zero, seen from the anchor. Beyond the region its
+// edge pixels repeat, whatever lies there. Channels are worked on apart.
 //
 // morph_size  bytes := the length of a state
 // morph_init  makes the state
-//   category  kMorphBasic: for erosion and dilation of regions of this width, the height is not looked at; kMorphAdvanced: for
-//             all operations on regions of this size; kMorphFloats: the same, made by a kernel of floats, for u8 too
+//   category  kMorphBasic: for erosion and dilation of regions of this width, the height is not looked at;
+//             kMorphAdvanced: for the other operations on regions of this size; kMorphFloats: the same, made by a
+//             kernel of floats, for u8 too
 //   mask      mask_stride is the step from row to row, in bytes
 //   anchor    the cell that lies on the pixel, one of the mask's
 //
@@ -21,17 +23,19 @@
 //   border   1, edge pixels repeat: the only one
 //   dst      must not overlap what is read
 //
-// Second passes take the first pass's results, and repeat those at the region's edge. Differences of u8 are never below 0;
-// those of floats are rounded once, and NaN where one of the two is.
+// Second passes take the first pass's results, and repeat those at the region's edge. Differences of u8 are never below
+// 0; those of floats are rounded once, and NaN where one of the two is.
 //
-// Floats are in the total order of IEEE 754, NaN too (filter.h). Of an element without cells the minimum is the largest value
-// and the maximum the smallest: 255 and 0, infinity and -infinity.
+// Floats are in the total order of IEEE 754, NaN too (filter.h). Of an element without cells the minimum is the largest
+// value and the maximum the smallest: 255 and 0, infinity and -infinity.
 //
-// A state may have been made at another processor level. Whatever its bytes are, no kernel writes outside of the `bytes`
-// that its header tells, or reads outside of them and its pictures; that so many are there is the caller's to see to.
+// A state may have been made at another processor level. Whatever its bytes are, no kernel writes outside of the
+// `bytes` that its header tells, or reads outside of them and its pictures; that so many are there is the caller's to
+// see to.
 //
-// Statuses: kNull, kBadSize (a size not positive, or too large for a state to be counted in 63 bits), kBadArg (an anchor
-// outside of the mask; a category or a border that is none; a state that is not whole or was made for other calls).
+// Statuses: kNull, kBadSize (a size not positive, or too large for a state to be counted in 63 bits), kBadArg (an
+// anchor outside of the mask; a category or a border that is none; a state that is not whole or was made for other
+// calls).
 #pragma once
 
 #include "kernels/base/kernel.h"

@@ -1,6 +1,6 @@
-// For the morphology sources only: a plan carried out over a strip of columns. In bands of rows: first the tables of windows of the
-// band's image rows, then, column by column of vectors, eight result rows at a time in registers through all of the plan's steps.
-// What a step hands to the rows below it stays from block to block in the column's history.
+// For the morphology sources only: a plan carried out over a strip of columns. In bands of rows: first the tables of
+// windows of the band's image rows, then, column by column of vectors, eight result rows at a time in registers through
+// all of the plan's steps. What a step hands to the rows below it stays from block to block in the column's history.
 #pragma once
 
 #include "kernels/morph/state.h"
@@ -158,8 +158,8 @@ public:
         }
     }
 
-    // Begins a strip: results of elements [x, x + width). source(y, from, count, to) gives elements of image rows; rows are asked
-    // for in order.
+    // Begins a strip: results of elements [x, x + width). source(y, from, count, to) gives elements of image rows; rows
+    // are asked for in order.
     template <class Source>
     void start(int64_t x, int64_t width, const Source& source) {
         x_ = x, width_ = width;
@@ -175,8 +175,8 @@ public:
     int64_t reads_from(int64_t x) const { return x - left_; }
     int64_t reads_to(int64_t end) const { return end - left_ + reach_; }
 
-    // The next rows' results, so many as a multiple of kBlock, at most kBand: sink(block, element of the strip, row) for each block. Of
-    // strips that are narrower than a vector only the first elements are results.
+    // The next rows' results, so many as a multiple of kBlock, at most kBand: sink(block, element of the strip, row)
+    // for each block. Of strips that are narrower than a vector only the first elements are results.
     template <class Source, class Sink>
     void band(int64_t rows, const Source& source, Sink sink) {
         for (int64_t i = 0; i < rows; ++i) prepare(span_ + i, source);

@@ -1,5 +1,5 @@
-// Morphology: the making of states. Their length comes of the steps that an element is taken apart into, counted as they come;
-// it is the same at every level.
+// Morphology: the making of states. Their length comes of the steps that an element is taken apart into, counted as
+// they come; it is the same at every level.
 #include "kernels/morph/state.h"
 
 namespace tarn::k::TARN_LEVEL {

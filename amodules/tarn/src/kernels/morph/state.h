@@ -1,5 +1,5 @@
-// For the morphology sources only: what stands in a state, and where. A state is its header, the plan's steps and scratch memory,
-// whose layout is computed anew at every call from the header's numbers and the steps, never read.
+// For the morphology sources only: what stands in a state, and where. A state is its header, the plan's steps and
+// scratch memory, whose layout is computed anew at every call from the header's numbers and the steps, never read.
 #pragma once
 
 #include "kernels/morph/element.h"
