@@ -278,6 +278,52 @@ def threshold_section(demo):
         ("inverted", "--method", "otsu", "--invert"), ("the mean around", "--method", "adaptive", "--size", "51x51", "--offset", "-5"))
 
 
+def morphology_section(demo):
+    demo.section("morphology", "Morphology", "tarn::morphop-n takes the minimum or the maximum of the pixels under a structuring element of any "
+                 "shape, and combines the two; tarn::initmorphstate works the element out once.")
+
+    def shown(title, picture, operation, element, size, *more, view="fit", shown_size="600 × 400"):
+        out = "-".join([os.path.splitext(picture)[0], operation, os.path.splitext(element)[0], size or "file"]) + ".png"
+        arguments = ["morph", picture, "-o", out, "--operation", operation, "--element", element] + (["--size", size] if size else []) + [*more]
+        return demo.figure(out, title, shown_size, demo.picture(*arguments), " ".join(arguments), view)
+
+    coffee, retina = demo.sample("coffee.png"), demo.sample("retina.jpg")
+    demo.heading("Seven operations", "With an ellipse of 15 × 15. Opening takes away what is bright and smaller than the element, closing what is "
+                 "dark; top-hat and black-hat are what they take; the gradient is the outline.")
+    demo.figures([demo.figure(coffee, "input", "600 × 400", source=True)] +
+                 [shown(title, coffee, operation, "ellipse", "15x15") for title, operation in (
+                     ("erosion", "erode"), ("dilation", "dilate"), ("opening", "open"), ("closing", "close"), ("top-hat", "tophat"),
+                     ("black-hat", "blackhat"), ("gradient", "gradient"))])
+
+    demo.heading("The element's shape", "A bright dot grows into the element itself: rectangle, ellipse, cross, and the cells of a picture.")
+    dots = bytearray(120 * 80)
+    for x, y in (20, 20), (60, 40), (100, 60), (60, 42), (61, 41):
+        dots[y * 120 + x] = 255
+    heart = ["..##.##..", ".#######.", ".#######.", "..#####..", "...###...", "....#...."]
+    for name, width, pixels in ("dots.png", 120, dots), ("heart.png", 9, bytes(255 * (c == "#") for row in heart for c in row)):
+        with open(os.path.join(demo.out, name), "wb") as file:
+            file.write(grey_png(width, pixels))
+    small = {"view": "fill", "shown_size": "120 × 80"}
+    demo.figures([demo.figure("dots.png", "input", "120 × 80", view="fill", source=True)] +
+                 [shown(f"{element} {size.replace('x', ' × ')}", "dots.png", "dilate", element, size, **small)
+                  for element, size in (("rect", "15x9"), ("ellipse", "25x25"), ("cross", "17x17"))] +
+                 [shown("a heart", "dots.png", "dilate", "heart.png", "", **small)])
+
+    demo.heading("Vessels of the retina", "The black-hat keeps what is darker than its surroundings and narrower than the element.")
+    figures = [demo.figure(retina, "input", "1411 × 1411", source=True)]
+    figures.append(shown("black-hat", retina, "blackhat", "ellipse", "25x25", shown_size="1411 × 1411"))
+    bright = [figures[-1].split('href="')[1].split('"')[0], "-o", "retina-vessels.png", "--range", "0,255"]
+    figures.append(demo.figure("retina-vessels.png", "stretched to 0 to 255", "1411 × 1411", demo.picture("cvtvrange-n", *bright),
+                               " ".join(["cvtvrange-n", *bright])))
+    demo.figures(figures)
+
+    sizes = [3, 7, 15, 31, 63, 101]
+    demo.heading("Time against the element's size", "Milliseconds for an erosion of the coffee, 600 × 400 RGB.")
+    demo.table(["element"] + [f"{n} × {n}" for n in sizes],
+               [[shape] + [f'{demo.picture("morph", coffee, "-o", "timed.png", "--operation", "erode", "--element", shape, "--size", f"{n}x{n}"):.3f}'
+                           for n in sizes] for shape in ("rect", "ellipse", "cross")])
+
+
 def depth_section(demo):
     demo.section("depth", "Signed 16 bits and float", "The same operation converts the samples on the way. Both results below "
                  "went to TIFF files, were resampled there, and came back to 8 bits to be shown.")
@@ -413,6 +459,7 @@ SECTIONS = [
     ("values", "Values", values_section),
     ("filters", "Filters and borders", filter_section),
     ("threshold", "Thresholds", threshold_section),
+    ("morphology", "Morphology", morphology_section),
     ("contours", "Outlines", contour_section),
     ("digits", "Handwritten digits", digits_section),
     ("depth", "16 bits and float", depth_section),

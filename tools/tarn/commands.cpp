@@ -93,6 +93,10 @@ constexpr Command kCommands[] = {
      "destination, source (null: destination), region (null: all), options (method 3 Otsu, 4 adaptive; null: zeros),\n"
      "  count, specifications (comparison, channel, threshold, offset, reference, values, what stays)",
      "tarn threshold page.png -o clean.png --method adaptive --size 31x31 --offset -12", setup_threshold},
+    {"morph", "tarn::morphop-n", "erode, dilate, open, close and the like, with any structuring element",
+     "state (of tarn::initmorphstate), operation (3 erode, 4 dilate, 5 open, 6 close, 7 top-hat, 8 black-hat,\n"
+     "  9 gradient), number of arrays, destinations, sources, region (null: all of the first source)",
+     "tarn morph scan.png -o clean.png --operation open --element ellipse --size 5x5", setup_morph},
     {"contour-find", "tarn::contour::find", "outlines of regions, over the picture or as nested polygons",
      "output object, source (one channel of u8), flags (1 ones, 2 zeros; 4 zeros, 8 ones connect diagonally)",
      "tarn contour-find photo.jpg --otsu --diagonal ones -o outlines.svg", setup_contour_find},
@@ -113,7 +117,6 @@ constexpr Summary kSummaries[] = {
     {"tarn::warp-affine-quad", "warp a quadrilateral to another"},
     {"tarn::copy-transform", "copy between layouts, types, colours and value ranges"},
     {"tarn::initmorphstate", "prepare the state of a morphology operation"},
-    {"tarn::morphop-n", "erode, dilate, open, close and the like"},
 };
 
 constexpr bool told_once() {

@@ -59,6 +59,8 @@ Run setup_copymkb(CLI::App& app);
 Run setup_filter(CLI::App& app);
 // threshold.cpp
 Run setup_threshold(CLI::App& app);
+// morphology.cpp
+Run setup_morph(CLI::App& app);
 // contours.cpp
 Run setup_contour_find(CLI::App& app);
 // conversion.cpp

@@ -114,8 +114,8 @@ void add_inputs(CLI::App& app, Files& files, size_t least, size_t most) {
     app.add_flag("--time", files.time, "print the milliseconds of the operation's call, best of several repeats");
 }
 
-void add_image_output(CLI::App& app, Files& files) {
-    app.add_option("-o,--output", files.output, "picture to write: .png, .jpg or .tiff")->required()->type_name("OUT");
+void add_image_output(CLI::App& app, Files& files, const char* text) {
+    app.add_option("-o,--output", files.output, text)->required()->type_name("OUT");
     app.add_option("--quality", files.quality, "JPEG quality, 1 to 100 (default 92)")->type_name("N");
     app.add_option("--compression", files.compression, "of TIFF: none, lzw (default) or deflate")->type_name("KIND");
 }

@@ -45,7 +45,7 @@ struct Files {
 // Positional IN (several where most > 1; most 0: any number), and --time.
 void add_inputs(CLI::App& app, Files& files, size_t least = 1, size_t most = 1);
 // -o OUT, --quality and --compression for commands that write a picture.
-void add_image_output(CLI::App& app, Files& files);
+void add_image_output(CLI::App& app, Files& files, const char* text = "picture to write: .png, .jpg or .tiff");
 // -o OUT for commands that write text (SVG, JSON), optional: without it the text goes to standard output.
 void add_text_output(CLI::App& app, Files& files);
 void add_json(CLI::App& app, bool& json);

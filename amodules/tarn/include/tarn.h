@@ -11,7 +11,7 @@
 #ifndef TARN_TARN_H
 #define TARN_TARN_H
 
-#include "lumo.h"
+#include "lumo_array.h"
 #include "tarn_net.h"
 #include "tarn_contour.h"
 #include "tarn_threshold.h"
@@ -235,6 +235,64 @@ typedef struct TarnMASK {
  * context. */
 typedef int64_t (*TarnFilter)(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* dst, const LumoMAT* src,
                               const LumoRECT* region, uint32_t kind, const TarnMASK* mask);
+
+/* Categories of morphology states: which operations a state serves. */
+enum {
+    TARN_MORPH_BASIC = 3,    /* erosion and dilation, of regions of its width and any height */
+    TARN_MORPH_ADVANCED = 4, /* the other five, of regions of its size */
+    TARN_MORPH_FLOATS = 5    /* these, of u8 and of f32, whatever kind the region has */
+};
+
+/* Operations on a picture and a structuring element. Pixels beyond the region are its edge pixels repeated. */
+enum {
+    TARN_MORPH_ERODE = 3,    /* the minimum of the pixels under the element */
+    TARN_MORPH_DILATE = 4,   /* the maximum of those under the element reflected in its anchor */
+    TARN_MORPH_OPEN = 5,     /* the erosion dilated: bright parts go that the element doesn't fit into */
+    TARN_MORPH_CLOSE = 6,    /* the dilation eroded: dark ones go */
+    TARN_MORPH_TOPHAT = 7,   /* the picture less its opening */
+    TARN_MORPH_BLACKHAT = 8, /* the closing less the picture */
+    TARN_MORPH_GRADIENT = 9  /* the dilation less the erosion */
+};
+
+/* The cell of a structuring element that lies on the pixel, 0 <= x < width; TARN_ANCHOR_CENTRE: size / 2. */
+typedef struct TarnANCHOR {
+    uint32_t x, y;
+} TarnANCHOR;
+#define TARN_ANCHOR_CENTRE 0xffffffffu
+
+/* "tarn::initmorphstate": the state that "tarn::morphop-n" needs: what of an element can be worked out once, and
+ * scratch memory. It belongs to the caller, serves one call at a time, and only regions of the size and type that it
+ * was made for.
+ *   storage   pays for the state of an empty record; it, not one of the call's own
+ *   state     null: only the state's size is wanted, and nothing allocated. An empty record (cls null) becomes an array
+ *             of so many bytes, made in storage. Any other is an array that is large enough, at any address, and made
+ *             anew; its category is TARN_MORPH_BASIC, or else TARN_MORPH_ADVANCED
+ *   category  TARN_MORPH_BASIC, ...
+ *   region    of it are read the type word, channel bits and all, the width and the height
+ *   element   u8 with 1 channel: cells that are not 0 are its members. Null: 3 x 3, all of them
+ *   anchor    null: the centre
+ * Kinds u8 and f32 with 1, 2 and 3 channels (region's); two channels are taken in pairs of pixels as four, and the
+ * element counts pairs. Of other types a state has 0 bytes and none is made. Returns the state's size in bytes, 0 for a
+ * record that was not empty, or -1 with an error value: QUEL_E_OPTION (category), QUEL_E_TYPE (element or anchor, a
+ * region without pixels, an array too small for the state). An allocation that fails makes no error value but marks the
+ * error context. */
+typedef int64_t (*TarnInitmorphstate)(const QuelCALL*, QuelERR*, KaSMEMSTG* storage, LumoMAT* state, uint32_t category,
+                                      const LumoARRAY* region, const LumoMAT* element, const TarnANCHOR* anchor);
+
+/* "tarn::morphop-n": one operation on each of a list of pictures, channel by channel.
+ *   state      as "tarn::initmorphstate" has made it for such an operation, region and type; any other is refused
+ *   operation  TARN_MORPH_ERODE, ...
+ *   dsts       count arrays, of one type, at least as large as the region, and written from their first pixel on
+ *   srcs       count arrays of that type; each may overlap its dst, and is then copied by "tarn::copy" first
+ *   region     part of every src; null: all of the first one
+ * Differences of u8 are not below 0. Floats are ordered as by "tarn::filter"; differences of NaN are NaN. An element
+ * without members gives the largest value for a minimum (255, infinity) and the smallest for a maximum (0, -infinity).
+ * Kinds u8 and f32 with 1, 2 and 3 channels (the first dst's). Returns 0, or -1 with QUEL_E_TYPE: types, operation,
+ * state, region, sizes; pictures before the one at fault are done. A temporary that can't be had makes no error value
+ * but marks the error context. A negative result of the copy ends the call with it. */
+typedef int64_t (*TarnMorphopN)(const QuelCALL*, QuelERR*, KaSMEMSTG*, const LumoMAT* state, uint32_t operation,
+                                int64_t count, LumoMAT* const* dsts, const LumoMAT* const* srcs,
+                                const LumoRECT* region);
 
 #ifdef __cplusplus
 }

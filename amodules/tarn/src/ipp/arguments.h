@@ -38,4 +38,18 @@ inline LumoMAT part_of(const LumoMAT& mat, const LumoRECT& part) {
     return {mat.cls, mat.elemtype, LumoRECTwidth(&part), LumoRECTheight(&part), mat.stride, corner};
 }
 
+// Whether two arrays lie apart in memory, from their lowest pixels to their highest.
+inline bool apart(const LumoMAT& a, const LumoMAT& b) {
+    const auto first = [](const LumoMAT& m) { return intptr_t(row_at(m, m.stride < 0 ? m.height - 1 : 0)); };
+    const auto end = [](const LumoMAT& m) {
+        return intptr_t(row_at(m, m.stride < 0 ? 0 : m.height - 1)) + m.width * pixel_bytes(m.elemtype);
+    };
+    return end(a) <= first(b) || end(b) <= first(a);
+}
+
+// Whether a region lies in a matrix; it may be empty.
+inline bool lies_in(const LumoRECT& region, const LumoMAT& src) {
+    return region.left >= 0 && region.top >= 0 && region.right <= src.width && region.bottom <= src.height;
+}
+
 }  // namespace tarn::ipp

@@ -33,19 +33,6 @@ struct Span {
     int64_t border_of_pairs() const { return 2 * int64_t(anchor > size - 1 - anchor ? anchor : size - 1 - anchor); }
 };
 
-// Whether two arrays lie apart in memory, from their lowest pixels to their highest.
-bool apart(const LumoMAT& a, const LumoMAT& b) {
-    const auto first = [](const LumoMAT& m) { return intptr_t(row_at(m, m.stride < 0 ? m.height - 1 : 0)); };
-    const auto end = [](const LumoMAT& m) {
-        return intptr_t(row_at(m, m.stride < 0 ? 0 : m.height - 1)) + m.width * pixel_bytes(m.elemtype);
-    };
-    return end(a) <= first(b) || end(b) <= first(a);
-}
-
-bool lies_in(const LumoRECT& region, const LumoMAT& src) {
-    return region.left >= 0 && region.top >= 0 && region.right <= src.width && region.bottom <= src.height;
-}
-
 // How far a border reaches around a region: on the left and on the right, above and below.
 struct Reach {
     int64_t x, y;

@@ -1,0 +1,62 @@
+// For the morphology sources only: rows into passes and out of them.
+#pragma once
+
+#include "kernels/morph/pass.h"
+#include "kernels/plane/border.h"
+#include "kernels/plane/store.h"
+
+namespace tarn::k::TARN_LEVEL {
+namespace {
+
+// Rows of an image, in the order that they are compared in, and beyond its edges.
+template <class T>
+struct Picture {
+    const void* src;
+    int64_t stride, width, channels;
+
+    const uint8_t* at(int64_t y) const { return static_cast<const uint8_t*>(src) + y * stride; }
+    // Row y from element x on.
+    template <class E>
+    void operator()(int64_t y, int64_t x, int64_t count, E* to) const {
+        replicate_row(reinterpret_cast<const T*>(at(y)), width, int(channels), x / channels, count / channels,
+                      reinterpret_cast<T*>(to));
+        if constexpr (!__is_same(T, E))
+            for (int64_t i = 0; i < count; i += kLanes<E>) store(to + i, Ordered<T>::of(load<Vec<E>>(to + i)));
+    }
+};
+
+inline U8 less(U8 a, U8 b) { return saturated_sub(a, b); }
+inline S32 less(S32 a, S32 b) { return (S32)((F32)a - (F32)b); }
+
+// Where a block goes: `rows` rows of n bytes.
+template <class T>
+struct Place {
+    uint8_t* d;
+    int64_t stride, n, rows;
+
+    template <class V>
+    void store(const Block<V>& u) const {
+        each([&](auto io, int i) { io.store(d + i * stride, Ordered<T>::of(u.v[i])); });
+    }
+    // The block less other elements, or these less the block.
+    template <class V>
+    void store_difference(const Block<V>& u, const uint8_t* others, int64_t others_stride, bool others_less) const {
+        each([&](auto io, int i) {
+            const V a = Ordered<T>::of(u.v[i]), b = io.template load<V>(others + i * others_stride);
+            io.store(d + i * stride, others_less ? less(b, a) : less(a, b));
+        });
+    }
+
+private:
+    template <class F>
+    [[gnu::always_inline]] void each(F f) const {
+        if (n == kVector && rows == kBlock) {
+            for (int i = 0; i < kBlock; ++i) f(Whole{}, i);
+        } else {
+            for (int i = 0; i < rows; ++i) f(Part{n}, i);
+        }
+    }
+};
+
+}  // namespace
+}  // namespace tarn::k::TARN_LEVEL
