@@ -68,7 +68,7 @@ class Elementwise(driver.ProgramTest):
         for name, constants, fn in (("add-c", (20, 2.9, -1), lambda v, c: v + (20, 2, 255)[c]),
                                     ("sub-c", (20, 0, 300), lambda v, c: v - (20, 0, 44)[c]),
                                     ("mul-c", (2, 2, 2), lambda v, c: v * 2)):
-            got = self.result(name, "0.png", "--constants=" + ",".join(map(str, constants)))[4]
+            got = self.result(name, "0.png", "--wrap", "--constants=" + ",".join(map(str, constants)))[4]
             self.assertEqual(got, self.each(rows, 3, lambda v, c: saturated(fn(v[0], c), 8)))
 
     def test_16_bits_and_floats_keep_their_values(self):
@@ -129,10 +129,16 @@ class Elementwise(driver.ProgramTest):
                 ("u32.tif", "has u32 samples", "set", "u32.tif"),
                 ("small.png", "2x2", "or", "0.png", "small.png"),
                 ("small.png", "2x2 u8, 3 channels", "set", "0.png", "--mask", "small.png"),
+                ("--constants", "256 is not among the values of u8 samples; give 0 to 255, or --wrap", "set", "0.png", "-c", 256),
+                ("--constants", "-1 is not among the values of u8", "add-c", "0.png", "--constants=-1"),
+                ("--constants", "0.5 is no whole number, and u8 samples hold no others", "mul-c", "0.png", "-c", "2,0.5,2"),
+                ("--constants", "1e+300 is not among", "cmp-c", "0.png", "--comparison", "less", "-c", "1e300"),
+                ("--constants", "give -128 to 255", "or-c", "0.png", "-c", "256"),
+                ("--constants", "whole number", "or-c", "0.png", "-c", "1.5"),
                 ("--constants", "2 values for 3 colour channels", "add-c", "0.png", "-c", "1,2")):
             self.refused(1, subject, words, *arguments, *o)
         for subject, words, *arguments in (("--constants", "missing", "mul-c", "0.png"),
-                                           ("--constants", "whole number", "or-c", "0.png", "-c", "1.5"),
+                                           ("--constants", "whole number", "or-c", "0.png", "-c", "1.5", "--wrap"),
                                            ("--comparison", "'near' is not known", "cmp", "0.png", "0.png", "--comparison", "near")):
             self.refused(2, subject, words, *arguments, *o)
 

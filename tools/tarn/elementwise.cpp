@@ -15,6 +15,7 @@ namespace {
 struct Options {
     Files files;
     std::string constants, mask, comparison;
+    bool wrap = false;
 };
 
 // What a u16 sample must be in memory: its own bits, anything in the same order, or an s16 of its value.
@@ -97,6 +98,27 @@ void run_colours(const Files& files, const Takes& takes, Result kind, Call&& cal
 
 std::vector<float> floats(const std::vector<double>& values) { return {values.begin(), values.end()}; }
 
+// The constants of so many channels. Those that integers don't hold are refused, unless the module's rule for them is asked for.
+std::vector<double> constants_of(const Options& options, int channels, Sample sample, Wide wide) {
+    const std::vector<double> values =
+        parse_per_channel(options.constants.empty() ? "0" : options.constants, "--constants", channels);
+    if (options.wrap || sample == Sample::f32) return values;
+    // Bits may be given with a sign or without; 16 bits without a sign are worked on as s16 of their value.
+    Limits held = limits(sample == Sample::u16 && wide == Wide::value ? Sample::s16 : sample);
+    if (wide == Wide::bits) {
+        const double bits = 8 * sample_bytes(sample);
+        held = {-std::exp2(bits - 1), std::exp2(bits) - 1};
+    }
+    for (const double v : values) {
+        if (v != std::floor(v))
+            fail("--constants",
+                 number_text(v) + " is no whole number, and " + sample_name(sample) + " samples hold no others",
+                 "give a whole number, or --wrap to have it made one");
+        require_value(v, held, sample, "--constants", ", or --wrap to take the low bits");
+    }
+    return values;
+}
+
 std::vector<uint32_t> words(const std::vector<double>& values) {
     std::vector<uint32_t> all;
     for (const double v : values) {
@@ -109,6 +131,8 @@ std::vector<uint32_t> words(const std::vector<double>& values) {
 
 void add_constants(CLI::App& app, Options& options, const char* text) {
     app.add_option("-c,--constants", options.constants, text)->type_name("V[,V,V]");
+    app.add_flag("--wrap", options.wrap,
+                 "take constants that the samples don't hold by their low bits, as the module does");
 }
 
 const std::vector<Sample> kBits = {Sample::u8, Sample::u16, Sample::s16, Sample::s32};
@@ -130,14 +154,14 @@ Run setup_logic_c(CLI::App& app, const char* name) {
     const auto options = std::make_shared<Options>();
     add_inputs(app, options->files);
     add_image_output(app, options->files);
-    add_constants(app, *options, "whole numbers, one or one for each colour channel; their low 8, 16 or 32 bits count");
+    add_constants(app, *options, "whole numbers, one or one for each colour channel");
     return [options, name] {
         if (options->constants.empty())
             usage("--constants", "is missing", "give whole numbers such as 15 or 240,15,255");
         run_colours(options->files, {name, kBits, Wide::bits}, Result::like_first,
                     [&](Operation& operation, LumoMAT& dst, std::span<const LumoMAT* const> src, const Shape& shape) {
                         const auto values =
-                            words(parse_per_channel(options->constants, "--constants", int(dst.elemtype >> 12)));
+                            words(constants_of(*options, int(dst.elemtype >> 12), shape.sample, Wide::bits));
                         operation.call<TarnLogicC>(describe(shape), &dst, src[0], values.data());
                     });
     };
@@ -147,15 +171,16 @@ Run setup_arith_c(CLI::App& app, const char* name) {
     const auto options = std::make_shared<Options>();
     add_inputs(app, options->files);
     add_image_output(app, options->files);
-    add_constants(app, *options,
-                  "one value or one for each colour channel; integer pictures take its floor, of which the "
-                  "low 8 or 16 bits count: -1 adds 255 to u8");
+    add_constants(
+        app, *options,
+        "one value or one for each colour channel; integer pictures take whole numbers (with --wrap the floor, of "
+        "which the low 8 or 16 bits count: -1 adds 255 to u8)");
     return [options, name] {
         if (options->constants.empty()) usage("--constants", "is missing", "give values such as 20 or 1.5,2,0.5");
         run_colours(options->files, {name, kValues, Wide::value}, Result::like_first,
                     [&](Operation& operation, LumoMAT& dst, std::span<const LumoMAT* const> src, const Shape& shape) {
                         const auto values =
-                            floats(parse_per_channel(options->constants, "--constants", int(dst.elemtype >> 12)));
+                            floats(constants_of(*options, int(dst.elemtype >> 12), shape.sample, Wide::value));
                         operation.call<TarnArithC>(describe(shape), &dst, src[0], values.data());
                     });
     };
@@ -255,16 +280,17 @@ Run setup_cmp_c(CLI::App& app) {
     add_inputs(app, options->files);
     add_image_output(app, options->files);
     add_comparison(app, *options);
-    add_constants(app, *options,
-                  "one value or one for each colour channel; integer pictures take the nearest integer, of which "
-                  "the low 8 or 16 bits count: 300 is 44 for u8");
+    add_constants(
+        app, *options,
+        "one value or one for each colour channel; integer pictures take whole numbers (with --wrap the nearest "
+        "one, of which the low 8 or 16 bits count: 300 is 44 for u8)");
     return [options] {
         const uint32_t code = comparison_code(options->comparison);
         if (options->constants.empty()) usage("--constants", "is missing", "give values such as 128 or 10,20,30");
         run_colours(options->files, {"cmp-c", kValues, Wide::order}, Result::mask,
                     [&](Operation& operation, LumoMAT& dst, std::span<const LumoMAT* const> src, const Shape& shape) {
                         auto values =
-                            floats(parse_per_channel(options->constants, "--constants", int(src[0]->elemtype >> 12)));
+                            floats(constants_of(*options, int(src[0]->elemtype >> 12), shape.sample, Wide::order));
                         if (shape.sample == Sample::u16)
                             for (float& v : values) v = std::round(v) - kOffset16;
                         operation.call<TarnCmpC>(describe(shape), &dst, src[0], values.data(), code);
@@ -276,9 +302,10 @@ Run setup_set(CLI::App& app) {
     const auto options = std::make_shared<Options>();
     add_inputs(app, options->files);
     add_image_output(app, options->files);
-    add_constants(app, *options,
-                  "one value or one for each colour channel (default: 0); integer pictures take its floor, of "
-                  "which the low 8, 16 or 32 bits count");
+    add_constants(
+        app, *options,
+        "one value or one for each colour channel (default: 0); integer pictures take whole numbers (with --wrap "
+        "the floor, of which the low 8, 16 or 32 bits count)");
     app.add_option("--mask", options->mask,
                    "grey u8 picture of the same size: only where it is not 0 is the picture filled")
         ->type_name("FILE");
@@ -300,8 +327,7 @@ Run setup_set(CLI::App& app) {
                          "is " + describe(mask.shape) + " but " + options->files.inputs[0] + " is " + describe(shape),
                          "give a mask of the picture's size");
                 const int channels = int(dst.elemtype >> 12);
-                auto values = floats(
-                    parse_per_channel(options->constants.empty() ? "0" : options->constants, "--constants", channels));
+                auto values = floats(constants_of(*options, channels, shape.sample, Wide::order));
                 if (shape.sample == Sample::u16)
                     for (float& v : values) v = std::floor(v) - kOffset16;
                 for (int y = 0; y < dst.height; ++y)

@@ -1,7 +1,6 @@
 // Commands of borders and rectangular filters. Alpha is worked on by itself, as one more channel.
 #include <algorithm>
 #include <cmath>
-#include <limits>
 
 #include "commands.h"
 #include "error.h"
@@ -18,47 +17,14 @@ struct Copymkb {
     std::string border, kind = "replicate", values;
 };
 
-struct Limits {
-    double low, high;
-};
-template <class T>
-constexpr Limits kLimits = {double(std::numeric_limits<T>::lowest()), double(std::numeric_limits<T>::max())};
-
-Limits limits(Sample sample) {
-    switch (sample) {
-        case Sample::u8:
-            return kLimits<uint8_t>;
-        case Sample::u16:
-            return kLimits<uint16_t>;
-        case Sample::s16:
-            return kLimits<int16_t>;
-        case Sample::s32:
-            return kLimits<int32_t>;
-        case Sample::u32:
-            return kLimits<uint32_t>;
-        case Sample::f32:
-            return kLimits<float>;
-    }
-    return {};
-}
-
-std::string number(double value) {
-    char text[40];
-    std::snprintf(text, sizeof text, "%.10g", value);
-    return text;
-}
-
 // A value of the border as the operation takes it, which is a float: one that would be cut or rounded is refused.
 float border_value(double value, Sample sample) {
-    const auto [low, high] = limits(sample);
     if (sample != Sample::f32) value = std::floor(value);
-    if (value < low || value > high)
-        fail("--value", number(value) + " is not among the values of " + sample_name(sample) + " samples",
-             "give " + number(low) + " to " + number(high));
+    require_value(value, limits(sample), sample, "--value");
     if (sample == Sample::u16) value -= kOffset16;
     const float taken = float(value);
     if (sample != Sample::f32 && double(taken) != value)
-        fail("--value", number(value) + " has more digits than the operation, which takes floats, can tell apart",
+        fail("--value", number_text(value) + " has more digits than the operation, which takes floats, can tell apart",
              "give a multiple of 128, or one between -16777216 and 16777216");
     return taken;
 }

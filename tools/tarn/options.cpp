@@ -1,5 +1,7 @@
 #include "options.h"
 
+#include <limits>
+
 #include <cerrno>
 #include <cmath>
 #include <iostream>
@@ -71,6 +73,40 @@ std::vector<double> parse_per_channel(const std::string& text, const std::string
                  (colours > 1 ? "s" : ""),
              "give one value, or one for each colour channel");
     return values;
+}
+
+Limits limits(Sample sample) {
+    const auto of = [](auto t) {
+        using T = std::numeric_limits<decltype(t)>;
+        return Limits{double(T::lowest()), double(T::max())};
+    };
+    switch (sample) {
+        case Sample::u8:
+            return of(uint8_t());
+        case Sample::u16:
+            return of(uint16_t());
+        case Sample::s16:
+            return of(int16_t());
+        case Sample::s32:
+            return of(int32_t());
+        case Sample::u32:
+            return of(uint32_t());
+        case Sample::f32:
+            return of(float());
+    }
+    return {};
+}
+
+std::string number_text(double value) {
+    char text[40];
+    std::snprintf(text, sizeof text, "%.10g", value);
+    return text;
+}
+
+void require_value(double value, Limits limits, Sample sample, const std::string& option, const std::string& other) {
+    if (value >= limits.low && value <= limits.high) return;
+    fail(option, number_text(value) + " is not among the values of " + sample_name(sample) + " samples",
+         "give " + number_text(limits.low) + " to " + number_text(limits.high) + other);
 }
 
 PixelSize parse_size(const std::string& text, const std::string& option) {

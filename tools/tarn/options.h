@@ -25,6 +25,15 @@ std::vector<int64_t> parse_integers(const std::string& text, const std::string& 
                                     int64_t high);
 // A number for each of the colour channels; the text has one for all, or one for each, else this throws (failure).
 std::vector<double> parse_per_channel(const std::string& text, const std::string& option, int colours);
+// The smallest and the largest number that samples hold.
+struct Limits {
+    double low, high;
+};
+Limits limits(Sample sample);
+std::string number_text(double value);  // up to ten digits
+// Throws (failure) when a value of such samples does not lie within the limits; other: what else the option offers.
+void require_value(double value, Limits limits, Sample sample, const std::string& option,
+                   const std::string& other = "");
 struct PixelSize {
     int64_t width, height;
 };
