@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <numeric>
 #include <random>
 #include <vector>
 
@@ -108,6 +109,15 @@ TEST(filter, medians_of_many_rows) {
     const auto median = cases::LowerMedian{};
     check_at<uint8_t>({5, 700}, cases::filter_case<uint8_t>("u8", k::median_u8_c1, 1, false, mask, median));
     check_at<int16_t>({5, 700}, cases::filter_case<int16_t>("s16", k::median_s16_c1, 1, false, mask, median));
+}
+
+// Sums of whole numbers are exact, in any order.
+TEST(filter, float_means_of_many_rows_and_long_ones) {
+    const auto mean = [](const std::vector<float>& w) {
+        return float(std::accumulate(w.begin(), w.end(), 0.0) * (1.0 / double(w.size())));
+    };
+    for (const k::Size mask : {k::Size{9, 6}, {7, 28}, {12, 35}})
+        check_at<float>({620, 45}, cases::filter_case<float>("f32", k::box_f32_c1, 1, false, {mask, {0, 0}}, mean));
 }
 
 TEST(filter, minima_of_long_rows) {

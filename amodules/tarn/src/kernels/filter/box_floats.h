@@ -1,111 +1,26 @@
-// For box.cpp only: means of floats, summed in double by van Herk's scheme for minima (columns.h), which serves sums as well: a
-// mask is the end of one block and the beginning of the next, and both are summed on from element to element. Nothing is
-// taken back, so there is no drift, and what is not a number stays in its masks.
-//
-// Down the columns row by row; of high masks only the sums that every kChunk rows end with are kept, and the others are made
-// again from there. Along the rows with the rows side by side (lanes.h), and by plain sums of a few pixels.
+// For box.cpp only: means of floats, by sums in double: down the columns of a band (box_columns.h), then along its
+// rows, run by run, while a run's sums are in the first-level cache. Along the rows by plain sums of a few pixels, or by van
+// Herk's scheme (columns.h) with the rows side by side (lanes.h).
 #pragma once
 
+#include "kernels/filter/box_columns.h"
 #include "kernels/filter/lanes.h"
 #include "kernels/filter/window.h"
 #include "kernels/plane/scratch.h"
-#include "kernels/plane/strips.h"
 
 namespace tarn::k::TARN_LEVEL {
 namespace {
 
-// ---- Down the columns ---------------------------------------------------------------------------------------------
+// A run's columns, and those before it that are still wanted; rows of a band's sums hold them.
+constexpr int64_t kRun = 288, kCarried = 40, kSumsPitch = kCarried + kRun + 16;
 
-constexpr int64_t kChunk = 16;  // rows
-
-// A vector of doubles from floats.
-inline F64 widened(const Loose<float>* p) {
-    typedef float Half __attribute__((vector_size(kVector / 2)));
-    return __builtin_convertvector(load<Half>(p), F64);
-}
-
-// Two vectors of doubles at a time: f(i) for each of n / kStep vectors, g(i) for the elements that are left.
-template <class F, class G>
-[[gnu::always_inline]] inline void each_double(int64_t n, F f, G g) {
-    constexpr int64_t kStep = kLanes<double>;
-    int64_t i = 0;
-    for (; i + 2 * kStep <= n; i += 2 * kStep) {
-        f(i);
-        f(i + kStep);
-    }
-    for (; i < n; ++i) g(i);
-}
-
-// out := s + sums, or s alone. sums may be out.
-[[maybe_unused, gnu::noinline]] void add_floats(const uint8_t* s, const double* sums, double* out, int64_t n) {
-    const Loose<float>* p = reinterpret_cast<const Loose<float>*>(s);
-    if (sums)
-        each_double(
-            n, [=](int64_t i) { store(out + i, widened(p + i) + load<F64>(sums + i)); },
-            [=](int64_t i) { out[i] = double(float(p[i])) + sums[i]; });
-    else
-        each_double(
-            n, [=](int64_t i) { store(out + i, widened(p + i)); }, [=](int64_t i) { out[i] = double(float(p[i])); });
-}
-// sums := s + sums, and out := end + sums.
-[[maybe_unused, gnu::noinline]] void add_floats_to_end(const uint8_t* s, double* sums, const double* end, double* out,
-                                                       int64_t n) {
-    const Loose<float>* p = reinterpret_cast<const Loose<float>*>(s);
-    each_double(
-        n,
-        [=](int64_t i) {
-            const F64 sum = widened(p + i) + load<F64>(sums + i);
-            store(sums + i, sum);
-            store(out + i, load<F64>(end + i) + sum);
-        },
-        [=](int64_t i) {
-            sums[i] = double(float(p[i])) + sums[i];
-            out[i] = end[i] + sums[i];
-        });
-}
-
-// Sums of `rows` rows each from row y of s on, y = 0, 1, 2 ... in turn.
-struct ColumnSums {
-    const uint8_t* s;
-    int64_t stride, rows, n;
-    double *ends, *marks, *beginning;  // kChunk rows, a row for each chunk of the mask, a row; `pitch` apart
-    int64_t pitch;
-
-    // The rows of chunk k of the block at y, from the last to `first`, summed up to each; at(i) is where for row i.
-    template <class At>
-    void sum_chunk(int64_t y, int64_t k, At at) const {
-        const int64_t first = k * kChunk, last = min(first + kChunk, rows) - 1;
-        const double* sums = last + 1 < rows ? marks + (k + 1) * pitch : nullptr;
-        for (int64_t i = last; i >= first; --i) {
-            add_floats(s + (y + i) * stride, sums, at(i), n);
-            sums = at(i);
-        }
-    }
-    void row(int64_t y, double* out) const {
-        const int64_t j = y % rows, block = y - j;
-        if (j == 0)
-            for (int64_t k = (rows - 1) / kChunk; k > 0; --k)
-                sum_chunk(block, k, [=, this](int64_t) { return marks + k * pitch; });
-        if (j % kChunk == 0) sum_chunk(block, j / kChunk, [=, this](int64_t i) { return ends + i % kChunk * pitch; });
-        const double* end = ends + j % kChunk * pitch;
-        const uint8_t* enters = s + (y + rows - 1) * stride;
-        if (j == 0) {
-            memcpy(out, end, size_t(n) * sizeof(double));
-            for (int64_t i = 0; i < n; ++i) beginning[i] = -0.0;  // what adds nothing
-        } else {
-            add_floats_to_end(enters, beginning, end, out, n);
-        }
-    }
-};
-
-// ---- Along the rows -----------------------------------------------------------------------------------------------
+// ---- A few columns ------------------------------------------------------------------------------------------------
 
 constexpr int64_t kFewColumns = 7;
 
-// d := the means of a few columns each.
-template <bool kKept, int kColumns>
-[[gnu::noinline]] void mean_few(const double* sums, double scale, uint8_t* d, int64_t n, int64_t columns,
-                                int64_t channels) {
+// d := the means of kColumns pixels each, or of `columns` where that is 0.
+template <bool kKept, int kColumns, int64_t kChannels>
+[[gnu::noinline]] void mean_few(const double* sums, double scale, uint8_t* d, int64_t n, int64_t columns) {
     constexpr int64_t kStep = kLanes<double>;
     if constexpr (kColumns) columns = kColumns;
     const Bytes mask = colour_mask<float>();
@@ -113,13 +28,42 @@ template <bool kKept, int kColumns>
     each_vector(n * 4, [=](auto io, int64_t at) {
         const double* p = sums + at / 4;
         F64 lower = load<F64>(p), upper = load<F64>(p + kStep);
+#pragma GCC unroll 8
         for (int64_t i = 1; i < columns; ++i) {
-            lower += load<F64>(p + i * channels);
-            upper += load<F64>(p + i * channels + kStep);
+            lower += load<F64>(p + i * kChannels);
+            upper += load<F64>(p + i * kChannels + kStep);
         }
         store_form<kKept>(io, d + at, settle_nan(narrow(lower * by, upper * by)), mask);
     });
 }
+
+template <bool kKept, int kChannels>
+struct FewColumns {
+    FewColumns(const Window& w, F64*) : columns(w.columns), reach(w.reach) {}
+    static int64_t ends(const Window&) { return 0; }
+
+    void begin(int64_t, int64_t, int64_t all) { width = all, x = 0; }
+    // Of the columns up to `ready`, column 0 at sums, makes the means that can be made; `last`: all that are left.
+    void take(const double* sums, int64_t ready, bool last, double scale, uint8_t* d, int64_t dst_stride,
+              int64_t count) {
+        const int64_t until = last ? width : max<int64_t>(ready - reach, 0) / 16 * 16;
+        if (until <= x) return;
+        for (int64_t j = 0; j < count; ++j) {
+            const double* row = sums + j * kSumsPitch + x;
+            uint8_t* to = d + j * dst_stride + x * 4;
+            if (columns == 3)
+                mean_few<kKept, 3, kChannels>(row, scale, to, until - x, 3);
+            else if (columns == 7)
+                mean_few<kKept, 7, kChannels>(row, scale, to, until - x, 7);
+            else
+                mean_few<kKept, 0, kChannels>(row, scale, to, until - x, columns);
+        }
+        x = until;
+    }
+    int64_t columns, reach, width = 0, x = 0;
+};
+
+// ---- More columns -------------------------------------------------------------------------------------------------
 
 // A block's columns, summed from its end.
 template <int kChannels, int kSets>
@@ -133,122 +77,190 @@ template <int kChannels, int kSets>
             for (int s = 0; s < kSets; ++s) store(p + s, sums[c][s] = load<F64>(p + s) + sums[c][s]);
 }
 
-// Means of kSets vectors of rows; `ends` holds a block of their columns.
+// Where the lanes of a band's first rows read, in bytes; [vector][lane of a group][group].
+template <int kSets>
+struct LaneRows {
+    int64_t from[kSets][kGroupLanes<double>][kGroups];
+    constexpr LaneRows() : from{} {
+        for (int s = 0; s < kSets; ++s)
+            for (int i = 0; i < kLanes<double>; ++i)
+                from[s][i % 2][i / 2] = (s * kLanes<double> + i) * kSumsPitch * int64_t(sizeof(double));
+    }
+};
+
+// kSets vectors of rows walked along.
 template <bool kKept, int kChannels, int kSets>
-[[gnu::noinline]] void mean_blocks(const Lanes<double> (&lanes)[kSets], const double* columns, int64_t block,
-                                   double scale, F64* ends, uint8_t* dst) {
-    Bytes v[2];
-    for (int64_t i = 0; i < block; i += 2)
+struct MeanWalk {
+    // A block of columns, as many as the mask has: from column x on sums to the block's end, before it what entered
+    // since.
+    F64 *ends = nullptr, *past = nullptr, *end = nullptr;  // the last: column x
+    int64_t block = 0, entered = 0, x = 0;                 // columns in a block; of the first one, so far; results
+    F64 sums[kChannels][kSets] = {};                       // of the columns since, for the next pixel's channels
+
+    static constexpr LaneRows<kSets> kRows{};
+
+    void begin_block() {
+        sum_ends<kChannels, kSets>(ends, block);
+        for (auto& c : sums)
+            for (F64& sum : c) sum = splat(-0.0);
+        end = ends;
+    }
+    // Two columns of the rows, [vector][column].
+    [[gnu::always_inline]] static void load_two(const double* columns, Bytes (&v)[kSets][2]) {
+#pragma GCC unroll 2
         for (int s = 0; s < kSets; ++s) {
-            load_columns(lanes[s], columns + i, v);
-            store(ends + i * kSets + s, v[0]);
-            store(ends + (i + 1) * kSets + s, v[1]);  // there is room for one more
+#pragma GCC unroll 2
+            for (int j = 0; j < 2; ++j)
+                v[s][j] = load_groups(reinterpret_cast<const uint8_t*>(columns), kRows.from[s][j]);
+            transpose_groups<double>(v[s]);
         }
-    sum_ends<kChannels, kSets>(ends, block);
-    F64 sums[kChannels][kSets];
-    for (auto& c : sums)
-        for (F64& sum : c) sum = splat(-0.0);
-    const F64 by = splat(scale);
-    const int64_t width = lanes[0].width;
-    F64* end = ends;
-    for (int64_t x = 0; x < width; x += 4) {
-        Bytes means[kSets][4];
+    }
+    // The first block's columns up to `until`.
+    void enter(const double* columns, int64_t until) {
+        for (int64_t i = entered; i < until; i += 2) {
+            Bytes v[kSets][2];
+            load_two(columns + i, v);
+            for (int j = 0; j < 2; ++j)  // there is room for one more
+                for (int s = 0; s < kSets; ++s) store(ends + (i + j) * kSets + s, v[s][j]);
+        }
+        entered = until;
+        if (until == block) begin_block();
+    }
+    // Four columns enter, at p, and leave: the means of each row, a group of each of out[vector][lane of a group].
+    [[gnu::always_inline]] void move_four(const double* p, F64 by, Bytes (&out)[kSets][2]) {
+        F64 means[kSets][4];
 #pragma GCC unroll 2
         for (int half = 0; half < 2; ++half) {
             Bytes enters[kSets][2];
-            for (int s = 0; s < kSets; ++s) load_columns(lanes[s], columns + block + x + 2 * half, enters[s]);
+            load_two(p + 2 * half, enters);
 #pragma GCC unroll 2
             for (int k = 0; k < 2; ++k) {
+#pragma GCC unroll 2
                 for (int s = 0; s < kSets; ++s) {
                     const F64 sum = sums[0][s];
-                    means[s][2 * half + k] = (Bytes)((load<F64>(end + s) + sum) * by);
+                    means[s][2 * half + k] = (load<F64>(end + s) + sum) * by;
                     store(end + s, enters[s][k]);
+#pragma GCC unroll 4
                     for (int c = 0; c < kChannels - 1; ++c) sums[c][s] = sums[c + 1][s];
                     sums[kChannels - 1][s] = (F64)enters[s][k] + sum;
                 }
                 end += kSets;
-                if (end == ends + block * kSets) {
-                    sum_ends<kChannels, kSets>(ends, block);
-                    for (auto& c : sums)
-                        for (F64& sum : c) sum = splat(-0.0);
-                    end = ends;
+                if (end == past) begin_block();
+            }
+        }
+#pragma GCC unroll 2
+        for (int s = 0; s < kSets; ++s) {
+            Bytes first[2] = {(Bytes)means[s][0], (Bytes)means[s][1]},
+                  second[2] = {(Bytes)means[s][2], (Bytes)means[s][3]};
+            transpose_groups<double>(first);
+            transpose_groups<double>(second);
+#pragma GCC unroll 2
+            for (int j = 0; j < 2; ++j) out[s][j] = (Bytes)settle_nan(narrow_groups((F64)first[j], (F64)second[j]));
+        }
+    }
+    [[gnu::noinline]] void take(const Lanes<double> (&lanes)[kSets], const double* columns, int64_t ready, bool last,
+                                double scale, uint8_t* dst) {
+        if (entered < block) enter(columns, min(block, ready));
+        const int64_t width = lanes[0].width, until = (last ? width : ready - block) / 4 * 4;
+        const F64 by = splat(scale);
+        MeanWalk w = *this;
+        const double* p = columns + block;
+        for (; w.x < until; w.x += 4) {
+            Bytes out[kSets][2];
+            w.move_four(p + w.x, by, out);
+#pragma GCC unroll 2
+            for (int s = 0; s < kSets; ++s) store_results<float, kKept>(lanes[s], dst + w.x * 4, out[s]);
+        }
+        if (last && w.x < width) {
+            Bytes out[kSets][2];
+            w.move_four(p + w.x, by, out);
+            for (int s = 0; s < kSets; ++s) store_results<float, kKept>(lanes[s], dst + w.x * 4, out[s], width - w.x);
+        }
+        *this = w;
+    }
+};
+
+template <bool kKept, int kChannels>
+struct ManyColumns {
+    static constexpr int kSets = kChannels == 1 && 2 * kLanes<double> <= kBandSums ? 2 : 1;
+    static constexpr int kRows = kSets * kLanes<double>, kWalks = kBandSums / kRows;
+    using Walk = MeanWalk<kKept, kChannels, kSets>;
+
+    ManyColumns(const Window& w, F64* memory) : block(w.reach + kChannels), ends_memory(memory) {}
+    static int64_t ends(const Window& w) { return (w.reach + kChannels + 1) * kSets * kWalks; }
+
+    void begin(int64_t count, int64_t dst_stride, int64_t width) {
+        for (int i = 0; i < kWalks; ++i) {
+            F64* ends = ends_memory + i * (block + 1) * kSets;
+            walks[i] = Walk{ends, ends + block * kSets, ends, block};
+            for (int s = 0; s < kSets; ++s) {
+                lanes[i][s].width = width;
+                for (int lane = 0; lane < kLanes<double>; ++lane) {
+                    const int64_t row = i * kRows + s * kLanes<double> + lane;
+                    lanes[i][s].to[lane % 2][lane / 2] = row < count ? row * dst_stride : 0;
                 }
             }
         }
-        for (int s = 0; s < kSets; ++s) {
-            Bytes out[2], *m = means[s];
-            Bytes first[2] = {m[0], m[1]}, second[2] = {m[2], m[3]};
-            transpose_groups<double>(first);
-            transpose_groups<double>(second);
-            for (int j = 0; j < 2; ++j) out[j] = (Bytes)settle_nan(narrow_groups((F64)first[j], (F64)second[j]));
-            if (x + 4 <= width)
-                store_results<float, kKept>(lanes[s], dst + x * 4, out);
-            else
-                store_results<float, kKept>(lanes[s], dst + x * 4, out, width - x);
-        }
     }
-}
+    void take(const double* sums, int64_t ready, bool last, double scale, uint8_t* d, int64_t, int64_t count) {
+        for (int i = 0; i < kWalks && i * kRows < count; ++i)
+            walks[i].take(lanes[i], sums + i * kRows * kSumsPitch, ready, last, scale, d);
+    }
+    int64_t block;
+    F64* ends_memory;
+    Walk walks[kWalks];
+    Lanes<double> lanes[kWalks][kSets];
+};
+
+// ---- A region -----------------------------------------------------------------------------------------------------
 
 constexpr int64_t kFloatsKept = 128 << 10;  // doubles; narrower strips cost more than they save
 
-template <bool kKept, int kChannels>
-Status box_floats(const Window& w, const Allocator& allocator) {
-    constexpr int kSets = kChannels == 1 ? 2 : 1;
-    constexpr int64_t kRows = kSets * kLanes<double>;
-    const bool few = w.columns <= kFewColumns;
-    const int64_t chunk = min(w.rows, kChunk), marks = (w.rows - 1) / kChunk + 1, results = few ? 1 : kRows;
-    const int64_t kept_rows = chunk + marks + 1 + results;
+template <template <bool, int> class Along, bool kKept, int kChannels>
+Status box_floats_along(const Window& w, const Allocator& allocator) {
+    using Means = Along<kKept, kChannels>;
     // A strip ends where a block of columns does, so that sums do not depend on it.
-    const int64_t unit = few ? 192 : w.reach + kChannels;
-    const int64_t strip =
-        strip_width(w.width, max(kFloatsKept / kept_rows - w.reach, w.reach + unit) / unit * unit, unit);
-    const int64_t pitch = (min(strip, w.width) + 2 * w.reach + 64) / 8 * 8;
+    const int64_t kept_rows = ColumnSums::kept_rows(w.rows), block = w.reach + kChannels;
+    const int64_t unit = (192 + block - 1) / block * block;
+    const int64_t fit = kFloatsKept / (kept_rows + 1) - w.reach;
+    const int64_t strip = strip_width(w.width, max(fit, w.reach + unit) / unit * unit, unit);
+    const int64_t pitch = (min(strip, w.width) + w.reach + 15) / 8 * 8;
     const double scale = 1.0 / (double(w.columns) * double(w.rows));
     Scratch scratch(allocator);
-    double* rows = nullptr;
+    double *kept = nullptr, *sums = nullptr;
     F64* ends = nullptr;
-    if (!scratch.carve(
-            [&](auto part) { part(rows, kept_rows * pitch), part(ends, (w.reach + kChannels + 1) * kSets); }))
+    if (!scratch.carve([&](auto part) {
+            part(kept, kept_rows * pitch), part(sums, kBandSums * kSumsPitch), part(ends, Means::ends(w));
+        }))
         return kNoMemory;
-    double* kept_sums = rows + results * pitch;
+    Means means(w, ends);
     for (int64_t x = 0; x < w.width; x += strip) {
-        const int64_t width = min(strip, w.width - x);
-        const ColumnSums columns{w.src + x * 4,
-                                 w.src_stride,
-                                 w.rows,
-                                 width + w.reach,
-                                 kept_sums,
-                                 kept_sums + chunk * pitch,
-                                 kept_sums + (chunk + marks) * pitch,
-                                 pitch};
-        for (int64_t y = 0; y < w.height; y += kRows) {
-            const int64_t count = min(kRows, w.height - y);
+        const int64_t width = min(strip, w.width - x), n = width + w.reach, most = strip_width(n, kRun, 16);
+        ColumnSums columns(w.src + x * 4, w.src_stride, w.rows, n, kept, pitch);
+        for (int64_t y = 0; y < w.height; y += kBandSums, columns.move()) {
+            const int64_t count = min(kBandSums, w.height - y);
             uint8_t* d = w.dst + y * w.dst_stride + x * 4;
-            for (int64_t j = 0; j < count; ++j) {
-                double* sums = rows + (few ? 0 : j) * pitch;
-                columns.row(y + j, sums);
-                if (!few) continue;
-                if (w.columns == 3)
-                    mean_few<kKept, 3>(sums, scale, d + j * w.dst_stride, width, 3, kChannels);
-                else
-                    mean_few<kKept, 0>(sums, scale, d + j * w.dst_stride, width, w.columns, kChannels);
+            means.begin(count, w.dst_stride, width);
+            for (int64_t i = 0, run; i < n; i += run) {
+                run = min(most, n - i);
+                columns.band(y, count, i, run, sums + kCarried, kSumsPitch);
+                // Rows walked along without need give the first one's means.
+                for (int64_t j = count; j < kBandSums; ++j)
+                    memcpy(sums + j * kSumsPitch, sums, kSumsPitch * sizeof(double));
+                means.take(sums + kCarried - i, i + run, i + run == n, scale, d, w.dst_stride, count);
+                if (i + run == n) break;
+                for (int64_t j = 0; j < kBandSums; ++j)
+                    memcpy(sums + j * kSumsPitch, sums + j * kSumsPitch + run, kCarried * sizeof(double));
             }
-            if (few) continue;
-            Lanes<double> lanes[kSets];
-            for (int s = 0; s < kSets; ++s) {
-                // Of fewer rows the first ones once more.
-                const int64_t first = min(int64_t(s) * kLanes<double>, count - 1);
-                lanes[s] = lanes_of<float, double>(min(count - first, int64_t(kLanes<double>)), 1, width, kChannels,
-                                                   pitch, w.dst_stride);
-                for (auto& lane : lanes[s].from)
-                    for (int64_t& from : lane) from += first * pitch * 8;
-                for (auto& lane : lanes[s].to)
-                    for (int64_t& to : lane) to += first * w.dst_stride;
-            }
-            mean_blocks<kKept, kChannels, kSets>(lanes, rows, w.reach + kChannels, scale, ends, d);
         }
     }
     return kOk;
+}
+
+template <bool kKept, int kChannels>
+Status box_floats(const Window& w, const Allocator& allocator) {
+    return w.columns <= kFewColumns ? box_floats_along<FewColumns, kKept, kChannels>(w, allocator)
+                                    : box_floats_along<ManyColumns, kKept, kChannels>(w, allocator);
 }
 
 }  // namespace

@@ -11,8 +11,9 @@
 //
 // box         integers: the mean of the exact sum, the nearest, of two the even one. Floats: the sum in double, times the
 //             reciprocal of the area, rounded to float. NaN and infinities are in the means of exactly the masks that hold
-//             them; all NaN have the same bits. The order of the sum depends on a pixel's place in the region modulo the mask's
-//             size, which shows only where double rounds: where the magnitudes under a mask differ by more than 2^29 / area
+//             them; all NaN have the same bits. The order of the sum depends on the mask's size and a pixel's place in
+//             the region, which shows only where double rounds: where the magnitudes under a mask differ by more than
+//             2^29 / area
 // filter_min, filter_max   floats in the total order of IEEE 754, of NaN too: -NaN < -inf < ... < -0 < +0 < ... < inf < NaN
 //
 // Statuses: kNull, kBadSize (size not positive), kBadArg (a side of the mask not positive, an anchor outside of the mask),
