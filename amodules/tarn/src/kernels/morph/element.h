@@ -6,7 +6,7 @@
 // element whose rows are single runs, each within the next towards a middle (rectangle, ellipse, cross, diamond), is a
 // tower of rectangles: the outermost run's extremes are spread over as many rows as that rectangle is higher than the
 // next one, joined with the next run's, and so on, so that each run is looked up once, however many rows it stands in.
-// Other elements join run by run.
+// Other elements join run by run. A single rectangle is one step, of its own kind.
 #pragma once
 
 #include "kernels/plane/plane.h"
@@ -20,9 +20,11 @@ struct Step {
     int32_t x, row;  // of the first window's left pixel, from the anchor, in the bottom row that it stands for
     int32_t second;  // how far right of it the second one is; 0: there is none
     int32_t rise;
-    int32_t level;  // 2^level pixels; kNoWindow
-    static constexpr int32_t kNoWindow = -1;
+    int32_t level;  // 2^level pixels; kNoWindow; kRectangle: `second` pixels, with `rise` rows above the bottom one
+    static constexpr int32_t kNoWindow = -1, kRectangle = -2;
     bool joins() const { return level != kNoWindow; }
+    bool is_rectangle() const { return level == kRectangle; }
+    int64_t columns() const { return is_rectangle() ? second : second + (int64_t(1) << level); }
 };
 
 struct Run {
@@ -47,6 +49,12 @@ public:
     template <class Add>
     void plan(Add add) const {
         const bool tower = is_tower();
+        if (is_rectangle()) {
+            const Run r = run(top_);
+            const int64_t above = bottom_ - 1 - top_;
+            add(Step{int32_t(r.first), int32_t(bottom_ - 1), int32_t(r.count), int32_t(above), Step::kRectangle});
+            return;
+        }
         // Which windows are worth tables.
         int64_t wanted[kLevels + 1] = {};
         if (tower)
@@ -105,6 +113,12 @@ private:
             before = r;
         }
         return peel([](Run, int64_t, int64_t) {});
+    }
+
+    bool is_rectangle() const {
+        for (int64_t y = top_; y < bottom_; ++y)
+            if (const Run r = run(y); !(r == run(top_)) || run(y, r.end()).count) return false;
+        return top_ < bottom_;
     }
 
     template <class Add>

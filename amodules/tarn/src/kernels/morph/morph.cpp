@@ -1,6 +1,6 @@
 // Morphology by the plans of states. An operation of two passes runs them strip by strip: the second one takes its rows
 // from a band of the first one's results as it comes to them, so that no more than a band of a strip stands between.
-#include "kernels/morph/rows.h"
+#include "kernels/morph/rect.h"
 
 namespace tarn::k::TARN_LEVEL {
 namespace {
@@ -25,7 +25,7 @@ struct Call {
           channels(channels),
           elements(size.width * channels),
           height(size.height),
-          picture{src, src_stride, size.width, channels},
+          picture{src, src_stride, size.width, channels, kRowsAhead},
           dst(static_cast<uint8_t*>(dst)),
           dst_stride(dst_stride),
           size(size) {
@@ -50,17 +50,96 @@ struct Call {
         for (int64_t y = 0; y < height; y += kBand) f(y, band_rows(y));
     }
     int64_t band_rows(int64_t y) const { return round_up(min(kBand, height - y), kBlock); }
+    uint8_t* at(int64_t x, int64_t y) const { return dst + y * dst_stride + x * int64_t(sizeof(T)); }
     // Where a block's part of the destination is, of which strip it is of.
     Place<T> place(int64_t strip, int64_t width, int64_t x, int64_t y) const {
-        return {dst + y * dst_stride + (strip + x) * int64_t(sizeof(T)), dst_stride,
-                min(width * int64_t(sizeof(T)), kVector), min(kBlock, height - y)};
+        return {at(strip + x, y), dst_stride, min(width * int64_t(sizeof(T)), kVector), min(kBlock, height - y)};
     }
 };
+
+// What is stored of two passes' results.
+enum class Last { result, source_less_result, result_less_source };
+
+// d := d less s, or s less d.
+template <class T>
+void subtract_row(uint8_t* d, const uint8_t* s, int64_t width, bool s_less) {
+    using V = Vec<typename Ordered<T>::E>;
+    each_vector(width * int64_t(sizeof(T)), [=](auto io, int64_t i) {
+        const V a = io.template load<V>(d + i), b = io.template load<V>(s + i);
+        io.store(d + i, s_less ? less(b, a) : less(a, b));
+    });
+}
+
+// Rectangles: the same operations by the rectangle's own pass.
+template <class T>
+HeldRows image_rows(const Call<T>& call, int64_t x) {
+    return {call.picture.at(0) + x * int64_t(sizeof(T)), call.picture.stride, 0, call.height, 0, 0};
+}
+template <class Op, class T>
+Status one_rect(const Call<T>& call) {
+    RectPass<Op, T> pass(call.state, call.channels, call.size);
+    call.each_strip([&](int64_t x, int64_t width) {
+        const HeldRows source = image_rows(call, pass.reads(x, width).first);
+        for (int64_t y = 0; y < call.height; y += pass.rows())
+            pass.block(source, x, width, y, min(pass.rows(), call.height - y), call.at(x, y), call.dst_stride,
+                       [](uint8_t*, int64_t) {});
+    });
+    return kOk;
+}
+// The second pass is a block behind the first one, at the rows that end with the first one's: so it needs two blocks.
+template <class First, class Second, class T>
+Status two_rects(const Call<T>& call, Last last) {
+    RectPass<First, T> first(call.state, call.channels, call.size);
+    RectPass<Second, T> second(call.state, call.channels, call.size);
+    const int64_t rows = first.rows(), pitch = call.state.layout.pitch;
+    uint8_t* results = call.state.layout.results(call.state.scratch);
+    call.each_strip([&](int64_t x, int64_t width) {
+        const Columns made = second.reads(x, width);
+        const int64_t made_width = made.end - made.first;
+        const HeldRows source = image_rows(call, first.reads(made.first, made_width).first);
+        HeldRows held{results, pitch, 0, call.height, 0, 2 * rows};
+        int64_t next = 0;  // row of the first pass
+        for (int64_t y = -second.bottom() % rows - rows; y < call.height; y += rows) {
+            const int64_t from = max<int64_t>(y, 0), count = min(y + rows, call.height) - from;
+            if (count <= 0) continue;
+            for (; next <= clamp<int64_t>(y + rows - 1 + second.bottom(), 0, call.height - 1); next += rows) {
+                first.block(source, made.first, made_width, next, min(rows, call.height - next),
+                            results + next / rows % 2 * rows * pitch, pitch, [](uint8_t*, int64_t) {});
+                held.base = next - next / rows % 2 * rows;
+            }
+            second.block(held, x, width, from, count, call.at(x, from), call.dst_stride, [&](uint8_t* d, int64_t j) {
+                if (last == Last::result) return;
+                const uint8_t* pixels = call.picture.at(from + j) + x * int64_t(sizeof(T));
+                subtract_row<T>(d, pixels, width, last == Last::source_less_result);
+            });
+        }
+    });
+    return kOk;
+}
+template <class T>
+Status both_rects(const Call<T>& call) {
+    RectPass<Erosion, T> least(call.state, call.channels, call.size);
+    RectPass<Dilation, T> most(call.state, call.channels, call.size);
+    const int64_t rows = least.rows(), pitch = call.state.layout.pitch;
+    uint8_t* results = call.state.layout.results(call.state.scratch);
+    call.each_strip([&](int64_t x, int64_t width) {
+        const HeldRows below = image_rows(call, least.reads(x, width).first);
+        const HeldRows above = image_rows(call, most.reads(x, width).first);
+        for (int64_t y = 0; y < call.height; y += rows) {
+            const int64_t count = min(rows, call.height - y);
+            least.block(below, x, width, y, count, results, pitch, [](uint8_t*, int64_t) {});
+            most.block(above, x, width, y, count, call.at(x, y), call.dst_stride,
+                       [&](uint8_t* d, int64_t j) { subtract_row<T>(d, results + j * pitch, width, false); });
+        }
+    });
+    return kOk;
+}
 
 template <class Op, class T>
 [[gnu::noinline]] Status one_pass(const Call<T>& call) {
     using V = typename Call<T>::V;
     if (call.status) return call.status;
+    if (call.state.extent.rectangle) return one_rect<Op>(call);
     auto pass = call.template pass<Op>(0);
     call.each_strip([&](int64_t strip, int64_t width) {
         const auto sink = [&](const Block<V>& u, int64_t x, int64_t y) { call.place(strip, width, x, y).store(u); };
@@ -70,14 +149,12 @@ template <class Op, class T>
     return kOk;
 }
 
-// What is stored of two passes' results.
-enum class Last { result, source_less_result, result_less_source };
-
 template <class First, class Second, class T>
 [[gnu::noinline]] Status two_passes(const Call<T>& call, Last last) {
     using E = typename Call<T>::E;
     using V = typename Call<T>::V;
     if (call.status) return call.status;
+    if (call.state.extent.rectangle) return two_rects<First, Second>(call, last);
     auto first = call.template pass<First>(0);
     auto second = call.template pass<Second>(1);
     const Layout& layout = call.state.layout;
@@ -86,7 +163,7 @@ template <class First, class Second, class T>
         // The first pass's strip: of what the second one reads, what lies in the region, and a pixel at least.
         const int64_t from = clamp<int64_t>(second.reads_from(strip), 0, call.elements - call.channels);
         const int64_t end = clamp<int64_t>(second.reads_to(strip + width), from + call.channels, call.elements);
-        const Picture<E> made{results, layout.pitch, (end - from) / call.channels, call.channels};
+        const Picture<E> made{results, layout.pitch, (end - from) / call.channels, call.channels, 0};
         int64_t next = 0;
         const auto keep = [&](const Block<V>& u, int64_t x, int64_t y) {
             uint8_t* to = results + y % kBand * layout.pitch + x * int64_t(sizeof(E));
@@ -117,6 +194,7 @@ template <class T>
 [[gnu::noinline]] Status both_passes(const Call<T>& call) {
     using V = typename Call<T>::V;
     if (call.status) return call.status;
+    if (call.state.extent.rectangle) return both_rects(call);
     auto least = call.template pass<Erosion>(0);
     auto most = call.template pass<Dilation>(1);
     const int64_t pitch = call.state.layout.pitch;

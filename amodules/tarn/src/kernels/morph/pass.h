@@ -3,23 +3,11 @@
 // all of the plan's steps. What a step hands to the rows below it stays from block to block in the column's history.
 #pragma once
 
+#include "kernels/filter/extreme.h"
 #include "kernels/morph/state.h"
 
 namespace tarn::k::TARN_LEVEL {
 namespace {
-
-// Elements as they are compared. Floats as integers, which order them as IEEE 754's total order does.
-template <class S>
-struct Ordered {
-    using E = S;
-    static Vec<E> of(Vec<E> v) { return v; }
-};
-template <>
-struct Ordered<float> {
-    using E = int32_t;
-    // Its own inverse: below zero the larger magnitude is the smaller integer.
-    static S32 of(S32 v) { return v ^ ((v >> 31) & splat(INT32_MAX)); }
-};
 
 struct Erosion {
     static constexpr bool kReflected = false;

@@ -8,11 +8,13 @@
 namespace tarn::k::TARN_LEVEL {
 namespace {
 
+constexpr int64_t kRowsAhead = 2, kStoreAhead = 256;
+
 // Rows of an image, in the order that they are compared in, and beyond its edges.
 template <class T>
 struct Picture {
     const void* src;
-    int64_t stride, width, channels;
+    int64_t stride, width, channels, ahead;  // rows on that are fetched meanwhile
 
     const uint8_t* at(int64_t y) const { return static_cast<const uint8_t*>(src) + y * stride; }
     // Row y from element x on.
@@ -20,6 +22,10 @@ struct Picture {
     void operator()(int64_t y, int64_t x, int64_t count, E* to) const {
         replicate_row(reinterpret_cast<const T*>(at(y)), width, int(channels), x / channels, count / channels,
                       reinterpret_cast<T*>(to));
+        if (ahead) {
+            const uint8_t* next = at(y + ahead) + x * int64_t(sizeof(T));
+            for (int64_t i = 0; i < count * int64_t(sizeof(T)); i += kLine) __builtin_prefetch(next + i);
+        }
         if constexpr (!__is_same(T, E))
             for (int64_t i = 0; i < count; i += kLanes<E>) store(to + i, Ordered<T>::of(load<Vec<E>>(to + i)));
     }
@@ -51,7 +57,10 @@ private:
     template <class F>
     [[gnu::always_inline]] void each(F f) const {
         if (n == kVector && rows == kBlock) {
-            for (int i = 0; i < kBlock; ++i) f(Whole{}, i);
+            for (int i = 0; i < kBlock; ++i) {
+                f(Whole{}, i);
+                if constexpr (sizeof(T) > 1) __builtin_prefetch(d + i * stride + kStoreAhead, 1);
+            }
         } else {
             for (int i = 0; i < rows; ++i) f(Part{n}, i);
         }

@@ -16,6 +16,7 @@ constexpr int64_t kLine = 64;                 // bytes: what scratch is aligned 
 constexpr int64_t kNear = 4;                  // the largest rise that stays in registers
 constexpr int64_t kScratchBytes = 160 << 10;  // of a strip, for the second-level cache
 constexpr int64_t kStripMost = 4032, kStripLeast = 384, kStripUnit = 192;  // elements
+constexpr int64_t kRectMost = 8064, kRectLeast = 576;                      // of strips of rectangles
 
 template <class I>
 inline I round_up(I n, int64_t unit) {
@@ -29,6 +30,7 @@ struct Extent {
     int64_t lowest = INT64_MIN, highest = INT64_MAX;    // bottom rows of the windows
     int64_t low_top = INT64_MIN, high_top = INT64_MAX;  // their top rows, from the plan's whole rise on
     uint64_t levels = 0;
+    bool rectangle = false;
 
     // A step's rows kept from block to block: those of a far rise go round in a ring, behind the place where it is.
     static int64_t history_of(int64_t rise) { return rise <= kNear ? rise : round_up(rise, kBlock) + kBlock + 1; }
@@ -37,9 +39,12 @@ struct Extent {
         risen += s.rise;
         history += history_of(s.rise);
         if (!s.joins()) return;
-        levels |= uint64_t(1) << s.level;
+        if (s.is_rectangle())
+            rectangle = true;
+        else
+            levels |= uint64_t(1) << s.level;
         left = min<int64_t>(left, s.x);
-        right = max(right, int64_t(s.x) + s.second + (int64_t(1) << s.level));
+        right = max(right, int64_t(s.x) + s.columns());
         lowest = max<int64_t>(lowest, s.row);
         highest = min<int64_t>(highest, s.row);
         low_top = max(low_top, s.row + risen);
@@ -66,6 +71,10 @@ struct Layout {
     Layout() = default;
     // passes: 1 or 2; the second works on the first one's results.
     Layout(const Extent& e, int64_t width, int64_t channels, int64_t element_bytes, int64_t passes) {
+        if (e.rectangle) {
+            of_rectangle(e, width, channels, element_bytes, passes);
+            return;
+        }
         constexpr int64_t kMostSteps = int64_t(1) << 48;
         if (e.steps > kMostSteps || e.risen > INT32_MAX || e.history > kMostSteps) return;
         const int64_t reach = (e.columns() - 1) * channels, elements = width * channels;
@@ -88,6 +97,22 @@ struct Layout {
     }
     // A band of the first pass's results, in the scratch.
     uint8_t* results(uint8_t* scratch) const { return scratch + pass - results_bytes; }
+
+private:
+    // A block as high as the rectangle, and of two passes two such blocks of the first one's results.
+    void of_rectangle(const Extent& e, int64_t width, int64_t channels, int64_t element_bytes, int64_t passes) {
+        const int64_t reach = min(e.columns() - 1, 2 * (width - 1)) * channels, elements = width * channels;
+        rows = e.risen + 1;
+        const int64_t fit = kScratchBytes / (element_bytes * rows * (2 * passes - 1)) - reach;
+        const int64_t most = max(min(fit, kRectMost), max(min(reach, kStripMost), kRectLeast));
+        strip = min(strip_width(elements, most / kStripUnit * kStripUnit, kStripUnit), elements);
+        pitch = round_up((strip + passes * reach) * element_bytes, kLine) + 5 * kLine;
+        if (double(3 * rows) * double(pitch) > 0x1p60) return;
+        tables_bytes = rows * pitch;
+        results_bytes = passes > 1 ? 2 * rows * pitch : 0;
+        pass = tables_bytes + results_bytes;
+        all = round_up(int64_t(sizeof(MorphHeader) + sizeof(Step)), kLine) + kLine + pass;
+    }
 };
 
 // A hash of the state's bytes between the check and the scratch.
@@ -134,8 +159,8 @@ struct State {
         for (uint64_t i = 0; i < h.steps; ++i) {
             Step s;
             memcpy(&s, steps + i * sizeof s, sizeof s);
-            if (s.rise < 0 || s.second < 0 || s.level < Step::kNoWindow || s.level > kLevels) return false;
-            if (i == 0 && (s.rise || !s.joins())) return false;
+            if (s.rise < 0 || s.second < 0 || s.level < Step::kRectangle || s.level > kLevels) return false;
+            if (s.is_rectangle() ? h.steps > 1 || !s.second : i == 0 && (s.rise || !s.joins())) return false;
             extent.add(s);
         }
         const uintptr_t end = reinterpret_cast<uintptr_t>(steps + h.steps * sizeof(Step));
