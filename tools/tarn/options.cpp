@@ -1,7 +1,5 @@
 #include "options.h"
 
-#include <limits>
-
 #include <cerrno>
 #include <cmath>
 #include <iostream>
@@ -26,6 +24,18 @@ std::vector<std::string> split_at(const std::string& text, char separator) {
 [[noreturn]] void wrong_count(const std::string& text, const std::string& option, size_t found, size_t count) {
     usage(option, "'" + text + "' holds " + std::to_string(found) + " numbers, not " + std::to_string(count),
           "separate them by commas without spaces");
+}
+
+// A value as operations take it, which is a float: one that would be cut or rounded is refused.
+float pixel_value(double value, const std::string& option, Sample sample) {
+    if (sample != Sample::f32) value = std::floor(value);
+    require_value(value, limits(sample), sample, option);
+    if (sample == Sample::u16) value -= kOffset16;
+    const float taken = float(value);
+    if (sample != Sample::f32 && double(taken) != value)
+        fail(option, number_text(value) + " has more digits than the operation, which takes floats, can tell apart",
+             "give a multiple of 128, or one between -16777216 and 16777216");
+    return taken;
 }
 }  // namespace
 
@@ -108,18 +118,6 @@ void require_value(double value, Limits limits, Sample sample, const std::string
     if (value >= limits.low && value <= limits.high) return;
     fail(option, number_text(value) + " is not among the values of " + sample_name(sample) + " samples",
          "give " + number_text(limits.low) + " to " + number_text(limits.high) + other);
-}
-
-// A value as operations take it, which is a float: one that would be cut or rounded is refused.
-static float pixel_value(double value, const std::string& option, Sample sample) {
-    if (sample != Sample::f32) value = std::floor(value);
-    require_value(value, limits(sample), sample, option);
-    if (sample == Sample::u16) value -= kOffset16;
-    const float taken = float(value);
-    if (sample != Sample::f32 && double(taken) != value)
-        fail(option, number_text(value) + " has more digits than the operation, which takes floats, can tell apart",
-             "give a multiple of 128, or one between -16777216 and 16777216");
-    return taken;
 }
 
 std::vector<float> parse_pixel(const std::string& text, const std::string& option, const Shape& shape) {
