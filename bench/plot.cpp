@@ -10,10 +10,14 @@ namespace {
 
 constexpr double kWidth = 960, kHeight = 560, kLeft = 70, kRight = 210, kTop = 50, kBottom = 60;
 
-// A logarithmic axis: values from low to high at pixels from begin to end.
+// An axis: values from low to high at pixels from begin to end.
 struct Axis {
     double low, high, begin, end;
-    double at(double v) const { return begin + (end - begin) * std::log(v / low) / std::log(high / low); }
+    bool logarithmic = true;
+    double at(double v) const {
+        const double part = logarithmic ? std::log(v / low) / std::log(high / low) : (v - low) / (high - low);
+        return begin + (end - begin) * part;
+    }
 };
 
 std::string text(double x, double y, const std::string& anchor, const std::string& what, const char* more = "") {
@@ -33,12 +37,12 @@ std::string figure(double v) {
 }  // namespace
 
 void write_plot(const std::string& file, const std::string& title, const std::string& x_axis, const std::string& y_axis,
-                const std::vector<Series>& series) {
+                const std::vector<Series>& series, bool logarithmic_x) {
     double least = 1e300, most = 0;
     for (const Series& s : series)
         for (const auto& [x, y] : s.points) least = std::min(least, y), most = std::max(most, y);
     const auto& ticks = series.front().points;
-    const Axis x{ticks.front().first, ticks.back().first, kLeft, kWidth - kRight};
+    const Axis x{ticks.front().first, ticks.back().first, kLeft, kWidth - kRight, logarithmic_x};
     const Axis y{least / 1.3, most * 1.3, kHeight - kBottom, kTop};
 
     std::ofstream out(file);

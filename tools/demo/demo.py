@@ -55,6 +55,7 @@ th, td { padding: .35rem .9rem; border-bottom: 1px solid var(--line); text-align
 footer { margin-top: 3rem; border-top: 1px solid var(--line); padding-top: .8rem; color: var(--soft); font-size: .88rem; }
 """
 MODES = ("nearest", "linear", "cubic", "lanczos")
+WARP_MODES = MODES[:2]
 VIEWS = {"fit": "picture", "true": "picture true", "fill": "picture fill"}
 
 
@@ -63,7 +64,7 @@ class Demo:
 
     def __init__(self, tarn, samples, out):
         self.tarn, self.samples, self.out = os.path.abspath(tarn), os.path.abspath(samples), os.path.abspath(out)
-        self.body, self.calls = [], 0
+        self.body, self.calls, self.page = [], 0, None
 
     def run(self, *arguments):
         done = subprocess.run([self.tarn, *arguments], cwd=self.out, capture_output=True, text=True)
@@ -175,6 +176,45 @@ def resize_section(demo):
     demo.table(["call"] + list(MODES), table)
 
 
+def warp_section(demo):
+    demo.section("warps", "Warps", "tarn::warp-affine turns, scales, shears and shifts in one step; tarn::warp-affine-quad is told where the "
+                 "corners go. Each pixel of the result is taken from its exact place in the picture; where there is none the background stays.")
+
+    def shown(source, out, title, size, *arguments, view="fit"):
+        arguments = [*arguments[:1], source, "-o", out, *arguments[1:]]
+        return demo.figure(out, title, size, demo.picture(*arguments), " ".join(arguments), view)
+
+    coffee, horse = demo.sample("coffee.png"), demo.sample("horse.png")
+    demo.heading("Coffee turned by 17 degrees", "In each interpolation mode, as large as it must be to hold the whole picture.")
+    demo.figures([demo.figure(coffee, "input", "600 × 400", source=True)] + [
+        shown(coffee, f"coffee-turned-{mode}.png", mode, "690 × 557", "warp-affine", "--rotate", "17", "--fit", "--background", "255",
+              "--interpolation", mode) for mode in WARP_MODES])
+    demo.heading("A part of it, enlarged six times as it is turned", "Steps, slopes, and the sharper edges of the wider kernels.")
+    demo.figures([shown(coffee, f"coffee-turned-detail-{mode}.png", mode, "224 × 210", "warp-affine", "--matrix",
+                        "5.738,1.754,-2213,-1.754,5.738,-736", "--size", "224x210", "--interpolation", mode, view="true")
+                  for mode in WARP_MODES])
+    demo.heading("Transparency, quarter turns, shears", "Alpha is warped by itself, and is 0 where there is nothing; quarter turns are exact.")
+    demo.figures([shown(horse, "horse-turned.png", "20 degrees", "487 × 444", "warp-affine", "--rotate", "20", "--fit"),
+                  shown(horse, "horse-quarter.png", "90 degrees", "328 × 400", "warp-affine", "--rotate", "90", "--fit"),
+                  shown(horse, "horse-sheared.png", "sheared", "530 × 328", "warp-affine", "--matrix", "1,-0.4,0,0,1,0", "--fit"),
+                  shown(horse, "horse-flipped.png", "flipped", "400 × 328", "warp-affine", "--matrix", "-1,0,399,0,1,0")])
+
+    width, height = make_page(demo)
+    a, b, tx, c, d, ty = skew = (.86, -.19, 110, .21, .93, 22)
+    corners = [round(v, 2) for x, y in ((2, 2), (width - 3, 2), (width - 3, height - 3), (2, height - 3))
+               for v in (a * x + b * y + tx, c * x + d * y + ty)]
+    size = f"{width}x{height}"
+    demo.heading("A page straightened", "A page lies askew in a scan; the corners of what is to be seen are given, and the result is that alone, "
+                 "ready for a threshold.")
+    demo.figures([demo.figure("page.png", "the page", f"{width} × {height}", source=True),
+                  shown("page.png", "page-askew.png", "as it was scanned", "720 × 600", "warp-affine", "--matrix", ",".join(map(str, skew)), "--size",
+                        "720x600", "--background", "40"),
+                  shown("page-askew.png", "page-straight.png", "straightened", f"{width} × {height}", "warp-affine-quad", "--from",
+                        ",".join(map(str, corners)), "--size", size),
+                  shown("page-straight.png", "page-straight-black.png", "and its threshold", f"{width} × {height}", "threshold", "--method",
+                        "adaptive", "--size", "31x31", "--offset", "-12")])
+
+
 def filter_section(demo):
     demo.section("filters", "Filters and borders", "tarn::filter makes each pixel the mean, minimum, maximum or median of those under a mask "
                  "of any size; tarn::copymkb puts a border around a picture.")
@@ -248,15 +288,22 @@ def uneven_page(digits, columns, rows, scale):
     return width, bytes(pixels)
 
 
+def make_page(demo):
+    """Writes page.png, unless it is there; returns its size."""
+    if not demo.page:
+        digits = read_matrix(os.path.join(demo.samples, "digits", "test.npy"))
+        most = max(max(d) for d in digits)
+        width, pixels = uneven_page([[v / most for v in d] for d in digits], 16, 8, 4)
+        with open(os.path.join(demo.out, "page.png"), "wb") as file:
+            file.write(grey_png(width, pixels))
+        demo.page = width, len(pixels) // width
+    return demo.page
+
+
 def threshold_section(demo):
     demo.section("threshold", "Thresholds", "tarn::threshold makes a picture black and white: by one value, by the histogram (Otsu), or each "
                  "pixel by its surroundings.")
-    digits = read_matrix(os.path.join(demo.samples, "digits", "test.npy"))
-    most = max(max(d) for d in digits)
-    width, pixels = uneven_page([[v / most for v in d] for d in digits], 16, 8, 4)
-    size = f"{width} × {len(pixels) // width}"
-    with open(os.path.join(demo.out, "page.png"), "wb") as file:
-        file.write(grey_png(width, pixels))
+    size = "{} × {}".format(*make_page(demo))
 
     def row(source, size, *ways):
         figures = [demo.figure(source, "input", size, source=True)]
@@ -456,6 +503,7 @@ def contour_section(demo):
 
 SECTIONS = [
     ("resize", "Resampling", resize_section),
+    ("warps", "Warps", warp_section),
     ("values", "Values", values_section),
     ("filters", "Filters and borders", filter_section),
     ("threshold", "Thresholds", threshold_section),

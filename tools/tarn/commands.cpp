@@ -81,6 +81,15 @@ constexpr Command kCommands[] = {
      "destination, source, region (null: all), value range lo and hi (null: none),\n"
      "  interpolation code (3 nearest, 4 linear, 5 cubic, 6 lanczos)",
      "tarn scale-resize photo.jpg -o small.png --size 320x200 --interpolation cubic", setup_scale_resize},
+    {"warp-affine", "tarn::warp-affine", "turn, scale, shear and shift a picture by an affine warp",
+     "destination, source, warp (a, b, tx, c, d, ty),\n"
+     "  interpolation code (3 nearest, 4 linear, 5 cubic, 6 lanczos)",
+     "tarn warp-affine photo.jpg -o turned.png --rotate 12.5 --fit --background 255", setup_warp_affine},
+    {"warp-affine-quad", "tarn::warp-affine-quad", "warp a picture by where its corners go",
+     "destination, source, corners in the source (null: its own), corners in the destination (null: its own),\n"
+     "  interpolation code (3 nearest, 4 linear, 5 cubic, 6 lanczos)",
+     "tarn warp-affine-quad scan.png -o page.png --from 31,12,590,48,566,410,7,374 --size 600x400",
+     setup_warp_affine_quad},
     {"copymkb", "tarn::copymkb", "put a border around a picture, of its edge pixels or a constant",
      "destination, source (null: destination), kind (3 constant, 4 replicate),\n"
      "  border (left, top, right, bottom, values; null: copy)",
@@ -113,8 +122,6 @@ struct Summary {
 constexpr Summary kSummaries[] = {
     {"init-once", "choose the processor level; called once by the host"},
     {"fini-once", "end of use; does nothing"},
-    {"tarn::warp-affine", "warp by an affine transform"},
-    {"tarn::warp-affine-quad", "warp a quadrilateral to another"},
     {"tarn::copy-transform", "copy between layouts, types, colours and value ranges"},
     {"tarn::initmorphstate", "prepare the state of a morphology operation"},
 };

@@ -54,6 +54,9 @@ Run setup_avgarith_n(CLI::App& app);
 Run setup_neuronet(CLI::App& app);
 // geometry.cpp
 Run setup_scale_resize(CLI::App& app);
+// warps.cpp
+Run setup_warp_affine(CLI::App& app);
+Run setup_warp_affine_quad(CLI::App& app);
 // filters.cpp
 Run setup_copymkb(CLI::App& app);
 Run setup_filter(CLI::App& app);

@@ -1,6 +1,5 @@
 // Commands of borders and rectangular filters. Alpha is worked on by itself, as one more channel.
 #include <algorithm>
-#include <cmath>
 
 #include "commands.h"
 #include "error.h"
@@ -17,39 +16,6 @@ struct Copymkb {
     std::string border, kind = "replicate", values;
 };
 
-// A value of the border as the operation takes it, which is a float: one that would be cut or rounded is refused.
-float border_value(double value, Sample sample) {
-    if (sample != Sample::f32) value = std::floor(value);
-    require_value(value, limits(sample), sample, "--value");
-    if (sample == Sample::u16) value -= kOffset16;
-    const float taken = float(value);
-    if (sample != Sample::f32 && double(taken) != value)
-        fail("--value", number_text(value) + " has more digits than the operation, which takes floats, can tell apart",
-             "give a multiple of 128, or one between -16777216 and 16777216");
-    return taken;
-}
-
-// The border's value for each channel, alpha last.
-std::vector<float> border_values(const std::string& text, const Image& image) {
-    const int channels = image.shape.channels, colours = channels - image.has_alpha();
-    std::vector<double> values = parse_numbers(text, "--value");
-    if (values.size() != size_t(channels)) {
-        values = parse_per_channel(text, "--value", colours);
-        if (image.has_alpha()) {
-            const double full = opaque(image.shape.sample);
-            if (!full)
-                fail("--value",
-                     std::string("is missing for alpha, and opaque is no known value of ") +
-                         sample_name(image.shape.sample) + " samples",
-                     "give one for each colour channel and one for alpha");
-            values.push_back(full);
-        }
-    }
-    std::vector<float> taken;
-    for (const double value : values) taken.push_back(border_value(value, image.shape.sample));
-    return taken;
-}
-
 void run_copymkb(const Copymkb& options) {
     const Files& files = options.files;
     const auto widths = parse_integers(options.border, "--border", 4, -1, INT32_MAX);
@@ -64,8 +30,8 @@ void run_copymkb(const Copymkb& options) {
     const Image source = read_input(files);
     require_samples(source, files.inputs[0], "copymkb",
                     {Sample::u8, Sample::u16, Sample::s16, Sample::s32, Sample::f32});
-    const auto values =
-        constant ? border_values(options.values.empty() ? "0" : options.values, source) : std::vector<float>(4);
+    const auto values = constant ? parse_pixel(options.values.empty() ? "0" : options.values, "--value", source.shape)
+                                 : std::vector<float>(4);
     Shape shape = source.shape;
     shape.width += widths[0] + (widths[2] < 0 ? widths[0] : widths[2]);
     shape.height += widths[1] + (widths[3] < 0 ? widths[1] : widths[3]);

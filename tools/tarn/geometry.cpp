@@ -28,11 +28,8 @@ void run_scale_resize(const ScaleResize& options) {
     const double factor = options.scale.empty() ? 1 : parse_number(options.scale, "--scale");
     if (factor <= 0) usage("--scale", "'" + options.scale + "' is not above 0", "give a factor such as 0.5");
     const PixelSize fixed = options.size.empty() ? PixelSize{} : parse_size(options.size, "--size");
-    const uint32_t interpolation =
-        TARN_NEAREST + static_cast<uint32_t>(parse_word(options.interpolation, "--interpolation",
-                                                        {"nearest", "linear", "cubic", "lanczos"}));
-    constexpr Sample kDepths[] = {Sample::u8, Sample::s16, Sample::f32};
-    const size_t depth = parse_word(options.depth, "--depth", {"same", "u8", "s16", "f32"});
+    const uint32_t interpolation = parse_interpolation(options.interpolation);
+    const std::optional<Sample> depth = parse_depth(options.depth);
     uint32_t range[2] = {};
     if (!options.value_range.empty()) {
         const auto ends = parse_numbers(options.value_range, "--value-range", 2);
@@ -46,7 +43,7 @@ void run_scale_resize(const ScaleResize& options) {
     Shape shape = source.shape;
     shape.width = options.size.empty() ? scaled(region.right - region.left, factor) : fixed.width;
     shape.height = options.size.empty() ? scaled(region.bottom - region.top, factor) : fixed.height;
-    if (depth) shape.sample = kDepths[depth - 1];
+    if (depth) shape.sample = *depth;
     if (shape.sample == Sample::s16 || shape.sample == Sample::f32) shape.white_is_zero = false;
     out.check(shape);
 

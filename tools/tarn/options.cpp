@@ -1,10 +1,9 @@
 #include "options.h"
 
-#include <limits>
-
 #include <cerrno>
 #include <cmath>
 #include <iostream>
+#include <limits>
 
 #include "error.h"
 #include "progress.h"
@@ -25,6 +24,18 @@ std::vector<std::string> split_at(const std::string& text, char separator) {
 [[noreturn]] void wrong_count(const std::string& text, const std::string& option, size_t found, size_t count) {
     usage(option, "'" + text + "' holds " + std::to_string(found) + " numbers, not " + std::to_string(count),
           "separate them by commas without spaces");
+}
+
+// A value as operations take it, which is a float: one that would be cut or rounded is refused.
+float pixel_value(double value, const std::string& option, Sample sample) {
+    if (sample != Sample::f32) value = std::floor(value);
+    require_value(value, limits(sample), sample, option);
+    if (sample == Sample::u16) value -= kOffset16;
+    const float taken = float(value);
+    if (sample != Sample::f32 && double(taken) != value)
+        fail(option, number_text(value) + " has more digits than the operation, which takes floats, can tell apart",
+             "give a multiple of 128, or one between -16777216 and 16777216");
+    return taken;
 }
 }  // namespace
 
@@ -109,6 +120,27 @@ void require_value(double value, Limits limits, Sample sample, const std::string
          "give " + number_text(limits.low) + " to " + number_text(limits.high) + other);
 }
 
+std::vector<float> parse_pixel(const std::string& text, const std::string& option, const Shape& shape) {
+    const bool alpha = shape.channels == 2 || shape.channels == 4;
+    const int channels = shape.channels, colours = channels - alpha;
+    std::vector<double> values = parse_numbers(text, option);
+    if (values.size() != size_t(channels)) {
+        values = parse_per_channel(text, option, colours);
+        if (alpha) {
+            const double full = opaque(shape.sample);
+            if (!full)
+                fail(option,
+                     std::string("is missing for alpha, and opaque is no known value of ") + sample_name(shape.sample) +
+                         " samples",
+                     "give one for each colour channel and one for alpha");
+            values.push_back(full);
+        }
+    }
+    std::vector<float> taken;
+    for (const double value : values) taken.push_back(pixel_value(value, option, shape.sample));
+    return taken;
+}
+
 PixelSize parse_size(const std::string& text, const std::string& option) {
     const auto parts = split_at(text, 'x');
     if (parts.size() != 2) usage(option, "'" + text + "' is not a size", "give WIDTHxHEIGHT such as 640x480");
@@ -138,6 +170,15 @@ size_t parse_word(const std::string& text, const std::string& option, const std:
         all += (i ? i + 1 == words.size() ? " or " : ", " : "") + words[i];
     }
     usage(option, "'" + text + "' is not known", "give " + all);
+}
+
+uint32_t parse_interpolation(const std::string& text) {
+    return TARN_NEAREST + uint32_t(parse_word(text, "--interpolation", {"nearest", "linear", "cubic", "lanczos"}));
+}
+
+std::optional<Sample> parse_depth(const std::string& text) {
+    constexpr std::optional<Sample> kDepths[] = {{}, Sample::u8, Sample::s16, Sample::f32};
+    return kDepths[parse_word(text, "--depth", {"same", "u8", "s16", "f32"})];
 }
 
 void add_inputs(CLI::App& app, Files& files, size_t least, size_t most) {

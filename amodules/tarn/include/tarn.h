@@ -118,6 +118,39 @@ typedef int64_t (*TarnArithN)(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* ds
 typedef int64_t (*TarnScaleResize)(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* dst, const LumoMAT* src,
                                    const LumoRECT* region, const uint32_t* value_range, uint32_t interpolation);
 
+/* "tarn::warp-affine": dst's pixels become those of src at the places that the warp carries onto them. Pixel centres
+ * have whole coordinates; a pixel whose place lies outside of the outermost centres of src by more than 2^-20 stays as
+ * it is.
+ *   src            must not overlap dst. Has as many channels as dst or more; its elements are taken for pixels of as
+ *                  many
+ *   warp           from src to dst
+ *   interpolation  TARN_NEAREST, ...
+ * Places are computed in double and to 2^-32 of a pixel. Interpolation sees the edge of src repeated beyond it. Alpha
+ * is not looked at; the fourth channel of dst stays. Two channels: pairs of pixels are what the warp counts.
+ * Kinds u8, s16, f32, any pair of them; a source of another kind (s32 too) is converted before it is warped, the part
+ * of it that lands in dst with 8 pixels around it. Returns 1; 0 when nothing of src lands in dst, or src has a width or
+ * height of 0; or -1 with an error value: QUEL_E_TYPE (types, sizes or interpolation not supported, a warp that is
+ * singular or not finite). A temporary that can't be had makes no error value but marks the error context. */
+typedef int64_t (*TarnWarpAffine)(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* dst, const LumoMAT* src,
+                                  const LumoAWARP* warp, uint32_t interpolation);
+
+/* A quadrangle: its corners top left, top right, bottom right, bottom left. */
+typedef struct TarnCORNER {
+    double x, y;
+} TarnCORNER;
+typedef struct TarnQUAD {
+    TarnCORNER corners[4];
+} TarnQUAD;
+
+/* "tarn::warp-affine-quad": "tarn::warp-affine" by the warp that carries the first three corners of a quadrangle of
+ * src onto those of one of dst.
+ *   from, to  null: the corner pixels of src, of dst
+ * Fourth corners that do not fit are no error. An edge without length in both quadrangles, as in arrays of one column,
+ * is taken for one pixel. A source of another kind is converted as a whole. Returns 0, also when nothing lands in dst;
+ * or -1 as "tarn::warp-affine" does, also for a src without pixels and for corners on one line. */
+typedef int64_t (*TarnWarpAffineQuad)(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* dst, const LumoMAT* src,
+                                      const TarnQUAD* from, const TarnQUAD* to, uint32_t interpolation);
+
 /* "tarn::minmax": the smallest and largest value of each channel.
  *   smallest, largest  one float, or three for 3 and 4 channels; either may be null
  *   src                u8, s16, f32 with 1, 3 or 4 channels (the fourth is passed over); anything else ends the process

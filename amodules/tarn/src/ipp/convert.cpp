@@ -9,11 +9,18 @@ namespace tarn::ipp {
 constexpr SetsBySource<k::Unary> kConvert = {&k::convert_u8_kernels, &k::convert_s16_kernels, &k::convert_s32_kernels,
                                              &k::convert_f32_kernels};
 
+bool converts(LumoELEMTYPE dst, LumoELEMTYPE src) { return kPaired.find(kConvert, dst, src); }
+
 k::Status convert_plane(const LumoMAT& dst, const LumoMAT& src, k::Size size) {
     if (kind_of(src.elemtype) == kind_of(dst.elemtype)) return copy_plane(dst, src, size);
     const auto* convert = kPaired.find(kConvert, dst.elemtype, src.elemtype);
     if (!convert) return k::kNoKernel;
     return (*convert)(src.data, src.stride, dst.data, dst.stride, kernel_size(size, dst.elemtype));
+}
+
+k::Status convert_part(Context& context, Temporary* temporary, LumoELEMTYPE type, const LumoMAT& part) {
+    if (!temporary->make(context, type, size_of(part))) return kNoTemporary;
+    return convert_plane(temporary->mat, part, size_of(part));
 }
 
 k::Status convert_region(Context& context, Temporary* temporary, LumoELEMTYPE type, const LumoMAT& src,
@@ -22,10 +29,8 @@ k::Status convert_region(Context& context, Temporary* temporary, LumoELEMTYPE ty
     _LumoExtendROI(&extended, kMargin, kMargin, src.width, src.height);
     // Two channels are converted in pairs of pixels, from the extended region's left: the region must begin with one.
     if (channels_of(type) == 2) extended.left += (region->left - extended.left) & 1;
-    const LumoMAT part = part_of(src, extended);
-    if (!temporary->make(context, type, size_of(part))) return kNoTemporary;
     _LumoRECTmovetoltI(region, region->left - extended.left, region->top - extended.top);
-    return convert_plane(temporary->mat, part, size_of(part));
+    return convert_part(context, temporary, type, part_of(src, extended));
 }
 
 }  // namespace tarn::ipp

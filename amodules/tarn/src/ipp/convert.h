@@ -5,15 +5,21 @@
 
 namespace tarn::ipp {
 
+// Whether there is a conversion from a type to another kind.
+bool converts(LumoELEMTYPE dst, LumoELEMTYPE src);
+
 // dst := src over so many pixels, each in its own kind: u8, s16, s32, f32 (any that copies serve where both are one);
 // channels by dst's type. Floats go to the nearest integer, ties to the even one. Returns the kernel's status, or
 // kNoKernel.
 k::Status convert_plane(const LumoMAT& dst, const LumoMAT& src, k::Size size);
 
+// All of a matrix as a temporary of another type. Returns the conversion's status, or kNoTemporary.
+k::Status convert_part(Context& context, Temporary* temporary, LumoELEMTYPE type, const LumoMAT& part);
+
 // A region of src as a temporary of another type, for kernels that read its neighbours too: the region comes with up to
 // kMargin pixels around it, as far as src has them. *region, in src before, becomes its place in the temporary. Returns
 // the conversion's status, or kNoTemporary.
-inline constexpr int32_t kMargin = 8;  // more than any resize kernel's neighbourhood
+inline constexpr int32_t kMargin = 8;  // more than any resampling kernel's neighbourhood
 k::Status convert_region(Context& context, Temporary* temporary, LumoELEMTYPE type, const LumoMAT& src,
                          LumoRECT* region);
 
