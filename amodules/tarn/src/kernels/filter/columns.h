@@ -4,7 +4,8 @@
 // from row to row. Nothing is ever taken back, so this serves minima and sums of floats alike, and the order of the fold
 // is the same for every vector width.
 //
-// source(j): the beginning of row j. Fold: its vectors V of kStep elements E in the block, load(io, p, n) of kStep elements of type T or the first n, and join(a, b).
+// source(j): the beginning of row j. Fold: its vectors V of kStep elements E in the block, load(io, p, n) of kStep elements of
+// type T or the first n, and join(a, b).
 #pragma once
 
 #include "kernels/plane/store.h"
