@@ -44,7 +44,7 @@ struct Pass {
     explicit Pass(LumoELEMTYPE word) : type(kPaired.type(word)), channels(channels_of(word)) {
         for (int c = 0; c < 4; ++c) put(c, {}, true), put_level(c, 0, 0);
     }
-    // Whether the specification can join those of the pass.
+    // Whether a record can join those of the pass.
     bool takes(const TarnTHRSPEC& s) const {
         if (!taken) return true;
         if (s.channel == TARN_ALL_CHANNELS || taken >> s.channel & 1) return false;

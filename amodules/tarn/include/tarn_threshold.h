@@ -28,7 +28,7 @@ typedef struct TarnTHRSPEC {
 enum { TARN_ALL_CHANNELS = -1, TARN_KEEP_HOLDS = 1, TARN_KEEP_FAILS = 2 };
 
 /* "tarn::threshold-imm": dst := src by n specifications, one after the other: the first reads src, each other one what those
- * before it have left. Channels that no specification names are copied. Integers are compared exactly, with any threshold.
+ * before it have left. Channels that no record names are copied. Integers are compared exactly, with any threshold.
  *   dst    of src's type and at least its size; the fourth of four channels stays
  *   src    null: dst
  *   specs  n of them; none: src is copied as by "tarn::copy"
@@ -83,7 +83,7 @@ typedef struct TarnTHROPTIONS {
  *   otsu      each tile by the mean of its own threshold and of the whole region's, by their weights. Both weights 0: the whole
  *             region's alone when the region is all of src, else the region as one tile. The last tiles of a row and of a column
  *             take in what would be less than a tile. At most two specifications are used, and their values are set
- *   adaptive  each element by the mean of its neighbourhood ("tarn::filter"), plus the specification's offset
+ *   adaptive  each element by the mean of its neighbourhood ("tarn::filter"), plus the offset of its record
  *   others    the specifications as they are
  *   dst       written from its first pixel on; the region is cut to its size
  *   src       of dst's type. Null: dst
