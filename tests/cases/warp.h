@@ -112,6 +112,8 @@ void warp_cases(Visit&& visit) {
     };
     mode("warp_nearest", k::warp_nearest_kernels, true);
     mode("warp_linear", k::warp_linear_kernels, false);
+    mode("warp_cubic", k::warp_cubic_kernels, false);
+    mode("warp_lanczos", k::warp_lanczos_kernels, false);
 }
 
 }  // namespace tarn::cases

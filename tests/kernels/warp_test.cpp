@@ -4,6 +4,7 @@
 
 #include <cmath>
 #include <limits>
+#include <numeric>
 #include <random>
 
 #include "cases/warp.h"
@@ -17,9 +18,11 @@ using k::Form;
 using k::Region;
 using k::Size;
 
-enum Mode { nearest, linear };
-constexpr const char* kModeNames[] = {"nearest", "linear"};
-const k::KernelSet<k::Warp>* const kKernels[] = {&k::warp_nearest_kernels, &k::warp_linear_kernels};
+enum Mode { nearest, linear, cubic, lanczos };
+constexpr Mode kModes[] = {nearest, linear, cubic, lanczos};
+constexpr const char* kModeNames[] = {"nearest", "linear", "cubic", "lanczos"};
+const k::KernelSet<k::Warp>* const kKernels[] = {&k::warp_nearest_kernels, &k::warp_linear_kernels,
+                                                 &k::warp_cubic_kernels, &k::warp_lanczos_kernels};
 constexpr Form kFormsOfAll[] = {Form::c1, Form::c3, Form::c4, Form::c3x};
 
 template <class T>
@@ -61,8 +64,20 @@ Pixels<T> noise(Size size, int channels, unsigned seed) {
 
 // The weights of an axis' pixels around a position, from the first.
 std::vector<double> weights(Mode mode, double fraction) {
+    const double t = fraction, u = 1 - fraction;
     if (mode == nearest) return {1};
-    return {1 - fraction, fraction};
+    if (mode == linear) return {u, t};
+    if (mode == cubic)
+        return {-t * u * u / 2, 1 + t * t * (1.5 * t - 2.5), 1 + u * u * (1.5 * u - 2.5), -u * t * t / 2};
+    const double pi = std::acos(-1.0);
+    std::vector<double> w;
+    for (int k = -2; k <= 3; ++k) {
+        const double d = pi * (k - t);
+        w.push_back(d == 0 ? 1 : 3 * std::sin(d) * std::sin(d / 3) / (d * d));
+    }
+    const double sum = std::accumulate(w.begin(), w.end(), 0.0);
+    for (double& v : w) v /= sum;
+    return w;
 }
 
 // The real value at a position, and the largest of all that was added up.
@@ -136,9 +151,9 @@ TYPED_TEST(warp_of, any_transform_lies_within_the_stated_distance_of_the_real_va
     std::mt19937 rng(1);
     const auto between = [&](double lo, double hi) { return lo + (hi - lo) * double(rng()) / 4294967295.0; };
     const auto length = [&](int most) { return 1 + int(rng() % unsigned(most)); };
-    for (unsigned round = 0; round < 150; ++round) {
+    for (unsigned round = 0; round < 300; ++round) {
         const Form form = kFormsOfAll[round % 4];
-        const Mode mode = Mode(round / 4 % 2);
+        const Mode mode = Mode(round / 4 % 4);
         const bool tiny = round % 5 == 0;
         const Size from_size{length(tiny ? 3 : 60), length(tiny ? 3 : 60)}, size{length(300), length(70)};
         const int before = int(rng() % 3), behind = int(rng() % 3);
@@ -170,7 +185,7 @@ TYPED_TEST(warp_of, whole_positions_give_the_pixels_themselves) {
         std::memcpy(&b, &v, sizeof v);
         return b;
     };
-    for (const Mode mode : {nearest, linear})
+    for (const Mode mode : kModes)
         for (int quarter = 0; quarter < 8; ++quarter) {
             // Turned by the machine's own sines, which are no whole numbers.
             Affine m = cases::turn(90.0 * (quarter % 4), 1, 20, 20, 22, 19);
@@ -193,7 +208,7 @@ TYPED_TEST(warp_of, whole_positions_give_the_pixels_themselves) {
 TYPED_TEST(warp_of, a_region_is_the_part_of_the_whole) {
     constexpr int kWidth = 700, kHeight = 300;
     const auto src = noise<TypeParam>({500, 400}, 3, 11);
-    for (const Mode mode : {nearest, linear})
+    for (const Mode mode : kModes)
         for (const double degrees : {3.0, 50.0, 91.0}) {
             const Affine m = cases::turn(degrees, 1.3, 250, 200, kWidth / 2.0, kHeight / 2.0);
             test::at_every_level([&](int level) {
@@ -209,13 +224,12 @@ TYPED_TEST(warp_of, a_region_is_the_part_of_the_whole) {
         }
 }
 
-// Planes so wide, and rows so far apart, that not everything fits one run's 32 bits: shrunk to a few pixels, and looked at
-// from near. Only what is read is there: the rows' distance is made up by a source of one row.
+// Planes so wide that not everything fits one run's 32 bits: shrunk to a few pixels, and looked at from near.
 TEST(warp, reaches_every_part_of_a_very_wide_source) {
     const auto src = noise<uint8_t>({3000000, 3}, 1, 1);
     for (const Affine& m : {Affine{1.0 / 700000, 0, 0, 0, 1, 0}, Affine{1, 0, -2999700.25, 0, 1, 0.5},
                             Affine{-0.001, 0, 2000, 0, 4, 1}, Affine{0, 3, 0, -0.00002, 0, 60}})
-        for (const Mode mode : {nearest, linear})
+        for (const Mode mode : kModes)
             expect_each<uint8_t>(mode, Form::c1, src, src.region(), {300, 62}, {0, 0, 300, 62}, m);
 }
 
@@ -229,7 +243,7 @@ TEST(warp, takes_any_coefficients) {
         EXPECT_EQ(untouched, s != k::kOk);
         return s;
     };
-    for (const Mode mode : {nearest, linear}) {
+    for (const Mode mode : kModes) {
         for (const Affine& m :
              {Affine{0, 0, 0, 0, 0, 0}, Affine{1, 2, 0, 2, 4, 0}, Affine{0.1, 0.3, 5, 0.7, 2.1, 0},
               Affine{kNan, 0, 0, 0, 1, 0}, Affine{1, 0, kNan, 0, 1, 0}, Affine{1, 0, 0, 0, kInfinity, 0},
@@ -264,7 +278,7 @@ TEST(warp, full_turns_keep_a_picture) {
     for (int y = 0; y < kSide; ++y)
         for (int x = 0; x < kSide; ++x)
             src.all[src.place(x, y)] = uint8_t(128 + 60 * std::sin(x / 9.0) + 60 * std::cos(y / 13.0 + x / 40.0));
-    for (const auto& [mode, most] : {std::pair{nearest, 9.0}, {linear, 2.0}}) {
+    for (const auto& [mode, most] : {std::pair{nearest, 9.0}, {linear, 2.0}, {cubic, 1.0}, {lanczos, 2.0}}) {
         Pixels<uint8_t> turned = src, next = src;
         for (int i = 0; i < 36; ++i) {
             warp(mode, Form::c1, turned, turned.region(), next, next.region(),
