@@ -16,7 +16,9 @@ struct Mode {
     const char* colour;
 };
 const Mode kModes[] = {{"nearest", k::warp_nearest_kernels, cv::INTER_NEAREST, "#2ca02c"},
-                       {"linear", k::warp_linear_kernels, cv::INTER_LINEAR, "#1f77b4"}};
+                       {"linear", k::warp_linear_kernels, cv::INTER_LINEAR, "#1f77b4"},
+                       {"cubic", k::warp_cubic_kernels, cv::INTER_CUBIC, "#d62728"},
+                       {"lanczos", k::warp_lanczos_kernels, cv::INTER_LANCZOS4, "#9467bd"}};
 
 struct Type {
     const char* name;

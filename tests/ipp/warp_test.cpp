@@ -9,7 +9,7 @@ using namespace tarn::test;
 
 namespace {
 
-constexpr uint32_t kModes[] = {TARN_NEAREST, TARN_LINEAR};
+constexpr uint32_t kModes[] = {TARN_NEAREST, TARN_LINEAR, TARN_CUBIC, TARN_LANCZOS};
 constexpr std::initializer_list<LumoELEMTYPE> kKinds = {LUMO_U8, LUMO_S16, LUMO_F32};
 constexpr LumoAWARP kIdentity = {1, 0, 0, 0, 1, 0}, kTurn = {0.8, -0.6, 7.3, 0.6, 0.8, -4.1};
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN(), kInfinity = std::numeric_limits<double>::infinity();
@@ -182,6 +182,20 @@ TEST(warp, of_more_channels_takes_their_elements_for_pixels_of_the_destinations)
         for (int y = 0; y < 5; ++y)
             for (int x = 0; x < 6; ++x) EXPECT_EQ(get(&dst, x, y), src.row<uint8_t>(y)[x]);
     }
+}
+
+TEST(warp, reads_code_2_as_cubic) {
+    const Array src = Array(u8(3), 30, 20).filled(1);
+    Array dst(u8(3), 30, 20), want = dst, quad = dst, linear = dst;
+    EXPECT_EQ(warp(&want, &src, kTurn, TARN_CUBIC), 1);
+    EXPECT_EQ(warp(&dst, &src, kTurn, TARN_CUBIC_ALIAS), 1);
+    EXPECT_TRUE(dst.same_pixels(want));
+    const TarnQUAD square = {{{0, 0}, {10, 0}, {10, 10}, {0, 10}}};
+    const TarnQUAD turned = {{{7.3, -4.1}, {15.3, 1.9}, {9.3, 9.9}, {1.3, 3.9}}};
+    EXPECT_EQ(warp_quad(&quad, &src, &square, &turned, TARN_CUBIC_ALIAS), 0);
+    EXPECT_TRUE(quad.same_pixels(want));
+    EXPECT_EQ(warp(&linear, &src, kTurn, TARN_LINEAR), 1);
+    EXPECT_FALSE(linear.same_pixels(want));
 }
 
 TEST(warp, refuses_what_it_can_not_do_and_leaves_the_destination) {

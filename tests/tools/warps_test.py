@@ -119,7 +119,7 @@ class Warps(driver.ProgramTest):
                 (1, "o.tif", "nothing but background: no pixel of rgb.png", *warp, "--matrix", "1,0,9,0,1,0"),
                 (1, "--background", "256 is not among the values of u8 samples", *warp, "--rotate", 5, "--background", 256),
                 (1, "--background", "2 values for 3 colour channels", *warp, "--rotate", 5, "--background", "1,2"),
-                (2, "--interpolation", "nearest or linear", *warp, "--rotate", 5, "--interpolation", "area"),
+                (2, "--interpolation", "nearest, linear, cubic or lanczos", *warp, "--rotate", 5, "--interpolation", "area"),
                 (2, "--depth", "same, u8, s16 or f32", *warp, "--rotate", 5, "--depth", "u16"),
                 (1, "s32.tif", "has s32 samples; warp-affine takes u8, u16, s16 and f32", "warp-affine", "s32.tif", "--rotate", 5),
                 (1, "s32.tif", "warp-affine-quad takes", "warp-affine-quad", "s32.tif", "--from", square),

@@ -55,7 +55,6 @@ th, td { padding: .35rem .9rem; border-bottom: 1px solid var(--line); text-align
 footer { margin-top: 3rem; border-top: 1px solid var(--line); padding-top: .8rem; color: var(--soft); font-size: .88rem; }
 """
 MODES = ("nearest", "linear", "cubic", "lanczos")
-WARP_MODES = MODES[:2]
 VIEWS = {"fit": "picture", "true": "picture true", "fill": "picture fill"}
 
 
@@ -188,11 +187,11 @@ def warp_section(demo):
     demo.heading("Coffee turned by 17 degrees", "In each interpolation mode, as large as it must be to hold the whole picture.")
     demo.figures([demo.figure(coffee, "input", "600 × 400", source=True)] + [
         shown(coffee, f"coffee-turned-{mode}.png", mode, "690 × 557", "warp-affine", "--rotate", "17", "--fit", "--background", "255",
-              "--interpolation", mode) for mode in WARP_MODES])
+              "--interpolation", mode) for mode in MODES])
     demo.heading("A part of it, enlarged six times as it is turned", "Steps, slopes, and the sharper edges of the wider kernels.")
     demo.figures([shown(coffee, f"coffee-turned-detail-{mode}.png", mode, "224 × 210", "warp-affine", "--matrix",
                         "5.738,1.754,-2213,-1.754,5.738,-736", "--size", "224x210", "--interpolation", mode, view="true")
-                  for mode in WARP_MODES])
+                  for mode in MODES])
     demo.heading("Transparency, quarter turns, shears", "Alpha is warped by itself, and is 0 where there is nothing; quarter turns are exact.")
     demo.figures([shown(horse, "horse-turned.png", "20 degrees", "487 × 444", "warp-affine", "--rotate", "20", "--fit"),
                   shown(horse, "horse-quarter.png", "90 degrees", "328 × 400", "warp-affine", "--rotate", "90", "--fit"),

@@ -83,11 +83,11 @@ constexpr Command kCommands[] = {
      "tarn scale-resize photo.jpg -o small.png --size 320x200 --interpolation cubic", setup_scale_resize},
     {"warp-affine", "tarn::warp-affine", "turn, scale, shear and shift a picture by an affine warp",
      "destination, source, warp (a, b, tx, c, d, ty),\n"
-     "  interpolation code (3 nearest, 4 linear)",
+     "  interpolation code (3 nearest, 4 linear, 5 cubic, 6 lanczos)",
      "tarn warp-affine photo.jpg -o turned.png --rotate 12.5 --fit --background 255", setup_warp_affine},
     {"warp-affine-quad", "tarn::warp-affine-quad", "warp a picture by where its corners go",
      "destination, source, corners in the source (null: its own), corners in the destination (null: its own),\n"
-     "  interpolation code (3 nearest, 4 linear)",
+     "  interpolation code (3 nearest, 4 linear, 5 cubic, 6 lanczos)",
      "tarn warp-affine-quad scan.png -o page.png --from 31,12,590,48,566,410,7,374 --size 600x400",
      setup_warp_affine_quad},
     {"copymkb", "tarn::copymkb", "put a border around a picture, of its edge pixels or a constant",

@@ -25,7 +25,8 @@ void add_warp_options(CLI::App& app, WarpOptions& options) {
                    "where nothing lands: one value for all colour channels or one for each, then one for alpha "
                    "(default: opaque); without it all are 0, so that alpha is transparent there")
         ->type_name("V[,V,V,A]");
-    app.add_option("--interpolation", options.interpolation, "nearest or linear (default)")->type_name("MODE");
+    app.add_option("--interpolation", options.interpolation, "nearest, linear (default), cubic or lanczos")
+        ->type_name("MODE");
     app.add_option("--depth", options.depth, "samples of the result: same (default), u8, s16 or f32; values saturate")
         ->type_name("TYPE");
 }
@@ -37,8 +38,7 @@ template <class Frame, class Warp>
 void run_warp(const WarpOptions& options, const char* operation, const std::string& subject, Frame&& frame,
               Warp&& warp) {
     const Files& files = options.files;
-    const uint32_t interpolation =
-        TARN_NEAREST + uint32_t(parse_word(options.interpolation, "--interpolation", {"nearest", "linear"}));
+    const uint32_t interpolation = parse_interpolation(options.interpolation);
     const std::optional<Sample> depth = parse_depth(options.depth);
 
     ImageOutput out(files);

@@ -124,7 +124,7 @@ typedef int64_t (*TarnScaleResize)(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMA
  *   src            must not overlap dst. Has as many channels as dst or more; its elements are taken for pixels of as
  *                  many
  *   warp           from src to dst
- *   interpolation  TARN_NEAREST or TARN_LINEAR; others are refused
+ *   interpolation  TARN_NEAREST, ...
  * Places are computed in double and to 2^-32 of a pixel. Interpolation sees the edge of src repeated beyond it. Alpha
  * is not looked at; the fourth channel of dst stays. Two channels: pairs of pixels are what the warp counts.
  * Kinds u8, s16, f32, any pair of them; a source of another kind (s32 too) is converted before it is warped, the part

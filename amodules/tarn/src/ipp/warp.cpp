@@ -14,6 +14,11 @@ const k::KernelSet<k::Warp>* kernels_of(uint32_t interpolation) {
             return &k::warp_nearest_kernels;
         case TARN_LINEAR:
             return &k::warp_linear_kernels;
+        case TARN_CUBIC_ALIAS:
+        case TARN_CUBIC:
+            return &k::warp_cubic_kernels;
+        case TARN_LANCZOS:
+            return &k::warp_lanczos_kernels;
         default:
             return nullptr;
     }
