@@ -100,6 +100,10 @@ void run(Bench& b) {
             for (const double degrees : {1, 17, 45, 89, 90})
                 for (const double scale : {0.5, 0.9, 2.0})
                     turn_row(b, mode, type, degrees, scale, {{512, 512}, {1920, 1080}});
+    // Moves of whole pixels, the same in every mode.
+    for (const Type& type : kTypes)
+        for (const double degrees : {0, 90, 180})
+            turn_row(b, kModes[0], type, degrees, 1, {{512, 512}, {1920, 1080}, {4096, 4096}});
     against_the_angle(b);
 }
 

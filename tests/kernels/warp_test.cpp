@@ -173,35 +173,55 @@ TYPED_TEST(warp_of, any_transform_lies_within_the_stated_distance_of_the_real_va
     }
 }
 
-// Whole positions give the pixels there, whatever stands beside them: shifts, turns by quarters, flips.
+// Whole positions give the pixels there, whatever stands beside them: shifts, turns by quarters, flips; of floats, blends
+// give one NaN for all.
 TYPED_TEST(warp_of, whole_positions_give_the_pixels_themselves) {
-    constexpr int kWidth = 83, kHeight = 41;
-    auto src = noise<TypeParam>({kWidth, kHeight}, 1, 3);
-    if constexpr (std::is_same_v<TypeParam, float>)
-        for (size_t i = 0; i < src.all.size(); i += 3)
-            src.all[i] = i % 2 ? -0.0f : std::numeric_limits<float>::infinity();
+    constexpr bool kFloats = std::is_same_v<TypeParam, float>;
     const auto bits = [](TypeParam v) {
         uint32_t b = 0;
         std::memcpy(&b, &v, sizeof v);
         return b;
     };
-    for (const Mode mode : kModes)
-        for (int quarter = 0; quarter < 8; ++quarter) {
-            // Turned by the machine's own sines, which are no whole numbers.
-            Affine m = cases::turn(90.0 * (quarter % 4), 1, 20, 20, 22, 19);
-            if (quarter >= 4) m.a = -m.a, m.b = -m.b, m.tx = kWidth - m.tx;
-            Pixels<TypeParam> dst{{kWidth, kHeight}, 1};
-            ASSERT_EQ(k::kOk, warp(mode, Form::c1, src, src.region(), dst, dst.region(), m));
-            const cases::Back back(m);
-            for (int y = 0; y < kHeight; ++y)
-                for (int x = 0; x < kWidth; ++x) {
-                    const cases::Position p = back(x, y);
-                    const TypeParam want =
-                        p.within(src.region()) ? src.all[src.place(std::lround(p.x), std::lround(p.y))] : TypeParam(77);
-                    ASSERT_EQ(bits(want), bits(dst.all[dst.place(x, y)]))
-                        << kModeNames[mode] << " quarter " << quarter << " at " << x << "," << y;
-                }
+    const auto settled = [&](Mode mode, TypeParam v) {
+        if constexpr (kFloats) return mode != nearest && v != v ? std::numeric_limits<float>::quiet_NaN() : v;
+        return v;
+    };
+    const auto expect_moved = [&](Size size, Form form, int quarter) {
+        auto src = noise<TypeParam>(size, channels(form), 3);
+        if constexpr (kFloats)
+            for (size_t i = 0; i < src.all.size(); i += 3)
+                src.all[i] = i % 2 ? -0.0f : i % 4 ? -std::nanf("7") : std::numeric_limits<float>::infinity();
+        // Turned by the machine's own sines, which are no whole numbers.
+        const int x = size.width / 3, y = size.height / 2;
+        Affine m = cases::turn(90.0 * (quarter % 4), 1, x, y, x + 2, y - 1);
+        if (quarter >= 4) m.a = -m.a, m.b = -m.b, m.tx = size.width - m.tx;
+        const Region from{1, 0, size.width - 1, size.height - 1}, to{2, 1, size.width - 3, size.height - 1};
+        const cases::Back back(m);
+        for (const Mode mode : kModes) {
+            Pixels<TypeParam> want{size, channels(form)};
+            for (int v = to.y; v < to.y + to.height; ++v)
+                for (int u = to.x; u < to.x + to.width; ++u)
+                    if (const cases::Position p = back(u, v); p.within(from))
+                        for (int c = 0; c < k::used(form); ++c)
+                            want.all[want.place(u, v) + size_t(c)] =
+                                settled(mode, src.all[src.place(std::lround(p.x), std::lround(p.y)) + size_t(c)]);
+            test::at_every_level([&](int level) {
+                Pixels<TypeParam> dst{size, channels(form)};
+                ASSERT_EQ(k::kOk, warp(mode, form, src, from, dst, to, m));
+                const auto same = [&](TypeParam a, TypeParam b) { return bits(a) == bits(b); };
+                const auto at = std::mismatch(want.all.begin(), want.all.end(), dst.all.begin(), same).first;
+                const auto pixel = (at - want.all.begin()) / channels(form);
+                EXPECT_EQ(at, want.all.end())
+                    << kModeNames[mode] << " form " << int(form) << " quarter " << quarter << " at "
+                    << pixel % size.width << "," << pixel / size.width << ", level " << level;
+            });
         }
+    };
+    for (int quarter = 0; quarter < 8; ++quarter) {
+        for (const Form form : kFormsOfAll)
+            for (const Size size : {Size{83, 41}, Size{9, 38}}) expect_moved(size, form, quarter);
+        expect_moved({150, 540}, Form::c1, quarter);  // more than one square of tiles
+    }
 }
 
 // A destination filled in pieces is the same as filled at once, at every level.

@@ -4,39 +4,10 @@
 #pragma once
 
 #include "kernels/plane/store.h"
+#include "kernels/plane/transpose.h"
 
 namespace tarn::k::TARN_LEVEL {
 namespace {
-
-template <class E>
-constexpr int kGroupLanes = int(16 / sizeof(E));
-
-template <class E>
-inline Bytes interleave_lower(Bytes a, Bytes b) {
-    if constexpr (sizeof(E) == 2) return interleave_lower16(a, b);
-    if constexpr (sizeof(E) == 4) return interleave_lower32(a, b);
-    return interleave_lower64(a, b);
-}
-template <class E>
-inline Bytes interleave_upper(Bytes a, Bytes b) {
-    if constexpr (sizeof(E) == 2) return interleave_upper16(a, b);
-    if constexpr (sizeof(E) == 4) return interleave_upper32(a, b);
-    return interleave_upper64(a, b);
-}
-
-// Element j of every group of v[i] changes places with element i of v[j].
-template <class E>
-[[gnu::always_inline]] inline void transpose_groups(Bytes (&v)[kGroupLanes<E>]) {
-    constexpr int kHalf = kGroupLanes<E> / 2;
-    for (int step = 1; step < kGroupLanes<E>; step *= 2) {
-        Bytes next[kGroupLanes<E>];
-        for (int i = 0; i < kHalf; ++i) {
-            next[2 * i] = interleave_lower<E>(v[i], v[i + kHalf]);
-            next[2 * i + 1] = interleave_upper<E>(v[i], v[i + kHalf]);
-        }
-        for (int i = 0; i < kGroupLanes<E>; ++i) v[i] = next[i];
-    }
-}
 
 // Where the lanes of elements E read and write, in bytes from the first column; [lane of a group][group].
 template <class E>

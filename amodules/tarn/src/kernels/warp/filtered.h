@@ -229,6 +229,7 @@ constexpr int read_bytes() {
 
 template <class Filter, class T, Form kForm>
 struct Filtered {
+    static constexpr bool kKept = kept(kForm), kSettled = sizeof(T) == 4;
     static constexpr bool kOne = kForm == Form::c1;
     static constexpr int kPixel = int(kPixelBytes<T, kForm>), kTaps = Filter::kTaps;
     static constexpr int kBeyond = (read_bytes<T, kForm, kTaps>() + kPixel - 1) / kPixel - kTaps;

@@ -53,6 +53,7 @@ struct PairWeights {
 
 template <class T, Form kForm>
 struct Linear {
+    static constexpr bool kKept = kept(kForm), kSettled = sizeof(T) == 4;
     static constexpr int kPixel = int(kPixelBytes<T, kForm>), kTaps = 2, kBeyond = kForm == Form::c3 ? 1 : 0;
     static constexpr double kBiasX = sizeof(T) == 1 ? 0x1p-15 : 0x1p-25, kBiasY = 0x1p-25;
     static constexpr bool kFractions = true;

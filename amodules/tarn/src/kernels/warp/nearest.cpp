@@ -4,8 +4,9 @@
 namespace tarn::k::TARN_LEVEL {
 namespace {
 
-template <int kBytes, bool kKept>
+template <int kBytes, bool kFourthStays>
 struct Nearest {
+    static constexpr bool kKept = kFourthStays, kSettled = false;
     static constexpr int kPixel = kBytes, kTaps = 1;
     static constexpr double kBiasX = 0.5, kBiasY = 0.5;
     static constexpr bool kFractions = false;

@@ -6,12 +6,14 @@
 // take their taps from small copies of the source with the edge repeated.
 //
 // A sampler is a type with
+//   kKept, kSettled             as in Carry
 //   kPixel, kTaps, kBeyond      bytes of a pixel; taps on each axis; pixels behind the last tap that may be read
 //   kBiasX, kBiasY, kFractions  as Frame and find_points take them
 //   run(base, stride, points, from, to, dst)   fills pixels [from, to) of a strip to dst, from the taps at base + points
 #pragma once
 
 #include "kernels/warp/points.h"
+#include "kernels/warp/whole.h"
 
 namespace tarn::k::TARN_LEVEL {
 namespace {
@@ -141,7 +143,12 @@ private:
 
 template <class Sampler>
 Status walk(const Job& j) {
-    return Walk<Sampler>(j)();
+    Carry c{};
+    if (!is_carry(j, Sampler::kPixel, c)) return Walk<Sampler>(j)();
+    c.kept = Sampler::kKept, c.settled = Sampler::kSettled;
+    if (c.size.width == 0 || c.size.height == 0) return kNothingMapped;
+    carry(c);
+    return kOk;
 }
 
 }  // namespace
