@@ -15,15 +15,16 @@ namespace tarn::cases {
 using k::Size;
 using k::Status;
 
-enum class Type { u8, s16, s32, u32, f32, f64 };
+enum class Type { u8, s16, u16, s32, u32, f32, f64 };
 inline int bytes_of(Type t) {
-    static const int bytes[] = {1, 2, 4, 4, 4, 8};
+    static const int bytes[] = {1, 2, 2, 4, 4, 4, 8};
     return bytes[int(t)];
 }
 template <class T>
 struct TypeOf {
     static constexpr Type value = std::is_same_v<T, uint8_t>    ? Type::u8
                                   : std::is_same_v<T, int16_t>  ? Type::s16
+                                  : std::is_same_v<T, uint16_t> ? Type::u16
                                   : std::is_same_v<T, int32_t>  ? Type::s32
                                   : std::is_same_v<T, uint32_t> ? Type::u32
                                   : std::is_same_v<T, float>    ? Type::f32
@@ -138,6 +139,7 @@ void each_kernel(const std::string& op, const k::KernelSet<Fn>& set, Body body) 
     const auto each = [&](auto t) {
         using T = decltype(t);
         if (std::is_same_v<T, float>) return of_type(t, k::Type::f32, "_f32");
+        if (std::is_same_v<T, uint16_t>) return of_type(t, k::Type::u16, "_u16");
         if (sizeof(T) == 1) return of_type(t, k::Type::u8, "_u8");
         if (sizeof(T) == 2) return of_type(t, k::Type::s16, "_s16");
         sizeof(T) == 4 ? of_type(t, k::Type::s32, "_s32") : of_type(t, k::Type::s64, "_s64");

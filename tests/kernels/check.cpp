@@ -128,6 +128,7 @@ template <class F>
 auto with_type(Type type, F f) {
     if (type == Type::u8) return f(uint8_t());
     if (type == Type::s16) return f(int16_t());
+    if (type == Type::u16) return f(uint16_t());
     if (type == Type::s32) return f(int32_t());
     if (type == Type::u32) return f(uint32_t());
     return type == Type::f32 ? f(float()) : f(double());

@@ -46,14 +46,15 @@ struct Allocator {
 };
 
 // Element types, by the names that kernels have them by. Kernels that only move bits serve every type of that size.
-enum class Type : uint8_t { u8, s16, s32, f32, s64 };
-inline constexpr int kTypes = 5;
+enum class Type : uint8_t { u8, s16, s32, f32, s64, u16 };
+inline constexpr int kTypes = 6;
 namespace element {
 using u8 = uint8_t;
 using s16 = int16_t;
 using s32 = int32_t;
 using f32 = float;
 using s64 = int64_t;
+using u16 = uint16_t;
 }  // namespace element
 
 // Channel forms: so many channels side by side. c3x: pixels of four channels of which three are worked on, and the

@@ -16,10 +16,13 @@
 #define TARN_TYPES_s16_f32(X, ...) X(s16, __VA_ARGS__) X(f32, __VA_ARGS__)
 #define TARN_TYPES_u8_s16_s32(X, ...) TARN_TYPES_u8_s16(X, __VA_ARGS__) X(s32, __VA_ARGS__)
 #define TARN_TYPES_u8_s16_f32(X, ...) TARN_TYPES_u8_s16(X, __VA_ARGS__) X(f32, __VA_ARGS__)
+#define TARN_TYPES_u8_s16_u16_f32(X, ...) TARN_TYPES_u8_s16_f32(X, __VA_ARGS__) X(u16, __VA_ARGS__)
 #define TARN_TYPES_u8_s32_f32(X, ...) TARN_TYPES_u8_f32(X, __VA_ARGS__) X(s32, __VA_ARGS__)
 #define TARN_TYPES_s16_s32_f32(X, ...) TARN_TYPES_s16_f32(X, __VA_ARGS__) X(s32, __VA_ARGS__)
 #define TARN_TYPES_u8_s16_s32_s64(X, ...) TARN_TYPES_u8_s16_s32(X, __VA_ARGS__) X(s64, __VA_ARGS__)
 
+#define TARN_FORMS_c3(X, ...) X(c3, __VA_ARGS__)
+#define TARN_FORMS_c3_c4(X, ...) X(c3, __VA_ARGS__) X(c4, __VA_ARGS__)
 #define TARN_FORMS_c1_c3_c4(X, ...) X(c1, __VA_ARGS__) X(c3, __VA_ARGS__) X(c4, __VA_ARGS__)
 #define TARN_FORMS_c1_c3_c3x(X, ...) X(c1, __VA_ARGS__) X(c3, __VA_ARGS__) X(c3x, __VA_ARGS__)
 #define TARN_FORMS_c1_c3_c4_c3x(X, ...) TARN_FORMS_c1_c3_c4(X, __VA_ARGS__) X(c3x, __VA_ARGS__)
