@@ -372,6 +372,8 @@ int check_words(test::WrongWord* wrong, const char* at) {
     WORD(U8, narrow_groups_u8, (S16, S16), cut<uint8_t>(grouped(a, b, i, 8)))
     WORD(S8, narrow_groups, (S16, S16), cut<int8_t>(grouped(a, b, i, 8)))
     WORD(S16, narrow_groups, (S32, S32), cut<int16_t>(grouped(a, b, i, 4)))
+    MEMORY("blend(Bytes, Bytes, Bytes)", store(p, blend(mask, v, load<Bytes>(q))),
+           for (int i = 0; i < kVector; ++i) p[i] = mask[i] ? v[i] : q[i])
     WORD(Bytes, lookup, (Bytes, Bytes), b[i] & 0x80 ? 0 : a[i / 16 * 16 + b[i] % 16])
     // Where the index picks, the rest is zero.
     WORD(Bytes, lookup_or, (Bytes, Bytes, Bytes), b[i] & 0x80 ? c[i] : c[i] ? r : a[i / 16 * 16 + b[i] % 16])

@@ -2,6 +2,7 @@
 // every pixel. Where the processor has masks of bits, answers are bits, and those of a pixel's channels are joined by
 // shifts; elsewhere they are bytes, ones or zeros, packed down from wider elements.
 #include "kernels/compare/known.h"
+#include "kernels/plane/channels.h"
 #include "kernels/plane/pattern.h"
 #include "kernels/plane/plane.h"
 

@@ -169,6 +169,8 @@ inline Vec<To> narrow_halves(Vec<From> a, Vec<From> b, From least, From most) {
 inline U8 narrow_groups_u8(S16 a, S16 b) { return narrow_halves<uint8_t, int16_t>(a, b, 0, 255); }
 inline S8 narrow_groups(S16 a, S16 b) { return narrow_halves<int8_t, int16_t>(a, b, -128, 127); }
 inline S16 narrow_groups(S32 a, S32 b) { return narrow_halves<int16_t, int32_t>(a, b, -32768, 32767); }
+// a where the mask's bytes are all ones, b where they are zero.
+inline Bytes blend(Bytes mask, Bytes a, Bytes b) { return select(mask, a, b); }
 // Byte i is byte index[i] of v; 0 where the index has its top bit.
 inline Bytes lookup(Bytes v, Bytes index) {
     Bytes r = {};
@@ -188,6 +190,8 @@ inline Bytes every_group(const void* p) { return load<Bytes>(p); }
 inline Bytes in_order_once(Bytes v) { return v; }
 inline Bytes in_order_twice(Bytes v) { return v; }
 inline Bytes join_twelves(Bytes v) { return v; }
+template <class V>
+inline void deal_groups3(V&, V&, V&) {}
 
 // ---- Bits ---------------------------------------------------------------------------------------------------------
 

@@ -132,38 +132,6 @@ inline F32 settle_nan(F32 v) { return v == v ? v : splat(__builtin_nanf("")); }
 
 // ---- Made of the words of any width -------------------------------------------------------------------------------
 
-// Byte j of channel c of 16 pixels of three bytes is byte 3 j + c of three groups: its place in group g, or nowhere.
-struct Channels3 {
-    alignas(16) uint8_t v[3][3][16];
-    constexpr Channels3() : v{} {
-        for (int c = 0; c < 3; ++c)
-            for (int g = 0; g < 3; ++g)
-                for (int j = 0; j < 16; ++j) v[c][g][j] = (3 * j + c) / 16 == g ? uint8_t((3 * j + c) % 16) : 0x80;
-    }
-};
-
-// a, b, c: pixels of three bytes one after the other; then a channel each. Without look-up by a plain loop.
-template <class V>
-[[gnu::always_inline]] inline void deinterleave3(V& a, V& b, V& c) {
-    static_assert(sizeof a[0] == 1);
-    if constexpr (kHasLookup) {
-        static constexpr Channels3 index;
-        deal_groups3(a, b, c);
-        const auto channel = [=](int i) {
-            return lookup(a, every_group(index.v[i][0])) | lookup(b, every_group(index.v[i][1])) |
-                   lookup(c, every_group(index.v[i][2]));
-        };
-        const V c0 = channel(0), c1 = channel(1), c2 = channel(2);
-        a = c0, b = c1, c = c2;
-    } else {
-        uint8_t pixels[3 * kVector], channels[3][kVector];
-        store(pixels, a), store(pixels + kVector, b), store(pixels + 2 * kVector, c);
-        for (int i = 0; i < kVector; ++i)
-            for (int j = 0; j < 3; ++j) channels[j][i] = pixels[3 * i + j];
-        a = load<V>(channels[0]), b = load<V>(channels[1]), c = load<V>(channels[2]);
-    }
-}
-
 // The first n bytes at p, 0 <= n <= kVector, the others zero.
 template <class V>
 inline V load_n(const void* p, int64_t n) {

@@ -192,6 +192,14 @@ inline Bytes repeat32(Bytes v) {
 inline U8 narrow_groups_u8(S16 a, S16 b) { return (U8)_mm_packus_epi16((__m128i)a, (__m128i)b); }
 inline S8 narrow_groups(S16 a, S16 b) { return (S8)_mm_packs_epi16((__m128i)a, (__m128i)b); }
 inline S16 narrow_groups(S32 a, S32 b) { return (S16)_mm_packs_epi32((__m128i)a, (__m128i)b); }
+// a where the mask's bytes are all ones, b where they are zero.
+inline Bytes blend(Bytes mask, Bytes a, Bytes b) {
+#if defined(__SSE4_1__)
+    return (Bytes)_mm_blendv_epi8((__m128i)b, (__m128i)a, (__m128i)mask);
+#else
+    return select(mask, a, b);
+#endif
+}
 // Byte i of each group is byte index[i] of v's group; 0 where the index has its top bit. Below SSSE3 one by one.
 inline Bytes lookup(Bytes v, Bytes index) {
 #if defined(__SSSE3__)

@@ -165,6 +165,10 @@ inline Bytes repeat32(Bytes v) {
 inline U8 narrow_groups_u8(S16 a, S16 b) { return (U8)_mm256_packus_epi16((__m256i)a, (__m256i)b); }
 inline S8 narrow_groups(S16 a, S16 b) { return (S8)_mm256_packs_epi16((__m256i)a, (__m256i)b); }
 inline S16 narrow_groups(S32 a, S32 b) { return (S16)_mm256_packs_epi32((__m256i)a, (__m256i)b); }
+// a where the mask's bytes are all ones, b where they are zero.
+inline Bytes blend(Bytes mask, Bytes a, Bytes b) {
+    return (Bytes)_mm256_blendv_epi8((__m256i)b, (__m256i)a, (__m256i)mask);
+}
 // Byte i of each group is byte index[i] of v's group; 0 where the index has its top bit.
 inline Bytes lookup(Bytes v, Bytes index) { return (Bytes)_mm256_shuffle_epi8((__m256i)v, (__m256i)index); }
 // The same with the byte of `rest` where the index has its top bit. Elsewhere rest is zero.

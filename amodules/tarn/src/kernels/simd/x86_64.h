@@ -203,6 +203,8 @@ inline Bytes repeat32(Bytes v) {
 inline U8 narrow_groups_u8(S16 a, S16 b) { return (U8)_mm512_packus_epi16((__m512i)a, (__m512i)b); }
 inline S8 narrow_groups(S16 a, S16 b) { return (S8)_mm512_packs_epi16((__m512i)a, (__m512i)b); }
 inline S16 narrow_groups(S32 a, S32 b) { return (S16)_mm512_packs_epi32((__m512i)a, (__m512i)b); }
+// a where the mask's bytes are all ones, b where they are zero.
+inline Bytes blend(Bytes mask, Bytes a, Bytes b) { return select(mask, a, b); }
 // Byte i of each group is byte index[i] of v's group; 0 where the index has its top bit.
 inline Bytes lookup(Bytes v, Bytes index) { return (Bytes)_mm512_shuffle_epi8((__m512i)v, (__m512i)index); }
 // The same with the byte of `rest` where the index has its top bit. Elsewhere rest is zero.

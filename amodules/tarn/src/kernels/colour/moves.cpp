@@ -1,0 +1,87 @@
+// Pixels whose elements move, are repeated or left out. Each group of a destination's vector has its elements from one or two
+// windows of 16 source bytes, which lie within the block: a load and a look-up each.
+#include "kernels/colour/blocks.h"
+#include "kernels/colour/colour.h"
+
+namespace tarn::k::TARN_LEVEL {
+namespace {
+
+// Which element of the source's pixel each of the destination's comes from; -1: none, its bytes are all ones.
+struct Grey3 {
+    static constexpr int kFrom = 1, kTo = 3, of[] = {0, 0, 0};
+};
+struct Reverse {
+    static constexpr int kFrom = 3, kTo = 3, of[] = {2, 1, 0};
+};
+struct ThreeFour {
+    static constexpr int kFrom = 3, kTo = 4, of[] = {0, 1, 2, -1};
+};
+struct FourThree {
+    static constexpr int kFrom = 4, kTo = 3, of[] = {0, 1, 2};
+};
+
+// The windows of a block of kVector / kSize pixels, two for each group, and what is looked up in them.
+template <class M, int kSize>
+struct Windows {
+    static constexpr int kBytes = M::kFrom * int(kVector);
+    int64_t from[M::kTo][2][kGroups];
+    alignas(64) uint8_t index[M::kTo][2][kVector];
+    alignas(64) uint8_t ones[M::kTo][kVector];
+    bool two = false;
+    constexpr Windows() : from{}, index{}, ones{} {
+        for (int i = 0; i < M::kTo; ++i)
+            for (int g = 0; g < kGroups; ++g) {
+                int first = kBytes, last = 0;
+                for (int b = 0; b < 16; ++b)
+                    if (const int at = source(i, 16 * g + b); at >= 0) {
+                        first = at < first ? at : first;
+                        last = at > last ? at : last;
+                    }
+                const int start = first + 16 <= kBytes ? first : kBytes - 16,
+                          end = last >= start + 16 ? last - 15 : start;
+                from[i][0][g] = start, from[i][1][g] = end;
+                two = two || end != start;
+                for (int b = 16 * g; b < 16 * g + 16; ++b) {
+                    const int at = source(i, b);
+                    index[i][0][b] = at >= start && at < start + 16 ? uint8_t(at - start) : 0x80;
+                    index[i][1][b] = at >= start + 16 ? uint8_t(at - end) : 0x80;
+                    ones[i][b] = at < 0 ? 0xff : 0;
+                }
+            }
+    }
+    // The source byte of byte b of the destination's vector i, or -1.
+    static constexpr int source(int i, int b) {
+        const int at = i * int(kVector) + b, element = M::of[at / kSize % M::kTo];
+        return element < 0 ? -1 : (at / kSize / M::kTo * M::kFrom + element) * kSize + at % kSize;
+    }
+};
+
+template <class M, class T>
+struct Move {
+    static constexpr int kIn = 1, kOut = 1;
+    static constexpr int64_t kPixels = kLanes<T>, kInBytes = M::kFrom * sizeof(T), kOutBytes = M::kTo * sizeof(T);
+    [[gnu::always_inline]] void operator()(const From<1>& s, const To<1>& d) const {
+        static constexpr Windows<M, int(sizeof(T))> k;
+        Bytes v[M::kTo];
+        for (int i = 0; i < M::kTo; ++i) {
+            v[i] = lookup(load_groups(s.p[0], k.from[i][0]), load<Bytes>(k.index[i][0])) | load<Bytes>(k.ones[i]);
+            if constexpr (k.two) v[i] |= lookup(load_groups(s.p[0], k.from[i][1]), load<Bytes>(k.index[i][1]));
+        }
+        for (int i = 0; i < M::kTo; ++i) store(d.p[0] + i * kVector, v[i]);
+    }
+};
+
+template <class M, class T>
+Status move(const void* src, int32_t src_stride, void* dst, int32_t dst_stride, Size size) {
+    if (Status s = check(size, src, dst)) return s;
+    return map_pixels(&src, src_stride, &dst, dst_stride, size, Move<M, T>{});
+}
+
+}  // namespace
+
+TARN_BODIES(grey_to_three, Unary, u8_s16_s32, c3, move<Grey3, T>)
+TARN_BODIES(reverse_channels, Unary, u8_s16_s32, c3, move<Reverse, T>)
+TARN_BODIES(three_to_four, Unary, u8, c3, move<ThreeFour, T>)
+TARN_BODIES(four_to_three, Unary, u8, c3, move<FourThree, T>)
+
+}  // namespace tarn::k::TARN_LEVEL

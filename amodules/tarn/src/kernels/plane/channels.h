@@ -1,0 +1,132 @@
+// For kernel sources only: the channels of pixels taken apart and put together, group by group: a group holds whole pixels when
+// its 16 bytes in each of three or four vectors are read as one stretch (load_pixels, store_pixels).
+#pragma once
+
+#include "kernels/simd/simd.h"
+
+namespace tarn::k::TARN_LEVEL {
+namespace {
+
+// kCount vectors of pixels, of which group g has the g-th stretch of 16 kCount bytes.
+template <int kCount>
+[[gnu::always_inline]] inline void load_pixels(const uint8_t* p, Bytes (&v)[kCount]) {
+    for (int i = 0; i < kCount; ++i) {
+        int64_t from[kGroups];
+        for (int g = 0; g < kGroups; ++g) from[g] = 16 * (kCount * g + i);
+        v[i] = load_groups(p, from);
+    }
+}
+template <int kCount>
+[[gnu::always_inline]] inline void store_pixels(uint8_t* p, const Bytes (&v)[kCount]) {
+    for (int i = 0; i < kCount; ++i) {
+        int64_t to[kGroups];
+        for (int g = 0; g < kGroups; ++g) to[g] = 16 * (kCount * g + i);
+        store_groups(p, to, v[i]);
+    }
+}
+
+// Pixels of three elements of type T in three vectors, and the channels they have: in a group of each, an element's place
+// tells its channel, of which no two groups have one at the same place. So groups are blended by channel, and then the
+// elements of one group put in order.
+template <class T>
+struct Channels3 {
+    alignas(16) uint8_t of[3][3][16];    // all ones where group g has channel c
+    alignas(16) uint8_t ordered[3][16];  // the places of channel c's elements among those blended
+    alignas(16) uint8_t placed[3][16];   // and back
+    constexpr Channels3() : of{}, ordered{}, placed{} {
+        constexpr int kSize = int(sizeof(T));
+        for (int i = 0; i < 48; ++i) {
+            const int c = i / kSize % 3, from = i % 16, to = i / kSize / 3 * kSize + i % kSize;
+            of[c][i / 16][from] = 0xff;
+            ordered[c][to] = uint8_t(from);
+            placed[c][from] = uint8_t(to);
+        }
+    }
+};
+
+// v: in each group pixels one after the other; then a channel each; and back. Without look-up by a plain loop.
+template <class T>
+[[gnu::always_inline]] inline void deinterleave_groups(Bytes (&v)[3]) {
+    if constexpr (kHasLookup) {
+        static constexpr Channels3<T> k;
+        const auto channel = [&](int i) {
+            const Bytes rest = blend(every_group(k.of[i][1]), v[1], v[2]);
+            return lookup(blend(every_group(k.of[i][0]), v[0], rest), every_group(k.ordered[i]));
+        };
+        const Bytes c0 = channel(0), c1 = channel(1), c2 = channel(2);
+        v[0] = c0, v[1] = c1, v[2] = c2;
+    } else {
+        T pixels[3 * kLanes<T>], channels[3][kLanes<T>];
+        memcpy(pixels, v, sizeof v);
+        for (int i = 0; i < kLanes<T>; ++i)
+            for (int j = 0; j < 3; ++j) channels[j][i] = pixels[3 * i + j];
+        memcpy(v, channels, sizeof v);
+    }
+}
+template <class T>
+[[gnu::always_inline]] inline void interleave_groups(Bytes (&v)[3]) {
+    if constexpr (kHasLookup) {
+        static constexpr Channels3<T> k;
+        const auto placed = [](Bytes v, int i) { return lookup(v, every_group(k.placed[i])); };
+        const Bytes c0 = placed(v[0], 0), c1 = placed(v[1], 1), c2 = placed(v[2], 2);
+        const auto pixels = [=](int g) {
+            return blend(every_group(k.of[0][g]), c0, blend(every_group(k.of[1][g]), c1, c2));
+        };
+        v[0] = pixels(0), v[1] = pixels(1), v[2] = pixels(2);
+    } else {
+        T pixels[3 * kLanes<T>], channels[3][kLanes<T>];
+        memcpy(channels, v, sizeof v);
+        for (int i = 0; i < kLanes<T>; ++i)
+            for (int j = 0; j < 3; ++j) pixels[3 * i + j] = channels[j][i];
+        memcpy(v, pixels, sizeof v);
+    }
+}
+
+// Four elements a pixel: channels to pixels by two rounds of pairs; back by elements of 4 bytes, which the same rounds
+// transpose.
+template <class T>
+inline Bytes interleave_lower(Bytes a, Bytes b) {
+    return sizeof(T) == 1   ? interleave_lower8(a, b)
+           : sizeof(T) == 2 ? interleave_lower16(a, b)
+                            : interleave_lower32(a, b);
+}
+template <class T>
+inline Bytes interleave_upper(Bytes a, Bytes b) {
+    return sizeof(T) == 1   ? interleave_upper8(a, b)
+           : sizeof(T) == 2 ? interleave_upper16(a, b)
+                            : interleave_upper32(a, b);
+}
+template <class T>
+[[gnu::always_inline]] inline void interleave_groups(Bytes (&v)[4]) {
+    const Bytes lower02 = interleave_lower<T>(v[0], v[2]), upper02 = interleave_upper<T>(v[0], v[2]);
+    const Bytes lower13 = interleave_lower<T>(v[1], v[3]), upper13 = interleave_upper<T>(v[1], v[3]);
+    v[0] = interleave_lower<T>(lower02, lower13), v[1] = interleave_upper<T>(lower02, lower13);
+    v[2] = interleave_lower<T>(upper02, upper13), v[3] = interleave_upper<T>(upper02, upper13);
+}
+struct Channels4 {
+    alignas(16) uint8_t together[16];  // of each channel the elements that make 4 bytes
+    constexpr explicit Channels4(int size) : together{} {
+        const int count = 4 / size;
+        for (int i = 0; i < 16; ++i) together[i] = uint8_t((i / size % count * 4 + i / 4) * size + i % size);
+    }
+};
+template <class T>
+[[gnu::always_inline]] inline void deinterleave_groups(Bytes (&v)[4]) {
+    static constexpr Channels4 k(sizeof(T));
+    if constexpr (sizeof(T) < 4)
+        for (Bytes& each : v) each = lookup(each, every_group(k.together));
+    interleave_groups<uint32_t>(v);
+}
+
+// a, b, c: pixels of three bytes one after the other; then a channel each.
+template <class V>
+[[gnu::always_inline]] inline void deinterleave3(V& a, V& b, V& c) {
+    static_assert(sizeof a[0] == 1);
+    deal_groups3(a, b, c);
+    Bytes v[] = {(Bytes)a, (Bytes)b, (Bytes)c};
+    deinterleave_groups<uint8_t>(v);
+    a = (V)v[0], b = (V)v[1], c = (V)v[2];
+}
+
+}  // namespace
+}  // namespace tarn::k::TARN_LEVEL
