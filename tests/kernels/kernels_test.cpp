@@ -23,7 +23,7 @@ class kernels_streamed : public testing::TestWithParam<const char*> {
     void TearDown() override { tarn::k::stream_bytes = before_; }
 };
 TEST_P(kernels_streamed, checked) { families().at(GetParam())(Check{}); }
-INSTANTIATE_TEST_SUITE_P(, kernels_streamed, testing::Values("border", "convert", "copy", "mapping"),
+INSTANTIATE_TEST_SUITE_P(, kernels_streamed, testing::Values("border", "colour", "convert", "copy", "mapping"),
                          [](const auto& family) { return std::string(family.param); });
 
 TEST(kernels_coverage, every_kernel_has_a_case) {

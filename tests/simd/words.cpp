@@ -300,6 +300,11 @@ int check_words(test::WrongWord* wrong, const char* at) {
            for (int i = 0; i < kVector; ++i) v[i] = i % 2 ? 0 : p[1 + each[i / 4] + i / 2 % 2])
     MEMORY("every_group(const void*)", v = every_group(p + 1), for (int i = 0; i < kVector; ++i) v[i] = p[1 + i % 16])
     MEMORY("stream(void*, Bytes)", stream(p, v), memcpy(p, &v, kVector))
+    MEMORY("stream_groups(uint8_t*, const int64_t*, Bytes)", for (int64_t& to
+                                                                  : at) to &= ~15;
+           stream_groups(p, at, v), for (int64_t& to
+                                         : at) to &= ~15;
+           for (int i = 0; i < kVector; ++i) p[at[i / 16] + i % 16] = v[i])
     MEMORY("stream_fence()", stream_fence(), )
     MEMORY("stream_row(void*, const void*, int64_t)", stream_row(p + at[0], q + 1, n + 2 * kVector),
            memcpy(p + at[0], q + 1, size_t(n + 2 * kVector)))

@@ -1,9 +1,10 @@
 // For kernel sources only: planes of pixels whose channels change places, number or layout, in blocks of kPixels pixels. An
 // operator names its planes on both sides (kIn, kOut) and the bytes of a pixel in each (kInBytes, kOutBytes), and makes a
 // block from pointers to them: it reads a whole block before it writes, and nothing beyond. Large outputs go around the
-// cache by way of strips.
+// cache.
 #pragma once
 
+#include "kernels/plane/channels.h"
 #include "kernels/plane/plane.h"
 #include "kernels/simd/stream.h"
 
@@ -36,42 +37,40 @@ template <class Op>
         from.p[i] = in[i];
     }
     for (int i = 0; i < Op::kOut; ++i) to.p[i] = out[i];
-    op(from, to);
+    op(from, to, Cached{});
     for (int i = 0; i < Op::kOut; ++i) memcpy(d.p[i], out[i], size_t(pixels * Op::kOutBytes));
 }
 
-// n pixels. The last block overlaps the one before it, unless source and destination are one.
-template <class Op>
-inline void map_run(const From<Op::kIn>& s, const To<Op::kOut>& d, int64_t n, bool in_place, const Op& op) {
-    const auto block = [&](int64_t x) { op(s.moved(x * Op::kInBytes), d.moved(x * Op::kOutBytes)); };
+// n pixels, by whole blocks in the way of `out`. The last block overlaps the one before it, unless source and destination are
+// one.
+template <class Op, class Out>
+inline void map_run(const From<Op::kIn>& s, const To<Op::kOut>& d, int64_t n, bool in_place, const Op& op, Out out) {
     int64_t x = 0;
-    for (; x + Op::kPixels <= n; x += Op::kPixels) block(x);
+    for (; x + Op::kPixels <= n; x += Op::kPixels) op(s.moved(x * Op::kInBytes), d.moved(x * Op::kOutBytes), out);
     if (x == n) return;
-    if (n > Op::kPixels && !in_place) return block(n - Op::kPixels);
-    map_rest(s.moved(x * Op::kInBytes), d.moved(x * Op::kOutBytes), n - x, op);
+    if (in_place || n < Op::kPixels) return map_rest(s.moved(x * Op::kInBytes), d.moved(x * Op::kOutBytes), n - x, op);
+    x = n - Op::kPixels;
+    op(s.moved(x * Op::kInBytes), d.moved(x * Op::kOutBytes), Cached{});
 }
 
-// Bytes of all strips together, little enough for the first-level cache beside their source.
-constexpr int64_t kStripBytes = 6144;
-
-// Pixels of a row's first strip, so that the others begin with a cache line where they can.
-inline int64_t first_pixels(const uint8_t* d, int64_t pixel_bytes, int64_t strip) {
-    for (int64_t n = strip; n > strip - 64; --n)
-        if (((reinterpret_cast<intptr_t>(d) + n * pixel_bytes) & 63) == 0) return n;
-    return strip;
+// Pixels before those that begin with a cache line in every plane; -1 where there are none.
+template <int kOut>
+inline int64_t pixels_to_line(const To<kOut>& d, int64_t pixel_bytes) {
+    for (int64_t n = 0; n < 64; ++n) {
+        bool all = true;
+        for (const uint8_t* p : d.p) all = all && ((reinterpret_cast<intptr_t>(p) + n * pixel_bytes) & 63) == 0;
+        if (all) return n;
+    }
+    return -1;
 }
 
+// The same around the cache, where the planes' lines allow it.
 template <class Op>
 [[gnu::noinline]] void stream_run(const From<Op::kIn>& s, const To<Op::kOut>& d, int64_t n, const Op& op) {
-    constexpr int64_t kPixels = kStripBytes / (Op::kOut * Op::kOutBytes) / 64 * 64;
-    alignas(64) uint8_t strips[Op::kOut][kPixels * Op::kOutBytes];
-    To<Op::kOut> strip;
-    for (int i = 0; i < Op::kOut; ++i) strip.p[i] = strips[i];
-    for (int64_t x = 0, count; x < n; x += count) {
-        count = min(n - x, x ? kPixels : first_pixels(d.p[0], Op::kOutBytes, kPixels));
-        map_run(s.moved(x * Op::kInBytes), strip, count, false, op);
-        for (int i = 0; i < Op::kOut; ++i) stream_row(d.p[i] + x * Op::kOutBytes, strips[i], count * Op::kOutBytes);
-    }
+    const int64_t head = pixels_to_line(d, Op::kOutBytes);
+    if (head < 0 || head + 64 + Op::kPixels > n) return map_run(s, d, n, false, op, Cached{});
+    if (head > 0) map_run(s, d, head, false, op, Cached{});
+    map_run(s.moved(head * Op::kInBytes), d.moved(head * Op::kOutBytes), n - head, false, op, Streamed{});
 }
 
 // The planes are checked here, all of a side having one stride.
@@ -92,7 +91,7 @@ Status map_pixels(const void* const* src, int32_t src_stride, void* const* dst, 
         if (streamed)
             stream_run(s.moved(y * src_stride), d.moved(y * dst_stride), rows.pixels, op);
         else
-            map_run(s.moved(y * src_stride), d.moved(y * dst_stride), rows.pixels, in_place, op);
+            map_run(s.moved(y * src_stride), d.moved(y * dst_stride), rows.pixels, in_place, op, Cached{});
     }
     if (streamed) stream_fence();
     return kOk;

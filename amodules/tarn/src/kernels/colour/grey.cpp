@@ -39,7 +39,8 @@ struct Grey<uint8_t, kRed> {
         }
     };
     static constexpr Index kIndex{};
-    [[gnu::always_inline]] void operator()(const From<1>& s, const To<1>& d) const {
+    template <class Out>
+    [[gnu::always_inline]] void operator()(const From<1>& s, const To<1>& d, Out out) const {
         const auto grey = [&](int i) {
             const int last = i == 3;
             int64_t from[kGroups];
@@ -50,7 +51,7 @@ struct Grey<uint8_t, kRed> {
             return nearest_int(__builtin_convertvector(sums, F32) * splat(1.0f / 3000));
         };
         const S16 ab = narrow_groups(grey(0), grey(1)), cd = narrow_groups(grey(2), grey(3));
-        store(d.p[0], narrow_groups_u8(ab, cd));
+        out.vector(d.p[0], narrow_groups_u8(ab, cd));
     }
 };
 
@@ -60,25 +61,41 @@ template <class T, int kRed>
 struct Grey16 {
     static constexpr int kIn = 1, kOut = 1;
     static constexpr int64_t kPixels = kLanes<T>, kInBytes = 6, kOutBytes = 2;
-    [[gnu::always_inline]] void operator()(const From<1>& s, const To<1>& d) const {
-        const S16 bias = splat(T(-1) > T(0) ? int16_t(-32768) : int16_t(0));
-        Bytes v[3];
-        load_pixels(s.p[0], v);
-        for (Bytes& each : v) each ^= (Bytes)bias;
-        deinterleave_groups<int16_t>(v);
+    // Two pixels of a group, the first 12 bytes of a window, or the last 12 of the block's last ones: the first two elements of
+    // both, then the third of both with zeros.
+    struct Index {
+        alignas(16) uint8_t of[2][16];
+        constexpr Index() : of{} {
+            for (int last = 0; last < 2; ++last)
+                for (int i = 0; i < 16; ++i)
+                    of[last][i] = uint8_t(4 * last + (i < 8       ? i / 4 * 6 + i % 4
+                                                      : i % 4 < 2 ? (i - 8) / 4 * 6 + 4 + i % 2
+                                                                  : 0x80));
+        }
+    };
+    static constexpr Index kIndex{};
+    template <class Out>
+    [[gnu::always_inline]] void operator()(const From<1>& s, const To<1>& d, Out out) const {
+        const Bytes bias = (Bytes)splat(T(-1) > T(0) ? int16_t(-32768) : int16_t(0));
+        const S16 all = (S16)interleave_lower64((Bytes)weights<kRed, 1>(0, 1), (Bytes)weights<kRed, 1>(2, 3));
+        const auto sums = [&](int i) {
+            const int last = i == 3;
+            int64_t from[kGroups];
+            for (int g = 0; g < kGroups; ++g) from[g] = 48 * g + 12 * i - 4 * last;
+            const Bytes v = load_groups(s.p[0], from) ^ bias;
+            return (Bytes)mul_add_pairs((S16)lookup(v, every_group(kIndex.of[last])), all);
+        };
         S32 quotient[2], rest[2];
-        const auto half = [&](int i, Bytes pairs, Bytes singles) {
-            const S32 sum =
-                mul_add_pairs((S16)pairs, weights<kRed, 1>(0, 1)) + mul_add_pairs((S16)singles, weights<kRed, 1>(2, 3));
+        for (int i = 0; i < 2; ++i) {
+            const Bytes a = sums(2 * i), b = sums(2 * i + 1);
+            const S32 sum = (S32)interleave_lower64(a, b) + (S32)interleave_upper64(a, b);
             quotient[i] = nearest_int(__builtin_convertvector(sum, F32) * splat(0.001f));
             // Of a quotient in 32 bits the upper half is its sign, which is not wanted.
             rest[i] = sum - mul_add_pairs((S16)quotient[i], (S16)splat<int32_t>(1000));
-        };
-        half(0, interleave_lower16(v[0], v[1]), interleave_lower16(v[2], Bytes{}));
-        half(1, interleave_upper16(v[0], v[1]), interleave_upper16(v[2], Bytes{}));
+        }
         const S16 q = narrow_groups(quotient[0], quotient[1]), r = narrow_groups(rest[0], rest[1]);
         const S16 odd = q & 1;  // at a half odd ones move on
-        store(d.p[0], (q - (S16)(r + odd > 500) + (S16)(r - odd < -500)) ^ bias);
+        out.vector(d.p[0], (q - (S16)(r + odd > 500) + (S16)(r - odd < -500)) ^ (S16)bias);
     }
 };
 template <int kRed>
@@ -90,12 +107,13 @@ template <int kRed>
 struct Grey<float, kRed> {
     static constexpr int kIn = 1, kOut = 1;
     static constexpr int64_t kPixels = kLanes<float>, kInBytes = 12, kOutBytes = 4;
-    [[gnu::always_inline]] void operator()(const From<1>& s, const To<1>& d) const {
+    template <class Out>
+    [[gnu::always_inline]] void operator()(const From<1>& s, const To<1>& d, Out out) const {
         Bytes v[3];
         load_pixels(s.p[0], v);
         deinterleave_groups<float>(v);
         const F32 red = (F32)v[kRed], green = (F32)v[1], blue = (F32)v[2 - kRed];
-        store(d.p[0], settle_nan((red * splat(0.299f) + green * splat(0.587f)) + blue * splat(0.114f)));
+        out.vector(d.p[0], settle_nan((red * splat(0.299f) + green * splat(0.587f)) + blue * splat(0.114f)));
     }
 };
 

@@ -60,28 +60,62 @@ template <class M, class T>
 struct Move {
     static constexpr int kIn = 1, kOut = 1;
     static constexpr int64_t kPixels = kLanes<T>, kInBytes = M::kFrom * sizeof(T), kOutBytes = M::kTo * sizeof(T);
-    [[gnu::always_inline]] void operator()(const From<1>& s, const To<1>& d) const {
+    // Vector i of the block at p.
+    [[gnu::always_inline]] Bytes vector(const uint8_t* p, int i) const {
         static constexpr Windows<M, int(sizeof(T))> k;
+        Bytes v = lookup(load_groups(p, k.from[i][0]), load<Bytes>(k.index[i][0])) | load<Bytes>(k.ones[i]);
+        if constexpr (k.two) v |= lookup(load_groups(p, k.from[i][1]), load<Bytes>(k.index[i][1]));
+        return v;
+    }
+    template <class Out>
+    [[gnu::always_inline]] void operator()(const From<1>& s, const To<1>& d, Out out) const {
         Bytes v[M::kTo];
-        for (int i = 0; i < M::kTo; ++i) {
-            v[i] = lookup(load_groups(s.p[0], k.from[i][0]), load<Bytes>(k.index[i][0])) | load<Bytes>(k.ones[i]);
-            if constexpr (k.two) v[i] |= lookup(load_groups(s.p[0], k.from[i][1]), load<Bytes>(k.index[i][1]));
-        }
-        for (int i = 0; i < M::kTo; ++i) store(d.p[0] + i * kVector, v[i]);
+        for (int i = 0; i < M::kTo; ++i) v[i] = vector(s.p[0], i);
+        for (int i = 0; i < M::kTo; ++i) out.vector(d.p[0] + i * kVector, v[i]);
     }
 };
 
-template <class M, class T>
+// Four such blocks at once, because most vectors need no look-up: exchanged elements come from vectors two elements on and
+// two back, the others stay. Only the first vector and the last would reach beyond.
+template <class T>
+struct Reversed {
+    static constexpr int kIn = 1, kOut = 1, kVectors = 12;
+    static constexpr int64_t kPixels = 4 * kLanes<T>, kInBytes = 3 * sizeof(T), kOutBytes = kInBytes;
+    struct Masks {
+        alignas(64) uint8_t of[2][3][kVector];  // where the vector at a phase has the first element, and the second
+        constexpr Masks() : of{} {
+            for (int at = 0; at < 3 * kVector; ++at)
+                if (const int c = at / int(sizeof(T)) % 3; c < 2) of[c][at / kVector][at % kVector] = 0xff;
+        }
+    };
+    static constexpr Masks kMasks{};
+    template <class Out>
+    [[gnu::always_inline]] void operator()(const From<1>& s, const To<1>& d, Out out) const {
+        const uint8_t* p = s.p[0];
+        const Move<Reverse, T> whole;
+        Bytes v[kVectors];
+        v[0] = whole.vector(p, 0);
+        for (int i = 1; i < kVectors - 1; ++i) {
+            const auto at = [&](int elements) { return load<Bytes>(p + i * kVector + elements * int(sizeof(T))); };
+            const auto mask = [&](int c) { return load<Bytes>(kMasks.of[c][i % 3]); };
+            v[i] = blend(mask(0), at(2), blend(mask(1), at(0), at(-2)));
+        }
+        v[kVectors - 1] = whole.vector(p + (kVectors - 3) * kVector, 2);
+        for (int i = 0; i < kVectors; ++i) out.vector(d.p[0] + i * kVector, v[i]);
+    }
+};
+
+template <class Op>
 Status move(const void* src, int32_t src_stride, void* dst, int32_t dst_stride, Size size) {
     if (Status s = check(size, src, dst)) return s;
-    return map_pixels(&src, src_stride, &dst, dst_stride, size, Move<M, T>{});
+    return map_pixels(&src, src_stride, &dst, dst_stride, size, Op{});
 }
 
 }  // namespace
 
-TARN_BODIES(grey_to_three, Unary, u8_s16_s32, c3, move<Grey3, T>)
-TARN_BODIES(reverse_channels, Unary, u8_s16_s32, c3, move<Reverse, T>)
-TARN_BODIES(three_to_four, Unary, u8, c3, move<ThreeFour, T>)
-TARN_BODIES(four_to_three, Unary, u8, c3, move<FourThree, T>)
+TARN_BODIES(grey_to_three, Unary, u8_s16_s32, c3, move<Move<Grey3, T>>)
+TARN_BODIES(reverse_channels, Unary, u8_s16_s32, c3, move<Reversed<T>>)
+TARN_BODIES(three_to_four, Unary, u8, c3, move<Move<ThreeFour, T>>)
+TARN_BODIES(four_to_three, Unary, u8, c3, move<Move<FourThree, T>>)
 
 }  // namespace tarn::k::TARN_LEVEL

@@ -10,11 +10,12 @@ template <class T, Form kForm>
 struct Interleaved {
     static constexpr int kIn = channels(kForm), kOut = 1;
     static constexpr int64_t kPixels = kLanes<T>, kInBytes = sizeof(T), kOutBytes = kIn * sizeof(T);
-    [[gnu::always_inline]] void operator()(const From<kIn>& s, const To<1>& d) const {
+    template <class Out>
+    [[gnu::always_inline]] void operator()(const From<kIn>& s, const To<1>& d, Out out) const {
         Bytes v[kIn];
         for (int i = 0; i < kIn; ++i) v[i] = load<Bytes>(s.p[i]);
         interleave_groups<T>(v);
-        store_pixels(d.p[0], v);
+        store_pixels(out, d.p[0], v);
     }
 };
 
@@ -22,11 +23,12 @@ template <class T, Form kForm>
 struct Deinterleaved {
     static constexpr int kIn = 1, kOut = channels(kForm);
     static constexpr int64_t kPixels = kLanes<T>, kInBytes = kOut * sizeof(T), kOutBytes = sizeof(T);
-    [[gnu::always_inline]] void operator()(const From<1>& s, const To<kOut>& d) const {
+    template <class Out>
+    [[gnu::always_inline]] void operator()(const From<1>& s, const To<kOut>& d, Out out) const {
         Bytes v[kOut];
         load_pixels(s.p[0], v);
         deinterleave_groups<T>(v);
-        for (int i = 0; i < kOut; ++i) store(d.p[i], v[i]);
+        for (int i = 0; i < kOut; ++i) out.vector(d.p[i], v[i]);
     }
 };
 

@@ -7,6 +7,22 @@
 namespace tarn::k::TARN_LEVEL {
 namespace {
 
+// Where vectors and their groups are stored: into the cache, and around it.
+struct Cached {
+    template <class V>
+    void vector(uint8_t* p, V v) const {
+        store(p, v);
+    }
+    void groups(uint8_t* base, const int64_t* to, Bytes v) const { store_groups(base, to, v); }
+};
+struct Streamed {
+    template <class V>
+    void vector(uint8_t* p, V v) const {
+        stream(p, (Bytes)v);
+    }
+    void groups(uint8_t* base, const int64_t* to, Bytes v) const { stream_groups(base, to, v); }
+};
+
 // kCount vectors of pixels, of which group g has the g-th stretch of 16 kCount bytes.
 template <int kCount>
 [[gnu::always_inline]] inline void load_pixels(const uint8_t* p, Bytes (&v)[kCount]) {
@@ -16,12 +32,12 @@ template <int kCount>
         v[i] = load_groups(p, from);
     }
 }
-template <int kCount>
-[[gnu::always_inline]] inline void store_pixels(uint8_t* p, const Bytes (&v)[kCount]) {
+template <class Out, int kCount>
+[[gnu::always_inline]] inline void store_pixels(Out out, uint8_t* p, const Bytes (&v)[kCount]) {
     for (int i = 0; i < kCount; ++i) {
         int64_t to[kGroups];
         for (int g = 0; g < kGroups; ++g) to[g] = 16 * (kCount * g + i);
-        store_groups(p, to, v[i]);
+        out.groups(p, to, v[i]);
     }
 }
 
@@ -30,18 +46,20 @@ template <int kCount>
 // elements of one group put in order.
 template <class T>
 struct Channels3 {
-    alignas(16) uint8_t of[3][3][16];    // all ones where group g has channel c
+    alignas(16) uint8_t where[3][16];    // all ones where group 0 has channel c
     alignas(16) uint8_t ordered[3][16];  // the places of channel c's elements among those blended
     alignas(16) uint8_t placed[3][16];   // and back
-    constexpr Channels3() : of{}, ordered{}, placed{} {
+    constexpr Channels3() : where{}, ordered{}, placed{} {
         constexpr int kSize = int(sizeof(T));
         for (int i = 0; i < 48; ++i) {
             const int c = i / kSize % 3, from = i % 16, to = i / kSize / 3 * kSize + i % kSize;
-            of[c][i / 16][from] = 0xff;
+            if (i < 16) where[c][from] = 0xff;
             ordered[c][to] = uint8_t(from);
             placed[c][from] = uint8_t(to);
         }
     }
+    // Where group g has channel c: where group 0 has another.
+    Bytes mask(int c, int g) const { return every_group(where[(c + 2 * g * int(16 / sizeof(T))) % 3]); }
 };
 
 // v: in each group pixels one after the other; then a channel each; and back. Without look-up by a plain loop.
@@ -50,8 +68,8 @@ template <class T>
     if constexpr (kHasLookup) {
         static constexpr Channels3<T> k;
         const auto channel = [&](int i) {
-            const Bytes rest = blend(every_group(k.of[i][1]), v[1], v[2]);
-            return lookup(blend(every_group(k.of[i][0]), v[0], rest), every_group(k.ordered[i]));
+            const Bytes rest = blend(k.mask(i, 1), v[1], v[2]);
+            return lookup(blend(k.mask(i, 0), v[0], rest), every_group(k.ordered[i]));
         };
         const Bytes c0 = channel(0), c1 = channel(1), c2 = channel(2);
         v[0] = c0, v[1] = c1, v[2] = c2;
@@ -69,9 +87,7 @@ template <class T>
         static constexpr Channels3<T> k;
         const auto placed = [](Bytes v, int i) { return lookup(v, every_group(k.placed[i])); };
         const Bytes c0 = placed(v[0], 0), c1 = placed(v[1], 1), c2 = placed(v[2], 2);
-        const auto pixels = [=](int g) {
-            return blend(every_group(k.of[0][g]), c0, blend(every_group(k.of[1][g]), c1, c2));
-        };
+        const auto pixels = [=](int g) { return blend(k.mask(0, g), c0, blend(k.mask(1, g), c1, c2)); };
         v[0] = pixels(0), v[1] = pixels(1), v[2] = pixels(2);
     } else {
         T pixels[3 * kLanes<T>], channels[3][kLanes<T>];

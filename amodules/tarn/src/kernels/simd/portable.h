@@ -57,6 +57,7 @@ inline S16 load_pairs(const uint8_t* base, const int32_t* at) {
 
 // A plain store.
 inline void stream(void* p, Bytes v) { store(p, v); }
+inline void stream_groups(uint8_t* base, const int64_t* to, Bytes v) { store(base + to[0], v); }
 inline void stream_fence() {}
 
 // ---- Arithmetic ---------------------------------------------------------------------------------------------------

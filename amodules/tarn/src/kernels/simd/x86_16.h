@@ -59,6 +59,8 @@ inline S16 load_pairs(const uint8_t* base, const int32_t* at) {
 
 // Stores around the cache; p is aligned to the vector.
 inline void stream(void* p, Bytes v) { _mm_stream_si128(static_cast<__m128i*>(p), (__m128i)v); }
+// A group to each of kGroups addresses, aligned to 16 bytes.
+inline void stream_groups(uint8_t* base, const int64_t* to, Bytes v) { stream(base + to[0], v); }
 // Orders streamed stores before those that follow.
 inline void stream_fence() { _mm_sfence(); }
 

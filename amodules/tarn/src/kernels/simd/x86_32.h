@@ -76,6 +76,11 @@ inline S16 load_pairs(const uint8_t* base, const int32_t* at) {
 
 // Stores around the cache; p is aligned to the vector.
 inline void stream(void* p, Bytes v) { _mm256_stream_si256(static_cast<__m256i*>(p), (__m256i)v); }
+// A group to each of kGroups addresses, aligned to 16 bytes.
+inline void stream_groups(uint8_t* base, const int64_t* to, Bytes v) {
+    _mm_stream_si128(reinterpret_cast<__m128i*>(base + to[0]), _mm256_castsi256_si128((__m256i)v));
+    _mm_stream_si128(reinterpret_cast<__m128i*>(base + to[1]), _mm256_extracti128_si256((__m256i)v, 1));
+}
 // Orders streamed stores before those that follow.
 inline void stream_fence() { _mm_sfence(); }
 

@@ -88,6 +88,14 @@ inline S16 load_pairs(const uint8_t* base, const int32_t* at) {
 
 // Stores around the cache; p is aligned to the vector.
 inline void stream(void* p, Bytes v) { _mm512_stream_si512(static_cast<__m512i*>(p), (__m512i)v); }
+// A group to each of kGroups addresses, aligned to 16 bytes.
+inline void stream_groups(uint8_t* base, const int64_t* to, Bytes v) {
+    const auto group = [&](int i) { return reinterpret_cast<__m128i*>(base + to[i]); };
+    _mm_stream_si128(group(0), _mm512_castsi512_si128((__m512i)v));
+    _mm_stream_si128(group(1), _mm512_extracti32x4_epi32((__m512i)v, 1));
+    _mm_stream_si128(group(2), _mm512_extracti32x4_epi32((__m512i)v, 2));
+    _mm_stream_si128(group(3), _mm512_extracti32x4_epi32((__m512i)v, 3));
+}
 // Orders streamed stores before those that follow.
 inline void stream_fence() { _mm_sfence(); }
 
