@@ -1,7 +1,7 @@
-// For kernel sources only: planes of pixels whose channels change places, number or layout, in blocks of kPixels pixels. An
-// operator names its planes on both sides (kIn, kOut) and the bytes of a pixel in each (kInBytes, kOutBytes), and makes a
-// block from pointers to them: it reads a whole block before it writes, and nothing beyond. Large outputs go around the
-// cache.
+// For kernel sources only: planes of pixels whose channels change places, number or layout, in blocks of kPixels
+// pixels. An operator names its planes on both sides (kIn, kOut) and the bytes of a pixel in each (kInBytes,
+// kOutBytes), and makes a block from pointers to them: it reads a whole block before it writes, and nothing beyond.
+// Large outputs go around the cache.
 #pragma once
 
 #include "kernels/plane/channels.h"
@@ -41,8 +41,8 @@ template <class Op>
     for (int i = 0; i < Op::kOut; ++i) memcpy(d.p[i], out[i], size_t(pixels * Op::kOutBytes));
 }
 
-// n pixels, by whole blocks in the way of `out`. The last block overlaps the one before it, unless source and destination are
-// one.
+// n pixels, by whole blocks in the way of `out`. The last block overlaps the one before it, unless source and
+// destination are one.
 template <class Op, class Out>
 inline void map_run(const From<Op::kIn>& s, const To<Op::kOut>& d, int64_t n, bool in_place, const Op& op, Out out) {
     int64_t x = 0;

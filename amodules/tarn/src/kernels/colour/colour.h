@@ -1,11 +1,11 @@
-// Pixels in other colours and other layouts. Source and destination must not overlap, but for reverse_channels, which may
-// work in place.
+// Pixels in other colours and other layouts. Source and destination must not overlap, but for reverse_channels, which
+// may work in place.
 //
-// grey_to_three: each element three times. reverse_channels: the first channel and the third change places. three_to_four:
-// the fourth is 255. four_to_three: without the fourth.
+// grey_to_three: each element three times. reverse_channels: the first channel and the third change places.
+// three_to_four: the fourth is 255. four_to_three: without the fourth.
 //
-// Grey is 0.299 R + 0.587 G + 0.114 B. Of integers it is the exact sum's nearest integer, ties to the even one. Of floats it
-// is (0.299f R + 0.587f G) + 0.114f B, rounded after each step, and the one quiet NaN where that is any.
+// Grey is 0.299 R + 0.587 G + 0.114 B. Of integers it is the exact sum's nearest integer, ties to the even one. Of
+// floats it is (0.299f R + 0.587f G) + 0.114f B, rounded after each step, and the one quiet NaN where that is any.
 #pragma once
 
 #include "kernels/base/kernel.h"

@@ -1,6 +1,6 @@
-// Three channels to grey. Integers: 1000 times the sum is an integer, which is summed exactly in 32 bits and divided once:
-// bytes by one product with a float, a proven rounding; 16-bit elements by such a product and a correction, the rest being
-// exact again.
+// Three channels to grey. Integers: 1000 times the sum is an integer, which is summed exactly in 32 bits and divided
+// once: bytes by one product with a float, a proven rounding; 16-bit elements by such a product and a correction, the
+// rest being exact again.
 #include "kernels/colour/blocks.h"
 #include "kernels/colour/colour.h"
 #include "kernels/plane/channels.h"
@@ -20,8 +20,8 @@ inline S16 weights(int a, int b) {
 template <class T, int kRed>
 struct Grey;
 
-// 3000 times the sum is below 2^24, so a float has it, and the float next to 1/3000 is near enough to it that where the exact
-// quotient is a half, so is the product: the rounding is right for each of the 255001 sums.
+// 3000 times the sum is below 2^24, so a float has it, and the float next to 1/3000 is near enough to it that where
+// the exact quotient is a half, so is the product: the rounding is right for each of the 255001 sums.
 template <int kRed>
 struct Grey<uint8_t, kRed> {
     static constexpr int kIn = 1, kOut = 1;
@@ -55,14 +55,14 @@ struct Grey<uint8_t, kRed> {
     }
 };
 
-// The product with a float gives a quotient whose rest is at most 502 either way: one more or one less is nearest. Unsigned
-// elements less 2^15, an even number, are signed ones.
+// The product with a float gives a quotient whose rest is at most 502 either way: one more or one less is nearest.
+// Unsigned elements less 2^15, an even number, are signed ones.
 template <class T, int kRed>
 struct Grey16 {
     static constexpr int kIn = 1, kOut = 1;
     static constexpr int64_t kPixels = kLanes<T>, kInBytes = 6, kOutBytes = 2;
-    // Two pixels of a group, the first 12 bytes of a window, or the last 12 of the block's last ones: the first two elements of
-    // both, then the third of both with zeros.
+    // Two pixels of a group, the first 12 bytes of a window, or the last 12 of the block's last ones: the first two
+    // elements of both, then the third of both with zeros.
     struct Index {
         alignas(16) uint8_t of[2][16];
         constexpr Index() : of{} {

@@ -1,5 +1,5 @@
-// Pixels whose elements move, are repeated or left out. Each group of a destination's vector has its elements from one or two
-// windows of 16 source bytes, which lie within the block: a load and a look-up each.
+// Pixels whose elements move, are repeated or left out. Each group of a destination's vector has its elements from
+// one or two windows of 16 source bytes, which lie within the block: a load and a look-up each.
 #include "kernels/colour/blocks.h"
 #include "kernels/colour/colour.h"
 
@@ -75,8 +75,8 @@ struct Move {
     }
 };
 
-// Four such blocks at once, because most vectors need no look-up: exchanged elements come from vectors two elements on and
-// two back, the others stay. Only the first vector and the last would reach beyond.
+// Four such blocks at once, because most vectors need no look-up: exchanged elements come from vectors two elements
+// on and two back, the others stay. Only the first vector and the last would reach beyond.
 template <class T>
 struct Reversed {
     static constexpr int kIn = 1, kOut = 1, kVectors = 12;

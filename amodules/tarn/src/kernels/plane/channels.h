@@ -1,5 +1,5 @@
-// For kernel sources only: the channels of pixels taken apart and put together, group by group: a group holds whole pixels when
-// its 16 bytes in each of three or four vectors are read as one stretch (load_pixels, store_pixels).
+// For kernel sources only: the channels of pixels taken apart and put together, group by group: a group holds whole
+// pixels when its 16 bytes in each of three or four vectors are read as one stretch (load_pixels, store_pixels).
 #pragma once
 
 #include "kernels/simd/simd.h"
@@ -41,9 +41,9 @@ template <class Out, int kCount>
     }
 }
 
-// Pixels of three elements of type T in three vectors, and the channels they have: in a group of each, an element's place
-// tells its channel, of which no two groups have one at the same place. So groups are blended by channel, and then the
-// elements of one group put in order.
+// Pixels of three elements of type T in three vectors, and the channels they have: in a group of each, an element's
+// place tells its channel, of which no two groups have one at the same place. So groups are blended by channel, and
+// then the elements of one group put in order.
 template <class T>
 struct Channels3 {
     alignas(16) uint8_t where[3][16];    // all ones where group 0 has channel c
