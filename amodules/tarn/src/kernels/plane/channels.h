@@ -2,7 +2,7 @@
 // pixels when its 16 bytes in each of three or four vectors are read as one stretch (load_pixels, store_pixels).
 #pragma once
 
-#include "kernels/simd/simd.h"
+#include "kernels/plane/transpose.h"
 
 namespace tarn::k::TARN_LEVEL {
 namespace {
@@ -100,18 +100,6 @@ template <class T>
 
 // Four elements a pixel: channels to pixels by two rounds of pairs; back by elements of 4 bytes, which the same rounds
 // transpose.
-template <class T>
-inline Bytes interleave_lower(Bytes a, Bytes b) {
-    return sizeof(T) == 1   ? interleave_lower8(a, b)
-           : sizeof(T) == 2 ? interleave_lower16(a, b)
-                            : interleave_lower32(a, b);
-}
-template <class T>
-inline Bytes interleave_upper(Bytes a, Bytes b) {
-    return sizeof(T) == 1   ? interleave_upper8(a, b)
-           : sizeof(T) == 2 ? interleave_upper16(a, b)
-                            : interleave_upper32(a, b);
-}
 template <class T>
 [[gnu::always_inline]] inline void interleave_groups(Bytes (&v)[4]) {
     const Bytes lower02 = interleave_lower<T>(v[0], v[2]), upper02 = interleave_upper<T>(v[0], v[2]);
