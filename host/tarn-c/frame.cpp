@@ -25,9 +25,8 @@ constexpr TarnOnce kOnce<1> = fini_once;
 #define SLOT(number, name, qualified, function, Type) \
     {name, qualified, kSignature, kOnce<number> ? ENTRY(kOnce<number>) : QUEL_ENTRY_DECLARED, 0, 0, 0},
 #define SERVED(number, name, qualified, function, Type) {name, qualified, kSignature, ENTRY(function), 0, 0, 0},
-#define LATER(number, name, qualified) {name, qualified, kSignature, QUEL_ENTRY_DECLARED, 0, 0, 0},
-#define COMPANION LATER
-#define ABSENT LATER
+#define COMPANION(number, name, qualified) {name, qualified, kSignature, QUEL_ENTRY_DECLARED, 0, 0, 0},
+#define ABSENT COMPANION
 #define NAMED(number, name, qualified) {name, qualified, kSignature, nullptr, 0, 0, 0},
 #define RESERVED(number) {"reserved" #number, "tarn::reserved" #number, kSignature, nullptr, 0, 0, 0},
 

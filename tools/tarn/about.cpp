@@ -2,7 +2,6 @@
 // module.
 #include <dlfcn.h>
 
-#include <algorithm>
 #include <cstring>
 #include <iostream>
 
@@ -12,27 +11,21 @@
 
 namespace tarn::tool {
 namespace {
-// What a slot is. The operations that the module plans share one function, which reports the type error; nothing else
-// does.
-const char* kind_of(const QuelIFACE& iface, const QuelSLOT& slot) {
+// What a slot is.
+const char* kind_of(const QuelSLOT& slot) {
     if (slot.entry == QUEL_ENTRY_DECLARED) return "declared";
-    if (slot.entry) {
-        const QuelSLOT* end = iface.slots + iface.slot_count;
-        const bool shared =
-            std::any_of(iface.slots, end, [&](const QuelSLOT& s) { return &s != &slot && s.entry == slot.entry; });
-        return shared ? "planned" : "implemented";
-    }
+    if (slot.entry) return "implemented";
     return std::strncmp(slot.name, "reserved", 8) == 0 ? "reserved" : "empty";
 }
 
 nlohmann::ordered_json slot_record(const QuelIFACE& iface, int number) {
     const QuelSLOT& slot = iface.slots[number];
-    const std::string kind = kind_of(iface, slot);
+    const std::string kind = kind_of(slot);
     return {{"slot", number},
             {"name", slot.name},
             {"qualified", slot.qualified},
             {"kind", kind},
-            {"summary", kind == "implemented" || kind == "planned" ? operation_summary(slot.qualified) : ""}};
+            {"summary", kind == "implemented" ? operation_summary(slot.qualified) : ""}};
 }
 
 struct Ops {
@@ -42,7 +35,7 @@ struct Ops {
 
 void run_ops(const Ops& options) {
     if (options.json && options.markdown) usage("--markdown", "can't go with --json", "give one of them");
-    const std::vector<std::string> kinds = {"all", "implemented", "planned", "declared", "reserved", "empty"};
+    const std::vector<std::string> kinds = {"all", "implemented", "declared", "reserved", "empty"};
     parse_word(options.kind, "--kind", kinds);
     const Module module;
     const QuelIFACE& iface = *QuelHOSTiface(module.host());
@@ -107,7 +100,7 @@ void run_info(bool json) {
         {"library", file},           {"interface", iface.path},     {"slots", iface.slot_count}};
     int implemented = 0;
     for (uint64_t i = 0; i < iface.slot_count; ++i)
-        implemented += std::strcmp(kind_of(iface, iface.slots[i]), "implemented") == 0;
+        implemented += std::strcmp(kind_of(iface.slots[i]), "implemented") == 0;
     info["implemented"] = implemented;
     const QuelDEPLIST* needs = descriptor.dependencies ? descriptor.dependencies() : nullptr;
     std::string companions;
@@ -150,7 +143,7 @@ Run setup_ops(CLI::App& app) {
     const auto options = std::make_shared<Ops>();
     add_json(app, options->json);
     app.add_flag("--markdown", options->markdown, "print a Markdown table");
-    app.add_option("--kind", options->kind, "all (default), implemented, planned, declared, reserved or empty")
+    app.add_option("--kind", options->kind, "all (default), implemented, declared, reserved or empty")
         ->type_name("KIND");
     return [options] { run_ops(*options); };
 }

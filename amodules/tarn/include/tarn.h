@@ -15,6 +15,7 @@
 #include "tarn_net.h"
 #include "tarn_contour.h"
 #include "tarn_threshold.h"
+#include "tarn_transform.h"
 
 #ifdef __cplusplus
 extern "C" {

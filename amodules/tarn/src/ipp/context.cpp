@@ -6,7 +6,6 @@
 namespace tarn::ipp {
 namespace {
 
-uint32_t interface_code(const QuelCALL* call) { return uint32_t(call->iface->packed_code >> 48); }
 const char* slot_name(const QuelCALL* call) { return call->iface->slots[call->slot].name; }
 
 void* allocate(void* context, uint64_t bytes) {
@@ -16,6 +15,8 @@ void* allocate(void* context, uint64_t bytes) {
 void release(void* context, void* block) { KaSMEMSTGfree(static_cast<Context*>(context)->storage(), block); }
 
 }  // namespace
+
+uint32_t interface_code(const QuelCALL* call) { return uint32_t(call->iface->packed_code >> 48); }
 
 KaSMEMSTG* Context::storage() {
     if (!payer) payer = own.open(nullptr, 0, err);

@@ -76,6 +76,14 @@ int64_t report(const Context& context, k::Status status, const char* text = kTex
 // Makes an error value of message form `form` (3 or 6) with the operation's names and an argument text; returns -1.
 int64_t refuse(const Context& context, uint32_t code, uint32_t cls, uint32_t form, const char* text);
 
+// Makes an error value of a printf text and its values; returns -1.
+uint32_t interface_code(const QuelCALL* call);
+template <class... Values>
+int64_t refuse_text(const Context& context, uint32_t code, uint32_t cls, const char* format, Values... values) {
+    QuelMkerr_u(context.err, 0, 0, 0, interface_code(context.call), code, cls, format, values...);
+    return -1;
+}
+
 // Ends the process after a line in the log: the operation has no kernel for the type and no error value to say so.
 [[noreturn]] void unsupported(const QuelCALL* call, LumoELEMTYPE type);
 

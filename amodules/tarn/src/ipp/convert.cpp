@@ -2,12 +2,8 @@
 #include "ipp/convert.h"
 
 #include "ipp/copy.h"
-#include "kernels/convert/convert.h"
 
 namespace tarn::ipp {
-
-constexpr SetsBySource<k::Unary> kConvert = {&k::convert_u8_kernels, &k::convert_s16_kernels, &k::convert_s32_kernels,
-                                             &k::convert_f32_kernels};
 
 bool converts(LumoELEMTYPE dst, LumoELEMTYPE src) { return kPaired.find(kConvert, dst, src); }
 

@@ -2,8 +2,12 @@
 #pragma once
 
 #include "ipp/context.h"
+#include "kernels/convert/convert.h"
 
 namespace tarn::ipp {
+
+inline constexpr SetsBySource<k::Unary> kConvert = {&k::convert_u8_kernels, &k::convert_s16_kernels,
+                                                    &k::convert_s32_kernels, &k::convert_f32_kernels};
 
 // Whether there is a conversion from a type to another kind.
 bool converts(LumoELEMTYPE dst, LumoELEMTYPE src);

@@ -10,7 +10,6 @@ namespace {
 
 #define ENTRY(function) reinterpret_cast<QuelENTRY>(function)
 #define SLOT(number, name, qualified, function, Type) {name, qualified, kSignature, ENTRY(function), 0, 0, 0},
-#define LATER(number, name, qualified) {name, qualified, kSignature, ENTRY(op_later), 0, 0, 0},
 #define COMPANION(number, name, qualified) {name, qualified, kSignature, QUEL_ENTRY_DECLARED, kInterfaceCode, 0x606, 0},
 #define ABSENT(number, name, qualified) {name, qualified, kSignature, QUEL_ENTRY_DECLARED, 0x0001000300060003, 0, 0},
 #define NAMED(number, name, qualified) {name, qualified, kSignature, nullptr, 0, 0, 0},
@@ -59,10 +58,6 @@ int64_t op_init_once(const QuelCALL*, QuelERR*, KaSMEMSTG*) {
 }
 
 int64_t op_fini_once(const QuelCALL*, QuelERR*, KaSMEMSTG*) { return 0; }
-
-int64_t op_later(const QuelCALL* call, QuelERR* err, KaSMEMSTG* storage) {
-    return report(Context(call, err, storage), k::kNoKernel);
-}
 
 }  // namespace tarn::ipp
 

@@ -3,14 +3,11 @@
 
 #include "ipp/convert.h"
 #include "ipp/operations.h"
-#include "kernels/mapping/mapping.h"
 
 namespace tarn::ipp {
 
 constexpr SetsBySource<k::ScaleMap> kScale = {&k::scale_u8_kernels, &k::scale_s16_kernels, nullptr,
                                               &k::scale_f32_kernels};
-constexpr SetsBySource<k::RangeMap> kRange = {&k::range_u8_kernels, &k::range_s16_kernels, nullptr,
-                                              &k::range_f32_kernels};
 
 k::Status range_map_plane(Context& context, const LumoMAT& dst, const LumoMAT& src, k::Size size, float lo, float hi) {
     const auto* map = kRanges.find(kRange, dst.elemtype, src.elemtype);

@@ -12,9 +12,6 @@ namespace tarn::ipp {
 #define SLOT(number, name, qualified, function, Type) std::remove_pointer_t<Type> function;
 #include "ipp/slots.def"
 
-// What every slot of a planned operation holds: reports the type error.
-std::remove_pointer_t<TarnOnce> op_later;
-
 namespace slot {
 #define SLOT(number, name, qualified, function, Type) inline constexpr Slot<Type> function{number};
 #define SERVED SLOT

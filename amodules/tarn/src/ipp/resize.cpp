@@ -1,6 +1,6 @@
 // "tarn::scale-resize": a region resampled to the size of the destination, with a change of element kind on the way
 // where the two arrays differ in it, and a value range afterwards where one is given.
-#include "kernels/resize/resize.h"
+#include "ipp/resize.h"
 
 #include "ipp/convert.h"
 #include "ipp/copy.h"
@@ -8,11 +8,8 @@
 #include "ipp/operations.h"
 
 namespace tarn::ipp {
-namespace {
 
-// The kernels for an interpolation code; null for a code that is none. A source smaller than the taps gets fewer of
-// them.
-const k::KernelSet<k::Resize>* kernels_of(uint32_t interpolation, k::Size src) {
+const k::KernelSet<k::Resize>* resize_kernels(uint32_t interpolation, k::Size src) {
     const int32_t least = src.width < src.height ? src.width : src.height;
     switch (interpolation) {
         case TARN_NEAREST:
@@ -31,6 +28,8 @@ const k::KernelSet<k::Resize>* kernels_of(uint32_t interpolation, k::Size src) {
     }
 }
 
+namespace {
+
 // Resamples a region of a source of dst's type to the whole of dst.
 k::Status resize_plane(Context& context, const LumoMAT& dst, const LumoMAT& src, const LumoRECT& region,
                        uint32_t interpolation) {
@@ -43,7 +42,7 @@ k::Status resize_plane(Context& context, const LumoMAT& dst, const LumoMAT& src,
         from.width /= 2;
     }
     const k::Size src_size = kernel_size(size_of(source), dst.elemtype);
-    const auto* kernels = kernels_of(interpolation, src_size);
+    const auto* kernels = resize_kernels(interpolation, src_size);
     const auto* resize = kernels ? kPaired.find(*kernels, src.elemtype) : nullptr;
     if (!resize) return k::kNoKernel;
     return (*resize)(source.data, source.stride, src_size, from, dst.data, dst.stride,

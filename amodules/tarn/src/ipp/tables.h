@@ -52,6 +52,9 @@ inline constexpr TypeMap kTyped   {{u8, s16, s32, none, f32},                   
 inline constexpr TypeMap kPaired  {{u8, s16, s32, none, f32},                           {c1, c4,   c3, c3x}};
 // Two channels as pixels of four elements that are two pixels.
 inline constexpr TypeMap kRanges  {{u8, s16, s32, none, f32},                           {c1, c2,   c3, c3x}};
+// The last two with all channels of four.
+inline constexpr TypeMap kWhole       {{u8, s16, s32, none, f32},                       {c1, c4,   c3, c4}};
+inline constexpr TypeMap kWholeRanges {{u8, s16, s32, none, f32},                       {c1, c2,   c3, c4}};
 // Four channels, each with a constant of its own.
 inline constexpr TypeMap kFour    {{u8, s16, s32},                                      {c1, none, c3, c4}};
 // Whatever is neither s16 nor f32 is processed as bytes, deliberately.
