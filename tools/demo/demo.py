@@ -299,6 +299,27 @@ def make_page(demo):
     return demo.page
 
 
+def transform_section(demo):
+    demo.section("transform", "A network's input", "tarn::copy-transform makes of a picture the array that a network takes, and of its output a "
+                 "picture, in one call: size, samples, colours, values and layout.")
+    coffee = demo.sample("coffee.png")
+    to = ["copy-transform", coffee, "-o", "coffee.npy", "--size", "224x224", "--type", "f32", "--colour", "bgr", "--range", "0,1"]
+    there = demo.picture(*to)
+    with open(os.path.join(demo.out, "coffee.npy"), "rb") as file:
+        data = file.read()
+    values = struct.unpack(f"<{3 * 224 * 224}f", data[-3 * 224 * 224 * 4:])
+    with open(os.path.join(demo.out, "coffee-planes.png"), "wb") as file:
+        file.write(grey_png(224, bytes(round(255 * v) for v in values)))
+    back = ["copy-transform", "coffee.npy", "-o", "coffee-back.png", "--input-colour", "bgr", "--colour", "rgb", "--type", "u8", "--range", "0,255"]
+    demo.figures([demo.figure(coffee, "input", "600 × 400", source=True),
+                  demo.figure("coffee-planes.png", "32-bit floats, planes of blue, green and red, each stretched to 0 .. 1", "1 × 3 × 224 × 224", there,
+                              " ".join(to), view="true"),
+                  demo.figure("coffee-back.png", "and back", "224 × 224", demo.picture(*back), " ".join(back), view="true"),
+                  demo.figure("coffee-grey.png", "grey, at its size", "600 × 400",
+                              demo.picture("copy-transform", coffee, "-o", "coffee-grey.png", "--colour", "grey"),
+                              "copy-transform coffee.png -o coffee-grey.png --colour grey")])
+
+
 def threshold_section(demo):
     demo.section("threshold", "Thresholds", "tarn::threshold makes a picture black and white: by one value, by the histogram (Otsu), or each "
                  "pixel by its surroundings.")
@@ -503,6 +524,7 @@ def contour_section(demo):
 SECTIONS = [
     ("resize", "Resampling", resize_section),
     ("warps", "Warps", warp_section),
+    ("transform", "A network's input", transform_section),
     ("values", "Values", values_section),
     ("filters", "Filters and borders", filter_section),
     ("threshold", "Thresholds", threshold_section),

@@ -90,6 +90,11 @@ constexpr Command kCommands[] = {
      "  interpolation code (3 nearest, 4 linear, 5 cubic, 6 lanczos)",
      "tarn warp-affine-quad scan.png -o page.png --from 31,12,590,48,566,410,7,374 --size 600x400",
      setup_warp_affine_quad},
+    {"copy-transform", "tarn::copy-transform",
+     "change size, samples, colours, values and layout at once, also to and from .npy",
+     "destination, source, range (null: none),\n"
+     "  interpolation code (3 nearest, 4 linear, 5 cubic)",
+     "tarn copy-transform a.jpg b.jpg -o batch.npy --size 224x224 --type f32 --range 0,1", setup_copy_transform},
     {"copymkb", "tarn::copymkb", "put a border around a picture, of its edge pixels or a constant",
      "destination, source (null: destination), kind (3 constant, 4 replicate),\n"
      "  border (left, top, right, bottom, values; null: copy)",
@@ -122,7 +127,6 @@ struct Summary {
 constexpr Summary kSummaries[] = {
     {"init-once", "choose the processor level; called once by the host"},
     {"fini-once", "end of use; does nothing"},
-    {"tarn::copy-transform", "copy between layouts, types, colours and value ranges"},
     {"tarn::initmorphstate", "prepare the state of a morphology operation"},
 };
 

@@ -57,6 +57,8 @@ Run setup_scale_resize(CLI::App& app);
 // warps.cpp
 Run setup_warp_affine(CLI::App& app);
 Run setup_warp_affine_quad(CLI::App& app);
+// transform.cpp
+Run setup_copy_transform(CLI::App& app);
 // filters.cpp
 Run setup_copymkb(CLI::App& app);
 Run setup_filter(CLI::App& app);

@@ -1,8 +1,10 @@
 #include "npy.h"
 
+#include <algorithm>
 #include <bit>
 #include <cerrno>
 #include <cstring>
+#include <initializer_list>
 #include <memory>
 
 #include "error.h"
@@ -13,6 +15,7 @@ static_assert(std::endian::native == std::endian::little, "the files' byte order
 
 constexpr char kRemedy[] = "save it with numpy.save(file, numpy.ascontiguousarray(a, 'float32'))";
 constexpr size_t kMostHeader = 1 << 20;
+constexpr int64_t kMostBytes = int64_t(1) << 62;
 
 struct Close {
     void operator()(std::FILE* file) const { std::fclose(file); }
@@ -46,18 +49,15 @@ std::vector<int64_t> parse_shape(const std::string& text, const std::string& pat
     return shape;
 }
 
-std::string describe(const std::vector<int64_t>& shape) {
-    std::string text;
-    for (const int64_t n : shape) text += (text.empty() ? "" : " x ") + std::to_string(n);
-    return text.empty() ? "a single value" : text;
-}
-}  // namespace
+struct ElementType {
+    const char* name;  // as the header has it
+    Sample sample;
+};
+constexpr ElementType kElements[] = {
+    {"|u1", Sample::u8}, {"<i2", Sample::s16}, {"<i4", Sample::s32}, {"<f4", Sample::f32}};
 
-LumoMAT Matrix::view() const {
-    return {"", LUMO_F32 | LUMO_CHANNELS(1), columns, rows, columns * 4, const_cast<float*>(values.data())};
-}
-
-Matrix read_npy(const std::string& path) {
+// Reads an array of one of these samples.
+Tensor read(const std::string& path, std::initializer_list<Sample> samples, const char* wanted) {
     const std::unique_ptr<std::FILE, Close> file(std::fopen(path.c_str(), "rb"));
     if (!file) fail(path, "can't be read: " + system_reason(errno), "name a .npy file");
     const auto read = [&](void* to, size_t bytes) {
@@ -78,40 +78,44 @@ Matrix read_npy(const std::string& path) {
 
     const std::string type = entry(header, "descr"), order = entry(header, "fortran_order");
     if (type.empty() || order.empty()) fail(path, "has a damaged header", kRemedy);
-    if (type.substr(1, 3) != "<f4")
+    const auto* element = std::find_if(std::begin(kElements), std::end(kElements), [&](const ElementType& e) {
+        return type.substr(1, 3) == e.name && std::find(samples.begin(), samples.end(), e.sample) != samples.end();
+    });
+    if (element == std::end(kElements))
         fail(path,
-             "holds " + (type[0] == '[' ? "records" : "elements of type " + type.substr(0, type.find(','))) +
-                 ", not 32-bit floats",
+             "holds " + (type[0] == '[' ? "records" : "elements of type " + type.substr(0, type.find(','))) + ", not " +
+                 wanted,
              kRemedy);
     if (!order.starts_with("False")) fail(path, "holds its columns one after the other (Fortran order)", kRemedy);
-    const std::vector<int64_t> shape = parse_shape(entry(header, "shape"), path);
-    if (shape.empty() || shape.size() > 2)
-        fail(path, "holds " + describe(shape) + ", not a matrix", "save an array of one or two axes");
-    const int64_t rows = shape.size() == 2 ? shape[0] : 1, columns = shape.back();
-    if (rows < 1 || columns < 1)
-        fail(path, "holds no values (" + describe(shape) + ")", "save at least one row and column");
-    if (rows > INT32_MAX || columns > INT32_MAX / 4) fail(path, "is too large (" + describe(shape) + ")", "split it");
+    Tensor tensor{parse_shape(entry(header, "shape"), path), element->sample, {}};
 
     // The size that the header tells is believed only when the file has it.
+    int64_t needed = sample_bytes(tensor.sample);
+    for (const int64_t n : tensor.shape) {
+        if (n < 1) fail(path, "holds no values (" + describe(tensor.shape) + ")", "save at least one row and column");
+        if (n > INT32_MAX || needed > kMostBytes / n)
+            fail(path, "is too large (" + describe(tensor.shape) + ")", "split it");
+        needed *= n;
+    }
     const long begin = std::ftell(file.get());
     if (begin < 0) fail(path, "is no regular file", "save it to a file first");
     std::fseek(file.get(), 0, SEEK_END);
-    const int64_t there = std::ftell(file.get()) - begin, needed = rows * columns * 4;
+    const int64_t there = std::ftell(file.get()) - begin;
     std::fseek(file.get(), begin, SEEK_SET);
     if (there < needed)
         fail(path, "ends too early: " + std::to_string(there) + " of " + std::to_string(needed) + " bytes of values",
              "save it again; it may be a part of a file");
     if (there > needed)
         fail(path, "has " + std::to_string(there - needed) + " bytes behind its values", "save it again");
-    Matrix matrix{int32_t(rows), int32_t(columns), {}};
-    matrix.values.resize(static_cast<size_t>(rows * columns));
-    read(matrix.values.data(), static_cast<size_t>(needed));
-    return matrix;
+    tensor.bytes.resize(static_cast<size_t>(needed));
+    read(tensor.bytes.data(), tensor.bytes.size());
+    return tensor;
 }
 
-void write_npy(OutputFile& file, const Matrix& matrix) {
-    std::string header = "{'descr': '<f4', 'fortran_order': False, 'shape': (" + std::to_string(matrix.rows) + ", " +
-                         std::to_string(matrix.columns) + "), }";
+void write(OutputFile& file, const char* type, const std::vector<int64_t>& shape, const void* values, size_t bytes) {
+    std::string header = std::string("{'descr': '") + type + "', 'fortran_order': False, 'shape': (";
+    for (size_t i = 0; i < shape.size(); ++i) header += (i ? ", " : "") + std::to_string(shape[i]);
+    header += "), }";
     // Values begin at a multiple of 64 bytes.
     header.append(63 - (10 + header.size()) % 64, ' ') += '\n';
     std::string start("\x93NUMPY\x01\x00", 8);
@@ -120,9 +124,45 @@ void write_npy(OutputFile& file, const Matrix& matrix) {
     start += header;
     std::FILE* out = file.stream();
     errno = 0;
-    if (std::fwrite(start.data(), 1, start.size(), out) != start.size() ||
-        std::fwrite(matrix.values.data(), 4, matrix.values.size(), out) != matrix.values.size())
+    if (std::fwrite(start.data(), 1, start.size(), out) != start.size() || std::fwrite(values, 1, bytes, out) != bytes)
         file.write_failed(errno);
+}
+}  // namespace
+
+std::string describe(const std::vector<int64_t>& shape) {
+    std::string text;
+    for (const int64_t n : shape) text += (text.empty() ? "" : " x ") + std::to_string(n);
+    return text.empty() ? "a single value" : text;
+}
+
+LumoMAT Matrix::view() const {
+    return {"", LUMO_F32 | LUMO_CHANNELS(1), columns, rows, columns * 4, const_cast<float*>(values.data())};
+}
+
+Matrix read_npy(const std::string& path) {
+    const Tensor all = read(path, {Sample::f32}, "32-bit floats");
+    if (all.shape.empty() || all.shape.size() > 2)
+        fail(path, "holds " + describe(all.shape) + ", not a matrix", "save an array of one or two axes");
+    const int64_t rows = all.shape.size() == 2 ? all.shape[0] : 1, columns = all.shape.back();
+    if (columns > INT32_MAX / 4) fail(path, "is too large (" + describe(all.shape) + ")", "split it");
+    Matrix matrix{int32_t(rows), int32_t(columns), {}};
+    matrix.values.resize(static_cast<size_t>(rows * columns));
+    std::memcpy(matrix.values.data(), all.bytes.data(), all.bytes.size());
+    return matrix;
+}
+
+void write_npy(OutputFile& file, const Matrix& matrix) {
+    write(file, "<f4", {matrix.rows, matrix.columns}, matrix.values.data(), 4 * matrix.values.size());
+}
+
+Tensor read_tensor(const std::string& path) {
+    return read(path, {Sample::u8, Sample::s16, Sample::s32, Sample::f32}, "u8, s16, s32 or f32");
+}
+
+void write_tensor(OutputFile& file, const Tensor& tensor) {
+    const auto* element = std::find_if(std::begin(kElements), std::end(kElements),
+                                       [&](const ElementType& e) { return e.sample == tensor.sample; });
+    write(file, element->name, tensor.shape, tensor.bytes.data(), tensor.bytes.size());
 }
 
 }  // namespace tarn::tool

@@ -1,4 +1,4 @@
-// Matrices of 32-bit floats in .npy files (format versions 1 to 3): row after row, little-endian.
+// Arrays in .npy files (format versions 1 to 3): little-endian, the last axis fastest.
 #ifndef TARN_TOOLS_NPY_H
 #define TARN_TOOLS_NPY_H
 
@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "image.h"
 #include "output.h"
 #include "tarn.h"
 
@@ -22,6 +23,18 @@ struct Matrix {
 // C order.
 Matrix read_npy(const std::string& path);
 void write_npy(OutputFile& file, const Matrix& matrix);
+
+// An array of any number of axes.
+struct Tensor {
+    std::vector<int64_t> shape;  // at least 1 each
+    Sample sample = Sample::f32;
+    std::vector<uint8_t> bytes;
+};
+std::string describe(const std::vector<int64_t>& shape);  // "2 x 3 x 480 x 640"
+
+// Throws when the file holds anything but u8, s16, s32 or f32 elements in C order.
+Tensor read_tensor(const std::string& path);
+void write_tensor(OutputFile& file, const Tensor& tensor);
 
 }  // namespace tarn::tool
 #endif

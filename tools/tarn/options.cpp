@@ -176,9 +176,9 @@ uint32_t parse_interpolation(const std::string& text) {
     return TARN_NEAREST + uint32_t(parse_word(text, "--interpolation", {"nearest", "linear", "cubic", "lanczos"}));
 }
 
-std::optional<Sample> parse_depth(const std::string& text) {
+std::optional<Sample> parse_depth(const std::string& text, const std::string& option) {
     constexpr std::optional<Sample> kDepths[] = {{}, Sample::u8, Sample::s16, Sample::f32};
-    return kDepths[parse_word(text, "--depth", {"same", "u8", "s16", "f32"})];
+    return kDepths[parse_word(text, option, {"same", "u8", "s16", "f32"})];
 }
 
 void add_inputs(CLI::App& app, Files& files, size_t least, size_t most) {

@@ -47,8 +47,8 @@ std::vector<float> parse_pixel(const std::string& text, const std::string& optio
 size_t parse_word(const std::string& text, const std::string& option, const std::vector<std::string>& words);
 // TARN_NEAREST, ... of --interpolation.
 uint32_t parse_interpolation(const std::string& text);
-// The samples of --depth; none for "same".
-std::optional<Sample> parse_depth(const std::string& text);
+// The samples that --depth names; none for "same".
+std::optional<Sample> parse_depth(const std::string& text, const std::string& option = "--depth");
 
 // ---- Options ------------------------------------------------------------------------------------------------------
 
