@@ -48,10 +48,14 @@ class Commands(driver.ProgramTest):
             self.assertEqual((tags[258][0], tags[339][0], values), (bits, sample_format, rows))
         self.put("deep.tif", tiff(3, 1, 1, [[-5, 100, 300]], "s16"))
         self.assertEqual(self.resized("deep.tif", "--scale", 1, "--depth", "u8")[4], [[0, 100, 255]])
-        self.put("high.png", png(3, 1, 1, [[5, 100, 300]], 16))
-        self.assertEqual(self.resized("high.png", "--scale", 1, "--depth", "u8")[4], [[5, 100, 255]])
-        self.put("higher.png", png(3, 1, 1, [[5, 100, 40000]], 16))
-        self.refused(1, "higher.png", "above 32767", "scale-resize", "higher.png", "-o", "o.png", "--scale", 1, "--depth", "u8")
+        self.put("high.png", png(4, 1, 1, [[5, 100, 300, 65535]], 16))
+        for depth, wanted in ("u8", [5, 100, 255, 255]), ("u16", [5, 100, 300, 65535]):
+            self.assertEqual(self.resized("high.png", "--scale", 1, "--depth", depth)[4], [wanted])
+        self.assertEqual(self.resized("deep.tif", "--scale", 1, "--depth", "u16")[3:], (16, [[0, 100, 300]]))
+        self.put("half.tif", tiff(4, 1, 1, [[0.5, 1.5, 65534.75, 1e9]], "f32"))
+        self.assertEqual(self.resized("half.tif", "--scale", 1, "--depth", "u16")[4], [[0, 2, 65535, 65535]])
+        got = self.resized("high.png", "--scale", 1, "--value-range", "1000,60000")
+        self.assertEqual((got[3], got[4][0][0], got[4][0][3]), (16, 1000, 60000))
 
     def test_time_prints_milliseconds_alone(self):
         self.put("in.png", png(4, 4, 3, noise(4, 4, 3, 0, 255)))

@@ -43,6 +43,9 @@ class Errors(driver.ProgramTest):
             "empty.png": (b"", "is empty"),
             "zero.png": (png_header(0, 5, 8, 2) + chunk(b"IEND", b""), "PNG")})
 
+    def test_endless_inputs_are_known_by_their_first_bytes(self):
+        self.refused(1, "/dev/zero", "is not a PNG", "minmax", "/dev/zero")
+
     def test_every_shorter_copy_of_a_small_picture_is_refused(self):
         rows = noise(6, 5, 3, 0, 255)
         for name, data in ("cut.png", png(6, 5, 3, rows)), ("cut.tif", tiff(6, 5, 3, rows)):

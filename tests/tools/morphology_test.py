@@ -36,12 +36,12 @@ OPERATIONS = "erode", "dilate", "open", "close", "tophat", "blackhat", "gradient
 class Morphology(driver.ProgramTest):
     def test_every_operation_on_every_number_of_channels(self):
         cells = cells_of("ellipse", 5, 4, (2, 2))
-        for channels in 1, 2, 3, 4:
-            rows = noise(11, 8, channels, 0, 255)
-            self.put("in.png", png(11, 8, channels, rows))
+        for channels, bits in (1, 8), (2, 8), (3, 8), (4, 8), (4, 16):
+            rows = noise(11, 8, channels, 0, 2**bits - 1)
+            self.put("in.png", png(11, 8, channels, rows, bits))
             for operation in OPERATIONS:
                 self.tarn("morph", "in.png", "-o", "out.png", "--operation", operation, "--element", "ellipse", "--size", "5x4")
-                self.assertEqual(read_png(self.get("out.png"))[4], morphed(rows, channels, cells, operation), (operation, channels))
+                self.assertEqual(read_png(self.get("out.png"))[3:], (bits, morphed(rows, channels, cells, operation)), (operation, channels))
 
     def test_elements_drawn_and_of_a_file_with_anchors(self):
         rows = noise(9, 9, 1, -1000, 1000)
@@ -70,7 +70,7 @@ class Morphology(driver.ProgramTest):
     def test_what_cannot_be_is_refused_by_name(self):
         for name, size in ("a.png", 4), ("b.png", 4), ("large.png", 5):
             self.put(name, png(size, size, 1, noise(size, size, 1, 0, 255)))
-        self.put("deep.png", png(4, 4, 1, noise(4, 4, 1, 0, 65535), 16))
+        self.put("s32.tif", tiff(4, 4, 1, noise(4, 4, 1, 0, 65535), "s32"))
         self.put("rgb.png", png(4, 4, 3, noise(4, 4, 3, 0, 255)))
         os.mkdir(self.path("folder"))
         self.put("folder/a.png", self.get("a.png"))
@@ -86,7 +86,8 @@ class Morphology(driver.ProgramTest):
                  "--anchor", "0,3"),
                 (1, "none.png", "no such file", "a.png", *to, "none.png"),
                 (1, "rgb.png", "no element; give a grey picture of 8 bits", "a.png", *to, "rgb.png"),
-                (1, "deep.png", "has u16 samples; morph takes u8 and f32", "deep.png", *to, "a.png"),
+                (1, "s32.tif", "has s32 samples; morph takes u8, u16 and f32; convert the picture first with tarn convert-scale --depth f32",
+                 "s32.tif", *to, "a.png"),
                 (2, "--output", "is no folder", "a.png", "b.png", *to, "b.png"),
                 (2, "folder/a.png", "has the name of another input", "a.png", "folder/a.png", "-o", "folder", *to[2:], "b.png"),
                 (1, "large.png", "is 5x5 u8, 1 channel but a.png is 4x4", "a.png", "large.png", "-o", "folder", *to[2:], "b.png")):

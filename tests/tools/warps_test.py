@@ -70,6 +70,12 @@ class Warps(driver.ProgramTest):
         for command, *arguments in ("warp-affine", "--scale", 1), ("warp-affine-quad", "--from", "0,0,2,0,2,2,0,2"):
             self.tarn(command, "in.png", "-o", "out.tif", "--compression", "none", "--depth", "f32", *arguments)
             self.assertEqual(read_tiff(self.get("out.tif"))[1], rows)
+        self.put("deep.png", png(2, 1, 1, [[300, 65535]], 16))
+        for source, depth, background, wanted in (("deep.png", "u8", 7, [7, 255, 255]), ("deep.png", "u16", 40000, [40000, 300, 65535]),
+                                                  ("in.png", "u16", 40000, [40000, *rows[0][:2]]), ("deep.png", "f32", -1, [-1, 300, 65535])):
+            self.tarn("warp-affine", source, "-o", "out.tif", "--compression", "none", "--depth", depth, "--matrix", "1,0,1,0,1,0",
+                      "--size", "3x1", "--background", background)
+            self.assertEqual(read_tiff(self.get("out.tif"))[1], [wanted])
 
     def test_fit_is_the_size_that_holds_the_picture(self):
         self.put("in.png", png(31, 17, 4, noise(31, 17, 4, 0, 255)))
@@ -120,7 +126,7 @@ class Warps(driver.ProgramTest):
                 (1, "--background", "256 is not among the values of u8 samples", *warp, "--rotate", 5, "--background", 256),
                 (1, "--background", "2 values for 3 colour channels", *warp, "--rotate", 5, "--background", "1,2"),
                 (2, "--interpolation", "nearest, linear, cubic or lanczos", *warp, "--rotate", 5, "--interpolation", "area"),
-                (2, "--depth", "same, u8, s16 or f32", *warp, "--rotate", 5, "--depth", "u16"),
+                (2, "--depth", "same, u8, u16, s16 or f32", *warp, "--rotate", 5, "--depth", "u32"),
                 (1, "s32.tif", "has s32 samples; warp-affine takes u8, u16, s16 and f32", "warp-affine", "s32.tif", "--rotate", 5),
                 (1, "s32.tif", "warp-affine-quad takes", "warp-affine-quad", "s32.tif", "--from", square),
                 (2, "--from", "is missing, and --to is too", *quad),

@@ -36,6 +36,7 @@ figure { margin: 0; background: #fff; border: 1px solid var(--line); border-radi
 figure.source { border-color: var(--accent); box-shadow: 0 0 0 1px var(--accent); }
 .picture { height: 230px; display: flex; align-items: center; justify-content: center; padding: 8px;
   background: repeating-conic-gradient(#eceff2 0 25%, #fff 0 50%) 0 0 / 16px 16px; }
+.picture a { display: contents; }
 .picture img { max-width: 100%; max-height: 100%; }
 .picture.true img { max-width: none; max-height: none; image-rendering: pixelated; }
 .picture.fill img { width: 100%; height: 100%; object-fit: contain; image-rendering: pixelated; }

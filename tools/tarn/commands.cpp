@@ -31,7 +31,7 @@ constexpr Command kCommands[] = {
     {"xor", "tarn::xor", "bitwise exclusive or of two pictures",
      "destination, first source (null: destination), second source", "tarn xor a.png b.png -o difference.png",
      setup_xor},
-    {"not", "tarn::not", "bitwise complement of a u8 picture", "destination, source (null: destination)",
+    {"not", "tarn::not", "bitwise complement", "destination, source (null: destination)",
      "tarn not photo.png -o negative.png", setup_not},
     {"cmp", "tarn::cmp", "compare two pictures: 255 where it holds",
      "destination, first source, second source,\n"

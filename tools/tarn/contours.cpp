@@ -22,7 +22,7 @@ std::vector<uint16_t> luminance(const Image& image, const std::string& name) {
     if (shape.sample != Sample::u8 && shape.sample != Sample::u16)
         fail(name,
              std::string("has ") + sample_name(shape.sample) + " samples; outlines are found in 8- and 16-bit pictures",
-             "convert it with `tarn scale-resize --scale 1 --depth u8`");
+             "convert it first with tarn convert-scale --depth u8");
     const int channels = shape.channels;
     std::vector<uint16_t> grey(static_cast<size_t>(shape.width * shape.height));
     uint16_t* to = grey.data();

@@ -13,12 +13,6 @@ struct Options {
     std::string depth = "same", scale, offset, range, size;
 };
 
-bool is_one_of(Sample sample, std::initializer_list<Sample> samples) {
-    for (const Sample s : samples)
-        if (s == sample) return true;
-    return false;
-}
-
 // u16 samples lie 32768 lower in memory.
 double bias(Sample sample) { return sample == Sample::u16 ? kOffset16 : 0; }
 
@@ -26,7 +20,7 @@ void run_convert_scale(const Options& options) {
     constexpr Sample kDepths[] = {Sample::u8, Sample::u16, Sample::s16, Sample::s32, Sample::f32};
     const size_t depth = parse_word(options.depth, "--depth", {"same", "u8", "u16", "s16", "s32", "f32"});
     ImageOutput out(options.files);
-    const Image source = read_input(options.files);
+    Image source = read_input(options.files);
     const int colours = source.shape.channels - source.has_alpha();
     const auto scale = parse_per_channel(options.scale.empty() ? "1" : options.scale, "--scale", colours),
                offset = parse_per_channel(options.offset.empty() ? "0" : options.offset, "--offset", colours);
@@ -35,37 +29,34 @@ void run_convert_scale(const Options& options) {
     if (depth) shape.sample = kDepths[depth - 1];
     if (shape.sample != source.shape.sample) shape.white_is_zero = false;
     out.check(shape);
-    const bool mapped = is_one_of(source.shape.sample, {Sample::u8, Sample::u16, Sample::s16, Sample::f32}) &&
-                        is_one_of(shape.sample, {Sample::u8, Sample::u16, Sample::s16, Sample::f32});
-    const bool plain = options.scale.empty() && options.offset.empty() && source.shape.sample != Sample::u16 &&
-                       shape.sample != Sample::u16 && source.shape.sample != Sample::u32;
-    if (!mapped && !plain)
-        fail(options.files.inputs[0],
-             std::string("can't go from ") + sample_name(source.shape.sample) + " to " + sample_name(shape.sample) +
-                 " samples with these options",
-             "s32 goes to and from u8, s16 and f32 without --scale and --offset");
+    if (shape.sample == Sample::u32)
+        fail("--depth", "is missing, and u32 samples can't be written", "add --depth f32, or another");
+    // Opaque stays opaque, whatever the colours are scaled by.
+    const double full = opaque(source.shape.sample), new_full = opaque(shape.sample);
+    const double alpha_scale = full && new_full ? new_full / full : 1;
+    // Kinds that the operation does not take, s32 with a scale or offset among them, go by floats.
+    const bool plain = options.scale.empty() && options.offset.empty();
+    const auto by_floats = [&](Sample s) {
+        return s == Sample::u16 || s == Sample::u32 || (s == Sample::s32 && !plain);
+    };
+    if (by_floats(source.shape.sample)) source = as_floats(source);
+    Shape worked = shape;
+    if (by_floats(shape.sample)) worked.sample = Sample::f32;
 
     const Module module;
     Timing timing{options.files.time};
     Operation convert(module, "tarn::convert-scale", timing);
-    const Image result =
-        by_parts(source, shape, options.files.inputs[0], [&](Image& to, const Image& from, bool alpha) {
-            LumoMAT dst = to.view();
-            const LumoMAT src = from.view();
-            float scales[4], offsets[4];
-            for (int c = 0; c < to.shape.channels; ++c) {
-                // Opaque stays opaque, whatever the colours are scaled by.
-                const bool kept = !opaque(from.shape.sample) || !opaque(to.shape.sample);
-                const double s = alpha ? kept ? 1 : opaque(to.shape.sample) / opaque(from.shape.sample)
-                                       : scale[static_cast<size_t>(c)];
-                const double o = alpha ? 0 : offset[static_cast<size_t>(c)];
-                scales[c] = static_cast<float>(s);
-                offsets[c] = static_cast<float>(bias(from.shape.sample) * s + o - bias(to.shape.sample));
-            }
-            convert.call<TarnConvertScale>(describe(from.shape) + " to " + describe(to.shape), &dst, &src, scales,
-                                           offsets);
-        });
-    out.write(result);
+    Image result = by_parts(source, worked, options.files.inputs[0], [&](Image& to, const Image& from, bool alpha) {
+        LumoMAT dst = to.view();
+        const LumoMAT src = from.view();
+        float scales[4], offsets[4];
+        for (int c = 0; c < to.shape.channels; ++c) {
+            scales[c] = static_cast<float>(alpha ? alpha_scale : scale[static_cast<size_t>(c)]);
+            offsets[c] = static_cast<float>(alpha ? 0 : offset[static_cast<size_t>(c)]);
+        }
+        convert.call<TarnConvertScale>(describe(from.shape) + " to " + describe(to.shape), &dst, &src, scales, offsets);
+    });
+    out.write(from_floats(std::move(result), shape));
     print_time(options.files, timing);
 }
 
@@ -139,9 +130,11 @@ void run_reshape(const Options& options) {
     Timing timing{options.files.time};
     Operation reshape(module, "tarn::reshape", timing);
     const Image result = by_parts(source, shape, "--size", [&](Image& to, const Image& from, bool) {
-        LumoMAT dst = to.view();
-        const LumoMAT src = from.view();
-        reshape.call<TarnReshape>(describe(from.shape) + " to " + describe(to.shape), &dst, &src, 0u);
+        LumoMAT dst = to.view(), src = from.view();
+        // The operation moves bits, and knows four bytes by the name of the signed kind.
+        if (shape.sample == Sample::u32) dst.elemtype = src.elemtype = LUMO_S32 | LUMO_CHANNELS(to.shape.channels);
+        reshape.call<TarnReshape>(describe(from.shape) + " to " + describe(to.shape), &dst,
+                                  static_cast<const LumoMAT*>(&src), 0u);
     });
     out.write(result);
     print_time(options.files, timing);

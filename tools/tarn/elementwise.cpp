@@ -18,7 +18,8 @@ struct Options {
     bool wrap = false;
 };
 
-// What a u16 sample must be in memory: its own bits, anything in the same order, or an s16 of its value.
+// What a u16 sample must be in memory: its own bits, anything in the same order, or a float of its value, since the
+// module's 16-bit arithmetic is signed. The floats are exact: products and sums below 2^24 are, larger ones saturate.
 enum class Wide { bits, order, value };
 
 // What an operation takes: others would end the process or be left alone.
@@ -32,17 +33,15 @@ void flip_all(Image& image) {
     for (uint8_t* row : image.rows()) flip_offset16(row, size_t(image.shape.width) * size_t(image.shape.channels));
 }
 
-// The inputs, checked and in the form that the operation needs.
-std::vector<Image> take_inputs(const Files& files, const Takes& takes) {
+// The inputs, checked and in the form that the operation needs. given: what they were like in their files.
+std::vector<Image> take_inputs(const Files& files, const Takes& takes, Shape& given) {
     std::vector<Image> images = read_equal_inputs(files);
+    given = images[0].shape;
     for (size_t i = 0; i < images.size(); ++i) {
         require_samples(images[i], files.inputs[i], takes.command, takes.samples);
         if (images[i].shape.sample != Sample::u16) continue;
         if (takes.wide == Wide::bits) flip_all(images[i]);
-        if (takes.wide == Wide::value) {
-            as_plain_values(images[i], files.inputs[i]);
-            images[i].shape.white_is_zero = false;
-        }
+        if (takes.wide == Wide::value) images[i] = as_floats(images[i]);
     }
     return images;
 }
@@ -76,9 +75,9 @@ enum class Result { like_first, mask };  // a picture like the first one, or one
 template <class Call>
 void run_colours(const Files& files, const Takes& takes, Result kind, Call&& call) {
     ImageOutput out(files);
-    std::vector<Image> images = take_inputs(files, takes);
-    Shape shape = images[0].shape;
-    if (kind == Result::mask) shape = {shape.width, shape.height};
+    Shape given;
+    std::vector<Image> images = take_inputs(files, takes, given);
+    const Shape shape = kind == Result::mask ? Shape{given.width, given.height} : given;
     out.check(shape);
     const Colours colours(images);
     Image result = Image::make(kind == Result::mask ? shape : colour_shape(images[0]), files.inputs[0]);
@@ -86,13 +85,13 @@ void run_colours(const Files& files, const Takes& takes, Result kind, Call&& cal
     Timing timing{files.time};
     Operation operation(module, std::string("tarn::") + takes.command, timing);
     LumoMAT dst = result.view();
-    call(operation, dst, std::span(colours.list()), images[0].shape);
+    call(operation, dst, std::span(colours.list()), given);
     if (result.shape.channels != shape.channels) {
         put_channels(images[0], result, 0);
         result = std::move(images[0]);
     }
     if (takes.wide == Wide::bits && result.shape.sample == Sample::u16) flip_all(result);
-    out.write(result);
+    out.write(from_floats(std::move(result), shape));
     print_time(files, timing);
 }
 
@@ -100,12 +99,14 @@ std::vector<float> floats(const std::vector<double>& values) { return {values.be
 
 // The constants of so many channels. Those that integers don't hold are refused, unless the module's rule for them is asked for.
 std::vector<double> constants_of(const Options& options, int channels, Sample sample, Wide wide) {
-    const std::vector<double> values =
+    std::vector<double> values =
         parse_per_channel(options.constants.empty() ? "0" : options.constants, "--constants", channels);
-    if (options.wrap || sample == Sample::f32) return values;
-    // Bits may be given with a sign or without; 16 bits without a sign are worked on as s16 of their value.
-    Limits held = limits(sample == Sample::u16 && wide == Wide::value ? Sample::s16 : sample);
-    if (wide == Wide::bits) {
+    const bool worked_in_floats = sample == Sample::f32 || (sample == Sample::u16 && wide == Wide::value);
+    if (options.wrap && sample == Sample::u16 && worked_in_floats)
+        for (double& v : values) v -= 65536 * std::floor((v = std::floor(v)) / 65536);
+    if (options.wrap || worked_in_floats) return values;
+    Limits held = limits(sample);
+    if (wide == Wide::bits) {  // which may be given with a sign or without
         const double bits = 8 * sample_bytes(sample);
         held = {-std::exp2(bits - 1), std::exp2(bits) - 1};
     }
@@ -173,8 +174,9 @@ Run setup_arith_c(CLI::App& app, const char* name) {
     add_image_output(app, options->files);
     add_constants(
         app, *options,
-        "one value or one for each colour channel; integer pictures take whole numbers (with --wrap the floor, of "
-        "which the low 8 or 16 bits count: -1 adds 255 to u8)");
+        "one value or one for each colour channel; u8 and s16 pictures take whole numbers (with --wrap the floor, of "
+        "which the low 8 or 16 bits count: -1 adds 255 to u8); u16 pictures any, as they are worked on in floats and "
+        "the result is rounded, ties to even");
     return [options, name] {
         if (options->constants.empty()) usage("--constants", "is missing", "give values such as 20 or 1.5,2,0.5");
         run_colours(options->files, {name, kValues, Wide::value}, Result::like_first,
@@ -186,15 +188,24 @@ Run setup_arith_c(CLI::App& app, const char* name) {
     };
 }
 
+// 256 * 65535 is below 2^24, and of up to 256 values a mean is told from half of a whole number.
+constexpr size_t kMostExactMean = 256;
+constexpr std::string_view kMean = "avgarith-n";
+
 Run setup_list(CLI::App& app, const char* name) {
     const auto options = std::make_shared<Options>();
     add_inputs(app, options->files, 1, 0);
     add_image_output(app, options->files);
     return [options, name] {
-        run_colours(options->files, {name, kValues, Wide::value}, Result::like_first,
-                    [](Operation& operation, LumoMAT& dst, std::span<const LumoMAT* const> src, const Shape& shape) {
-                        operation.call<TarnArithN>(describe(shape), &dst, int32_t(src.size()), src.data());
-                    });
+        run_colours(
+            options->files, {name, kValues, Wide::value}, Result::like_first,
+            [&](Operation& operation, LumoMAT& dst, std::span<const LumoMAT* const> src, const Shape& shape) {
+                if (shape.sample == Sample::u16 && src.size() > kMostExactMean && name == kMean)
+                    fail(options->files.inputs[kMostExactMean],
+                         "is one 16-bit picture too many: floats hold the sum of " + std::to_string(kMostExactMean),
+                         "take the mean of means of as many pictures each");
+                operation.call<TarnArithN>(describe(shape), &dst, int32_t(src.size()), src.data());
+            });
     };
 }
 
@@ -246,16 +257,20 @@ Run setup_mul_c(CLI::App& app) { return setup_arith_c(app, "mul-c"); }
 Run setup_add_n(CLI::App& app) { return setup_list(app, "add-n"); }
 Run setup_sub_n(CLI::App& app) { return setup_list(app, "sub-n"); }
 Run setup_mul_n(CLI::App& app) { return setup_list(app, "mul-n"); }
-Run setup_avgarith_n(CLI::App& app) { return setup_list(app, "avgarith-n"); }
+Run setup_avgarith_n(CLI::App& app) { return setup_list(app, kMean.data()); }
 
 Run setup_not(CLI::App& app) {
     const auto options = std::make_shared<Options>();
     add_inputs(app, options->files);
     add_image_output(app, options->files);
     return [options] {
-        run_colours(options->files, {"not", {Sample::u8}, Wide::bits}, Result::like_first,
+        run_colours(options->files, {"not", kBits, Wide::bits}, Result::like_first,
                     [](Operation& operation, LumoMAT& dst, std::span<const LumoMAT* const> src, const Shape& shape) {
-                        operation.call<TarnNot>(describe(shape), &dst, src[0]);
+                        // The operation takes bytes, and the complement of bytes is that of what they make up.
+                        LumoMAT from = *src[0];
+                        from.width = dst.width *= int32_t(dst.elemtype >> 12) * sample_bytes(shape.sample);
+                        from.elemtype = dst.elemtype = LUMO_U8 | LUMO_CHANNELS(1);
+                        operation.call<TarnNot>(describe(shape), &dst, &from);
                     });
     };
 }

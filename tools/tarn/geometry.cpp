@@ -39,27 +39,32 @@ void run_scale_resize(const ScaleResize& options) {
     ImageOutput out(files);
     Image source = read_input(files);
     const LumoRECT region = parse_region(options.region, "--region", source, files.inputs[0]);
-    if (depth || !options.value_range.empty()) as_plain_values(source, files.inputs[0]);
     Shape shape = source.shape;
     shape.width = options.size.empty() ? scaled(region.right - region.left, factor) : fixed.width;
     shape.height = options.size.empty() ? scaled(region.bottom - region.top, factor) : fixed.height;
     if (depth) shape.sample = *depth;
     if (shape.sample == Sample::s16 || shape.sample == Sample::f32) shape.white_is_zero = false;
     out.check(shape);
+    // What changes values is worked out in floats where 16 bits without a sign come or go.
+    Shape worked = shape;
+    if (depth || !options.value_range.empty()) {
+        if (source.shape.sample == Sample::u16) source = as_floats(source);
+        if (shape.sample == Sample::u16) worked.sample = Sample::f32;
+    }
 
     const Module module;
     Timing timing{files.time};
     Operation resize(module, "tarn::scale-resize", timing);
     const std::string subject = options.size.empty() ? "--scale" : "--size";
     const Progress progress("resizing " + files.inputs[0]);
-    const Image result = by_parts(source, shape, subject, [&](Image& to, const Image& from, bool alpha) {
+    Image result = by_parts(source, worked, subject, [&](Image& to, const Image& from, bool alpha) {
         LumoMAT dst = to.view();
         const LumoMAT src = from.view();
         const uint32_t* values = options.value_range.empty() || alpha ? nullptr : range;
         resize.call<TarnScaleResize>(describe(from.shape) + " to " + describe(to.shape), &dst, &src, &region, values,
                                      interpolation);
     });
-    out.write(result);
+    out.write(from_floats(std::move(result), shape));
     print_time(files, timing);
 }
 }  // namespace
@@ -68,13 +73,19 @@ Run setup_scale_resize(CLI::App& app) {
     const auto options = std::make_shared<ScaleResize>();
     add_inputs(app, options->files);
     add_image_output(app, options->files);
-    app.add_option("--size", options->size, "new width and height in pixels")->type_name("WxH");
+    app.add_option("--size", options->size,
+                   "new width and height in pixels; see --interpolation for less than half of them")
+        ->type_name("WxH");
     app.add_option("--scale", options->scale, "new size as a multiple of the region's, at least 1 pixel")
         ->type_name("F");
     app.add_option("--region", options->region, "part of the picture to resample (default: all)")->type_name("L,T,WxH");
-    app.add_option("--interpolation", options->interpolation, "nearest, linear (default), cubic or lanczos")
+    app.add_option("--interpolation", options->interpolation,
+                   "nearest, linear (default), cubic or lanczos; these look at the 1, 2, 4 or 6 pixels nearest to a "
+                   "place on each "
+                   "axis and leave out others, so shrink to less than half by halving with linear, several times")
         ->type_name("MODE");
-    app.add_option("--depth", options->depth, "samples of the result: same (default), u8, s16 or f32; values saturate")
+    app.add_option("--depth", options->depth,
+                   "samples of the result: same (default), u8, u16, s16 or f32; values saturate")
         ->type_name("TYPE");
     app.add_option("--value-range", options->value_range, "stretch the result's values to this range")
         ->type_name("LO,HI");

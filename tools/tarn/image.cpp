@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cmath>
 #include <cstring>
 
 #include "error.h"
@@ -137,21 +138,86 @@ void invert(uint8_t* row, size_t samples, Sample sample) {
     for (size_t i = 0; i < bytes; ++i) row[i] = static_cast<uint8_t>(~row[i]);
 }
 
-void as_plain_values(Image& image, const std::string& subject) {
-    if (image.shape.sample != Sample::u16) return;
-    const size_t samples = static_cast<size_t>(image.shape.width) * image.shape.channels;
+Image as_floats(const Image& image) {
+    Shape shape = image.shape;
+    shape.sample = Sample::f32;
+    shape.white_is_zero = false;
+    Image result = Image::make(shape, "the picture in floats");
+    const int64_t samples = shape.width * shape.channels;
     for (int y = 0; y < image.height(); ++y) {
-        const int16_t* values = reinterpret_cast<const int16_t*>(image.row(y));
-        for (size_t i = 0; i < samples; ++i)
-            if (values[i] >= 0)  // kept less the offset
-                fail(subject, "has 16-bit values above 32767, which this command can't take",
-                     "write it with smaller values, or as 32-bit float TIFF");
+        float* to = reinterpret_cast<float*>(result.row(y));
+        const auto take = [&](auto type, int offset) {
+            const auto* from = reinterpret_cast<const decltype(type)*>(image.row(y));
+            for (int64_t i = 0; i < samples; ++i) to[i] = static_cast<float>(from[i]) + static_cast<float>(offset);
+        };
+        switch (image.shape.sample) {
+            case Sample::u8:
+                take(uint8_t(), 0);
+                break;
+            case Sample::u16:
+                take(int16_t(), kOffset16);
+                break;
+            case Sample::s16:
+                take(int16_t(), 0);
+                break;
+            case Sample::s32:
+                take(int32_t(), 0);
+                break;
+            case Sample::u32:
+                take(uint32_t(), 0);
+                break;
+            case Sample::f32:
+                std::memcpy(to, image.row(y), image.row_bytes());
+        }
     }
-    for (int y = 0; y < image.height(); ++y) flip_offset16(image.row(y), samples);
-    image.shape.sample = Sample::s16;
+    return result;
+}
+
+Image from_floats(Image image, const Shape& like) {
+    if (image.shape.sample == like.sample) return image;
+    Image result = Image::make(like, "the picture");
+    const int64_t samples = like.width * like.channels;
+    for (int y = 0; y < image.height(); ++y) {
+        const float* from = reinterpret_cast<const float*>(image.row(y));
+        const auto put = [&](auto type, double low, double high, double offset) {
+            auto* to = reinterpret_cast<decltype(type)*>(result.row(y));
+            for (int64_t i = 0; i < samples; ++i) {
+                const double value = from[i] == from[i] ? static_cast<double>(from[i]) : 0;
+                to[i] = static_cast<decltype(type)>(std::nearbyint(std::clamp(value, low, high)) - offset);
+            }
+        };
+        if (like.sample == Sample::u16)
+            put(int16_t(), 0, UINT16_MAX, kOffset16);
+        else
+            put(int32_t(), INT32_MIN, INT32_MAX, 0);
+    }
+    return result;
 }
 
 // ---- Files --------------------------------------------------------------------------------------------------------
+
+namespace {
+enum class Content { png, jpeg, tiff, none };
+
+// What a file is, by its first bytes.
+constexpr size_t kMagicBytes = 8;
+Content content_of(std::span<const uint8_t> bytes) {
+    const auto begins = [&](const char* magic, size_t size) {
+        return bytes.size() >= size && std::memcmp(bytes.data(), magic, size) == 0;
+    };
+    if (begins("\x89PNG\r\n\x1a\n", kMagicBytes)) return Content::png;
+    if (begins("\xff\xd8\xff", 3)) return Content::jpeg;
+    for (const char* magic : {"II*\0", "MM\0*", "II+\0", "MM\0+"})
+        if (begins(magic, 4)) return Content::tiff;
+    return Content::none;
+}
+
+void require_picture(std::span<const uint8_t> bytes, const std::string& name) {
+    if (bytes.empty()) fail(name, "is empty", "give a PNG, JPEG or TIFF picture");
+    if (content_of(bytes) == Content::none)
+        fail(name, "is not a PNG, JPEG or TIFF picture", "convert it to one of these first");
+}
+}  // namespace
 
 std::vector<uint8_t> read_file(const std::string& path) {
     struct Close {
@@ -164,25 +230,31 @@ std::vector<uint8_t> read_file(const std::string& path) {
         fail(path, "is a folder", "name a picture in it");
     std::vector<uint8_t> bytes(S_ISREG(status.st_mode) ? static_cast<size_t>(status.st_size) + 1 : 1 << 16);
     size_t used = 0;
-    while (size_t got = std::fread(bytes.data() + used, 1, bytes.size() - used, file.get())) {
+    const auto read = [&](size_t most) {
+        const size_t got = std::fread(bytes.data() + used, 1, most, file.get());
+        if (got == 0 && std::ferror(file.get())) fail(path, "can't be read: " + system_reason(errno), "check the disk");
         used += got;
+        return got;
+    };
+    // A device or a pipe may go on for ever.
+    read(std::min(bytes.size(), kMagicBytes));
+    require_picture({bytes.data(), used}, path);
+    while (read(bytes.size() - used))
         if (used == bytes.size()) bytes.resize(bytes.size() * 2);
-    }
-    if (std::ferror(file.get())) fail(path, "can't be read: " + system_reason(errno), "check the disk");
     bytes.resize(used);
     return bytes;
 }
 
 Image decode_image(std::span<const uint8_t> bytes, const std::string& name) {
-    const auto begins = [&](const char* magic, size_t size) {
-        return bytes.size() >= size && std::memcmp(bytes.data(), magic, size) == 0;
-    };
-    if (bytes.empty()) fail(name, "is empty", "give a PNG, JPEG or TIFF picture");
-    if (begins("\x89PNG\r\n\x1a\n", 8)) return decode_png(bytes, name);
-    if (begins("\xff\xd8\xff", 3)) return decode_jpeg(bytes, name);
-    if (begins("II*\0", 4) || begins("MM\0*", 4) || begins("II+\0", 4) || begins("MM\0+", 4))
-        return decode_tiff(bytes, name);
-    fail(name, "is not a PNG, JPEG or TIFF picture", "convert it to one of these first");
+    require_picture(bytes, name);
+    switch (content_of(bytes)) {
+        case Content::png:
+            return decode_png(bytes, name);
+        case Content::jpeg:
+            return decode_jpeg(bytes, name);
+        default:
+            return decode_tiff(bytes, name);
+    }
 }
 
 Image read_image(const std::string& path) { return decode_image(read_file(path), path); }

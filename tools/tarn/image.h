@@ -3,7 +3,7 @@
 // A picture owns its pixels and keeps what the file said about them, so that the output is of the same kind as the
 // input. Module kernels know u8, s16, s32, u32 and f32. Unsigned 16-bit samples are kept as s16 by subtracting 32768
 // (kOffset16): resampling weights add up to one, so geometry commutes with the offset and is exact; commands that look
-// at values call as_plain_values first.
+// at values work on floats, which hold them all (as_floats, from_floats).
 #ifndef TARN_TOOLS_IMAGE_H
 #define TARN_TOOLS_IMAGE_H
 
@@ -73,9 +73,12 @@ void flip_offset16(uint8_t* row, size_t samples);
 // White-is-zero rows of unsigned samples <-> black-is-zero, in place.
 void invert(uint8_t* row, size_t samples, Sample sample);
 
-// For commands whose result depends on the values themselves: turns u16 samples into s16 of the same value. Throws,
-// naming subject, when a value is above 32767.
-void as_plain_values(Image& image, const std::string& subject);
+// For commands whose result depends on the values themselves: the same values in f32 samples, those of s32 and u32
+// beyond 2^24 rounded.
+Image as_floats(const Image& image);
+// A result that was worked out in f32 samples, as one of like's u16 or s32: rounded to the nearest, ties to even,
+// saturated; NaN becomes 0. One that has like's samples already is that itself.
+Image from_floats(Image image, const Shape& like);
 
 // ---- Files --------------------------------------------------------------------------------------------------------
 
@@ -86,6 +89,7 @@ struct Encoding {
     enum class Tiff { none, lzw, deflate } tiff_compression = Tiff::lzw;
 };
 
+// The whole of a picture file; throws when its first bytes are not those of a picture, before it reads on.
 std::vector<uint8_t> read_file(const std::string& path);
 // Reads a picture; the format is told by the content. Throws with a message that names the file.
 Image read_image(const std::string& path);

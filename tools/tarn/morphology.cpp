@@ -131,9 +131,12 @@ void run_morph(const Morph& options) {
     TarnANCHOR anchor;
     const Image element = make_element(options, &anchor);
     const std::vector<Files> outputs = outputs_of(files);
-    const std::vector<Image> sources = read_equal_inputs(files);
-    require_samples(sources[0], files.inputs[0], "morph", {Sample::u8, Sample::f32});
-    for (const Files& output : outputs) ImageOutput(output).check(sources[0].shape);
+    std::vector<Image> sources = read_equal_inputs(files);
+    require_samples(sources[0], files.inputs[0], "morph", {Sample::u8, Sample::u16, Sample::f32});
+    const Shape shape = sources[0].shape;
+    for (const Files& output : outputs) ImageOutput(output).check(shape);
+    if (shape.sample == Sample::u16)  // exact: the operation takes floats, and chooses among the values
+        for (Image& source : sources) source = as_floats(source);
 
     const Module module;
     Timing timing{files.time};
@@ -150,7 +153,7 @@ void run_morph(const Morph& options) {
     }
     for (size_t i = 0; i < outputs.size(); ++i) {
         ImageOutput out(outputs[i]);
-        out.write(results[i]);
+        out.write(from_floats(std::move(results[i]), shape));
     }
     print_time(files, timing);
 }

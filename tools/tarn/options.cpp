@@ -176,9 +176,9 @@ uint32_t parse_interpolation(const std::string& text) {
     return TARN_NEAREST + uint32_t(parse_word(text, "--interpolation", {"nearest", "linear", "cubic", "lanczos"}));
 }
 
-std::optional<Sample> parse_depth(const std::string& text, const std::string& option) {
-    constexpr std::optional<Sample> kDepths[] = {{}, Sample::u8, Sample::s16, Sample::f32};
-    return kDepths[parse_word(text, option, {"same", "u8", "s16", "f32"})];
+std::optional<Sample> parse_depth(const std::string& text) {
+    constexpr std::optional<Sample> kDepths[] = {{}, Sample::u8, Sample::u16, Sample::s16, Sample::f32};
+    return kDepths[parse_word(text, "--depth", {"same", "u8", "u16", "s16", "f32"})];
 }
 
 void add_inputs(CLI::App& app, Files& files, size_t least, size_t most) {
@@ -228,7 +228,7 @@ void require_samples(const Image& image, const std::string& name, const std::str
         all += (i ? i + 1 == samples.size() ? " and " : ", " : "") + std::string(sample_name(samples[i]));
     }
     fail(name, std::string("has ") + sample_name(image.shape.sample) + " samples; " + command + " takes " + all,
-         "convert the picture first, see `tarn help convert-scale`");
+         std::string("convert the picture first with tarn convert-scale --depth ") + sample_name(samples.back()));
 }
 
 ImageOutput::ImageOutput(const Files& files)

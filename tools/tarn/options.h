@@ -48,7 +48,7 @@ size_t parse_word(const std::string& text, const std::string& option, const std:
 // TARN_NEAREST, ... of --interpolation.
 uint32_t parse_interpolation(const std::string& text);
 // The samples that --depth names; none for "same".
-std::optional<Sample> parse_depth(const std::string& text, const std::string& option = "--depth");
+std::optional<Sample> parse_depth(const std::string& text);
 
 // ---- Options ------------------------------------------------------------------------------------------------------
 

@@ -94,7 +94,8 @@ std::vector<float> bounds(const std::string& text, const std::string& option, co
 }
 
 void run_count(const Options& options) {
-    const Image image = colours_of(options.files, "count-in-range", {Sample::u8, Sample::f32});
+    Image image = colours_of(options.files, "count-in-range", {Sample::u8, Sample::u16, Sample::s16, Sample::f32});
+    if (image.shape.sample == Sample::u16 || image.shape.sample == Sample::s16) image = as_floats(image);
     const auto lower = bounds(options.lower, "--lower", image), upper = bounds(options.upper, "--upper", image);
     const Module module;
     Timing timing{options.files.time};

@@ -35,6 +35,7 @@ struct Batch {
     uint32_t cls;
     Sample sample;
     bool planar;
+    bool wide = false;  // floats for the values of a file's u16
 
     int64_t picture_bytes() const { return width * height * channels * sample_bytes(sample); }
     std::vector<int64_t> shape() const {
@@ -95,16 +96,17 @@ Batch batch_of(const Tensor& tensor, const std::string& name, bool planar, const
     return b;
 }
 
-// Reads a picture as an array's pixels: u16 samples as their values; four channels as BGRA, or without alpha where the
+// Reads a picture as an array's pixels: u16 samples as floats (wide); four channels as BGRA, or without alpha where the
 // result has none, which spares the operation a way that it has for bytes only.
-Image read_pixels(const Transform& options, size_t index) {
+Image read_pixels(const Transform& options, size_t index, bool& wide) {
     Image image = read_input(options.files, index);
     const std::string& name = options.files.inputs[index];
     require_samples(image, name, "copy-transform", {Sample::u8, Sample::u16, Sample::s16, Sample::s32, Sample::f32});
     if (image.shape.channels == 2)
         fail(name, "is grey with alpha; copy-transform takes grey, RGB, or RGB with alpha",
              "save it as RGB with alpha");
-    as_plain_values(image, name);
+    wide = image.shape.sample == Sample::u16;
+    if (wide) image = as_floats(image);
     if (image.shape.channels == 4 && !options.colour.empty() && options.colour != "bgra")
         return take_channels(image, 0, 3);
     if (image.shape.channels == 4) exchange_red_and_blue(image);
@@ -125,8 +127,9 @@ Batch wanted(const Transform& options, const Batch& from, bool planar) {
         const PixelSize size = parse_size(options.size, "--size");
         to.width = size.width, to.height = size.height;
     }
-    const std::optional<Sample> type = parse_depth(options.type, "--type");
-    if (type) to.sample = *type;
+    constexpr Sample kTypes[] = {Sample::u8, Sample::s16, Sample::f32};
+    if (const size_t type = parse_word(options.type, "--type", {"same", "u8", "s16", "f32"}))
+        to.sample = kTypes[type - 1], to.wide = false;
     if (!options.colour.empty()) {
         to.cls = parse_colour(options.colour, "--colour");
         to.channels = LumoARRCLSnchannels(to.cls);
@@ -184,13 +187,15 @@ void each_picture(const Transform& options, Each&& each) {
     for (size_t i = 0; i < files.inputs.size(); ++i) {
         const std::string& name = files.inputs[i];
         if (is_npy(name)) usage(name, "can't be among pictures", "give it alone");
-        Image image = read_pixels(options, i);
+        bool wide = false;
+        Image image = read_pixels(options, i, wide);
         if (i == 0) first = image.shape;
         if (image.shape.channels != first.channels || image.shape.sample != first.sample ||
             (options.size.empty() && (image.shape.width != first.width || image.shape.height != first.height)))
             fail(name, "is " + describe(image.shape) + ", but " + files.inputs[0] + " is " + describe(first),
                  options.size.empty() ? "give --size, or pictures of one kind" : "give pictures of one kind");
-        const Batch batch = batch_of(image, files.inputs.size());
+        Batch batch = batch_of(image, files.inputs.size());
+        batch.wide = wide;
         each(batch, array_of(batch, image.pixels.get(), image.stride), int64_t(i));
     }
 }
@@ -227,6 +232,7 @@ void to_picture(const Transform& options) {
     ImageOutput out(files);
     Caller call(options);
     Image result;
+    Shape shape;
     each_picture(options, [&](const Batch& from, const LumoARRAY& src, int64_t) {
         if (from.count > 1)
             fail(files.inputs[0], "holds " + std::to_string(from.count) + " pictures", "write .npy, or split it");
@@ -234,13 +240,15 @@ void to_picture(const Transform& options) {
         Batch to = wanted(options, from, false);
         if (to.cls == LUMO_CLASS_BGR) to.cls = LUMO_CLASS_RGB;
         const bool alpha = to.channels == 4;
-        const Shape shape{to.width, to.height, to.channels, to.sample, alpha ? Alpha::straight : Alpha::none, false};
+        const Shape worked{to.width, to.height, to.channels, to.sample, alpha ? Alpha::straight : Alpha::none, false};
+        shape = worked;
+        if (to.wide) shape.sample = Sample::u16;
         out.check(shape);
-        result = Image::make(shape, options.size.empty() ? files.inputs[0] : "--size");
+        result = Image::make(worked, options.size.empty() ? files.inputs[0] : "--size");
         call(to, array_of(to, result.pixels.get(), result.stride), from, src);
         if (alpha) exchange_red_and_blue(result);
     });
-    out.write(result);
+    out.write(from_floats(std::move(result), shape));
     print_time(files, call.timing());
 }
 
@@ -252,7 +260,7 @@ Run setup_copy_transform(CLI::App& app) {
     add_image_output(app, options->files, "what to write: .npy, or a picture: .png, .jpg or .tiff");
     app.add_option("--size", options->size, "width and height of the result (default: the input's)")->type_name("WxH");
     app.add_option("--interpolation", options->interpolation, "nearest, linear (default) or cubic")->type_name("MODE");
-    app.add_option("--type", options->type, "elements of the result: same (default), u8, s16 or f32; values saturate")
+    app.add_option("--type", options->type, "elements of the result: same (default; f32 in a .npy of 16-bit pictures), u8, s16 or f32; values saturate")
         ->type_name("TYPE");
     app.add_option("--colour", options->colour,
                    "colours of the result: grey, rgb, bgr or bgra, which has alpha (default: the input's)")

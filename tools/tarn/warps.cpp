@@ -27,7 +27,8 @@ void add_warp_options(CLI::App& app, WarpOptions& options) {
         ->type_name("V[,V,V,A]");
     app.add_option("--interpolation", options.interpolation, "nearest, linear (default), cubic or lanczos")
         ->type_name("MODE");
-    app.add_option("--depth", options.depth, "samples of the result: same (default), u8, s16 or f32; values saturate")
+    app.add_option("--depth", options.depth,
+                   "samples of the result: same (default), u8, u16, s16 or f32; values saturate")
         ->type_name("TYPE");
 }
 
@@ -44,22 +45,27 @@ void run_warp(const WarpOptions& options, const char* operation, const std::stri
     ImageOutput out(files);
     Image source = read_input(files);
     require_samples(source, files.inputs[0], operation + 6, {Sample::u8, Sample::u16, Sample::s16, Sample::f32});
-    if (depth) as_plain_values(source, files.inputs[0]);
     Shape shape = source.shape;
     frame(shape);
     if (depth) shape.sample = *depth;
     if (shape.sample == Sample::s16 || shape.sample == Sample::f32) shape.white_is_zero = false;
     out.check(shape);
-    const auto background =
-        options.background.empty()
-            ? std::vector<float>(size_t(shape.channels), shape.sample == Sample::u16 ? -kOffset16 : 0)
-            : parse_pixel(options.background, "--background", shape);
+    auto background = options.background.empty()
+                          ? std::vector<float>(size_t(shape.channels), shape.sample == Sample::u16 ? -kOffset16 : 0)
+                          : parse_pixel(options.background, "--background", shape);
+    // What changes the type is worked out in floats where 16 bits without a sign come or go.
+    Shape worked = shape;
+    if (depth && source.shape.sample == Sample::u16) source = as_floats(source);
+    if (depth && shape.sample == Sample::u16) {
+        worked.sample = Sample::f32;
+        for (float& value : background) value += kOffset16;
+    }
 
     const Module module;
     Timing filling, timing{files.time};
     Operation set(module, "tarn::set", filling), call(module, operation, timing);
     const Progress progress("warping " + files.inputs[0]);
-    const Image result = by_parts(source, shape, subject, [&](Image& to, const Image& from, bool alpha) {
+    Image result = by_parts(source, worked, subject, [&](Image& to, const Image& from, bool alpha) {
         LumoMAT dst = to.view();
         const LumoMAT src = from.view();
         const std::string given = describe(from.shape) + " to " + describe(to.shape);
@@ -67,7 +73,7 @@ void run_warp(const WarpOptions& options, const char* operation, const std::stri
                           static_cast<const LumoMAT*>(nullptr));
         warp(call, given, &dst, &src, interpolation);
     });
-    out.write(result);
+    out.write(from_floats(std::move(result), shape));
     print_time(files, timing);
 }
 
