@@ -3,6 +3,7 @@
 
 #include <algorithm>
 
+#include "batch.h"
 #include "commands.h"
 #include "error.h"
 #include "options.h"
@@ -222,8 +223,10 @@ void run_contour_find(const ContourFind& options) {
     const size_t diagonal = parse_word(options.diagonal, "--diagonal", {"none", "zeros", "ones", "both"});
     const size_t dot = files.output.rfind('.');
     const std::string extension = dot == std::string::npos ? "" : files.output.substr(dot);
-    const bool as_svg = extension == ".svg";
-    if (!files.output.empty() && !as_svg && extension != ".json" && extension != ".geojson")
+    const bool named = files.format.empty() && !files.output.empty() && files.output != "-";
+    const bool as_svg =
+        files.format.empty() ? extension == ".svg" : parse_word(files.format, "--format", {"json", "svg"});
+    if (named && !as_svg && extension != ".json" && extension != ".geojson")
         usage(files.output, "is neither a drawing nor a list of polygons", "write .svg or .json");
 
     const Image source = read_input(files);
@@ -257,11 +260,13 @@ void run_contour_find(const ContourFind& options) {
 
 Run setup_contour_find(CLI::App& app) {
     const auto options = std::make_shared<ContourFind>();
-    add_inputs(app, options->files);
+    add_inputs(app, options->files, 1, 0);
     app.add_option(
            "-o,--output", options->files.output,
            ".svg: the outlines over the picture; .json: nested polygons (default: the latter to standard output)")
         ->type_name("OUT");
+    app.add_option("--format", options->files.format, "svg or json, where the name does not tell")->type_name("FORMAT");
+    add_batch(app, options->files);
     app.add_option("--threshold", options->threshold, "pixels above this luminance are ones (default 0)")
         ->type_name("V");
     app.add_flag("--otsu", options->otsu, "choose the threshold from the picture's histogram");
@@ -270,7 +275,7 @@ Run setup_contour_find(CLI::App& app) {
     app.add_option("--diagonal", options->diagonal,
                    "values whose pixels connect at corners: none (default), zeros, ones or both")
         ->type_name("WHICH");
-    return [options] { run_contour_find(*options); };
+    return each_picture(options->files, [options] { run_contour_find(*options); });
 }
 
 }  // namespace tarn::tool

@@ -1,6 +1,7 @@
 // Commands of value conversion, origin and reshaping.
 #include <cstring>
 
+#include "batch.h"
 #include "commands.h"
 #include "error.h"
 #include "options.h"
@@ -142,8 +143,7 @@ void run_reshape(const Options& options) {
 
 std::shared_ptr<Options> add_common(CLI::App& app) {
     const auto options = std::make_shared<Options>();
-    add_inputs(app, options->files);
-    add_image_output(app, options->files);
+    add_pictures(app, options->files);
     return options;
 }
 
@@ -163,51 +163,51 @@ Run setup_convert_scale(CLI::App& app) {
     app.add_option("--scale", options->scale, "factor, one for all colour channels or one for each (default: 1)")
         ->type_name("F[,F,F]");
     app.add_option("--offset", options->offset, "what is added after that (default: 0)")->type_name("V[,V,V]");
-    return [options] { run_convert_scale(*options); };
+    return each_picture(options->files, [options] { run_convert_scale(*options); });
 }
 
 Run setup_cvtvrange_n(CLI::App& app) {
     const auto options = add_common(app);
     add_range(app, *options);
-    return [options] {
+    return each_picture(options->files, [options] {
         in_place_list(
             *options, "tarn::cvtvrange-n", false, [&](Operation& op, Image& image, std::vector<LumoMAT*>& list) {
                 const Range range = range_for(*options, image);
                 op.call<TarnCvtvrangeN>(describe(image.shape), uint64_t(list.size()), list.data(), range.ends);
             });
-    };
+    });
 }
 
 Run setup_cvtvrange_v(CLI::App& app) {
     const auto options = add_common(app);
     add_range(app, *options);
-    return [options] {
+    return each_picture(options->files, [options] {
         in_place(*options, "tarn::cvtvrange-v", false, [&](Operation& op, Image& image) {
             const Range range = range_for(*options, image);
             LumoMAT array = image.view();
             op.call<TarnCvtvrangeV>(describe(image.shape), &array, range.ends);
         });
-    };
+    });
 }
 
 Run setup_cvtorigin(CLI::App& app) {
     const auto options = add_common(app);
-    return [options] {
+    return each_picture(options->files, [options] {
         in_place(*options, "tarn::cvtorigin", true, [&](Operation& op, Image& image) {
             LumoMAT array = image.view();
             op.call<TarnCvtorigin>(describe(image.shape), &array, 0u, 1u);
         });
-    };
+    });
 }
 
 Run setup_cvtorigin_n(CLI::App& app) {
     const auto options = add_common(app);
-    return [options] {
+    return each_picture(options->files, [options] {
         in_place_list(*options, "tarn::cvtorigin-n", true,
                       [&](Operation& op, Image& image, std::vector<LumoMAT*>& list) {
                           op.call<TarnCvtoriginN>(describe(image.shape), uint64_t(list.size()), list.data(), 0u, 1u);
                       });
-    };
+    });
 }
 
 Run setup_reshape(CLI::App& app) {
@@ -215,7 +215,7 @@ Run setup_reshape(CLI::App& app) {
     app.add_option("--size", options->size, "new width and height, as many pixels as before")
         ->type_name("WxH")
         ->required();
-    return [options] { run_reshape(*options); };
+    return each_picture(options->files, [options] { run_reshape(*options); });
 }
 
 }  // namespace tarn::tool

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <span>
 
+#include "batch.h"
 #include "commands.h"
 #include "error.h"
 #include "options.h"
@@ -153,10 +154,9 @@ Run setup_logic(CLI::App& app, const char* name) {
 
 Run setup_logic_c(CLI::App& app, const char* name) {
     const auto options = std::make_shared<Options>();
-    add_inputs(app, options->files);
-    add_image_output(app, options->files);
+    add_pictures(app, options->files);
     add_constants(app, *options, "whole numbers, one or one for each colour channel");
-    return [options, name] {
+    return each_picture(options->files, [options, name] {
         if (options->constants.empty())
             usage("--constants", "is missing", "give whole numbers such as 15 or 240,15,255");
         run_colours(options->files, {name, kBits, Wide::bits}, Result::like_first,
@@ -165,19 +165,18 @@ Run setup_logic_c(CLI::App& app, const char* name) {
                             words(constants_of(*options, int(dst.elemtype >> 12), shape.sample, Wide::bits));
                         operation.call<TarnLogicC>(describe(shape), &dst, src[0], values.data());
                     });
-    };
+    });
 }
 
 Run setup_arith_c(CLI::App& app, const char* name) {
     const auto options = std::make_shared<Options>();
-    add_inputs(app, options->files);
-    add_image_output(app, options->files);
+    add_pictures(app, options->files);
     add_constants(
         app, *options,
         "one value or one for each colour channel; u8 and s16 pictures take whole numbers (with --wrap the floor, of "
         "which the low 8 or 16 bits count: -1 adds 255 to u8); u16 pictures any, as they are worked on in floats and "
         "the result is rounded, ties to even");
-    return [options, name] {
+    return each_picture(options->files, [options, name] {
         if (options->constants.empty()) usage("--constants", "is missing", "give values such as 20 or 1.5,2,0.5");
         run_colours(options->files, {name, kValues, Wide::value}, Result::like_first,
                     [&](Operation& operation, LumoMAT& dst, std::span<const LumoMAT* const> src, const Shape& shape) {
@@ -185,7 +184,7 @@ Run setup_arith_c(CLI::App& app, const char* name) {
                             floats(constants_of(*options, int(dst.elemtype >> 12), shape.sample, Wide::value));
                         operation.call<TarnArithC>(describe(shape), &dst, src[0], values.data());
                     });
-    };
+    });
 }
 
 // 256 * 65535 is below 2^24, and of up to 256 values a mean is told from half of a whole number.
@@ -226,9 +225,8 @@ void add_comparison(CLI::App& app, Options& options) {
 
 Run setup_copy(CLI::App& app) {
     const auto files = std::make_shared<Files>();
-    add_inputs(app, *files);
-    add_image_output(app, *files);
-    return [files] {
+    add_pictures(app, *files);
+    return each_picture(*files, [files] {
         ImageOutput out(*files);
         const Image source = read_input(*files);
         out.check(source.shape);
@@ -242,7 +240,7 @@ Run setup_copy(CLI::App& app) {
         });
         out.write(result);
         print_time(*files, timing);
-    };
+    });
 }
 
 Run setup_and(CLI::App& app) { return setup_logic(app, "and"); }
@@ -261,9 +259,8 @@ Run setup_avgarith_n(CLI::App& app) { return setup_list(app, kMean.data()); }
 
 Run setup_not(CLI::App& app) {
     const auto options = std::make_shared<Options>();
-    add_inputs(app, options->files);
-    add_image_output(app, options->files);
-    return [options] {
+    add_pictures(app, options->files);
+    return each_picture(options->files, [options] {
         run_colours(options->files, {"not", kBits, Wide::bits}, Result::like_first,
                     [](Operation& operation, LumoMAT& dst, std::span<const LumoMAT* const> src, const Shape& shape) {
                         // The operation takes bytes, and the complement of bytes is that of what they make up.
@@ -272,7 +269,7 @@ Run setup_not(CLI::App& app) {
                         from.elemtype = dst.elemtype = LUMO_U8 | LUMO_CHANNELS(1);
                         operation.call<TarnNot>(describe(shape), &dst, &from);
                     });
-    };
+    });
 }
 
 Run setup_cmp(CLI::App& app) {
@@ -292,14 +289,13 @@ Run setup_cmp(CLI::App& app) {
 
 Run setup_cmp_c(CLI::App& app) {
     const auto options = std::make_shared<Options>();
-    add_inputs(app, options->files);
-    add_image_output(app, options->files);
+    add_pictures(app, options->files);
     add_comparison(app, *options);
     add_constants(
         app, *options,
         "one value or one for each colour channel; integer pictures take whole numbers (with --wrap the nearest "
         "one, of which the low 8 or 16 bits count: 300 is 44 for u8)");
-    return [options] {
+    return each_picture(options->files, [options] {
         const uint32_t code = comparison_code(options->comparison);
         if (options->constants.empty()) usage("--constants", "is missing", "give values such as 128 or 10,20,30");
         run_colours(options->files, {"cmp-c", kValues, Wide::order}, Result::mask,
@@ -310,13 +306,12 @@ Run setup_cmp_c(CLI::App& app) {
                             for (float& v : values) v = std::round(v) - kOffset16;
                         operation.call<TarnCmpC>(describe(shape), &dst, src[0], values.data(), code);
                     });
-    };
+    });
 }
 
 Run setup_set(CLI::App& app) {
     const auto options = std::make_shared<Options>();
-    add_inputs(app, options->files);
-    add_image_output(app, options->files);
+    add_pictures(app, options->files);
     add_constants(
         app, *options,
         "one value or one for each colour channel (default: 0); integer pictures take whole numbers (with --wrap "
@@ -324,7 +319,7 @@ Run setup_set(CLI::App& app) {
     app.add_option("--mask", options->mask,
                    "grey u8 picture of the same size: only where it is not 0 is the picture filled")
         ->type_name("FILE");
-    return [options] {
+    return each_picture(options->files, [options] {
         const Takes takes{"set", {Sample::u8, Sample::u16, Sample::s16, Sample::s32, Sample::f32}, Wide::order};
         Image mask;
         LumoMAT mask_view = {};
@@ -351,7 +346,7 @@ Run setup_set(CLI::App& app) {
                                 size_t(dst.width) * size_t(channels) * size_t(sample_bytes(shape.sample)));
                 operation.call<TarnSet>(describe(shape), &dst, values.data(), mask_view.data ? &mask_view : nullptr);
             });
-    };
+    });
 }
 
 }  // namespace tarn::tool

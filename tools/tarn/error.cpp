@@ -2,6 +2,7 @@
 
 #include <cctype>
 #include <cstring>
+#include <new>
 
 namespace tarn::tool {
 namespace {
@@ -23,6 +24,21 @@ void fail(const std::string& subject, const std::string& what, const std::string
 }
 void usage(const std::string& subject, const std::string& what, const std::string& remedy) {
     raise(kUsage, subject, what, remedy);
+}
+
+int status_of(const std::function<void()>& work, std::string& line) {
+    try {
+        work();
+        return 0;
+    } catch (const Error& error) {
+        line = error.line;
+        return error.status;
+    } catch (const std::bad_alloc&) {
+        line = "memory: is out; choose a smaller picture";
+    } catch (const std::exception& error) {
+        line = std::string("internal error: ") + error.what() + "; please report it";
+    }
+    return kFailure;
 }
 
 std::string system_reason(int error_number) {

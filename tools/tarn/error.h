@@ -3,6 +3,7 @@
 #define TARN_TOOLS_ERROR_H
 
 #include <exception>
+#include <functional>
 #include <string>
 
 namespace tarn::tool {
@@ -23,6 +24,9 @@ struct Error : std::exception {
 [[noreturn]] void fail(const std::string& subject, const std::string& what, const std::string& remedy = {});
 // The same with exit status 2: the command line itself is wrong.
 [[noreturn]] void usage(const std::string& subject, const std::string& what, const std::string& remedy = {});
+
+// Does the work and returns its exit status; line is the error's, without the leading "tarn: ".
+int status_of(const std::function<void()>& work, std::string& line);
 
 // A file's failure as the system tells it: "No such file or directory" becomes "no such file or directory".
 std::string system_reason(int error_number);

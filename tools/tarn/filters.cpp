@@ -1,6 +1,7 @@
 // Commands of borders and rectangular filters. Alpha is worked on by itself, as one more channel.
 #include <algorithm>
 
+#include "batch.h"
 #include "commands.h"
 #include "error.h"
 #include "options.h"
@@ -114,8 +115,7 @@ void run_filter(const Filter& options) {
 
 Run setup_copymkb(CLI::App& app) {
     const auto options = std::make_shared<Copymkb>();
-    add_inputs(app, options->files);
-    add_image_output(app, options->files);
+    add_pictures(app, options->files);
     app.add_option("--border", options->border,
                    "widths of the border in pixels: left, top, right, bottom; a right or bottom of -1 is as wide as "
                    "left or top")
@@ -128,13 +128,12 @@ Run setup_copymkb(CLI::App& app) {
                    "of a constant border: one for all colour channels or one for each (default: 0), then one for "
                    "alpha (default: opaque); integer pictures take the floor")
         ->type_name("V[,V,V,A]");
-    return [options] { run_copymkb(*options); };
+    return each_picture(options->files, [options] { run_copymkb(*options); });
 }
 
 Run setup_filter(CLI::App& app) {
     const auto options = std::make_shared<Filter>();
-    add_inputs(app, options->files);
-    add_image_output(app, options->files);
+    add_pictures(app, options->files);
     app.add_option("--kind", options->kind,
                    "what a pixel becomes of those under the mask: box (the mean), min, max or median (of an even "
                    "number the lower in the middle; not of f32)")
@@ -151,7 +150,7 @@ Run setup_filter(CLI::App& app) {
                    "part of the picture to filter, which is the result (default: all); the mask sees the pixels "
                    "around it where there are enough on every side, else the region's edge pixels repeat")
         ->type_name("L,T,WxH");
-    return [options] { run_filter(*options); };
+    return each_picture(options->files, [options] { run_filter(*options); });
 }
 
 }  // namespace tarn::tool

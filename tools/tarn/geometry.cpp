@@ -1,6 +1,7 @@
 // Commands of the geometry operations.
 #include <cmath>
 
+#include "batch.h"
 #include "commands.h"
 #include "error.h"
 #include "options.h"
@@ -71,8 +72,7 @@ void run_scale_resize(const ScaleResize& options) {
 
 Run setup_scale_resize(CLI::App& app) {
     const auto options = std::make_shared<ScaleResize>();
-    add_inputs(app, options->files);
-    add_image_output(app, options->files);
+    add_pictures(app, options->files);
     app.add_option("--size", options->size,
                    "new width and height in pixels; see --interpolation for less than half of them")
         ->type_name("WxH");
@@ -89,7 +89,7 @@ Run setup_scale_resize(CLI::App& app) {
         ->type_name("TYPE");
     app.add_option("--value-range", options->value_range, "stretch the result's values to this range")
         ->type_name("LO,HI");
-    return [options] { run_scale_resize(*options); };
+    return each_picture(options->files, [options] { run_scale_resize(*options); });
 }
 
 }  // namespace tarn::tool

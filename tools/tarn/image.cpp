@@ -7,6 +7,8 @@
 #include <cerrno>
 #include <cmath>
 #include <cstring>
+#include <filesystem>
+#include <utility>
 
 #include "error.h"
 #include "output.h"
@@ -219,15 +221,21 @@ void require_picture(std::span<const uint8_t> bytes, const std::string& name) {
 }
 }  // namespace
 
-std::vector<uint8_t> read_file(const std::string& path) {
+std::vector<uint8_t> read_file(const std::string& name) {
     struct Close {
         void operator()(std::FILE* file) const { std::fclose(file); }
     };
-    std::unique_ptr<std::FILE, Close> file(std::fopen(path.c_str(), "rb"));
+    static bool standard_input_read = false;
+    const bool standard_input = name == "-";
+    const std::string path = standard_input ? "standard input" : name;
+    if (standard_input && std::exchange(standard_input_read, true))
+        fail(path, "holds one picture and is asked for two", "give \"-\" once");
+    std::unique_ptr<std::FILE, Close> file(standard_input ? fdopen(dup(STDIN_FILENO), "rb")
+                                                          : std::fopen(path.c_str(), "rb"));
     if (!file) fail(path, "can't be read: " + system_reason(errno), "check the name");
     struct stat status = {};
     if (fstat(fileno(file.get()), &status) == 0 && S_ISDIR(status.st_mode))
-        fail(path, "is a folder", "name a picture in it");
+        fail(path, "is a folder", "name a picture in it, or give --out-dir if the command has it");
     std::vector<uint8_t> bytes(S_ISREG(status.st_mode) ? static_cast<size_t>(status.st_size) + 1 : 1 << 16);
     size_t used = 0;
     const auto read = [&](size_t most) {
@@ -257,19 +265,17 @@ Image decode_image(std::span<const uint8_t> bytes, const std::string& name) {
     }
 }
 
-Image read_image(const std::string& path) { return decode_image(read_file(path), path); }
+Image read_image(const std::string& path) {
+    return decode_image(read_file(path), path == "-" ? "standard input" : path);
+}
 
-Format output_format(const std::string& path) {
-    const size_t dot = path.rfind('.'), slash = path.rfind('/');
-    std::string extension;
-    if (dot != std::string::npos && (slash == std::string::npos || dot > slash)) extension = path.substr(dot + 1);
-    std::transform(extension.begin(), extension.end(), extension.begin(),
-                   [](unsigned char c) { return std::tolower(c); });
-    if (extension == "png") return Format::png;
-    if (extension == "jpg" || extension == "jpeg") return Format::jpeg;
-    if (extension == "tif" || extension == "tiff") return Format::tiff;
-    usage(path, extension.empty() ? "has no extension to tell the format by" : "unknown extension ." + extension,
-          "write .png, .jpg or .tiff");
+std::optional<Format> format_of_name(const std::string& path) {
+    std::string extension = std::filesystem::path(path).extension().string();
+    for (char& c : extension) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    if (extension == ".png") return Format::png;
+    if (extension == ".jpg" || extension == ".jpeg") return Format::jpeg;
+    if (extension == ".tif" || extension == ".tiff") return Format::tiff;
+    return {};
 }
 
 void check_format(const Shape& shape, Format format, const std::string& path) {

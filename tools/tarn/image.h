@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
@@ -91,12 +92,12 @@ struct Encoding {
 
 // The whole of a picture file; throws when its first bytes are not those of a picture, before it reads on.
 std::vector<uint8_t> read_file(const std::string& path);
-// Reads a picture; the format is told by the content. Throws with a message that names the file.
+// Reads a picture; the format is told by the content. Throws with a message that names the file. "-" is standard input.
 Image read_image(const std::string& path);
 Image decode_image(std::span<const uint8_t> bytes, const std::string& name);
 
-// The format that a file name's extension stands for; throws (usage) when it is none.
-Format output_format(const std::string& path);
+// The format that a file name's extension stands for, if any.
+std::optional<Format> format_of_name(const std::string& path);
 // Throws when the format can't hold the picture's samples or alpha, naming one that can.
 void check_format(const Shape& shape, Format format, const std::string& path);
 class OutputFile;

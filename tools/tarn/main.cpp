@@ -1,7 +1,6 @@
 // The program `tarn`: real picture files in, an operation of the module, real picture files out.
 #include <cstdio>
 #include <iostream>
-#include <new>
 
 #include "commands.h"
 #include "error.h"
@@ -37,6 +36,7 @@ void run(int argc, char** argv) {
     app.footer(
         "Pictures: 8- and 16-bit PNG, 8-bit JPEG, 8-, 16-, 32-bit and float TIFF; grey or RGB, with or without alpha.\n"
         "The alpha channel is worked on by itself. Orientation tags are not applied and metadata are not copied.\n"
+        "Several: commands that make one picture of one take more, or a folder, with --out-dir. Pipes: - and --format.\n"
         "Environment: TARN_MODULE names another module library.\n"
         "Exit status: 0 done, 1 the work failed, 2 the command line is wrong.");
     Run chosen;
@@ -64,16 +64,8 @@ void run(int argc, char** argv) {
 
 int main(int argc, char** argv) {
     install_signal_handlers();
-    try {
-        run(argc, argv);
-        return 0;
-    } catch (const Error& error) {
-        std::cerr << "tarn: " << error.line << "\n";
-        return error.status;
-    } catch (const std::bad_alloc&) {
-        std::cerr << "tarn: memory: is out; choose a smaller picture\n";
-    } catch (const std::exception& error) {
-        std::cerr << "tarn: internal error: " << error.what() << "; please report it\n";
-    }
-    return kFailure;
+    std::string line;
+    const int status = status_of([&] { run(argc, argv); }, line);
+    if (status) std::cerr << "tarn: " << line << "\n";
+    return status;
 }

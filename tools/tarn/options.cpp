@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <cmath>
+#include <filesystem>
 #include <iostream>
 #include <limits>
 
@@ -183,8 +184,8 @@ std::optional<Sample> parse_depth(const std::string& text) {
 
 void add_inputs(CLI::App& app, Files& files, size_t least, size_t most) {
     app.add_option("IN", files.inputs,
-                   most == 1 ? "picture to read (PNG, JPEG or TIFF, told by content)"
-                             : "pictures to read (PNG, JPEG or TIFF, told by content)")
+                   std::string(most == 1 ? "picture" : "pictures") +
+                       " to read (PNG, JPEG or TIFF, told by content); - is standard input")
         ->required()
         ->type_name("")
         ->expected(static_cast<int>(least), most ? static_cast<int>(most) : CLI::detail::expected_max_vector_size);
@@ -193,6 +194,8 @@ void add_inputs(CLI::App& app, Files& files, size_t least, size_t most) {
 
 void add_image_output(CLI::App& app, Files& files, const char* text) {
     app.add_option("-o,--output", files.output, text)->required()->type_name("OUT");
+    app.add_option("--format", files.format, "of the picture, where its name does not tell: png, jpeg or tiff")
+        ->type_name("FORMAT");
     app.add_option("--quality", files.quality, "JPEG quality, 1 to 100 (default 92)")->type_name("N");
     app.add_option("--compression", files.compression, "of TIFF: none, lzw (default) or deflate")->type_name("KIND");
 }
@@ -231,8 +234,21 @@ void require_samples(const Image& image, const std::string& name, const std::str
          std::string("convert the picture first with tarn convert-scale --depth ") + sample_name(samples.back()));
 }
 
+namespace {
+Format output_format(const Files& files) {
+    if (files.output.empty()) usage("--output", "is missing", "name the picture to write");
+    if (!files.format.empty())
+        return static_cast<Format>(parse_word(files.format, "--format", {"png", "jpeg", "tiff"}));
+    if (files.output == "-") usage("--format", "is missing, and standard output has no name", "give png, jpeg or tiff");
+    if (const auto format = format_of_name(files.output)) return *format;
+    const std::string extension = std::filesystem::path(files.output).extension().string();
+    usage(files.output, extension.empty() ? "has no extension to tell the format by" : "unknown extension " + extension,
+          "write .png, .jpg or .tiff, or give --format");
+}
+}  // namespace
+
 ImageOutput::ImageOutput(const Files& files)
-    : format_(output_format(files.output)),
+    : format_(output_format(files)),
       encoding_{
           static_cast<int>(parse_integer(files.quality, "--quality", 1, 100)),
           static_cast<Encoding::Tiff>(parse_word(files.compression, "--compression", {"none", "lzw", "deflate"}))},
@@ -247,7 +263,7 @@ void ImageOutput::write(const Image& image) {
 }
 
 void write_text(const Files& files, const std::string& text) {
-    if (files.output.empty()) {
+    if (files.output.empty() || files.output == "-") {
         std::cout << text;
         return;
     }

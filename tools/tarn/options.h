@@ -55,13 +55,16 @@ std::optional<Sample> parse_depth(const std::string& text);
 struct Files {
     std::vector<std::string> inputs;
     std::string output;
-    std::string quality = "92", compression = "lzw";
+    std::string format, quality = "92", compression = "lzw";
     bool time = false;
+    std::string out_dir, name, jobs;  // of several pictures, see batch.h
+    bool resume = false;
 };
 // Positional IN (several where most > 1; most 0: any number), and --time.
 void add_inputs(CLI::App& app, Files& files, size_t least = 1, size_t most = 1);
-// -o OUT, --quality and --compression for commands that write a picture.
-void add_image_output(CLI::App& app, Files& files, const char* text = "picture to write: .png, .jpg or .tiff");
+// -o OUT, --format, --quality and --compression for commands that write a picture.
+void add_image_output(CLI::App& app, Files& files,
+                      const char* text = "picture to write: .png, .jpg or .tiff; - is standard output");
 // -o OUT for commands that write text (SVG, JSON), optional: without it the text goes to standard output.
 void add_text_output(CLI::App& app, Files& files);
 void add_json(CLI::App& app, bool& json);

@@ -10,6 +10,9 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
+#include <iostream>
+#include <vector>
 
 #include "error.h"
 
@@ -17,6 +20,8 @@ namespace tarn::tool {
 namespace {
 char temporary_name[PATH_MAX];
 std::atomic<bool> temporary_exists = false;
+
+std::string temporary_prefix(int process) { return ".tarn-" + std::to_string(process) + "-"; }
 
 void remove_and_end(int signal_number) {
     if (temporary_exists.load()) unlink(temporary_name);
@@ -31,7 +36,22 @@ void install_signal_handlers() {
     signal(SIGXFSZ, SIG_IGN);
 }
 
+void remove_temporaries(const std::string& folder, int process) {
+    std::error_code failed;
+    std::filesystem::directory_iterator entry(folder, failed);
+    for (; !failed && entry != std::filesystem::directory_iterator(); entry.increment(failed))
+        if (entry->path().filename().string().starts_with(temporary_prefix(process))) unlink(entry->path().c_str());
+}
+
 OutputFile::OutputFile(const std::string& path) : path_(path), target_(path) {
+    if (path == "-") {
+        path_ = "standard output";
+        if (isatty(STDOUT_FILENO)) fail(path_, "is a terminal", "redirect it, or name a file");
+        stream_ = std::tmpfile();  // TIFF is not written from front to back
+        if (!stream_) write_failed(errno);
+        std::cout.rdbuf(std::cerr.rdbuf());
+        return;
+    }
     struct stat old = {};
     const bool exists = stat(path.c_str(), &old) == 0;
     if (exists) {
@@ -46,7 +66,7 @@ OutputFile::OutputFile(const std::string& path) : path_(path), target_(path) {
     }
     const size_t slash = target_.rfind('/');
     const std::string folder = slash == std::string::npos ? "" : target_.substr(0, slash + 1);
-    temporary_ = folder + ".tarn-XXXXXX";
+    temporary_ = folder + temporary_prefix(getpid()) + "XXXXXX";
     if (temporary_.size() >= sizeof temporary_name)
         fail(path.substr(0, 60) + "...", "name is too long", "name another output");
     const int file = mkostemp(temporary_.data(), O_CLOEXEC);
@@ -80,7 +100,23 @@ void OutputFile::write_failed(int error_number) const {
          "nothing was left there; make room or name another output");
 }
 
+void OutputFile::commit_to_standard_output() {
+    std::vector<char> block(1 << 16);
+    errno = 0;
+    if (std::fflush(stream_) != 0 || std::ferror(stream_)) write_failed(errno);
+    std::rewind(stream_);
+    while (const size_t count = std::fread(block.data(), 1, block.size(), stream_))
+        for (size_t written = 0; written < count;) {
+            const ssize_t put = write(STDOUT_FILENO, block.data() + written, count - written);
+            if (put < 0 && errno != EINTR)
+                fail(path_, "can't be written: " + system_reason(errno), "make room or redirect it elsewhere");
+            if (put > 0) written += size_t(put);
+        }
+    if (std::ferror(stream_)) write_failed(errno);
+}
+
 void OutputFile::commit() {
+    if (target_ == "-") return commit_to_standard_output();
     errno = 0;
     const bool good = std::fflush(stream_) == 0 && !std::ferror(stream_);
     int error_number = good ? 0 : errno;

@@ -6,9 +6,12 @@
 #include <cstdio>
 
 namespace tarn::tool {
+namespace {
+bool silent = false;
+}
 
 Progress::Progress(std::string step) {
-    if (isatty(STDERR_FILENO)) thread_ = std::thread([this, step = std::move(step)] { show(step); });
+    if (!silent && isatty(STDERR_FILENO)) thread_ = std::thread([this, step = std::move(step)] { show(step); });
 }
 
 Progress::~Progress() {
@@ -20,6 +23,8 @@ Progress::~Progress() {
     wake_.notify_one();
     thread_.join();
 }
+
+void Progress::silence() { silent = true; }
 
 void Progress::show(const std::string& step) {
     std::unique_lock lock(mutex_);

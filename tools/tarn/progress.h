@@ -13,7 +13,8 @@ namespace tarn::tool {
 class Progress {
 public:
     explicit Progress(std::string step);
-    ~Progress();  // takes the line away
+    ~Progress();            // takes the line away
+    static void silence();  // in this process none is shown from now on
 
 private:
     void show(const std::string& step);

@@ -3,6 +3,7 @@
 #include <cstring>
 #include <limits>
 
+#include "batch.h"
 #include "commands.h"
 #include "error.h"
 #include "options.h"
@@ -161,8 +162,7 @@ void run_threshold(const Threshold& options) {
 
 Run setup_threshold(CLI::App& app) {
     const auto options = std::make_shared<Threshold>();
-    add_inputs(app, options->files);
-    add_image_output(app, options->files);
+    add_pictures(app, options->files);
     app.add_option("--method", options->method,
                    "fixed: one threshold; otsu: the one that parts the picture's values best, which is printed; "
                    "adaptive: each pixel against the mean of its surroundings. Pixels above it become white, the "
@@ -184,7 +184,7 @@ Run setup_threshold(CLI::App& app) {
                    "otsu: how much the whole picture's counts beside it (default: 0 with tiles)")
         ->type_name("B");
     app.add_flag("--invert", options->invert, "black above the threshold, white below");
-    return [options] { run_threshold(*options); };
+    return each_picture(options->files, [options] { run_threshold(*options); });
 }
 
 }  // namespace tarn::tool

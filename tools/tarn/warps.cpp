@@ -4,6 +4,7 @@
 #include <cmath>
 #include <iostream>
 
+#include "batch.h"
 #include "commands.h"
 #include "error.h"
 #include "options.h"
@@ -18,8 +19,7 @@ struct WarpOptions {
 };
 
 void add_warp_options(CLI::App& app, WarpOptions& options) {
-    add_inputs(app, options.files);
-    add_image_output(app, options.files);
+    add_pictures(app, options.files);
     app.add_option("--size", options.size, "width and height of the result (default: the picture's)")->type_name("WxH");
     app.add_option("--background", options.background,
                    "where nothing lands: one value for all colour channels or one for each, then one for alpha "
@@ -239,7 +239,7 @@ Run setup_warp_affine(CLI::App& app) {
                    "result's)")
         ->type_name("X,Y");
     app.add_flag("--fit", options->fit, "the result holds the whole picture, no more and no less");
-    return [options] { run_warp_affine(*options); };
+    return each_picture(options->files, [options] { run_warp_affine(*options); });
 }
 
 Run setup_warp_affine_quad(CLI::App& app) {
@@ -252,7 +252,7 @@ Run setup_warp_affine_quad(CLI::App& app) {
     app.add_option("--to", options->to,
                    "the same in the result: where these corners go (default: the result's corner pixels)")
         ->type_name("X,Y,X,Y,X,Y,X,Y");
-    return [options] { run_warp_affine_quad(*options); };
+    return each_picture(options->files, [options] { run_warp_affine_quad(*options); });
 }
 
 }  // namespace tarn::tool
