@@ -56,6 +56,12 @@ class Transform(driver.ProgramTest):
         self.put("batch.npy", npy((2, 3, 2, 2), values))
         self.assertEqual(self.array("batch.npy", "--layout", "hwc")[2][:6], [0, 0, 0, 1, 1, 1])
 
+    def test_16_bit_pictures_keep_their_values(self):
+        rows = noise(7, 5, 3, 0, 65535)
+        self.put("in.png", png(7, 5, 3, rows, 16))
+        self.tarn("copy-transform", "in.png", "-o", "out.png", "--colour", "rgb")
+        self.assertEqual(read_png(self.get("out.png")), (7, 5, 3, 16, rows))
+
     def test_refuses_what_it_can_not_do(self):
         self.put("a.png", png(3, 3, 3, noise(3, 3, 3, 0, 255)))
         self.put("wide.png", png(4, 3, 3, noise(4, 3, 3, 0, 255)))

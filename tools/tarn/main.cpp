@@ -36,7 +36,8 @@ void run(int argc, char** argv) {
     app.footer(
         "Pictures: 8- and 16-bit PNG, 8-bit JPEG, 8-, 16-, 32-bit and float TIFF; grey or RGB, with or without alpha.\n"
         "The alpha channel is worked on by itself. Orientation tags are not applied and metadata are not copied.\n"
-        "Several: commands that make one picture of one take more, or a folder, with --out-dir. Pipes: - and --format.\n"
+        "Several: commands that make one picture of one take more, or a folder, with --out-dir. Pipes: - and "
+        "--format.\n"
         "Environment: TARN_MODULE names another module library.\n"
         "Exit status: 0 done, 1 the work failed, 2 the command line is wrong.");
     Run chosen;

@@ -260,7 +260,9 @@ Run setup_copy_transform(CLI::App& app) {
     add_image_output(app, options->files, "what to write: .npy, or a picture: .png, .jpg or .tiff");
     app.add_option("--size", options->size, "width and height of the result (default: the input's)")->type_name("WxH");
     app.add_option("--interpolation", options->interpolation, "nearest, linear (default) or cubic")->type_name("MODE");
-    app.add_option("--type", options->type, "elements of the result: same (default; f32 in a .npy of 16-bit pictures), u8, s16 or f32; values saturate")
+    app.add_option(
+           "--type", options->type,
+           "elements of the result: same (default; f32 in a .npy of 16-bit pictures), u8, s16 or f32; values saturate")
         ->type_name("TYPE");
     app.add_option("--colour", options->colour,
                    "colours of the result: grey, rgb, bgr or bgra, which has alpha (default: the input's)")
