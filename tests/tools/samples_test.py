@@ -4,7 +4,7 @@ import os
 import driver
 from pictures import noise, tiff
 
-RANGES = {"u8": (0, 255), "u16": (0, 32767), "s16": (-3000, 3000), "s32": (-100000, 100000), "u32": (0, 100000), "f32": (-1000, 1000)}
+RANGES = {"u8": (0, 255), "u16": (0, 65535), "s16": (-3000, 3000), "s32": (-100000, 100000), "u32": (0, 100000), "f32": (-1000, 1000)}
 ONE = """copy / cvtorigin / cvtorigin-n / cvtvrange-n --range 0,100 / cvtvrange-v --range 0,100 / convert-scale --depth f32 /
 convert-scale --scale 2 / not / and-c --constants 7 / set --constants 7 / cmp-c --comparison less --constants 7 /
 add-c --constants 7 / mul-c --constants 1 / reshape --size 5x6 / scale-resize --size 3x9 / warp-affine --rotate 20 /
@@ -29,10 +29,6 @@ class Samples(driver.ProgramTest):
                         self.assertIn(done.returncode, (0, 1, 2), (sample, channels, command, done.stderr))
                         results.append(done.stderr if done.returncode else self.get("out.tif"))
                     self.assertEqual(*results, (sample, channels, command, options))
-
-    def test_unsigned_32_bits_are_refused_where_the_operation_has_no_kernel(self):
-        self.put("in.tif", tiff(4, 4, 1, noise(4, 4, 1, 0, 1000), "u32"))
-        self.refused(1, "in.tif", "has u32 samples; reshape takes", "reshape", "in.tif", "-o", "out.tif", "--size", "8x2")
 
 
 driver.main()

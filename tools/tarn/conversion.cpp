@@ -116,8 +116,6 @@ void run_reshape(const Options& options) {
     const PixelSize size = parse_size(options.size, "--size");
     ImageOutput out(options.files);
     const Image source = read_input(options.files);
-    require_samples(source, options.files.inputs[0], "reshape",
-                    {Sample::u8, Sample::u16, Sample::s16, Sample::s32, Sample::f32});
     Shape shape = source.shape;
     shape.width = size.width;
     shape.height = size.height;

@@ -43,8 +43,9 @@ struct Image {
     Shape shape;
     int32_t stride = 0;  // bytes, a multiple of 64
 
-    // A picture whose pixels are still to be written. Throws, naming subject, when the size is not positive, a row exceeds what a 32-bit stride can
-    // tell or the whole exceeds this machine's memory; all computed in 64 bits before anything is allocated.
+    // A picture whose pixels are still to be written. Throws, naming subject, when the size is not positive, a row
+    // exceeds what a 32-bit stride can tell or the whole exceeds this machine's memory; all computed in 64 bits before
+    // anything is allocated.
     static Image make(const Shape& shape, const std::string& subject);
 
     // The stride that such a picture has; throws as make does.
