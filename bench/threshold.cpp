@@ -3,27 +3,13 @@
 #include <random>
 
 #include "bench.h"
+#include "host.h"
 #include "image.h"
 #include "peer_opencv.h"
-#include "quel/host.h"
 #include "tarn.h"
 
 namespace tarn::bench {
 namespace {
-
-struct Host {
-    Host() : host(QuelHOSTopen(&err)) {
-        if (!host || QuelHOSTload(host, TARN_MODULE_FILE, &err) != 0) throw std::runtime_error(err.last.text);
-    }
-    ~Host() { QuelHOSTclose(host); }
-    QuelOP find(const char* name) {
-        QuelOP op;
-        if (QuelHOSTfind(host, name, &op, &err) != 0) throw std::runtime_error(err.last.text);
-        return op;
-    }
-    QuelERR err = {};
-    QuelHOST* host;
-};
 
 cv::Mat photograph(cv::Size size) {
     const tool::Image sample = tool::read_image(TARN_SAMPLES "/rocket.jpg");
