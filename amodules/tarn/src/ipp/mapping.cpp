@@ -6,9 +6,6 @@
 
 namespace tarn::ipp {
 
-constexpr SetsBySource<k::ScaleMap> kScale = {&k::scale_u8_kernels, &k::scale_s16_kernels, nullptr,
-                                              &k::scale_f32_kernels};
-
 k::Status range_map_plane(Context& context, const LumoMAT& dst, const LumoMAT& src, k::Size size, float lo, float hi) {
     const auto* map = kRanges.find(kRange, dst.elemtype, src.elemtype);
     if (!map) return k::kNoKernel;

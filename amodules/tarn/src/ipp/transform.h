@@ -1,5 +1,5 @@
-// The steps of copy-transform. Each makes one picture of another, or a band of its rows of the same band, and finds its kernel
-// from the two; resampling and mapping see whole pictures.
+// The steps of copy-transform. Each makes a picture, or a band of its rows, of the same rows of another, resampling of all of
+// it; and finds its kernel from the two.
 #pragma once
 
 #include "ipp/picture.h"
@@ -8,17 +8,34 @@
 
 namespace tarn::ipp {
 
-// What the steps of a call share.
-struct Job {
+// How the values of a picture are mapped, and what they are known to be so far.
+struct Mapping {
     const TarnRANGE* range;
+    bool any = false;
+    float smallest[4] = {}, largest[4] = {};
+};
+
+// What the steps of a picture share.
+struct Job {
+    const Mapping& mapping;
     uint32_t interpolation;
     k::Allocator scratch;
 };
 
-using StepFn = k::Status(const Job&, const LumoARRAY& to, const LumoARRAY& from);
+// The rows that a band is: from `top` on, of a picture of `height` rows.
+struct Rows {
+    int32_t top, height;
+};
+
+using StepFn = k::Status(const Job&, const LumoARRAY& to, const LumoARRAY& from, Rows rows);
 
 // transform_steps.cpp
-StepFn convert_elements, resample, map_range, copy_picture;
+StepFn convert_elements, resample, copy_picture;
+// transform_range.cpp. Mapping is by the values looked at before.
+StepFn map_range;
+k::Status look_at(Mapping& mapping, const LumoARRAY& part);
+// The same in place, of a picture in pixels or planes.
+k::Status map_in_place(const Job& job, const LumoARRAY& picture);
 // transform_colour.cpp. For what they do not serve they have a status of their own.
 inline constexpr k::Status kNoConverter = -9999;
 StepFn change_colours, gather_planes, spread_planes;

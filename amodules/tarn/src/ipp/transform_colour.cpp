@@ -81,7 +81,7 @@ k::Status run_planes(const LumoARRAY& planar, const LumoARRAY& pixels, Run run) 
 
 }  // namespace
 
-k::Status change_colours(const Job& job, const LumoARRAY& to, const LumoARRAY& from) {
+k::Status change_colours(const Job& job, const LumoARRAY& to, const LumoARRAY& from, Rows) {
     const Way* way = from.cls <= LUMO_CLASS_BGRA && to.cls <= LUMO_CLASS_BGRA ? &kWays[from.cls][to.cls] : nullptr;
     if (!way || !way->first.kernels) unreachable(__LINE__);
     const k::Size size = size_of(from);
@@ -99,7 +99,7 @@ k::Status change_colours(const Job& job, const LumoARRAY& to, const LumoARRAY& f
     return status;
 }
 
-k::Status gather_planes(const Job&, const LumoARRAY& to, const LumoARRAY& from) {
+k::Status gather_planes(const Job&, const LumoARRAY& to, const LumoARRAY& from, Rows) {
     const auto* kernel = plane_kernel(k::interleave_kernels, from, channels_of(from));
     if (!kernel) return kNoConverter;
     return run_planes(from, to, [&](void** planes, int32_t plane_stride, void* row, int32_t stride, k::Size size) {
@@ -107,7 +107,7 @@ k::Status gather_planes(const Job&, const LumoARRAY& to, const LumoARRAY& from) 
     });
 }
 
-k::Status spread_planes(const Job&, const LumoARRAY& to, const LumoARRAY& from) {
+k::Status spread_planes(const Job&, const LumoARRAY& to, const LumoARRAY& from, Rows) {
     const auto* kernel = plane_kernel(k::deinterleave_kernels, from, channels_of(from));
     if (!kernel) return kNoConverter;
     return run_planes(to, from, [&](void** planes, int32_t plane_stride, void* row, int32_t stride, k::Size size) {

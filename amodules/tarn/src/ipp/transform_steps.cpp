@@ -3,7 +3,6 @@
 #include <stdlib.h>
 
 #include "ipp/convert.h"
-#include "ipp/mapping.h"
 #include "ipp/resize.h"
 #include "ipp/transform.h"
 #include "kernels/copy/copy.h"
@@ -37,37 +36,27 @@ k::Status run_rows(const k::Kernel<k::Unary>* kernel, void* to, int64_t to_strid
     return k::kOk;
 }
 
-k::Status convert_elements(const Job&, const LumoARRAY& to, const LumoARRAY& from) {
+k::Status convert_elements(const Job&, const LumoARRAY& to, const LumoARRAY& from, Rows) {
     const LumoELEMTYPE dst = kernel_word(to), src = kernel_word(from);
     if (dst == src) return copy_rows(dst, to.data, row_stride_of(to), from.data, row_stride_of(from), size_of(from));
     return run_rows(kWhole.find(kConvert, dst, src), to.data, row_stride_of(to), from.data, row_stride_of(from),
                     kernel_size(size_of(from), dst));
 }
 
-k::Status resample(const Job& job, const LumoARRAY& to, const LumoARRAY& from) {
-    const LumoELEMTYPE word = kernel_word(from);
-    const k::Size src = kernel_size(size_of(from), word), dst = kernel_size(size_of(to), word);
+k::Status resample(const Job& job, const LumoARRAY& to, const LumoARRAY& from, Rows rows) {
+    const LumoELEMTYPE word = kernel_word(to);
+    const k::Size src = kernel_size(size_of(from), word), dst = kernel_size({width_of(to), rows.height}, word);
     const auto* kernels = job.interpolation == TARN_LANCZOS ? nullptr : resize_kernels(job.interpolation, src);
+    if (kernels && kind_of(word) != kind_of(kernel_word(from)))
+        kernels = kernels == &k::resize_linear_kernels ? &k::resize_u8_linear_kernels : &k::resize_u8_cubic_kernels;
     const auto* resize = kernels ? kWhole.find(*kernels, word) : nullptr;
     if (!resize) return k::kNoKernel;
     if (!fits_kernels(row_stride_of(from)) || !fits_kernels(row_stride_of(to))) return k::kBadArg;
     return (*resize)(from.data, int32_t(row_stride_of(from)), src, {0, 0, src.width, src.height}, to.data,
-                     int32_t(row_stride_of(to)), dst, job.scratch);
+                     int32_t(row_stride_of(to)), {dst, rows.top, rows.top + height_of(to)}, job.scratch);
 }
 
-k::Status map_range(const Job& job, const LumoARRAY& to, const LumoARRAY& from) {
-    const TarnRANGE& range = *job.range;
-    // One pair of bounds for all channels is one for each: the smallest and largest values are each channel's own.
-    if (range.kind != TARN_RANGE_OF_ALL && range.kind != TARN_RANGE_OF_EACH) unreachable(__LINE__);
-    const LumoELEMTYPE dst = kernel_word(to);
-    const auto* map = kWholeRanges.find(kRange, dst, kernel_word(from));
-    if (!map) return k::kNoKernel;
-    if (!fits_kernels(row_stride_of(from)) || !fits_kernels(row_stride_of(to))) return k::kBadArg;
-    return (*map)(from.data, int32_t(row_stride_of(from)), to.data, int32_t(row_stride_of(to)),
-                  kernel_size(size_of(from), dst), range.lo, range.hi, job.scratch);
-}
-
-k::Status copy_picture(const Job&, const LumoARRAY& to, const LumoARRAY& from) {
+k::Status copy_picture(const Job&, const LumoARRAY& to, const LumoARRAY& from, Rows) {
     if (!is_planar(from))
         return copy_rows(kernel_word(from), to.data, row_stride_of(to), from.data, row_stride_of(from), size_of(from));
     // Planes, as many as there are: each a picture of one channel.

@@ -144,25 +144,14 @@ struct MinMaxOf<float> {
     static constexpr MinMax* of[] = {nullptr, minmax_f32_c1, nullptr, minmax_f32_c3, minmax_f32_c4};
 };
 
-// The constants that take the values of each channel to lo..hi. False: a single channel, and flat. pairs: the elements of a
-// pixel are two pixels of two channels.
-[[gnu::noinline]] bool range_constants(MinMax* minmax, const void* src, int32_t stride, Size size, int channels,
-                                       bool pairs, float lo, float hi, float* scale, float* offset) {
-    float smallest[4], largest[4];
+// The smallest and largest values of each channel. pairs: the elements of a pixel are two pixels of two channels.
+[[gnu::noinline]] void find_extremes(MinMax* minmax, const void* src, int32_t stride, Size size, bool pairs,
+                                     float* smallest, float* largest) {
     minmax(src, stride, size, smallest, largest);
     for (int c = 0; pairs && c < 2; ++c) {
-        // One of the two may be NaN, when its pixels are nothing else.
-        const float s = smallest[c + 2], l = largest[c + 2];
-        smallest[c] = smallest[c + 2] = s < smallest[c] || smallest[c] != smallest[c] ? s : smallest[c];
-        largest[c] = largest[c + 2] = l > largest[c] || largest[c] != largest[c] ? l : largest[c];
+        smallest[c] = smallest[c + 2] = smaller(smallest[c], smallest[c + 2]);
+        largest[c] = largest[c + 2] = larger(largest[c], largest[c + 2]);
     }
-    for (int c = 0; c < channels; ++c) {
-        const bool flat = !(largest[c] - smallest[c] > kFlat);
-        if (flat && channels == 1) return false;
-        scale[c] = flat ? 0.0f : (hi - lo) / (largest[c] - smallest[c]);
-        offset[c] = flat ? lo : lo - scale[c] * smallest[c];
-    }
-    return true;
 }
 
 template <class S, class D, Form kForm>
@@ -173,9 +162,9 @@ Status range_map(const void* src, int32_t src_stride, void* dst, int32_t dst_str
     D* strip = take_strip<D>(scratch);
     if (!strip) return kNoMemory;
     constexpr int kChannels = channels(kForm);
-    float scale[4], offset[4];
-    if (range_constants(MinMaxOf<S>::of[kChannels], src, src_stride, size, kChannels, kForm == Form::c2, lo, hi, scale,
-                        offset))
+    float smallest[4], largest[4], scale[4], offset[4];
+    find_extremes(MinMaxOf<S>::of[kChannels], src, src_stride, size, kForm == Form::c2, smallest, largest);
+    if (range_constants(smallest, largest, kChannels, lo, hi, scale, offset))
         map_plane<kept(kForm), S>(src, src_stride, dst, dst_stride, size, kChannels, scale, offset, strip);
     else
         fill<D>(dst, dst_stride, size, 1, 0, round_to<D>(lo));

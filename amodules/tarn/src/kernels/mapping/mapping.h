@@ -22,6 +22,22 @@ using RangeMap = Status(const void* src, int32_t src_stride, void* dst, int32_t 
 // The float epsilon, 2^-23: a smaller spread of values is none.
 inline constexpr float kFlat = 1.1920929e-07f;
 
+// The smallest of a channel's smallest values, the largest of its largest. One may be NaN, when its pixels are nothing else.
+static inline float smaller(float a, float b) { return b < a || a != a ? b : a; }
+static inline float larger(float a, float b) { return b > a || a != a ? b : a; }
+
+// The constants that take values from smallest..largest of each channel to lo..hi. False: a single channel, and flat.
+static inline bool range_constants(const float* smallest, const float* largest, int channels, float lo, float hi,
+                                   float* scale, float* offset) {
+    for (int c = 0; c < channels; ++c) {
+        const bool flat = !(largest[c] - smallest[c] > kFlat);
+        if (flat && channels == 1) return false;
+        scale[c] = flat ? 0.0f : (hi - lo) / (largest[c] - smallest[c]);
+        offset[c] = flat ? lo : lo - scale[c] * smallest[c];
+    }
+    return true;
+}
+
 #define KERNELS(op, Fn, types, forms) TARN_KERNELS(op, Fn, types, forms)
 #include "kernels/mapping/mapping.def"
 #undef KERNELS

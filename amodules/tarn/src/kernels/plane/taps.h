@@ -66,11 +66,11 @@ struct RowTaps {
     float weight[kTaps];
 };
 
-// The taps of all output rows. There must be room for a multiple of kTapBlock.
+// The taps of so many output rows from `top` on. There must be room for a multiple of kTapBlock.
 template <class Filter>
-void find_row_taps(int64_t from, int64_t to, RowTaps<Filter::kTaps>* taps) {
-    Walk walk(from, to, to, 0);
-    for (int64_t y = 0; y < to; y += kTapBlock) {
+void find_row_taps(int64_t from, int64_t to, int64_t top, int64_t count, RowTaps<Filter::kTaps>* taps) {
+    Walk walk(from, to, to, top);
+    for (int64_t y = 0; y < count; y += kTapBlock) {
         int64_t first[kTapBlock];
         float weight[Filter::kTaps][kTapBlock];
         find_taps<Filter, false>(walk, first, weight);

@@ -76,7 +76,7 @@ void half_row(const uint8_t* upper, const uint8_t* lower, int64_t n, uint8_t* ds
 template <Form kForm>
 Status half(const Job& j) {
     constexpr int kChannels = channels(kForm);
-    for (int64_t y = 0; y < j.dst_size.height; ++y) {
+    for (int64_t y = j.top; y < j.bottom; ++y) {
         const int64_t at = j.region.x * int64_t(kChannels);
         half_row<kChannels, kept(kForm)>(j.src_row<uint8_t>(j.region.y + 2 * y) + at,
                                          j.src_row<uint8_t>(j.region.y + 2 * y + 1) + at,

@@ -18,16 +18,17 @@ struct Job {
     void* dst;
     int32_t dst_stride;
     Size dst_size;
+    int64_t top, bottom;  // the destination's rows that are made
     const Allocator& allocator;
 
-    // Row y of the source, from the plane's left; row y of the destination.
+    // Row y of the source, from the plane's left; row y of the destination, one of those that are made.
     template <class T>
     const T* src_row(int64_t y) const {
         return row<T>(src, src_stride, y);
     }
     template <class T>
     T* dst_row(int64_t y) const {
-        return row<T>(dst, dst_stride, y);
+        return row<T>(dst, dst_stride, y - top);
     }
     // The source's row nearest to row y, which is counted from the region's top.
     int64_t row_within(int64_t y) const { return clamp<int64_t>(region.y + y, 0, src_size.height - 1); }
@@ -39,7 +40,7 @@ inline Status check(const Job& j) {
     if (j.dst_size.width <= 0 || j.dst_size.height <= 0 || r.width <= 0 || r.height <= 0) return kBadSize;
     const bool inside =
         r.x >= 0 && r.y >= 0 && r.width <= j.src_size.width - r.x && r.height <= j.src_size.height - r.y;
-    return inside ? kOk : kBadArg;
+    return inside && j.top >= 0 && j.top < j.bottom && j.bottom <= j.dst_size.height ? kOk : kBadArg;
 }
 
 inline bool halves_width(const Job& j) { return j.region.width == 2 * int64_t(j.dst_size.width); }
@@ -49,7 +50,7 @@ template <class T, Form kForm>
 Status copy_region(const Job& j) {
     const int64_t pixel_bytes = channels(kForm) * sizeof(T), n = j.dst_size.width * pixel_bytes;
     const Bytes mask = colour_mask<T>();
-    for (int64_t y = 0; y < j.dst_size.height; ++y) {
+    for (int64_t y = j.top; y < j.bottom; ++y) {
         const uint8_t* s = j.src_row<uint8_t>(j.region.y + y) + j.region.x * pixel_bytes;
         uint8_t* d = j.dst_row<uint8_t>(y);
         if constexpr (kept(kForm))
@@ -60,14 +61,26 @@ Status copy_region(const Job& j) {
     return kOk;
 }
 
-// A kernel: checks its arguments, copies planes of equal size, and leaves others to kBody.
+// A kernel: checks its arguments, and leaves the rest to kBody.
+template <auto kBody>
+Status checked(const void* src, int32_t src_stride, Size src_size, Region region, void* dst, int32_t dst_stride,
+               PlaneRows rows, const Allocator& allocator) {
+    const Job j{src, src_stride, src_size, region, dst, dst_stride, rows.size, rows.top, rows.bottom, allocator};
+    const Status s = check(j);
+    return s ? s : kBody(j);
+}
+
+// A kernel of one type: planes of equal size are copied.
+template <auto kBody, class T, Form kForm>
+Status copy_or_resize(const Job& j) {
+    const bool equal = j.dst_size.width == j.region.width && j.dst_size.height == j.region.height;
+    return equal ? copy_region<T, kForm>(j) : kBody(j);
+}
 template <auto kBody, class T, Form kForm>
 Status resize(const void* src, int32_t src_stride, Size src_size, Region region, void* dst, int32_t dst_stride,
-              Size dst_size, const Allocator& allocator) {
-    const Job j{src, src_stride, src_size, region, dst, dst_stride, dst_size, allocator};
-    if (Status s = check(j)) return s;
-    if (dst_size.width == region.width && dst_size.height == region.height) return copy_region<T, kForm>(j);
-    return kBody(j);
+              PlaneRows rows, const Allocator& allocator) {
+    return checked<copy_or_resize<kBody, T, kForm>>(src, src_stride, src_size, region, dst, dst_stride, rows,
+                                                    allocator);
 }
 
 }  // namespace

@@ -144,7 +144,7 @@ Status in_strips(const Job& j, int channels) {
     if (!scratch.carve(arrays)) return kNoMemory;
     Ring<int16_t, 2> ring(ring_rows, kRingElements);
 
-    each_tile(width, height, kStripElements / channels, 32, [&](Tile tile) {
+    each_tile(width, j.bottom - j.top, kStripElements / channels, 32, [&](Tile tile) {
         (channels == 1 ? prepare<1> : channels == 3 ? prepare<3> : prepare<4>)(t, j, tile.x, tile.width);
         ring.forget();
         const auto resampled = [&](int64_t y) {
@@ -159,8 +159,8 @@ Status in_strips(const Job& j, int channels) {
                     resample_by_windows<false>(t, s, out);
             });
         };
-        Walk line(j.region.height, height, height, tile.top);
-        for (int64_t y = tile.top; y < tile.bottom; ++y, line.next()) {
+        Walk line(j.region.height, height, height, j.top + tile.top);
+        for (int64_t y = j.top + tile.top; y < j.top + tile.bottom; ++y, line.next()) {
             int32_t fraction;
             const int64_t upper = split<15>(line, &fraction);
             const int16_t *r0 = resampled(upper), *r1 = resampled(upper + 1);

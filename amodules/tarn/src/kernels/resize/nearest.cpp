@@ -72,8 +72,8 @@ void row_of_second(const uint8_t* TARN_RESTRICT s, int64_t n, uint8_t* TARN_REST
 
 template <int kPixel>
 Status nearest_of_half(const Job& j) {
-    Walk line(j.region.height, j.dst_size.height, 0, 0);
-    for (int64_t y = 0; y < j.dst_size.height; ++y, line.next())
+    Walk line(j.region.height, j.dst_size.height, 0, j.top);
+    for (int64_t y = j.top; y < j.bottom; ++y, line.next())
         row_of_second<kPixel>(j.src_row<uint8_t>(j.region.y + line.whole) + int64_t(j.region.x) * kPixel,
                               j.dst_size.width, j.dst_row<uint8_t>(y));
     return kOk;
@@ -96,9 +96,9 @@ Status nearest(const Job& j) {
     c.in_windows = try_windows && find_windows(c.windows, groups, int64_t(j.src_size.width) * kPixel,
                                                BytesOfColumns<kPixel>{c.pixel, width});
 
-    Walk line(j.region.height, j.dst_size.height, 0, 0);
+    Walk line(j.region.height, j.dst_size.height, 0, j.top);
     int64_t last = -1;
-    for (int64_t y = 0; y < j.dst_size.height; ++y, line.next()) {
+    for (int64_t y = j.top; y < j.bottom; ++y, line.next()) {
         const uint8_t* s = j.src_row<uint8_t>(j.region.y + line.whole);
         uint8_t* d = j.dst_row<uint8_t>(y);
         if (!kKept && line.whole == last)

@@ -48,11 +48,11 @@ template <int kTaps, bool kKept, class T>
     if (i < n) blend(overlapped(i, n), min(n, kStep));
 }
 
-template <class Filter, class T>
+template <class Filter, class S, class D>
 Status resample(const Job& j, int channels, bool kept) {
     constexpr int kTaps = Filter::kTaps;
     constexpr int64_t kElements = kStripElements<kTaps>;
-    const int64_t width = j.dst_size.width, height = j.dst_size.height;
+    const int64_t width = j.dst_size.width, height = j.bottom - j.top;
     RowTaps<kTaps>* row_taps;
     float* ring_rows;
     StripTables t{};
@@ -64,12 +64,12 @@ Status resample(const Job& j, int channels, bool kept) {
     };
     if (!scratch.carve(arrays)) return kNoMemory;
     memset(t.row, 0, sizeof(float) * kRowElements<kTaps>);
-    find_row_taps<Filter>(j.region.height, height, row_taps);
+    find_row_taps<Filter>(j.region.height, j.dst_size.height, j.top, height, row_taps);
     Ring<float, kTaps> ring(ring_rows, kElements);
 
     // In steps that leave no vector half used in the inner strips.
     each_tile(width, height, kElements / channels, 16, [&](Tile tile) {
-        prepare<Filter, kExactSums<T>>(t, Walk(j.region.width, width, width, tile.x), tile.width, channels,
+        prepare<Filter, kExactSums<D>>(t, Walk(j.region.width, width, width, tile.x), tile.width, channels,
                                        j.region.width <= 2 * width);
         ring.forget();
         for (int64_t y = tile.top; y < tile.bottom; ++y) {
@@ -77,10 +77,11 @@ Status resample(const Job& j, int channels, bool kept) {
             for (int k = 0; k < kTaps; ++k) {
                 const int64_t source = j.row_within(row_taps[y].first + k);
                 rows[k] = ring.row(source, [&](float* out) {
-                    resample_row<kTaps>(t, j.src_row<T>(source), j.src_size.width, j.region.x, channels, out);
+                    resample_row<kTaps, kExactSums<D>>(t, j.src_row<S>(source), j.src_size.width, j.region.x, channels,
+                                                       out);
                 });
             }
-            T* dst = j.dst_row<T>(y) + tile.x * channels;
+            D* dst = j.dst_row<D>(j.top + y) + tile.x * channels;
             if (kept)
                 blend_rows<kTaps, true>(rows, row_taps[y].weight, tile.width * channels, dst);
             else
@@ -90,9 +91,9 @@ Status resample(const Job& j, int channels, bool kept) {
     return kOk;
 }
 
-template <class Filter, class T, Form kForm>
+template <class Filter, class S, class D, Form kForm>
 Status resampled(const Job& j) {
-    return resample<Filter, T>(j, channels(kForm), kept(kForm));
+    return resample<Filter, S, D>(j, channels(kForm), kept(kForm));
 }
 
 }  // namespace

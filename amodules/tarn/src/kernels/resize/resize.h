@@ -3,7 +3,7 @@
 //   src, src_size  the whole source plane; neighbours outside of the region but inside the source are read, outside of
 //                  the source the edge pixel repeats
 //   region         in pixels of the source; must lie in it
-//   dst            must not overlap the source
+//   dst            must not overlap the source; dst_rows: which rows of the destination plane it is, by default all
 //   allocator      pays for tables and a few rows; nothing is kept
 //
 // Output d of an axis lies at source coordinate (d + 0.5) * region / dst - 0.5, computed exactly. Nearest takes the
@@ -16,16 +16,26 @@
 // positive, quiet, without payload; it comes of a NaN or an infinity anywhere among the blended pixels, even at weight
 // 0. Planes of equal size are copied.
 //
-// Statuses: kNull, kBadSize (a size of the region or a plane is not positive), kBadArg (the region leaves the source),
-// kNoMemory.
+// resize_u8_...: of bytes to a wider type, with the bits that the source widened first would give.
+//
+// Statuses: kNull, kBadSize (a size of the region or a plane is not positive), kBadArg (the region leaves the source, or
+// the rows the destination), kNoMemory.
 #pragma once
 
 #include "kernels/base/kernel.h"
 
 namespace tarn::k {
 
+// A plane's size, and which of its rows, [top, bottom), are meant.
+struct PlaneRows {
+    constexpr PlaneRows(Size size) : PlaneRows(size, 0, size.height) {}
+    constexpr PlaneRows(Size size, int32_t top, int32_t bottom) : size(size), top(top), bottom(bottom) {}
+    Size size;
+    int32_t top, bottom;
+};
+
 using Resize = Status(const void* src, int32_t src_stride, Size src_size, Region region, void* dst, int32_t dst_stride,
-                      Size dst_size, const Allocator& allocator);
+                      PlaneRows dst_rows, const Allocator& allocator);
 #define TARN_ARITY_Resize 8
 
 #define KERNELS(op, Fn, types, forms) TARN_KERNELS(op, Fn, types, forms)

@@ -15,7 +15,7 @@ namespace {
 
 // ---- Sums ---------------------------------------------------------------------------------------------------------
 
-// For 8-bit sources the horizontal weights are multiples of 2^-15 whose sum is exactly 1: with 9 bits of pixel sums the
+// For 8-bit results the horizontal weights are multiples of 2^-15 whose sum is exactly 1: with 9 bits of pixel sums the
 // result fits the 24 bits of a float and nothing is ever rounded.
 template <class T>
 constexpr bool kExactSums = sizeof(T) == 1;
@@ -138,12 +138,30 @@ void prepare(StripTables& t, Walk walk, int64_t pixels, int channels, bool may_p
 
 // ---- Rows ---------------------------------------------------------------------------------------------------------
 
-// Gathers the taps of every output of a strip, a plane of kStripElements per tap.
+// Four elements as floats.
+template <class T>
+inline void widen_four(const T* s, float* to) {
+    typedef T Elements __attribute__((vector_size(4 * sizeof(T))));
+    typedef float Floats __attribute__((vector_size(16)));
+    Elements v;
+    memcpy(&v, s, sizeof v);
+    const Floats f = __builtin_convertvector(v, Floats);
+    memcpy(to, &f, sizeof f);
+}
+
+// Gathers the taps of every output of a strip, a plane of kStripElements per tap. Pixels are fetched as four elements, of
+// which one too many is overwritten by the next, where there are a next and the memory.
 template <int kTaps, int kChannels, class T>
 void gather_taps(const Loose<T>* s, int64_t width, int64_t left, const StripTables& t) {
     for (int64_t x = 0; x < t.pixels; ++x) {
         const int64_t at = left + t.first[x];
         const bool inside = at >= 0 && at + kTaps <= width;
+        if (kChannels > 1 && inside && (kChannels == 4 || (at + kTaps < width && x + 1 < t.pixels))) {
+            for (int k = 0; k < kTaps; ++k)
+                widen_four<T>(reinterpret_cast<const T*>(s + (at + k) * kChannels),
+                              t.row + k * kStripElements<kTaps> + x * kChannels);
+            continue;
+        }
         for (int k = 0; k < kTaps; ++k) {
             const Loose<T>* pixel = s + (inside ? at + k : clamp<int64_t>(at + k, 0, width - 1)) * kChannels;
             float* to = t.row + k * kStripElements<kTaps> + x * kChannels;
@@ -202,9 +220,8 @@ void weigh_windows(const StripTables& t, int channels, float* out) {
 }
 
 // One source row, resampled.
-template <int kTaps, class T>
+template <int kTaps, bool kExact, class T>
 void resample_row(const StripTables& t, const T* s, int64_t width, int64_t left, int channels, float* out) {
-    constexpr bool kExact = kExactSums<T>;
     const Loose<T>* pixels = reinterpret_cast<const Loose<T>*>(s);
     if (t.fetch == Fetch::planes) {
         if (channels == 1)
