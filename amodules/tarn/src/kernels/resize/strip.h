@@ -138,44 +138,37 @@ void prepare(StripTables& t, Walk walk, int64_t pixels, int channels, bool may_p
 
 // ---- Rows ---------------------------------------------------------------------------------------------------------
 
-// Four elements as floats.
-template <class T>
-inline void widen_four(const T* s, float* to) {
-    typedef T Elements __attribute__((vector_size(4 * sizeof(T))));
-    typedef float Floats __attribute__((vector_size(16)));
-    Elements v;
-    memcpy(&v, s, sizeof v);
-    const Floats f = __builtin_convertvector(v, Floats);
-    memcpy(to, &f, sizeof f);
-}
-
-// Gathers the taps of every output of a strip, a plane of kStripElements per tap. Pixels are fetched as four elements, of
-// which one too many is overwritten by the next, where there are a next and the memory.
+// Gathers the taps of every output of a strip as they are, a plane of kStripElements per tap. Within the source a pixel is
+// copied as four elements, of which one too many is overwritten by the next.
 template <int kTaps, int kChannels, class T>
-void gather_taps(const Loose<T>* s, int64_t width, int64_t left, const StripTables& t) {
-    for (int64_t x = 0; x < t.pixels; ++x) {
-        const int64_t at = left + t.first[x];
-        const bool inside = at >= 0 && at + kTaps <= width;
-        if (kChannels > 1 && inside && (kChannels == 4 || (at + kTaps < width && x + 1 < t.pixels))) {
-            for (int k = 0; k < kTaps; ++k)
-                widen_four<T>(reinterpret_cast<const T*>(s + (at + k) * kChannels),
-                              t.row + k * kStripElements<kTaps> + x * kChannels);
-            continue;
-        }
-        for (int k = 0; k < kTaps; ++k) {
-            const Loose<T>* pixel = s + (inside ? at + k : clamp<int64_t>(at + k, 0, width - 1)) * kChannels;
-            float* to = t.row + k * kStripElements<kTaps> + x * kChannels;
-            for (int c = 0; c < kChannels; ++c) to[c] = float(pixel[c]);
-        }
+void gather_taps(const T* s, int64_t width, int64_t left, const StripTables& t) {
+    constexpr int64_t kCopied = kChannels == 1 ? 1 : 4;
+    const int64_t *first = t.first, n = t.pixels;
+    T* planes = reinterpret_cast<T*>(t.row);
+    int64_t begin = 0, end = n - 1;
+    while (begin < n && left + first[begin] < 0) ++begin;
+    while (end > begin && left + first[end - 1] + kTaps >= width) --end;
+    const auto at_edge = [&](int64_t x) {
+        for (int k = 0; k < kTaps; ++k)
+            memcpy(planes + k * kStripElements<kTaps> + x * kChannels,
+                   s + clamp<int64_t>(left + first[x] + k, 0, width - 1) * kChannels, kChannels * sizeof(T));
+    };
+    for (int64_t x = 0; x < begin; ++x) at_edge(x);
+    for (int64_t x = begin; x < end; ++x) {
+        const T* pixel = s + (left + first[x]) * kChannels;
+        for (int k = 0; k < kTaps; ++k)
+            memcpy(planes + k * kStripElements<kTaps> + x * kChannels, pixel + k * kChannels, kCopied * sizeof(T));
     }
+    for (int64_t x = max(begin, end); x < n; ++x) at_edge(x);
 }
 
-template <int kTaps, bool kExact>
+template <int kTaps, bool kExact, class T>
 void weigh_planes(const StripTables& t, float* out) {
     constexpr int64_t kPitch = kStripElements<kTaps>;
-    const float *planes = t.row, *weight = t.weight;
+    const T* planes = reinterpret_cast<const T*>(t.row);
+    const float* weight = t.weight;
     for (int64_t i = 0, n = t.elements; i < n; i += kLanes<float>)
-        store(out + i, sum_of<kTaps, kExact>([&](int k) { return load<F32>(planes + k * kPitch + i); },
+        store(out + i, sum_of<kTaps, kExact>([&](int k) { return load_f32(planes + k * kPitch + i); },
                                              [&](int k) { return load<F32>(weight + k * kPitch + i); }));
 }
 
@@ -222,15 +215,14 @@ void weigh_windows(const StripTables& t, int channels, float* out) {
 // One source row, resampled.
 template <int kTaps, bool kExact, class T>
 void resample_row(const StripTables& t, const T* s, int64_t width, int64_t left, int channels, float* out) {
-    const Loose<T>* pixels = reinterpret_cast<const Loose<T>*>(s);
     if (t.fetch == Fetch::planes) {
         if (channels == 1)
-            gather_taps<kTaps, 1, T>(pixels, width, left, t);
+            gather_taps<kTaps, 1>(s, width, left, t);
         else if (channels == 3)
-            gather_taps<kTaps, 3, T>(pixels, width, left, t);
+            gather_taps<kTaps, 3>(s, width, left, t);
         else
-            gather_taps<kTaps, 4, T>(pixels, width, left, t);
-        weigh_planes<kTaps, kExact>(t, out);
+            gather_taps<kTaps, 4>(s, width, left, t);
+        weigh_planes<kTaps, kExact, T>(t, out);
     } else if constexpr (kHasPermute) {
         replicate_row(s, width, channels, left + t.row_from, t.row_pixels, t.row);
         if (t.fetch == Fetch::one_window)
