@@ -43,22 +43,33 @@ inline const std::vector<Shape>& shapes() {
 
 template <class Visit>
 void resize_cases(Visit&& visit) {
+    // Kernels of one type; and those that widen bytes.
+    const auto cases_of = [&]<class From>(From, const Listed<k::Resize>& k, const cases::Plane& dst) {
+        for (const Shape& shape : shapes()) {
+            Case c{k.name + " " + shape.name, {in<From>(k.channels), dst}, {}, {}};
+            c.planes[0].size_of = [shape](Size n) { return shape.source(n); };
+            c.run = [k, shape](const View* v, Size n) {
+                return k(v[0].data, v[0].stride, v[0].size, shape.region(n), v[1].data, v[1].stride, n, heap());
+            };
+            visit(c);
+        }
+    };
     const auto mode = [&](const char* name, const k::KernelSet<k::Resize>& kernels) {
-        each_kernel<uint8_t, int16_t, float>(name, kernels, [&]<class T>(T, const Listed<k::Resize>& k) {
-            for (const Shape& shape : shapes()) {
-                Case c{k.name + " " + shape.name, {in<T>(k.channels), k.template destination<T>()}, {}, {}};
-                c.planes[0].size_of = [shape](Size n) { return shape.source(n); };
-                c.run = [k, shape](const View* v, Size n) {
-                    return k(v[0].data, v[0].stride, v[0].size, shape.region(n), v[1].data, v[1].stride, n, heap());
-                };
-                visit(c);
-            }
+        each_kernel<uint8_t, int16_t, float>(name, kernels, [&]<class T>(T t, const Listed<k::Resize>& k) {
+            cases_of(t, k, k.template destination<T>());
+        });
+    };
+    const auto widening = [&](const char* name, const k::KernelSet<k::Resize>& kernels) {
+        each_kernel<int16_t, float>(name, kernels, [&]<class T>(T, const Listed<k::Resize>& k) {
+            cases_of(uint8_t(), k, k.template destination<T>());
         });
     };
     mode("resize_nearest", k::resize_nearest_kernels);
     mode("resize_linear", k::resize_linear_kernels);
     mode("resize_cubic", k::resize_cubic_kernels);
     mode("resize_lanczos", k::resize_lanczos_kernels);
+    widening("resize_u8_linear", k::resize_u8_linear_kernels);
+    widening("resize_u8_cubic", k::resize_u8_cubic_kernels);
 }
 
 }  // namespace tarn::cases

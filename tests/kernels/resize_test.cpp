@@ -81,7 +81,7 @@ struct Pixels {
 template <class T>
 k::Status resize(Mode mode, Form form, const Pixels<T>& src, Region from, Pixels<T>& dst, Region to) {
     return kernel_of<T>(mode, form)(src.all.data(), src.stride(), src.size, from, &dst.all[dst.place(to.x, to.y)],
-                                    dst.stride(), {to.width, to.height}, heap());
+                                    dst.stride(), Size{to.width, to.height}, heap());
 }
 
 enum class Image { noise, impulses, checkerboard, extremes, steps, flat };
@@ -218,6 +218,30 @@ TYPED_TEST(resize_of, a_region_is_the_part_of_the_whole) {
         }
 }
 
+// Made by bands of rows, and of several strips of columns, a plane has the bits that it has when made at once.
+TYPED_TEST(resize_of, bands_of_rows_are_those_of_the_whole) {
+    for (Mode mode : {nearest, linear, cubic, lanczos})
+        for (const Form form : {Form::c1, Form::c3})
+            for (const Size to : {Size{700, 41}, Size{35, 20}, Size{90, 9}}) {
+                const auto src = make_image<TypeParam>(Image::noise, {70, 40}, form, 3);
+                Pixels<TypeParam> whole{to, src.channels}, bands = whole;
+                const auto& kernel = kernel_of<TypeParam>(mode, form);
+                const auto make = [&](Pixels<TypeParam>& dst, int32_t top, int32_t bottom) {
+                    return kernel(src.all.data(), src.stride(), src.size, {0, 0, 70, 40}, &dst.all[dst.place(0, top)],
+                                  dst.stride(), {to, top, bottom}, heap());
+                };
+                ASSERT_EQ(k::kOk, make(whole, 0, to.height));
+                for (int32_t top = 0, bottom; top < to.height; top = bottom) {
+                    bottom = std::min(to.height, top + 1 + top % 4);
+                    ASSERT_EQ(k::kOk, make(bands, top, bottom));
+                }
+                EXPECT_EQ(whole.all, bands.all) << kModeNames[mode] << " form " << int(form) << " to " << to.width;
+                for (const auto& [top, bottom] : {std::pair{-1, 3}, {2, 2}, {5, to.height + 1}})
+                    EXPECT_EQ(k::kBadArg, kernel(src.all.data(), src.stride(), src.size, {0, 0, 70, 40},
+                                                 bands.all.data(), bands.stride(), {to, top, bottom}, heap()));
+            }
+}
+
 // Factors whose weights are short binary fractions: the real value is known exactly, and a half goes to the even
 // number.
 TEST(resize, rounds_exact_ties_to_even) {
@@ -256,7 +280,7 @@ TEST(resize, refuses_bad_sizes_and_regions_and_reports_scratch_memory_that_canno
               Row{{10, 10}, {-1, 0, 5, 5}, {6, 5}, k::kBadArg}, Row{{10, 10}, {0, 1, 5, kMax}, {5, 5}, k::kBadArg}})
             EXPECT_EQ(r.status, kernel(src.data(), 10, r.src, r.region, dst.data(), 10, r.dst, heap()));
         EXPECT_EQ(k::kNoMemory, kernel_of<float>(mode, Form::c1)(src.data(), 40, {10, 10}, {0, 0, 10, 10}, dst.data(),
-                                                                 80, {20, 20}, kNone));
+                                                                 80, Size{20, 20}, kNone));
     }
 }
 

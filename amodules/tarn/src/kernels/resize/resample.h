@@ -77,8 +77,10 @@ Status resample(const Job& j, int channels, bool kept) {
             for (int k = 0; k < kTaps; ++k) {
                 const int64_t source = j.row_within(row_taps[y].first + k);
                 rows[k] = ring.row(source, [&](float* out) {
-                    resample_row<kTaps, kExactSums<D>>(t, j.src_row<S>(source), j.src_size.width, j.region.x, channels,
-                                                       out);
+                    const int64_t after = k + 1 < kTaps ? 0 : row_taps[min(y + 1, tile.bottom - 1)].first;
+                    const S* next = j.src_row<S>(j.row_within(max(row_taps[y].first + k + 1, after)));
+                    resample_row<kTaps, kExactSums<D>>(t, j.src_row<S>(source), next, j.src_size.width, j.region.x,
+                                                       channels, out);
                 });
             }
             D* dst = j.dst_row<D>(j.top + y) + tile.x * channels;

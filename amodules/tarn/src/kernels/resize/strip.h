@@ -139,9 +139,10 @@ void prepare(StripTables& t, Walk walk, int64_t pixels, int channels, bool may_p
 // ---- Rows ---------------------------------------------------------------------------------------------------------
 
 // Gathers the taps of every output of a strip as they are, a plane of kStripElements per tap. Within the source a pixel is
-// copied as four elements, of which one too many is overwritten by the next.
+// copied as four elements, of which one too many is overwritten by the next. Meanwhile the same pixels of row `next` are
+// fetched.
 template <int kTaps, int kChannels, class T>
-void gather_taps(const T* s, int64_t width, int64_t left, const StripTables& t) {
+void gather_taps(const T* s, const T* next, int64_t width, int64_t left, const StripTables& t) {
     constexpr int64_t kCopied = kChannels == 1 ? 1 : 4;
     const int64_t *first = t.first, n = t.pixels;
     T* planes = reinterpret_cast<T*>(t.row);
@@ -155,7 +156,9 @@ void gather_taps(const T* s, int64_t width, int64_t left, const StripTables& t) 
     };
     for (int64_t x = 0; x < begin; ++x) at_edge(x);
     for (int64_t x = begin; x < end; ++x) {
-        const T* pixel = s + (left + first[x]) * kChannels;
+        const int64_t at = (left + first[x]) * kChannels;
+        const T* pixel = s + at;
+        __builtin_prefetch(next + at);
         for (int k = 0; k < kTaps; ++k)
             memcpy(planes + k * kStripElements<kTaps> + x * kChannels, pixel + k * kChannels, kCopied * sizeof(T));
     }
@@ -212,16 +215,17 @@ void weigh_windows(const StripTables& t, int channels, float* out) {
         weigh_windows<kTaps, kExact, kWindows, 1>(t, channels, out);
 }
 
-// One source row, resampled.
+// One source row, resampled. next: the one that will be after it.
 template <int kTaps, bool kExact, class T>
-void resample_row(const StripTables& t, const T* s, int64_t width, int64_t left, int channels, float* out) {
+void resample_row(const StripTables& t, const T* s, const T* next, int64_t width, int64_t left, int channels,
+                  float* out) {
     if (t.fetch == Fetch::planes) {
         if (channels == 1)
-            gather_taps<kTaps, 1>(s, width, left, t);
+            gather_taps<kTaps, 1>(s, next, width, left, t);
         else if (channels == 3)
-            gather_taps<kTaps, 3>(s, width, left, t);
+            gather_taps<kTaps, 3>(s, next, width, left, t);
         else
-            gather_taps<kTaps, 4>(s, width, left, t);
+            gather_taps<kTaps, 4>(s, next, width, left, t);
         weigh_planes<kTaps, kExact, T>(t, out);
     } else if constexpr (kHasPermute) {
         replicate_row(s, width, channels, left + t.row_from, t.row_pixels, t.row);
