@@ -494,13 +494,14 @@ TEST(transform, serves_rows_and_planes_more_than_31_bits_apart) {
         Batch reversed = back;
         EXPECT_EQ(transform(&reversed, &far), 0);
         frame.each([&](int n, int c, int y, int x) { EXPECT_EQ(reversed.get(n, 2 - c, y, x), frame.get(n, c, y, x)); });
-        const Batch large = plain(LUMO_U8, 3, "HWC", 1, 5, 20, 3);
+        const Batch large = plain(LUMO_U8, 3, "HWC", 1, 5, 20, 3), floats = plain(LUMO_F32, 3, "HWC", 1, 5, 20, 3);
         QuelERR err = {};
         const int64_t result = transform(&large, &far, nullptr, TARN_LINEAR, &err);
         if (*layout == 'H')
             expect_error(result, err, QUEL_E_TYPE, QUEL_C_UNSUPPORTED, status(-3));
         else
-            EXPECT_EQ(result, 0);  // pixels are made of the planes first, and these are near
+            EXPECT_EQ(result, 0);                // pixels are made of the planes first, and these are near
+        EXPECT_EQ(transform(&floats, &far), 0);  // and so are converted ones
     }
     munmap(room, size_t(3 * apart));
 }

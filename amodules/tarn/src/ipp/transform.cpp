@@ -132,10 +132,11 @@ Plan::Plan(const LumoARRAY& dst, const LumoARRAY& src, bool mapped, uint32_t int
     const bool resized = width_of(src) != width_of(dst) || height_of(src) != height_of(dst);
     const bool coloured = channels_of(src) != channels_of(dst) || (src.cls && dst.cls && src.cls != dst.cls);
     const bool changed = converted || resized || coloured || mapped;
-    // Elements change before sizes. Where whole pixels are moved the other order gives the same, and changes fewer; bytes
-    // are widened by the resampling itself.
+    // Elements change before sizes, and rows may lie anywhere. Of rows that resampling can reach: where whole pixels are
+    // moved the other order gives the same and changes fewer; bytes are widened by the resampling itself.
     const int from = kind_of(kernel_word(src)), to = kind_of(kernel_word(dst));
-    const bool both = converted && resized && resamples(from) && resamples(to);
+    const bool near = is_planar(src) || fits_kernels(row_stride_of(src));
+    const bool both = converted && resized && near && resamples(from) && resamples(to);
     const bool late = both && interpolation == TARN_NEAREST;
     const bool widened = both && !late && from == LUMO_KIND_U8;
     // Only pixels are changed. A single channel is no planes, whatever its layout.
