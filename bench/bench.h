@@ -28,7 +28,9 @@ struct Options {
     std::string family;   // only this family
     bool levels = false;  // every level a column
     bool quick = false;   // 256 x 256 only, short
-    bool write = false;   // tables into docs/bench/<family>.md
+    bool write = false;   // tables and plots into folder()
+    // docs/bench/<level>, for the level that is measured.
+    std::string folder() const;
 };
 
 // Seconds of one call of each contender: the least of many rounds, in each of which all take their turn.

@@ -1,6 +1,7 @@
 // ./dev bench: measures families and prints their tables.
-#include <CLI/CLI.hpp>
+#include <unistd.h>
 
+#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
@@ -193,6 +194,29 @@ std::string Bench::table() const {
     return text;
 }
 
+std::string Options::folder() const { return std::string("docs/bench/") + k::kLevelNames[k::active_level]; }
+
+// Measures at this level. OpenCV asks for its instructions when it is loaded, so the program begins anew where it is not yet
+// held to them.
+void choose_level(const std::string& level, char** argv) {
+    const auto at = int(std::find(std::begin(k::kLevelNames), std::end(k::kLevelNames), level) - k::kLevelNames);
+    if (at > k::active_level) {
+        std::cerr << "bench: this processor has no level " << level << "\n";
+        std::exit(1);
+    }
+    // What each level lacks that the next has; Debian's OpenCV stands on SSE3.
+    const char* const lacks[] = {"SSSE3,", "SSE4.1,SSE4.2,POPCNT,", "AVX,FP16,FMA3,AVX2,", "AVX512-COMMON,AVX512-SKX,",
+                                 ""};
+    std::string disabled;
+    for (int i = at; i < k::kLevelCount; ++i) disabled += lacks[i];
+    if (!disabled.empty()) disabled.pop_back();
+    if (at < k::active_level && !getenv("OPENCV_CPU_DISABLE")) {
+        setenv("OPENCV_CPU_DISABLE", disabled.c_str(), 1);
+        execv("/proc/self/exe", argv);
+    }
+    k::active_level = at;
+}
+
 }  // namespace tarn::bench
 
 int main(int argc, char** argv) {
@@ -206,13 +230,19 @@ int main(int argc, char** argv) {
     app.add_option("--family", options.family, "only this family");
     app.add_flag("--levels", options.levels, "each processor level a column");
     app.add_flag("--quick", options.quick, "256 x 256 only, few rounds");
-    app.add_flag("--write", options.write, "write the tables to docs/bench/<family>.md");
+    app.add_flag("--write", options.write, "write the tables to docs/bench/<level>/<family>.md");
+    std::string level;
+    app.add_option("--level", level, "a lower processor level, with OpenCV held to the same instructions")
+        ->check(
+            CLI::IsMember(std::vector<std::string>(std::begin(tarn::k::kLevelNames), std::end(tarn::k::kLevelNames))));
     CLI11_PARSE(app, argc, argv);
 
-    cv::setNumThreads(1);
     tarn::k::select_level();
+    if (!level.empty()) choose_level(level, argv);
+    cv::setNumThreads(1);
     const std::string head =
         machine() + ", one thread, level " + tarn::k::kLevelNames[tarn::k::active_level] + ", " + today();
+    if (options.write) std::filesystem::create_directories(options.folder());
     bool any = false;
     std::sort(families().begin(), families().end(),
               [](Family* a, Family* b) { return std::string(a->name) < b->name; });
@@ -228,10 +258,8 @@ int main(int argc, char** argv) {
             ". Nanoseconds per unit (a pixel unless the row says otherwise), the least of interleaved rounds.\n\n" +
             bench.table();
         std::cout << text << "\n";
-        if (options.write && options.filter.empty()) {
-            std::filesystem::create_directories("docs/bench");
-            std::ofstream("docs/bench/" + std::string(f->name) + ".md") << text;
-        }
+        if (options.write && options.filter.empty())
+            std::ofstream(options.folder() + "/" + std::string(f->name) + ".md") << text;
     }
     if (!any) std::cerr << "bench: no row is named so\n";
     return any ? 0 : 1;

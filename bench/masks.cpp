@@ -48,8 +48,8 @@ void run(Bench& b) {
     lines.add<uint8_t>("median_u8_c1", k::median_u8_c1, "#d62728", CV_8UC1, median);
     lines.add<int16_t>("median_s16_c1", k::median_s16_c1, "#9467bd", CV_16SC1, {});
     if (b.options().write && lines.series.size() > 1)
-        write_plot("docs/bench/masks.svg", "Filters, 640 x 480, one thread", "side of the mask, pixels", "ns per pixel",
-                   lines.series);
+        write_plot(b.options().folder() + "/masks.svg", "Filters, 640 x 480, one thread", "side of the mask, pixels",
+                   "ns per pixel", lines.series);
 }
 
 const Family family{"masks", run};

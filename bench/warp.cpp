@@ -90,8 +90,9 @@ void against_the_angle(Bench& b) {
             if (s.points.size() > 1) series.push_back(s);
     }
     if (b.options().write && !series.empty())
-        write_plot("docs/bench/warp.svg", "Warps of 8-bit grey turned about the middle, 1920 x 1080, one thread",
-                   "degrees", "ns per pixel", series, false);
+        write_plot(b.options().folder() + "/warp.svg",
+                   "Warps of 8-bit grey turned about the middle, 1920 x 1080, one thread", "degrees", "ns per pixel",
+                   series, false);
 }
 
 void run(Bench& b) {

@@ -36,11 +36,16 @@ Level choose_level(uint64_t mask, bool wide_state) {
     return {mask & kFeatureSsse3 ? 1 : 0, 0};
 }
 
+// Calls of kernels read these: another choice of the same level beside them must not write.
+static void settle(int* level, int chosen) {
+    if (__atomic_load_n(level, __ATOMIC_RELAXED) != chosen) __atomic_store_n(level, chosen, __ATOMIC_RELAXED);
+}
+
 Status select_level() {
     uint64_t mask = 0;
     const Level chosen = read_features(&mask) ? choose_level(mask, wide_state_enabled()) : Level{0, 0};
-    active_level = chosen.level;
-    active_sublevel = chosen.sublevel;
+    settle(&active_level, chosen.level);
+    settle(&active_sublevel, chosen.sublevel);
     return kOk;  // the kernels keep no state that could fail to be prepared
 }
 

@@ -39,7 +39,8 @@ bool read_features(uint64_t* mask);
 // Whether the operating system has enabled the 512-bit and mask registers. (processor.cpp)
 bool wide_state_enabled();
 
-// Chooses this processor's level and sets active_level and active_sublevel. Returns 0. Running it again is harmless.
+// Chooses this processor's level and sets active_level and active_sublevel. Returns 0. Running it again is harmless, beside
+// calls of kernels too.
 Status select_level();
 extern int active_sublevel;
 
