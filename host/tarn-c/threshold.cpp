@@ -161,6 +161,7 @@ int64_t op_threshold_adapt(const QuelCALL* call, QuelERR* err, KaSMEMSTG* storag
 float op_calcthresh_otsu(const QuelCALL* call, QuelERR* err, KaSMEMSTG* storage, const LumoMAT* src,
                          const float* bounds, int32_t bins) {
     Context context(call, err, storage);
+    const FloatState float_state;
     // Two channels have no histogram of pairs: their elements are pixels of one.
     const bool pairs = channels_of(src->elemtype) == 2;
     const LumoELEMTYPE type = pairs ? (src->elemtype & ~0xf000u) | LUMO_CHANNELS(1) : src->elemtype;
@@ -175,11 +176,8 @@ float op_calcthresh_otsu(const QuelCALL* call, QuelERR* err, KaSMEMSTG* storage,
     if (!counts) return report(context, k::kNoMemory), NAN;
     const k::Size size{pairs ? 2 * src->width : src->width, src->height};
     float threshold = NAN;
-    {
-        const FloatState float_state;
-        const k::Status status = (*kernel)(src->data, src->stride, size, &intervals, counts);
-        if (report(context, status) == 0) threshold = last_of_bin(intervals, otsu_bin(counts, bins), kTyped.type(type));
-    }
+    const k::Status status = (*kernel)(src->data, src->stride, size, &intervals, counts);
+    if (report(context, status) == 0) threshold = last_of_bin(intervals, otsu_bin(counts, bins), kTyped.type(type));
     allocator.release(allocator.context, counts);
     return threshold;
 }
