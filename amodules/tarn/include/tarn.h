@@ -99,10 +99,10 @@ typedef int64_t (*TarnArithC)(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* ds
  *
  * "tarn::avgarith-n": dst := the mean of the sources, nearest, ties to even. u8: of the exact sum (up to 65793
  * sources; a float sum beyond). s16: of the sum saturated after every step, divided by the low 16 bits of count. f32:
- * of the float sum. Any other kind is left alone. Uses scratch memory for u8, and a plane of dst's size where a source
- * lies across dst. Returns count, or -1 without an error value when these can't be had, for want of memory or because a
- * row of the plane would have more than 2^31 - 1 bytes: the error context's status word then names the interface in
- * bits 16 to 31. */
+ * of the float sum. Any other kind is left alone. A source of s16 or f32 is dst itself or lies apart from it. u8 uses
+ * scratch memory, and a plane of dst's size where a source lies across dst. Returns count, or -1 without an error value
+ * when these can't be had, for want of memory or because a row of the plane would have more than 2^31 - 1 bytes: the
+ * error context's status word then names the interface in bits 16 to 31. */
 typedef int64_t (*TarnArithN)(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* dst, int32_t count,
                               const LumoMAT* const* sources);
 

@@ -103,6 +103,7 @@ int32_t tile_length(int32_t left, int32_t tile) { return left - tile < tile ? le
 
 int64_t otsu(Context& context, const Subject& s, TarnTHROPTIONS options, bool defaults, uint64_t n,
              TarnTHRSPEC* specs) {
+    const FloatState float_state;
     auto& o = options.of.otsu;
     const int32_t width = LumoRECTwidth(&s.region), height = LumoRECTheight(&s.region);
     if (o.tile_weight == 0 && o.whole_weight == 0) {
