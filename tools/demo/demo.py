@@ -115,7 +115,7 @@ class Demo:
                 f'<meta name="viewport" content="width=device-width">\n<style>{STYLE}</style></head>\n<body><header>'
                 f'<h1>tarn-ipp</h1><p>Image-processing operations in a plug-in module. Every picture below came out of the program '
                 f'<b>tarn</b> by the command under it.</p><p>Times are the operation\'s call alone, best of several repeats, one '
-                f'thread, processor level {html.escape(info["processor level"])}; files are read and written outside of them.</p>'
+                f'thread, processor level {html.escape(info["processor_level"])}; files are read and written outside of them.</p>'
                 f'<nav>{links}</nav></header>\n<main>\n' + "\n".join(self.body) +
                 f'\n<footer>Pictures: {html.escape(thanks)}. Made {time.strftime("%Y-%m-%d %H:%M")} with '
                 f'{self.calls} calls of tarn.</footer>\n</main></body></html>\n')

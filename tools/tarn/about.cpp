@@ -1,12 +1,16 @@
 // Commands about the module itself: its slots, its record, help on its operations. All of it is read from the loaded
 // module.
 #include <dlfcn.h>
+#include <sys/stat.h>
 
 #include <cstring>
+#include <ctime>
+#include <filesystem>
 #include <iostream>
 
 #include "commands.h"
 #include "error.h"
+#include "level.h"
 #include "options.h"
 
 namespace tarn::tool {
@@ -62,8 +66,7 @@ void run_ops(const Ops& options) {
     }
 }
 
-// The processor's level, lowest first, by the features that each asks for. The module chooses its own; this is the same
-// choice.
+// The processor's level by the features that each asks for: the module's own choice, for a library that can't be asked.
 const char* processor_level() {
 #if defined(__x86_64__)
     __builtin_cpu_init();
@@ -77,16 +80,31 @@ const char* processor_level() {
                     has(__builtin_cpu_supports("avx512vl"));
     if (v4) return "avx512";
     if (v3) return "avx2";
-    if (v2) return "sse4.2";
+    if (v2) return "sse42";
     if (__builtin_cpu_supports("ssse3")) return "ssse3";
-#endif
+    return "sse2";
+#else
     return "baseline";
+#endif
+}
+
+// When a file was written, as "2026-01-31 12:00:00 UTC".
+std::string date_of(const std::string& file) {
+    struct stat status = {};
+    std::tm parts = {};
+    char text[40] = "";
+    if (stat(file.c_str(), &status) == 0 && gmtime_r(&status.st_mtime, &parts))
+        std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S UTC", &parts);
+    return text;
 }
 
 // The library file that holds this address.
 std::string file_of(const void* address) {
     Dl_info found = {};
-    return dladdr(address, &found) && found.dli_fname ? found.dli_fname : "unknown";
+    if (!dladdr(address, &found) || !found.dli_fname) return "unknown";
+    std::error_code failed;
+    const auto path = std::filesystem::canonical(found.dli_fname, failed);
+    return failed ? found.dli_fname : path.string();
 }
 
 void run_info(bool json) {
@@ -95,23 +113,33 @@ void run_info(bool json) {
     const QuelIFACE& iface = *QuelHOSTiface(module.host());
     const std::string file = file_of(&descriptor);
     const std::string folder = file.substr(0, file.rfind('/') + 1);
-    nlohmann::ordered_json info = {
-        {"module", descriptor.name}, {"path key", descriptor.path}, {"build date", descriptor.build_date},
-        {"library", file},           {"interface", iface.path},     {"slots", iface.slot_count}};
+    nlohmann::ordered_json info = {{"module", descriptor.name},
+                                   {"path_key", descriptor.path},
+                                   {"library", file},
+                                   {"build_date", date_of(file)},
+                                   {"descriptor_date", descriptor.build_date},
+                                   {"interface", iface.path},
+                                   {"slots", iface.slot_count}};
     int implemented = 0;
     for (uint64_t i = 0; i < iface.slot_count; ++i)
         implemented += std::strcmp(kind_of(iface.slots[i]), "implemented") == 0;
     info["implemented"] = implemented;
     const QuelDEPLIST* needs = descriptor.dependencies ? descriptor.dependencies() : nullptr;
-    std::string companions;
+    nlohmann::ordered_json companions = nlohmann::ordered_json::array();
+    std::string told;
     for (uint64_t i = 0; needs && i < needs->count; ++i) {
         // the host loads companions from the module's folder
         void* loaded = dlopen((folder + needs->names[i] + ".so").c_str(), RTLD_LAZY | RTLD_NOLOAD);
         if (loaded) dlclose(loaded);
-        companions += std::string(i ? ", " : "") + needs->names[i] + (loaded ? " (loaded)" : " (not loaded)");
+        companions.push_back({{"name", needs->names[i]}, {"loaded", loaded != nullptr}});
+        told += std::string(i ? ", " : "") + needs->names[i] + (loaded ? " (loaded)" : " (not loaded)");
     }
-    info["depends on"] = companions;
-    info["processor level"] = processor_level();
+    if (json)
+        info["depends_on"] = companions;
+    else
+        info["depends_on"] = told;
+    const auto levels = levels_of(module.host());
+    info["processor_level"] = levels ? levels->names.back() : processor_level();
     print_values(info, json);
 }
 

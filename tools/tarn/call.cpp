@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "error.h"
+#include "level.h"
 
 namespace tarn::tool {
 namespace {
@@ -27,7 +28,15 @@ Module::Module() {
     if (!host_) fail("host", "no memory");
     const char* path = std::getenv("TARN_MODULE");
     if (path && !*path) path = nullptr;
-    if (QuelHOSTload(host_, path, &err) == 0) return;
+    if (QuelHOSTload(host_, path, &err) == 0) {
+        try {
+            apply_level(host_);
+        } catch (...) {
+            QuelHOSTclose(host_);
+            throw;
+        }
+        return;
+    }
     QuelHOSTclose(host_);
     fail(path ? path : "tarn-ipp.so", "can't be loaded: " + text_of(err),
          path ? "let TARN_MODULE name the module's library" : "build or install the module beside the host library");

@@ -116,6 +116,8 @@ constexpr Command kCommands[] = {
      "tarn contour-find photo.jpg --otsu --diagonal ones -o outlines.svg", setup_contour_find},
     {"ops", nullptr, "list the 200 operation slots of the module", nullptr, "tarn ops --kind implemented", setup_ops},
     {"info", nullptr, "tell about the module and the processor", nullptr, "tarn info --json", setup_info},
+    {"selfcheck", nullptr, "run every operation at every processor level and compare the bits", nullptr,
+     "tarn selfcheck", setup_selfcheck},
     {"help", nullptr, "tell about a command or an operation", nullptr, "tarn help scale-resize", setup_help},
 };
 
@@ -129,6 +131,11 @@ constexpr Summary kSummaries[] = {
     {"fini-once", "end of use; does nothing"},
     {"tarn::initmorphstate", "prepare the state of a morphology operation"},
 };
+
+// Words that people try.
+constexpr struct {
+    const char *alias, *command;
+} kAliases[] = {{"resize", "scale-resize"}, {"crop", "scale-resize"}, {"flip", "cvtorigin"}, {"rotate", "warp-affine"}};
 
 constexpr bool told_once() {
     for (const Summary& summary : kSummaries)
@@ -144,13 +151,25 @@ std::span<const Command> commands() { return kCommands; }
 const Command* find_command(const std::string& name) {
     for (const Command& command : kCommands)
         if (name == command.name || (command.operation && name == command.operation)) return &command;
+    for (const auto& [alias, command] : kAliases)
+        if (name == alias) return find_command(command);
     return nullptr;
+}
+
+std::vector<std::string> aliases_of(const Command& command) {
+    std::vector<std::string> all;
+    for (const auto& [alias, name] : kAliases)
+        if (std::string_view(name) == command.name) all.push_back(alias);
+    return all;
 }
 
 std::string help_footer(const Command& command) {
     std::string text;
     if (command.operation)
         text += std::string("Operation:\n  ") + command.operation + "(" + command.arguments + ")\n\n";
+    const auto aliases = aliases_of(command);
+    for (size_t i = 0; i < aliases.size(); ++i) text += (i ? ", " : "Also called:\n  ") + aliases[i];
+    if (!aliases.empty()) text += "\n\n";
     return text + "Example:\n  " + command.example;
 }
 

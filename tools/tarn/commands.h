@@ -24,7 +24,10 @@ struct Command {
 };
 
 std::span<const Command> commands();
+// By its name, an alias or its operation's name; null when there is none.
 const Command* find_command(const std::string& name);
+// Names that a command has beside its own: "resize" for scale-resize.
+std::vector<std::string> aliases_of(const Command& command);
 // What follows the options in the command's help: the operation's arguments and the example.
 std::string help_footer(const Command& command);
 
@@ -79,6 +82,8 @@ Run setup_reshape(CLI::App& app);
 Run setup_count_in_range(CLI::App& app);
 Run setup_mean(CLI::App& app);
 Run setup_minmax(CLI::App& app);
+// selfcheck.cpp
+Run setup_selfcheck(CLI::App& app);
 // about.cpp
 Run setup_ops(CLI::App& app);
 Run setup_info(CLI::App& app);

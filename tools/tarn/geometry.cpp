@@ -22,7 +22,8 @@ int64_t scaled(int32_t pixels, double factor) {
 
 void run_scale_resize(const ScaleResize& options) {
     const Files& files = options.files;
-    if (options.size.empty() == options.scale.empty())
+    const bool sized = !options.size.empty() || !options.scale.empty();
+    if (sized ? options.size.empty() == options.scale.empty() : options.region.empty())
         usage(options.size.empty() ? "--size" : "--scale",
               options.size.empty() ? "the new size is missing" : "can't go with --size",
               "give either --size WxH or --scale F");
@@ -76,7 +77,7 @@ Run setup_scale_resize(CLI::App& app) {
     app.add_option("--size", options->size,
                    "new width and height in pixels; see --interpolation for less than half of them")
         ->type_name("WxH");
-    app.add_option("--scale", options->scale, "new size as a multiple of the region's, at least 1 pixel")
+    app.add_option("--scale", options->scale, "new size as a multiple of the region's, at least 1 pixel (1 where a region is all that is given)")
         ->type_name("F");
     app.add_option("--region", options->region, "part of the picture to resample (default: all)")->type_name("L,T,WxH");
     app.add_option("--interpolation", options->interpolation,

@@ -1,5 +1,6 @@
 #include "options.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cmath>
 #include <filesystem>
@@ -280,9 +281,12 @@ void print_values(const nlohmann::ordered_json& values, bool json) {
     }
     size_t widest = 0;
     for (const auto& [name, value] : values.items()) widest = std::max(widest, name.size());
-    for (const auto& [name, value] : values.items())
-        std::cout << name << std::string(widest + 2 - name.size(), ' ')
+    for (const auto& [name, value] : values.items()) {
+        std::string title = name;
+        std::replace(title.begin(), title.end(), '_', ' ');
+        std::cout << title << std::string(widest + 2 - name.size(), ' ')
                   << (value.is_string() ? value.get<std::string>() : value.dump()) << "\n";
+    }
 }
 
 void print_time(const Files& files, const Timing& timing) {

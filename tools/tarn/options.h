@@ -95,7 +95,7 @@ private:
 
 // Writes to the -o file, whole or not at all, or to standard output.
 void write_text(const Files& files, const std::string& text);
-// Prints lines of "name value" or, with --json, the object itself.
+// Prints lines of "name value", underscores as spaces, or, with --json, the object itself.
 void print_values(const nlohmann::ordered_json& values, bool json);
 // Prints what --time asks for.
 void print_time(const Files& files, const Timing& timing);

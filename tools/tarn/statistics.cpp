@@ -27,26 +27,37 @@ Image colours_of(const Files& files, const std::string& command, std::initialize
     return image.has_alpha() ? take_channels(image, 0, image.shape.channels - 1) : std::move(image);
 }
 
-// Prints columns of one value a channel.
-void print_table(const Options& options, const Image& image, const std::vector<std::string>& names,
-                 const std::vector<std::vector<double>>& columns) {
+// One value a channel.
+struct Column {
+    std::string name;
+    bool whole;  // integers
+    std::vector<double> values;
+};
+
+void print_table(const Options& options, const Image& image, const std::vector<Column>& columns) {
     const int channels = image.shape.channels;
     if (options.json) {
         nlohmann::ordered_json all = nlohmann::ordered_json::array();
         for (int c = 0; c < channels; ++c) {
             nlohmann::ordered_json row{{"channel", channel_name(channels, c)}};
-            for (size_t i = 0; i < names.size(); ++i) row[names[i]] = columns[i][static_cast<size_t>(c)];
+            for (const Column& column : columns) {
+                const double value = column.values[static_cast<size_t>(c)];
+                if (column.whole)
+                    row[column.name] = static_cast<int64_t>(value);
+                else
+                    row[column.name] = value;
+            }
             all.push_back(row);
         }
         std::cout << all.dump(2) << "\n";
         return;
     }
     std::cout << "channel";
-    for (const std::string& name : names) std::cout << "  " << std::setw(14) << name;
+    for (const Column& column : columns) std::cout << "  " << std::setw(14) << column.name;
     for (int c = 0; c < channels; ++c) {
         std::cout << "\n" << std::left << std::setw(7) << channel_name(channels, c) << std::right;
-        for (const auto& column : columns)
-            std::cout << "  " << std::setw(14) << std::setprecision(9) << column[static_cast<size_t>(c)];
+        for (const Column& column : columns)
+            std::cout << "  " << std::setw(14) << std::setprecision(9) << column.values[static_cast<size_t>(c)];
     }
     std::cout << "\n";
 }
@@ -66,7 +77,9 @@ void run_minmax(const Options& options) {
     const LumoMAT src = image.view();
     float smallest[3], largest[3];
     Operation(module, "tarn::minmax", timing).call<TarnMinMax>(describe(image.shape), smallest, largest, &src);
-    print_table(options, image, {"min", "max"}, {values_of(smallest, image), values_of(largest, image)});
+    const bool whole = image.shape.sample != Sample::f32;
+    print_table(options, image,
+                {{"min", whole, values_of(smallest, image)}, {"max", whole, values_of(largest, image)}});
     print_time(options.files, timing);
 }
 
@@ -77,7 +90,7 @@ void run_mean(const Options& options) {
     const LumoMAT src = image.view();
     float means[3];
     Operation(module, "tarn::mean", timing).call<TarnMean>(describe(image.shape), means, &src);
-    print_table(options, image, {"mean"}, {values_of(means, image)});
+    print_table(options, image, {{"mean", false, values_of(means, image)}});
     print_time(options.files, timing);
 }
 
@@ -109,7 +122,7 @@ void run_count(const Options& options) {
         in.push_back(counts[c]);
         share.push_back(counts[c] / (double(image.shape.width) * double(image.shape.height)));
     }
-    print_table(options, image, {"count", "share"}, {in, share});
+    print_table(options, image, {{"count", true, in}, {"share", false, share}});
     print_time(options.files, timing);
 }
 
