@@ -109,13 +109,13 @@ class Batch(driver.ProgramTest):
                 (2, "--out-dir", "is missing, and 2 pictures are given", *two, "-o", "o.png"),
                 (2, "--output", "can't go with --out-dir", *two, "--out-dir", "out", "-o", "o.png"),
                 (2, "--name", "goes with --out-dir", "copy", "in/0.png", "-o", "o.png", "--name", "x"),
-                (2, "--name", "'{size}' is not known; use {stem}, {ext} and {number}", *two, "--out-dir", "out", "--name", "{size}.png"),
+                (2, "--name", "'{size}' is not known; use {stem}, {ext}, {page} and {number}", *two, "--out-dir", "out", "--name", "{size}.png"),
                 (2, "--name", "makes no file name", *two, "--out-dir", "out", "--name", "a/{stem}.png"),
                 (2, "in/1.png", "and in/0.png would both become out/a.png", *two, "--out-dir", "out", "--name", "a.png"),
                 (2, "in/0.jpg", "would be overwritten by its own result", "copy", "in", "--out-dir", "in"),
                 (2, "--jobs", "from 0 to 1024", *two, "--out-dir", "out", "-j", "many"),
                 (2, "-", "has no name", "copy", "-", "--out-dir", "out"),
-                (1, "empty", "holds no .png, .jpg or .tiff files", "copy", "empty", "--out-dir", "out"),
+                (1, "empty", "holds no files named .png, .jpg", "copy", "empty", "--out-dir", "out"),
                 (1, "none/out", "can't be made", *two, "--out-dir", "none/out")):
             with self.subTest(arguments=arguments):
                 self.refused(status, subject, words, *arguments)

@@ -39,7 +39,11 @@ class Errors(driver.ProgramTest):
             "start.jpg": (rocket[:30], "incomplete JPEG"),
             "half.tif": (whole_tiff[:len(whole_tiff) // 2], "incomplete TIFF"),
             "head.tif": (whole_tiff[:8], "incomplete TIFF"),
-            "text.png": (b"This is no picture, whatever its name.\n", "not a PNG, JPEG or TIFF"),
+            "text.png": (b"This is no picture, whatever its name.\n", "not a PNG, JPEG, TIFF or PNM"),
+            "short.ppm": (b"P6 4 4 255\n" + bytes(47), "incomplete PNM"),
+            "claim.pgm": (b"P5 2000000000 2000000000 255\n" + bytes(47), "incomplete PNM"),
+            "zero.pgm": (b"P2 1 1 0 0", "PNM"),
+            "two.pgm": (b"P5 2 1 255\n\1\2P5 2 1 255\n\1\2", "more than its first picture"),
             "empty.png": (b"", "is empty"),
             "zero.png": (png_header(0, 5, 8, 2) + chunk(b"IEND", b""), "PNG")})
 
@@ -75,8 +79,6 @@ class Errors(driver.ProgramTest):
         self.each_refused({
             "double.tif": (tiff(4, 4, 1, grey, "f32", bits=64), "64-bit float"),
             "byte.tif": (tiff(4, 4, 1, grey, "s16", bits=8), "8-bit signed"),
-            "bilevel.tif": (tiff(4, 4, 1, grey, bits=1), "1-bit"),
-            "palette.tif": (tiff(4, 4, 1, grey, photometric=3), "grey or RGB"),
             "lab.tif": (tiff(4, 4, 3, noise(4, 4, 3, 0, 255), photometric=8), "grey or RGB"),
             "white.tif": (tiff(4, 4, 1, grey, "s16", photometric=0), "counts from white"),
             "cmyk.jpg": (bytes(cmyk[:at + 2]) + frame + bytes(cmyk[end:]), "CMYK")})

@@ -96,8 +96,6 @@ def tiff(width, height, channels, rows, sample="u8", order="<", tile=None, plana
         tags.update({273: [4] + offsets, 278: [4, height], 279: [4] + [len(b) for b in blocks]})
     if channels in (2, 4):
         tags[338] = [3, extra]
-    if photometric == 3:
-        tags[320] = [3] + list(range(768))
     body, directory, after = b"", struct.pack(order + "H", len(tags)), at + 2 + 12 * len(tags) + 4
     for tag in sorted(tags):
         kind, *values = tags[tag]
@@ -109,6 +107,27 @@ def tiff(width, height, channels, rows, sample="u8", order="<", tile=None, plana
         directory += struct.pack(order + "HHI", tag, kind, len(values)) + place
     head = (b"II*\0" if order == "<" else b"MM\0*") + struct.pack(order + "I", at)
     return (head + b"".join(blocks)).ljust(at, b"\0") + directory + bytes(4) + body
+
+
+def tiff_pages(*pages):
+    """A little-endian TIFF of several pictures, each (tags, data): tags are number -> (type, values), data one strip."""
+    out = bytearray(b"II*\0" + bytes(4))
+    link = 4  # where the next directory's place belongs
+    for tags, data in pages:
+        tags = {**tags, 273: (4, [len(out)]), 279: (4, [len(data)])}
+        out += data + bytes(len(data) % 2)
+        places = {}
+        for tag, (kind, values) in tags.items():
+            packed = struct.pack(f"<{len(values)}{'.BBHI'[kind]}", *values)
+            places[tag] = (packed if len(packed) <= 4 else struct.pack("<I", len(out))).ljust(4, b"\0")
+            out += packed + bytes(len(packed) % 2) if len(packed) > 4 else b""
+        struct.pack_into("<I", out, link, len(out))
+        out += struct.pack("<H", len(tags))
+        for tag, place in sorted(places.items()):
+            out += struct.pack("<HHI", tag, tags[tag][0], len(tags[tag][1])) + place
+        link = len(out)
+        out += bytes(4)
+    return bytes(out)
 
 
 def read_tiff(data):

@@ -26,7 +26,7 @@ namespace fs = std::filesystem;
 // ---- What there is to do ------------------------------------------------------------------------------------------
 
 struct Job {
-    std::string input, output;
+    std::string input, output, page;
 };
 
 // Inputs, and of folders the pictures in them, in the order of their names.
@@ -46,18 +46,21 @@ std::vector<std::string> pictures_of(const std::vector<std::string>& inputs) {
             if (path.filename().string()[0] != '.' && format_of_name(path.string())) found.push_back(path.string());
         }
         if (failed) fail(input, "can't be read: " + system_reason(failed.value()), "check its permissions");
-        if (found.empty()) fail(input, "holds no .png, .jpg or .tiff files", "name a folder of pictures");
+        if (found.empty())
+            fail(input, "holds no files named .png, .jpg, .tiff, .pnm or .pfm", "name a folder of pictures");
         std::sort(found.begin(), found.end());
         all.insert(all.end(), found.begin(), found.end());
     }
     return all;
 }
 
-std::string output_name(const Files& files, const fs::path& input, size_t number) {
+std::string output_name(const Files& files, const fs::path& input, size_t number, const std::string& page) {
     std::string extension = input.extension().string();
     if (!extension.empty()) extension.erase(0, 1);
     if (!files.format.empty()) extension = files.format;
-    const std::string pattern = files.name.empty() ? "{stem}.{ext}" : files.name;
+    const std::string pattern = !files.name.empty()   ? files.name
+                                : files.page == "all" ? "{stem}-{page}.{ext}"
+                                                      : "{stem}.{ext}";
     std::string name;
     for (size_t i = 0; i < pattern.size(); ++i) {
         const size_t end = pattern[i] == '{' ? pattern.find('}', i) : std::string::npos;
@@ -66,9 +69,12 @@ std::string output_name(const Files& files, const fs::path& input, size_t number
             continue;
         }
         const std::string field = pattern.substr(i + 1, end - i - 1);
-        if (field != "stem" && field != "ext" && field != "number")
-            usage("--name", "'{" + field + "}' is not known", "use {stem}, {ext} and {number}");
-        name += field == "stem" ? input.stem().string() : field == "ext" ? extension : std::to_string(number);
+        if (field != "stem" && field != "ext" && field != "number" && field != "page")
+            usage("--name", "'{" + field + "}' is not known", "use {stem}, {ext}, {page} and {number}");
+        name += field == "stem"   ? input.stem().string()
+                : field == "ext"  ? extension
+                : field == "page" ? page
+                                  : std::to_string(number);
         i = end;
     }
     if (name.empty() || name.find('/') != std::string::npos)
@@ -87,16 +93,21 @@ std::vector<Job> plan(const Files& files) {
     std::vector<Job> jobs;
     std::map<std::string, std::string> taken;  // output -> input
     size_t number = 0;
-    for (const std::string& input : pictures_of(files.inputs)) {
-        const Job job{input, (fs::path(files.out_dir) / output_name(files, input, ++number)).string()};
+    const auto add = [&](const std::string& input, const std::string& page) {
+        const Job job{input, (fs::path(files.out_dir) / output_name(files, input, ++number, page)).string(), page};
         const auto [other, is_new] = taken.emplace(job.output, input);
         if (!is_new)
             usage(input, "and " + other->second + " would both become " + job.output,
-                  "give --name '{number}-{stem}.{ext}'");
+                  "give --name '{number}-{stem}.{ext}'" +
+                      std::string(files.page == "all" ? ", or have {page} in it" : ""));
         std::error_code none;
         if (fs::equivalent(input, job.output, none))
             usage(input, "would be overwritten by its own result", "give another --out-dir, or --name");
         if (!files.resume || !is_done(job)) jobs.push_back(job);
+    };
+    for (const std::string& input : pictures_of(files.inputs)) {
+        const int pages = files.page == "all" ? count_pages(input) : 1;
+        for (int page = 1; page <= pages; ++page) add(input, files.page == "all" ? std::to_string(page) : files.page);
     }
     return jobs;
 }
@@ -138,6 +149,7 @@ bool deliver(int socket, const void* from, size_t bytes) {
     while (receive(socket, &at, sizeof at)) {
         files.inputs = {jobs[at].input};
         files.output = jobs[at].output;
+        files.page = jobs[at].page;
         printed.str("");
         std::string line;
         const int status = status_of(run, line);
@@ -313,7 +325,7 @@ void add_batch(CLI::App& app, Files& files) {
                    "folder for the results of several pictures, or of a folder of them; made when missing")
         ->type_name("DIR");
     app.add_option("--name", files.name,
-                   "names in that folder: {stem}, {ext} and {number} are the input's (default: {stem}.{ext})")
+                   "names in that folder: {stem}, {ext}, {page} and {number} are the input's (default: {stem}.{ext})")
         ->type_name("PATTERN");
     app.add_option("-j,--jobs", files.jobs, "worker processes (default 1; 0: as many as processors)")->type_name("N");
     app.add_flag("--resume", files.resume, "leave pictures out whose result is there and no older than they are");

@@ -1,6 +1,7 @@
 #include "error.h"
 
 #include <cctype>
+#include <cstdio>
 #include <cstring>
 #include <new>
 
@@ -24,6 +25,10 @@ void fail(const std::string& subject, const std::string& what, const std::string
 }
 void usage(const std::string& subject, const std::string& what, const std::string& remedy) {
     raise(kUsage, subject, what, remedy);
+}
+
+void warn(const std::string& subject, const std::string& what) {
+    std::fprintf(stderr, "tarn: %s\n", one_line(subject + ": " + what).c_str());
 }
 
 int status_of(const std::function<void()>& work, std::string& line) {

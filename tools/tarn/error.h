@@ -25,6 +25,9 @@ struct Error : std::exception {
 // The same with exit status 2: the command line itself is wrong.
 [[noreturn]] void usage(const std::string& subject, const std::string& what, const std::string& remedy = {});
 
+// Tells, on a line of its own, what the work goes on without.
+void warn(const std::string& subject, const std::string& what);
+
 // Does the work and returns its exit status; line is the error's, without the leading "tarn: ".
 int status_of(const std::function<void()>& work, std::string& line);
 

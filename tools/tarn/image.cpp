@@ -199,7 +199,7 @@ Image from_floats(Image image, const Shape& like) {
 // ---- Files --------------------------------------------------------------------------------------------------------
 
 namespace {
-enum class Content { png, jpeg, tiff, none };
+enum class Content { png, jpeg, pnm, tiff, none };
 
 // What a file is, by its first bytes.
 constexpr size_t kMagicBytes = 8;
@@ -211,13 +211,15 @@ Content content_of(std::span<const uint8_t> bytes) {
     if (begins("\xff\xd8\xff", 3)) return Content::jpeg;
     for (const char* magic : {"II*\0", "MM\0*", "II+\0", "MM\0+"})
         if (begins(magic, 4)) return Content::tiff;
+    const bool map = begins("P", 1) && bytes.size() > 3 && std::strchr("123456Ff", bytes[1]) && bytes[1];
+    if (map && std::isspace(bytes[2])) return Content::pnm;
     return Content::none;
 }
 
 void require_picture(std::span<const uint8_t> bytes, const std::string& name) {
-    if (bytes.empty()) fail(name, "is empty", "give a PNG, JPEG or TIFF picture");
+    if (bytes.empty()) fail(name, "is empty", "give a PNG, JPEG, TIFF or PNM picture");
     if (content_of(bytes) == Content::none)
-        fail(name, "is not a PNG, JPEG or TIFF picture", "convert it to one of these first");
+        fail(name, "is not a PNG, JPEG, TIFF or PNM picture", "convert it to one of these first");
 }
 }  // namespace
 
@@ -253,20 +255,33 @@ std::vector<uint8_t> read_file(const std::string& name) {
     return bytes;
 }
 
-Image decode_image(std::span<const uint8_t> bytes, const std::string& name) {
+Image decode_image(std::span<const uint8_t> bytes, const std::string& name, const Reading& reading) {
     require_picture(bytes, name);
-    switch (content_of(bytes)) {
-        case Content::png:
-            return decode_png(bytes, name);
-        case Content::jpeg:
-            return decode_jpeg(bytes, name);
-        default:
-            return decode_tiff(bytes, name);
-    }
+    const Content content = content_of(bytes);
+    if (content != Content::tiff && reading.page > 1)
+        fail(name, "holds one picture, and page " + std::to_string(reading.page) + " is asked for", "give --page 1");
+    Image image = content == Content::png    ? decode_png(bytes, name)
+                  : content == Content::jpeg ? decode_jpeg(bytes, name)
+                  : content == Content::pnm  ? decode_pnm(bytes, name)
+                                             : decode_tiff(bytes, name, reading.page);
+    const int orientation = std::exchange(image.orientation, 1);
+    return reading.autorotate ? upright(std::move(image), orientation) : std::move(image);
 }
 
-Image read_image(const std::string& path) {
-    return decode_image(read_file(path), path == "-" ? "standard input" : path);
+Image read_image(const std::string& path, const Reading& reading) {
+    return decode_image(read_file(path), path == "-" ? "standard input" : path, reading);
+}
+
+int count_pages(const std::string& path) {
+    int pages = 1;
+    std::string failure;  // told when the picture itself is read
+    status_of(
+        [&] {
+            const auto bytes = read_file(path);
+            if (content_of(bytes) == Content::tiff) pages = count_tiff_pages(bytes);
+        },
+        failure);
+    return pages;
 }
 
 std::optional<Format> format_of_name(const std::string& path) {
@@ -275,31 +290,49 @@ std::optional<Format> format_of_name(const std::string& path) {
     if (extension == ".png") return Format::png;
     if (extension == ".jpg" || extension == ".jpeg") return Format::jpeg;
     if (extension == ".tif" || extension == ".tiff") return Format::tiff;
+    if (extension == ".pgm" || extension == ".ppm" || extension == ".pnm") return Format::pnm;
+    if (extension == ".pfm") return Format::pfm;
     return {};
 }
 
 void check_format(const Shape& shape, Format format, const std::string& path) {
     const bool small = shape.sample == Sample::u8 || shape.sample == Sample::u16;
+    const bool alpha = shape.channels == 2 || shape.channels == 4;
+    if (format == Format::pnm || format == Format::pfm) {
+        if (format == Format::pnm ? !small : shape.sample != Sample::f32)
+            fail(path, std::string("such a map can't hold ") + sample_name(shape.sample) + " samples",
+                 small                         ? "write .ppm, .png or .tiff"
+                 : shape.sample == Sample::f32 ? "write .pfm or .tiff"
+                                               : "write .tiff");
+        if (alpha) fail(path, "such a map can't hold an alpha channel", "write .tiff");
+        if (path.ends_with(shape.channels == 3 ? ".pgm" : ".ppm"))
+            fail(path, shape.channels == 3 ? "is a name for grey pictures" : "is a name for pictures in colours",
+                 shape.channels == 3 ? "write .ppm" : "write .pgm");
+    }
     if (format == Format::png && !small)
         fail(path, std::string("PNG can't hold ") + sample_name(shape.sample) + " samples", "write .tiff");
     if (format == Format::jpeg) {
         const char* const remedy = small ? "write .png or .tiff" : "write .tiff";
         if (shape.sample != Sample::u8)
             fail(path, std::string("JPEG holds 8-bit samples, these are ") + sample_name(shape.sample), remedy);
-        if (shape.channels == 2 || shape.channels == 4) fail(path, "JPEG can't hold an alpha channel", remedy);
+        if (alpha) fail(path, "JPEG can't hold an alpha channel", remedy);
         if (shape.width > 65500 || shape.height > 65500) fail(path, "JPEG ends at 65500 pixels a side", remedy);
     }
 }
 
 void encode_image(OutputFile& out, const Image& image, Format format, const Encoding& encoding) {
     check_format(image.shape, format, out.path());
+    const Tags tags = tags_to_write(image.shape, format, out.path());
     switch (format) {
         case Format::png:
-            return encode_png(out, image);
+            return encode_png(out, image, tags, encoding.png_effort);
         case Format::jpeg:
-            return encode_jpeg(out, image, encoding.jpeg_quality);
+            return encode_jpeg(out, image, tags, encoding);
         case Format::tiff:
-            return encode_tiff(out, image, encoding.tiff_compression);
+            return encode_tiff(out, image, tags, encoding.tiff_compression);
+        case Format::pnm:
+        case Format::pfm:
+            return encode_pnm(out, image);
     }
 }
 

@@ -25,12 +25,19 @@ enum class Alpha { none, straight, premultiplied, unspecified };  // the last ch
 
 inline constexpr int kOffset16 = 32768;  // a u16 sample v is kept as the s16 v - kOffset16
 
+// What goes along with a picture from file to file.
+struct Tags {
+    std::vector<uint8_t> profile;  // ICC; may be empty
+    double across = 0, down = 0;   // pixels per inch; 0: not known
+};
+
 struct Shape {
     int64_t width = 0, height = 0;  // pixels
     int channels = 1;               // 1 grey, 2 grey and alpha, 3 RGB, 4 RGB and alpha
     Sample sample = Sample::u8;
     Alpha alpha = Alpha::none;
-    bool white_is_zero = false;  // the file counts from white; pixels in memory always count from black
+    bool white_is_zero = false;             // the file counts from white; pixels in memory always count from black
+    std::shared_ptr<const Tags> tags = {};  // none: the file has none
 };
 
 const char* sample_name(Sample sample);   // "u8", "u16", ...
@@ -41,7 +48,8 @@ std::string describe(const Shape& shape);  // "600x400 u8, 3 channels"
 
 struct Image {
     Shape shape;
-    int32_t stride = 0;  // bytes, a multiple of 64
+    int32_t stride = 0;   // bytes, a multiple of 64
+    int orientation = 1;  // that a file asks for, as EXIF counts them; 1 once it was followed
 
     // A picture whose pixels are still to be written. Throws, naming subject, when the size is not positive, a row
     // exceeds what a 32-bit stride can tell or the whole exceeds this machine's memory; all computed in 64 bits before
@@ -84,18 +92,26 @@ Image from_floats(Image image, const Shape& like);
 
 // ---- Files --------------------------------------------------------------------------------------------------------
 
-enum class Format { png, jpeg, tiff };
+enum class Format { png, jpeg, tiff, pnm, pfm };
 
 struct Encoding {
     int jpeg_quality = 92;  // 1 to 100
+    int jpeg_chroma = 420;  // 444, 422 or 420
+    int png_effort = 6;     // 0 to 9
     enum class Tiff { none, lzw, deflate } tiff_compression = Tiff::lzw;
 };
 
 // The whole of a picture file; throws when its first bytes are not those of a picture, before it reads on.
 std::vector<uint8_t> read_file(const std::string& path);
+struct Reading {
+    bool autorotate = true;  // by the file's orientation
+    int page = 0;            // from 1 on; 0: the only one
+};
 // Reads a picture; the format is told by the content. Throws with a message that names the file. "-" is standard input.
-Image read_image(const std::string& path);
-Image decode_image(std::span<const uint8_t> bytes, const std::string& name);
+Image read_image(const std::string& path, const Reading& reading = {});
+Image decode_image(std::span<const uint8_t> bytes, const std::string& name, const Reading& reading = {});
+// How many pictures a file holds, reduced copies left out; 1 where that can't be told.
+int count_pages(const std::string& path);
 
 // The format that a file name's extension stands for, if any.
 std::optional<Format> format_of_name(const std::string& path);
@@ -104,13 +120,25 @@ void check_format(const Shape& shape, Format format, const std::string& path);
 class OutputFile;
 void encode_image(OutputFile& out, const Image& image, Format format, const Encoding& encoding);
 
-// One reader and one writer for each format (image_png.cpp, image_jpeg.cpp, image_tiff.cpp).
+// The orientation in an EXIF block, 1 where it has none.
+int exif_orientation(std::span<const uint8_t> bytes);
+// The picture as it is to be looked at.
+Image upright(Image image, int orientation);
+// Keeps with the shape what there is of them.
+void set_tags(Shape& shape, Tags tags);
+// Those that the output can have; warns of the others.
+Tags tags_to_write(const Shape& shape, Format format, const std::string& path);
+
+// One reader and one writer for each format (image_png.cpp, image_jpeg.cpp, image_pnm.cpp, image_tiff.cpp).
 Image decode_png(std::span<const uint8_t> bytes, const std::string& name);
 Image decode_jpeg(std::span<const uint8_t> bytes, const std::string& name);
-Image decode_tiff(std::span<const uint8_t> bytes, const std::string& name);
-void encode_png(OutputFile& out, const Image& image);
-void encode_jpeg(OutputFile& out, const Image& image, int quality);
-void encode_tiff(OutputFile& out, const Image& image, Encoding::Tiff compression);
+Image decode_pnm(std::span<const uint8_t> bytes, const std::string& name);
+Image decode_tiff(std::span<const uint8_t> bytes, const std::string& name, int page);
+int count_tiff_pages(std::span<const uint8_t> bytes);
+void encode_png(OutputFile& out, const Image& image, const Tags& tags, int effort);
+void encode_jpeg(OutputFile& out, const Image& image, const Tags& tags, const Encoding& encoding);
+void encode_pnm(OutputFile& out, const Image& image);
+void encode_tiff(OutputFile& out, const Image& image, const Tags& tags, Encoding::Tiff compression);
 // The reader's error for a file that its library can't decode.
 [[noreturn]] void damaged(const std::string& name, const char* format, const std::string& reason);
 

@@ -48,6 +48,7 @@ bool read_header(Reader& reader) {
     if (setjmp(png_jmpbuf(png))) return false;
     png_set_read_fn(png, &reader, take);
     png_set_user_limits(png, PNG_UINT_31_MAX, PNG_UINT_31_MAX);  // the memory check that follows is the limit
+    png_set_benign_errors(png, 1);
     png_set_crc_action(png, PNG_CRC_ERROR_QUIT, PNG_CRC_WARN_DISCARD);
     png_read_info(png, reader.info);
     return true;
@@ -64,6 +65,23 @@ Shape expanded_shape(const Reader& reader) {
     shape.sample = png_get_bit_depth(reader.png, reader.info) == 16 ? Sample::u16 : Sample::u8;
     if (alpha) shape.alpha = Alpha::straight;
     return shape;
+}
+
+constexpr double kInch = 0.0254;  // metres
+
+Tags tags_of(const Reader& reader, int* orientation) {
+    Tags tags;
+    png_charp name = nullptr;
+    png_bytep data = nullptr;
+    png_uint_32 size = 0, across = 0, down = 0;
+    int kind = 0;
+    if (png_get_iCCP(reader.png, reader.info, &name, &kind, &data, &size)) tags.profile.assign(data, data + size);
+    if (png_get_pHYs(reader.png, reader.info, &across, &down, &kind) && kind == PNG_RESOLUTION_METER) {
+        tags.across = across * kInch;
+        tags.down = down * kInch;
+    }
+    if (png_get_eXIf_1(reader.png, reader.info, &size, &data)) *orientation = exif_orientation({data, size});
+    return tags;
 }
 
 // Makes libpng's row buffers, as wide as the header claims: only after the size was found to be possible.
@@ -94,7 +112,7 @@ struct Writer {
     ~Writer() { png_destroy_write_struct(&png, &info); }
 };
 
-bool write_header(Writer& writer, std::FILE* file, const Image& image) {
+bool write_header(Writer& writer, std::FILE* file, const Image& image, const Tags& tags, int effort) {
     constexpr int kColour[] = {PNG_COLOR_TYPE_GRAY, PNG_COLOR_TYPE_GRAY_ALPHA, PNG_COLOR_TYPE_RGB,
                                PNG_COLOR_TYPE_RGB_ALPHA};
     png_structp png = writer.png;
@@ -104,6 +122,14 @@ bool write_header(Writer& writer, std::FILE* file, const Image& image) {
     png_set_IHDR(png, writer.info, image.width(), image.height(), 8 * sample_bytes(image.shape.sample),
                  kColour[image.shape.channels - 1], PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT,
                  PNG_FILTER_TYPE_DEFAULT);
+    png_set_compression_level(png, effort);
+    png_set_benign_errors(png, 1);
+    if (!tags.profile.empty())
+        png_set_iCCP(png, writer.info, "profile", PNG_COMPRESSION_TYPE_BASE, tags.profile.data(),
+                     static_cast<png_uint_32>(tags.profile.size()));
+    if (tags.across > 0)
+        png_set_pHYs(png, writer.info, static_cast<png_uint_32>(tags.across / kInch + 0.5),
+                     static_cast<png_uint_32>(tags.down / kInch + 0.5), PNG_RESOLUTION_METER);
     png_write_info(png, writer.info);
     if (std::endian::native == std::endian::little) png_set_swap(png);
     return true;
@@ -127,8 +153,11 @@ Image decode_png(std::span<const uint8_t> bytes, const std::string& name) {
     Reader reader(bytes, &message);
     if (!reader.info) fail(name, "no memory to read it");
     if (!read_header(reader)) damaged(name, "PNG", message.text);
-    const Shape shape = expanded_shape(reader);
+    Shape shape = expanded_shape(reader);
+    int orientation = 1;
+    set_tags(shape, tags_of(reader, &orientation));
     Image image = Image::make(shape, name);
+    image.orientation = orientation;
     if (!start_rows(reader)) damaged(name, "PNG", message.text);
     if (png_get_rowbytes(reader.png, reader.info) != image.row_bytes()) damaged(name, "PNG", "its row size is odd");
     std::vector<uint8_t*> rows = image.rows();
@@ -138,7 +167,7 @@ Image decode_png(std::span<const uint8_t> bytes, const std::string& name) {
     return image;
 }
 
-void encode_png(OutputFile& out, const Image& image) {
+void encode_png(OutputFile& out, const Image& image, const Tags& tags, int effort) {
     Message message;
     Writer writer(&message);
     if (!writer.info) fail(out.path(), "no memory to write it");
@@ -147,7 +176,7 @@ void encode_png(OutputFile& out, const Image& image) {
         if (errno) out.write_failed(errno);
         fail(out.path(), std::string("can't be written as PNG: ") + message.text, "write .tiff");
     };
-    if (!write_header(writer, out.stream(), image)) failed();
+    if (!write_header(writer, out.stream(), image, tags, effort)) failed();
     std::vector<uint8_t> plain(image.row_bytes());
     for (int y = 0; y < image.height(); ++y) {
         const uint8_t* row = image.row(y);

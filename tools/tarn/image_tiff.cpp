@@ -1,6 +1,6 @@
 // TIFF by libtiff: grey and RGB, with or without alpha, samples u8, u16, s16, s32, u32 and f32; strips and tiles,
-// channels together or in planes, either byte order, every compression that the library knows. The first picture of a
-// file is read. Written: strips, channels together, compressed with a predictor, BigTIFF when 4 GB would not do.
+// channels together or in planes, either byte order, every compression that the library knows; grey of 1, 2 and 4 bits
+// and palettes, which are expanded. Written: strips, channels together, compressed with a predictor, BigTIFF when 4 GB would not do.
 #include <tiffio.h>
 #include <unistd.h>
 
@@ -84,6 +84,17 @@ Sample sample_of(TIFF* tiff, const std::string& name) {
          "convert it to 8- or 16-bit integers or 32-bit float");
 }
 
+// Whether pixels are small numbers that stand for others: a palette, or grey of less than 8 bits.
+bool is_index(TIFF* tiff) {
+    const int bits = tag(tiff, TIFFTAG_BITSPERSAMPLE), format = tag(tiff, TIFFTAG_SAMPLEFORMAT);
+    uint16_t photometric = PHOTOMETRIC_MINISBLACK;
+    TIFFGetField(tiff, TIFFTAG_PHOTOMETRIC, &photometric);
+    const bool small = bits == 1 || bits == 2 || bits == 4;
+    if (tag(tiff, TIFFTAG_SAMPLESPERPIXEL) != 1 || (format != SAMPLEFORMAT_UINT && format != SAMPLEFORMAT_VOID))
+        return false;
+    return photometric == PHOTOMETRIC_PALETTE ? small || bits == 8 : small && photometric <= PHOTOMETRIC_MINISBLACK;
+}
+
 Shape shape_of(TIFF* tiff, const std::string& name) {
     Shape shape;
     uint32_t width = 0, height = 0;
@@ -97,6 +108,10 @@ Shape shape_of(TIFF* tiff, const std::string& name) {
     if (photometric == PHOTOMETRIC_YCBCR && tag(tiff, TIFFTAG_COMPRESSION) == COMPRESSION_JPEG) {
         TIFFSetField(tiff, TIFFTAG_JPEGCOLORMODE, JPEGCOLORMODE_RGB);
         photometric = PHOTOMETRIC_RGB;
+    }
+    if (is_index(tiff)) {
+        shape.white_is_zero = photometric == PHOTOMETRIC_MINISWHITE;
+        return shape;
     }
     const bool grey = photometric == PHOTOMETRIC_MINISBLACK || photometric == PHOTOMETRIC_MINISWHITE;
     if (!grey && photometric != PHOTOMETRIC_RGB)
@@ -175,6 +190,76 @@ void read_tiles(TIFF* tiff, Image& image, bool planar, const std::string& name) 
             }
 }
 
+// Rows of packed numbers of 1, 2 or 4 bits, a byte each in memory.
+void read_packed(TIFF* tiff, Image& image, int bits, const std::string& name) {
+    if (TIFFIsTiled(tiff))
+        fail(name, "has tiles of " + std::to_string(bits) + "-bit samples, which tarn does not read",
+             "store it in strips");
+    std::vector<uint8_t> line((size_t(image.width()) * size_t(bits) + 7) / 8);
+    if (static_cast<uint64_t>(TIFFScanlineSize64(tiff)) != line.size()) read_failed(name);
+    for (int y = 0; y < image.height(); ++y) {
+        if (TIFFReadScanline(tiff, line.data(), uint32_t(y), 0) != 1) read_failed(name);
+        for (int64_t x = 0; x < image.width(); ++x) {
+            const int64_t first = x * bits;
+            image.row(y)[x] = uint8_t(line[size_t(first / 8)] >> (8 - bits - first % 8) & ((1 << bits) - 1));
+        }
+    }
+}
+
+// The pixels that numbers of so many bits stand for.
+Image expand(TIFF* tiff, Image numbers, int bits, const std::string& name) {
+    uint16_t* colours[3] = {};
+    if (!TIFFGetField(tiff, TIFFTAG_COLORMAP, &colours[0], &colours[1], &colours[2])) {
+        for (int y = 0; y < numbers.height(); ++y)
+            for (int x = 0; x < numbers.width(); ++x)
+                numbers.row(y)[x] = uint8_t(numbers.row(y)[x] * 255 / ((1 << bits) - 1));
+        return numbers;
+    }
+    Shape shape = numbers.shape;
+    shape.channels = 3;
+    Image image = Image::make(shape, name);
+    image.orientation = numbers.orientation;
+    for (int y = 0; y < image.height(); ++y)
+        for (int x = 0; x < image.width(); ++x)
+            for (int c = 0; c < 3; ++c) image.row(y)[3 * x + c] = uint8_t(colours[c][numbers.row(y)[x]] >> 8);
+    return image;
+}
+
+constexpr double kInch = 2.54;  // centimetres
+
+Tags tags_of(TIFF* tiff) {
+    Tags tags;
+    uint32_t size = 0;
+    void* data = nullptr;
+    float across = 0, down = 0;
+    if (TIFFGetField(tiff, TIFFTAG_ICCPROFILE, &size, &data) && data)
+        tags.profile.assign(static_cast<uint8_t*>(data), static_cast<uint8_t*>(data) + size);
+    const uint16_t unit = tag(tiff, TIFFTAG_RESOLUTIONUNIT);
+    if (unit != RESUNIT_NONE && TIFFGetField(tiff, TIFFTAG_XRESOLUTION, &across) &&
+        TIFFGetField(tiff, TIFFTAG_YRESOLUTION, &down)) {
+        tags.across = across * (unit == RESUNIT_CENTIMETER ? kInch : 1);
+        tags.down = down * (unit == RESUNIT_CENTIMETER ? kInch : 1);
+    }
+    return tags;
+}
+
+// The numbers of the directories that hold pictures of their own, not reduced copies of others.
+std::vector<tdir_t> pages_of(TIFF* tiff) {
+    std::vector<tdir_t> pages;
+    do {
+        uint32_t kind = 0;
+        TIFFGetField(tiff, TIFFTAG_SUBFILETYPE, &kind);
+        if (!(kind & FILETYPE_REDUCEDIMAGE)) pages.push_back(TIFFCurrentDirectory(tiff));
+    } while (TIFFReadDirectory(tiff));
+    if (pages.empty()) pages.push_back(0);
+    return pages;
+}
+
+Tiff open_source(Source& source) {
+    return Tiff(TIFFClientOpen("picture", "r", &source, source_read, source_write, source_seek, source_close,
+                               source_size, source_map, source_unmap));
+}
+
 // Between the file's samples and those in memory; its own reverse. Alpha is no colour and stays when colours are
 // inverted.
 void file_samples(uint8_t* row, const Shape& shape) {
@@ -185,7 +270,7 @@ void file_samples(uint8_t* row, const Shape& shape) {
         for (int64_t x = 0; x < shape.width; ++x) invert(row + x * shape.channels * bytes, 1, shape.sample);
 }
 
-void set_tags(TIFF* tiff, const Shape& shape, Encoding::Tiff compression) {
+void write_tags(TIFF* tiff, const Shape& shape, const Tags& tags, Encoding::Tiff compression) {
     const bool grey = shape.channels <= 2;
     const int bits = 8 * sample_bytes(shape.sample);
     TIFFSetField(tiff, TIFFTAG_IMAGEWIDTH, static_cast<uint32_t>(shape.width));
@@ -214,27 +299,56 @@ void set_tags(TIFF* tiff, const Shape& shape, Encoding::Tiff compression) {
     TIFFSetField(tiff, TIFFTAG_COMPRESSION, kCompressions[static_cast<int>(compression)]);
     if (compression != Encoding::Tiff::none)
         TIFFSetField(tiff, TIFFTAG_PREDICTOR, is_float ? PREDICTOR_FLOATINGPOINT : PREDICTOR_HORIZONTAL);
+    if (!tags.profile.empty())
+        TIFFSetField(tiff, TIFFTAG_ICCPROFILE, static_cast<uint32_t>(tags.profile.size()), tags.profile.data());
+    if (tags.across > 0) {
+        TIFFSetField(tiff, TIFFTAG_RESOLUTIONUNIT, RESUNIT_INCH);
+        TIFFSetField(tiff, TIFFTAG_XRESOLUTION, tags.across);
+        TIFFSetField(tiff, TIFFTAG_YRESOLUTION, tags.down);
+    }
     TIFFSetField(tiff, TIFFTAG_ROWSPERSTRIP, TIFFDefaultStripSize(tiff, 0));
 }
 }  // namespace
 
-Image decode_tiff(std::span<const uint8_t> bytes, const std::string& name) {
+int count_tiff_pages(std::span<const uint8_t> bytes) {
     install_handlers();
     Source source{bytes};
-    Tiff tiff(TIFFClientOpen("picture", "r", &source, source_read, source_write, source_seek, source_close, source_size,
-                             source_map, source_unmap));
+    const Tiff tiff = open_source(source);
+    return tiff ? static_cast<int>(pages_of(tiff.get()).size()) : 1;
+}
+
+Image decode_tiff(std::span<const uint8_t> bytes, const std::string& name, int page) {
+    install_handlers();
+    Source source{bytes};
+    const Tiff tiff = open_source(source);
     if (!tiff) read_failed(name);
+    const std::vector<tdir_t> pages = pages_of(tiff.get());
+    if (!page && pages.size() > 1)
+        fail(name, "holds " + std::to_string(pages.size()) + " pictures",
+             "choose one with --page 1 to " + std::to_string(pages.size()) + ", or --page all and --out-dir");
+    if (page > static_cast<int>(pages.size()))
+        fail(name, "has no page " + std::to_string(page), "give --page 1 to " + std::to_string(pages.size()));
+    first_message[0] = 0;
+    if (!TIFFSetDirectory(tiff.get(), pages[page ? static_cast<size_t>(page) - 1 : 0])) read_failed(name);
     const bool planar = tag(tiff.get(), TIFFTAG_PLANARCONFIG) == PLANARCONFIG_SEPARATE;
-    Image image = Image::make(shape_of(tiff.get(), name), name);
-    if (TIFFIsTiled(tiff.get()))
+    Shape shape = shape_of(tiff.get(), name);
+    set_tags(shape, tags_of(tiff.get()));
+    Image image = Image::make(shape, name);
+    image.orientation = tag(tiff.get(), TIFFTAG_ORIENTATION);
+    const bool index = is_index(tiff.get());
+    const int bits = tag(tiff.get(), TIFFTAG_BITSPERSAMPLE);
+    if (index && bits < 8)
+        read_packed(tiff.get(), image, bits, name);
+    else if (TIFFIsTiled(tiff.get()))
         read_tiles(tiff.get(), image, planar, name);
     else
         read_strips(tiff.get(), image, planar, name);
+    if (index) image = expand(tiff.get(), std::move(image), bits, name);
     for (int y = 0; y < image.height(); ++y) file_samples(image.row(y), image.shape);
     return image;
 }
 
-void encode_tiff(OutputFile& out, const Image& image, Encoding::Tiff compression) {
+void encode_tiff(OutputFile& out, const Image& image, const Tags& tags, Encoding::Tiff compression) {
     install_handlers();
     const auto failed = [&] {
         if (errno) out.write_failed(errno);
@@ -246,7 +360,7 @@ void encode_tiff(OutputFile& out, const Image& image, Encoding::Tiff compression
     const int file = dup(fileno(out.stream()));  // closed with the TIFF
     Tiff tiff(file < 0 ? nullptr : TIFFFdOpen(file, "picture", big ? "w8" : "w"));
     if (!tiff) failed();
-    set_tags(tiff.get(), image.shape, compression);
+    write_tags(tiff.get(), image.shape, tags, compression);
     std::vector<uint8_t> row(image.row_bytes());  // a copy: encoding predictors and byte swaps work in place
     for (int y = 0; y < image.height(); ++y) {
         std::memcpy(row.data(), image.row(y), row.size());

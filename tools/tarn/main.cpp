@@ -74,13 +74,16 @@ void blame_unknown_option(const CLI::App& command, const std::string& see, int a
 }
 
 void run(int argc, char** argv) {
-    CLI::App app("Image-processing operations of the module tarn-ipp on PNG, JPEG and TIFF pictures.", "tarn");
+    CLI::App app("Image-processing operations of the module tarn-ipp on PNG, JPEG, TIFF and PNM pictures.", "tarn");
     app.set_version_flag("-V,--version", "tarn " TARN_VERSION);
     app.require_subcommand(0, 1);
     app.set_help_flag("-h,--help", "print this help");
     app.footer(
-        "Pictures: 8- and 16-bit PNG, 8-bit JPEG, 8-, 16-, 32-bit and float TIFF; grey or RGB, with or without alpha.\n"
-        "The alpha channel is worked on by itself. Orientation tags are not applied and metadata are not copied.\n"
+        "Pictures: PNG of up to 16 bits, 8-bit JPEG, TIFF of up to 32 bits and float, PGM, PPM and PFM; grey or RGB, "
+        "with "
+        "or without alpha.\n"
+        "The alpha channel is worked on by itself. Orientation tags are followed, colour profile and resolution are "
+        "carried over, other metadata are not.\n"
         "Several: commands that make one picture of one take more, or a folder, with --out-dir. Pipes: - and "
         "--format.\n"
         "Environment: TARN_MODULE names another module library, TARN_LEVEL a processor level as --level does.\n"

@@ -186,19 +186,29 @@ std::optional<Sample> parse_depth(const std::string& text) {
 void add_inputs(CLI::App& app, Files& files, size_t least, size_t most) {
     app.add_option("IN", files.inputs,
                    std::string(most == 1 ? "picture" : "pictures") +
-                       " to read (PNG, JPEG or TIFF, told by content); - is standard input")
+                       " to read (PNG, JPEG, TIFF, PNM or PFM, told by content); - is standard input")
         ->required()
         ->type_name("")
         ->expected(static_cast<int>(least), most ? static_cast<int>(most) : CLI::detail::expected_max_vector_size);
+    app.add_option("--page", files.page, "which picture of a TIFF of several, from 1 on; all with --out-dir")
+        ->type_name("N");
+    app.add_flag(
+        "--autorotate,!--no-autorotate", files.autorotate,
+        "turn pictures as their orientation tag says (default); --no-autorotate takes them as they are stored");
     app.add_flag("--time", files.time, "print the milliseconds of the operation's call, best of several repeats");
 }
 
 void add_image_output(CLI::App& app, Files& files, const char* text) {
     app.add_option("-o,--output", files.output, text)->required()->type_name("OUT");
-    app.add_option("--format", files.format, "of the picture, where its name does not tell: png, jpeg or tiff")
+    app.add_option("--format", files.format,
+                   "of the picture, where its name does not tell: png, jpeg, tiff, pnm or pfm")
         ->type_name("FORMAT");
     app.add_option("--quality", files.quality, "JPEG quality, 1 to 100 (default 92)")->type_name("N");
+    app.add_option("--subsampling", files.subsampling, "of JPEG's colours: 444 (none), 422 or 420 (default)")
+        ->type_name("KIND");
     app.add_option("--compression", files.compression, "of TIFF: none, lzw (default) or deflate")->type_name("KIND");
+    app.add_option("--effort", files.png_effort, "in compressing PNG, 0 (none) to 9 (smallest; default 6)")
+        ->type_name("N");
 }
 
 void add_text_output(CLI::App& app, Files& files) {
@@ -209,7 +219,10 @@ void add_json(CLI::App& app, bool& json) { app.add_flag("--json", json, "print J
 
 Image read_input(const Files& files, size_t index) {
     const Progress progress("reading " + files.inputs.at(index));
-    return read_image(files.inputs[index]);
+    Reading reading{files.autorotate};
+    if (files.page == "all") usage("--page", "'all' needs a folder for the results", "give --out-dir, or a number");
+    if (!files.page.empty()) reading.page = static_cast<int>(parse_integer(files.page, "--page", 1, 65535));
+    return read_image(files.inputs[index], reading);
 }
 
 std::vector<Image> read_equal_inputs(const Files& files) {
@@ -239,8 +252,9 @@ namespace {
 Format output_format(const Files& files) {
     if (files.output.empty()) usage("--output", "is missing", "name the picture to write");
     if (!files.format.empty())
-        return static_cast<Format>(parse_word(files.format, "--format", {"png", "jpeg", "tiff"}));
-    if (files.output == "-") usage("--format", "is missing, and standard output has no name", "give png, jpeg or tiff");
+        return static_cast<Format>(parse_word(files.format, "--format", {"png", "jpeg", "tiff", "pnm", "pfm"}));
+    if (files.output == "-")
+        usage("--format", "is missing, and standard output has no name", "give png, jpeg, tiff, pnm or pfm");
     if (const auto format = format_of_name(files.output)) return *format;
     const std::string extension = std::filesystem::path(files.output).extension().string();
     usage(files.output, extension.empty() ? "has no extension to tell the format by" : "unknown extension " + extension,
@@ -248,10 +262,14 @@ Format output_format(const Files& files) {
 }
 }  // namespace
 
+constexpr int kChroma[] = {444, 422, 420};
+
 ImageOutput::ImageOutput(const Files& files)
     : format_(output_format(files)),
       encoding_{
           static_cast<int>(parse_integer(files.quality, "--quality", 1, 100)),
+          kChroma[parse_word(files.subsampling, "--subsampling", {"444", "422", "420"})],
+          static_cast<int>(parse_integer(files.png_effort, "--effort", 0, 9)),
           static_cast<Encoding::Tiff>(parse_word(files.compression, "--compression", {"none", "lzw", "deflate"}))},
       file_(files.output) {}
 

@@ -55,7 +55,9 @@ std::optional<Sample> parse_depth(const std::string& text);
 struct Files {
     std::vector<std::string> inputs;
     std::string output;
-    std::string format, quality = "92", compression = "lzw";
+    std::string format, quality = "92", compression = "lzw", subsampling = "420", png_effort = "6";
+    std::string page;  // a number or "all"; empty: the only one
+    bool autorotate = true;
     bool time = false;
     std::string out_dir, name, jobs;  // of several pictures, see batch.h
     bool resume = false;

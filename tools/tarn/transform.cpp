@@ -35,7 +35,8 @@ struct Batch {
     uint32_t cls;
     Sample sample;
     bool planar;
-    bool wide = false;  // floats for the values of a file's u16
+    bool wide = false;                      // floats for the values of a file's u16
+    std::shared_ptr<const Tags> tags = {};  // of a picture's file
 
     int64_t picture_bytes() const { return width * height * channels * sample_bytes(sample); }
     std::vector<int64_t> shape() const {
@@ -196,6 +197,7 @@ void each_picture(const Transform& options, Each&& each) {
                  options.size.empty() ? "give --size, or pictures of one kind" : "give pictures of one kind");
         Batch batch = batch_of(image, files.inputs.size());
         batch.wide = wide;
+        batch.tags = image.shape.tags;
         each(batch, array_of(batch, image.pixels.get(), image.stride), int64_t(i));
     }
 }
@@ -240,7 +242,8 @@ void to_picture(const Transform& options) {
         Batch to = wanted(options, from, false);
         if (to.cls == LUMO_CLASS_BGR) to.cls = LUMO_CLASS_RGB;
         const bool alpha = to.channels == 4;
-        const Shape worked{to.width, to.height, to.channels, to.sample, alpha ? Alpha::straight : Alpha::none, false};
+        const Shape worked{to.width, to.height, to.channels, to.sample, alpha ? Alpha::straight : Alpha::none,
+                           false,    to.tags};
         shape = worked;
         if (to.wide) shape.sample = Sample::u16;
         out.check(shape);
