@@ -77,7 +77,8 @@ Run setup_scale_resize(CLI::App& app) {
     app.add_option("--size", options->size,
                    "new width and height in pixels; see --interpolation for less than half of them")
         ->type_name("WxH");
-    app.add_option("--scale", options->scale, "new size as a multiple of the region's, at least 1 pixel (1 where a region is all that is given)")
+    app.add_option("--scale", options->scale,
+                   "new size as a multiple of the region's, at least 1 pixel (1 where a region is all that is given)")
         ->type_name("F");
     app.add_option("--region", options->region, "part of the picture to resample (default: all)")->type_name("L,T,WxH");
     app.add_option("--interpolation", options->interpolation,
