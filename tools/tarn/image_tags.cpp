@@ -60,7 +60,9 @@ Image upright(Image image, int orientation) {
 }
 
 void set_tags(Shape& shape, Tags tags) {
-    if (!(tags.across > 0 && tags.down > 0)) tags.across = tags.down = 0;
+    constexpr double kMost = 1e6;  // else the file tells no resolution
+    const auto is_resolution = [](double v) { return v > 0 && v < kMost; };
+    if (!is_resolution(tags.across) || !is_resolution(tags.down)) tags.across = tags.down = 0;
     if (!tags.profile.empty() || tags.across > 0) shape.tags = std::make_shared<const Tags>(std::move(tags));
 }
 
