@@ -103,7 +103,8 @@ struct Columns {
     // be foreseen: a block is looked through to its end, and again where the rank was found.
     int64_t find(int64_t from, int64_t rest, int64_t x, int64_t width) const {
         constexpr int kParts = int(kBlock / 64);
-        const auto first = splat(Signed(x + kLeast)), end = splat(Signed(width + kLeast));
+        const auto first = splat(Column(x + kLeast));
+        const auto end = splat(Signed(width + kLeast));
         for (;; from += kBlock) {
             int64_t sums[kParts + 1] = {}, part = 0;
 #pragma GCC unroll 2
@@ -120,11 +121,11 @@ struct Columns {
 
 private:
     // A bit for each of 64 columns.
-    template <class V>
-    static uint64_t bits_inside(const Column* p, V first, V end) {
+    template <class U, class V>
+    static uint64_t bits_inside(const Column* p, U first, V end) {
         uint64_t bits = 0;
         for (int i = 0; i < 64; i += int(kVector)) {
-            const auto inside = [=](int j) { return (V)(load<V>(p + i + j * kLanes<Column>) - first < end); };
+            const auto inside = [=](int j) { return (V)((V)(load<U>(p + i + j * kLanes<Column>) - first) < end); };
             Bytes narrowed;
             if constexpr (sizeof(Column) == 1)
                 narrowed = (Bytes)inside(0);

@@ -73,7 +73,7 @@ template <bool kTwo>
         const Bytes pairs = pick<kTwo>(u.windows, s, g);
         const S16 start = mul_add_pairs(pairs, load<S8>(u.base + g * kWindow));  // -128 times
         const S16 more = mul_fixed15(mul_add_pairs(pairs, difference), load<S16>(u.fraction + g * kGroup));
-        store(out + g * kGroup, more - start);
+        store(out + g * kGroup, (U16)more - (U16)start);
     }
 }
 
@@ -84,9 +84,10 @@ template <bool kKept>
     const int16_t* start = fraction < 0 ? lower : upper;
     const S16 factor = splat(int16_t(fraction));
     const Bytes mask = colour_mask<uint8_t>();
+    // Behind a row stands anything: what comes of that is not kept, and may wrap around.
     const auto rounded = [&](int64_t i) {
-        const S16 more = mul_fixed15(load<S16>(lower + i) - load<S16>(upper + i), factor);
-        return round_even<7>((U16)(load<S16>(start + i) + more));
+        const S16 more = mul_fixed15((S16)(load<U16>(lower + i) - load<U16>(upper + i)), factor);
+        return round_even<7>(load<U16>(start + i) + (U16)more);
     };
     each_overlapped(n, [&](auto io, int64_t i) {
         const Bytes v = in_order_once((Bytes)narrow_groups_u8(rounded(i), rounded(i + kLanes<int16_t>)));
