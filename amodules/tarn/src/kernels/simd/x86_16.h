@@ -286,7 +286,9 @@ inline S32 load_s32(const int16_t* p) {
 // Doubles from the floats at p, a vector of them, and from the first n of fewer with zeros behind.
 inline F64 load_f64_n(const void* p, int64_t n) {
     (void)n;  // always 1
-    return (F64)_mm_cvtps_pd(_mm_load_ss(static_cast<const float*>(p)));
+    float first;
+    memcpy(&first, p, sizeof first);
+    return (F64)_mm_cvtps_pd(_mm_set_ss(first));
 }
 inline F64 load_f64(const void* p) {
     return (F64)_mm_cvtps_pd((__m128)_mm_loadl_epi64(static_cast<const __m128i*>(p)));
