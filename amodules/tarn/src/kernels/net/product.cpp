@@ -29,23 +29,40 @@ inline F32 fold(F32x16 s) {
 // The sums of kRows x kNeurons outputs over k elements, folded to a vector each: acc[row * stride + neuron].
 template <int kRows, int kNeurons>
 inline void accumulate(const float* const* x, const float* const* w, int64_t k, F32* acc, int stride) {
-    F32x16 s[kRows][kNeurons] = {};
+    F32 s[kVectors][kRows][kNeurons];
+#pragma GCC unroll 4
+    for (int v = 0; v < kVectors; ++v)
+#pragma GCC unroll 4
+        for (int r = 0; r < kRows; ++r)
+#pragma GCC unroll 8
+            for (int n = 0; n < kNeurons; ++n) s[v][r][n] = F32{};
     // A vector of the sixteen at a time: all of them would need more registers than there are.
-    const auto step = [&](auto get) {
-        each_vector_of_16([&](int v) {
+    const auto step = [&](auto get) __attribute__((always_inline)) {
+#pragma GCC unroll 4
+        for (int v = 0; v < kVectors; ++v) {
             F32 xs[kRows];
+#pragma GCC unroll 4
             for (int r = 0; r < kRows; ++r) xs[r] = get(x[r], v);
+#pragma GCC unroll 8
             for (int n = 0; n < kNeurons; ++n) {
                 const F32 ws = in_register(get(w[n], v));
-                for (int r = 0; r < kRows; ++r) s[r][n].v[v] = mul_add(xs[r], ws, s[r][n].v[v]);
+#pragma GCC unroll 4
+                for (int r = 0; r < kRows; ++r) s[v][r][n] = mul_add(xs[r], ws, s[v][r][n]);
             }
-        });
+        }
     };
     int64_t i = 0;
     for (; i + 16 <= k; i += 16) step([i](const float* p, int v) { return load<F32>(p + i + v * kLanes<float>); });
     if (i < k) step([i, k](const float* p, int v) { return load16_n(p + i, k - i).v[v]; });
+#pragma GCC unroll 4
     for (int r = 0; r < kRows; ++r)
-        for (int n = 0; n < kNeurons; ++n) acc[r * stride + n] = fold(s[r][n]);
+#pragma GCC unroll 8
+        for (int n = 0; n < kNeurons; ++n) {
+            F32x16 sum;
+#pragma GCC unroll 4
+            for (int v = 0; v < kVectors; ++v) sum.v[v] = s[v][r][n];
+            acc[r * stride + n] = fold(sum);
+        }
 }
 
 // The biases of a tile's outputs, the first `neurons` of each row. None: -0, which changes no sum.
