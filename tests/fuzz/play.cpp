@@ -416,7 +416,8 @@ int64_t Play::call_and_watch(const char* name, const std::string& shown, const C
     }
     for (const TarnTestRUNTIME* runtime : runtimes) {
         *runtime->level = setting_.level;
-        *runtime->stream_bytes = setting_.streaming ? 0 : int64_t(16) << 20;
+        static const int64_t usual = *runtime->stream_bytes;
+        *runtime->stream_bytes = setting_.streaming ? 0 : usual;
     }
     last_line.clear();
     volatile int64_t result = -1;

@@ -5,7 +5,7 @@ namespace tarn::k {
 
 int active_level = 0;
 int active_sublevel = 0;
-int64_t stream_bytes = int64_t(16) << 20;
+int64_t stream_bytes = int64_t(15) << 20;
 
 #define TARN_LEVEL_NAME(level, ...) #level,
 const char* const kLevelNames[kLevelCount] = {TARN_LEVELS(TARN_LEVEL_NAME)};

@@ -44,8 +44,9 @@ bool wide_state_enabled();
 Status select_level();
 extern int active_sublevel;
 
-// Outputs of at least so many bytes are stored around the cache. 16 MiB: a quarter of a usual last-level cache. A smaller
-// output, and a source of its size, may well be there still when the next operation reads them. Tests set it to 0.
+// Where sources and output have at least so many bytes together, the output is stored around the cache. 15 MiB: half of a
+// usual last-level cache, and four bytes a pixel read and written of 1920 x 1080. What is less may well be there still when
+// the next operation reads it. Tests set it to 0.
 extern int64_t stream_bytes;
 
 // The names of the levels, lowest first: "sse2", "ssse3", ...

@@ -151,7 +151,7 @@ Status extend(const void* src, int32_t src_stride, Size src_size, void* dst, int
             copy_rows(src, src_stride, place, dst_stride, src_size, pixel_bytes);
         src = place, src_stride = dst_stride, in_place = true;
     }
-    const bool streamed = !kKept && n.middle >= kLeastStreamed && streams(n.all() * dst_size.height);
+    const bool streamed = !kKept && n.middle >= kLeastStreamed && streams(2 * n.all() * dst_size.height);
     const auto make = streamed              ? extend_rows<Way::streamed, kKept, Edge>
                       : n.middle >= kVector ? extend_rows<Way::standing_over, kKept, Edge>
                                             : extend_rows<Way::exact, kKept, Edge>;

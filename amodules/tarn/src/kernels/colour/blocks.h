@@ -86,7 +86,8 @@ Status map_pixels(const void* const* src, int32_t src_stride, void* const* dst, 
     if (Status status = check(size)) return status;
     const Rows rows = rows_of(size, Pitch{src_stride, Op::kInBytes}, Pitch{dst_stride, Op::kOutBytes});
     const bool in_place = src[0] == dst[0];
-    const bool streamed = !in_place && streams(rows.count * rows.pixels * Op::kOut * Op::kOutBytes);
+    constexpr int64_t kMoved = Op::kIn * Op::kInBytes + Op::kOut * Op::kOutBytes;
+    const bool streamed = !in_place && streams(rows.count * rows.pixels * kMoved);
     for (int64_t y = 0; y < rows.count; ++y) {
         if (streamed)
             stream_run(s.moved(y * src_stride), d.moved(y * dst_stride), rows.pixels, op);

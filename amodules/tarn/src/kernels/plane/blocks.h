@@ -52,7 +52,7 @@ void map_blocks(const void* src, int32_t src_stride, void* dst, int32_t dst_stri
     const Rows rows = rows_of(size, Pitch{src_stride, channels * int64_t(sizeof(S))},
                               Pitch{dst_stride, channels * int64_t(sizeof(D))});
     const int64_t n = rows.pixels * channels;
-    const bool streamed = !kKept && src != dst && streams(rows.count * n * int64_t(sizeof(D)));
+    const bool streamed = !kKept && src != dst && streams(rows.count * n * int64_t(sizeof(S) + sizeof(D)));
     for (int64_t y = 0; y < rows.count; ++y) {
         const S* s = row<S>(src, src_stride, y);
         D* d = row<D>(dst, dst_stride, y);

@@ -38,7 +38,7 @@ struct Extent {
     const Rows rows = rows_of(size, Pitch{src_stride, pixel_bytes}, Pitch{dst_stride, pixel_bytes});
     const int64_t row_bytes = rows.pixels * pixel_bytes;
     const Extent source(src, src_stride, size, pixel_bytes), destination(dst, dst_stride, size, pixel_bytes);
-    if (row_bytes >= kLeastStreamed && streams(rows.count * row_bytes) && destination.apart_from(source)) {
+    if (row_bytes >= kLeastStreamed && streams(2 * rows.count * row_bytes) && destination.apart_from(source)) {
         for (int64_t y = 0; y < rows.count; ++y)
             stream_row(row<uint8_t>(dst, dst_stride, y), row<uint8_t>(src, src_stride, y), row_bytes);
         stream_fence();

@@ -1,4 +1,4 @@
-// For kernel sources only: stores that go around the cache. They pay where the output is so large that it would evict
+// For kernel sources only: stores that go around the cache. They pay where so much is read and written that it would evict
 // everything anyway (stream_bytes, runtime.h), and lose below that.
 #pragma once
 
@@ -8,7 +8,7 @@
 namespace tarn::k::TARN_LEVEL {
 namespace {
 
-// Whether rows of this many bytes altogether go around the cache. To be asked once per call.
+// Whether the output goes around the cache where so many bytes are read and written altogether. To be asked once per call.
 inline bool streams(int64_t bytes) { return bytes >= stream_bytes; }
 
 // Copies a row around the cache, in whole lines: one that is stored half around the cache and half into it costs 0.2 us.
