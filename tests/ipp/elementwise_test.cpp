@@ -73,24 +73,6 @@ TEST(not_, complements_the_source_or_the_destination_itself) {
     });
 }
 
-TEST(elementwise_death, unsupported_types_end_the_process) {
-    GTEST_FLAG_SET(death_test_style, "fast");
-    const uint32_t words[4] = {};
-    const float floats[4] = {};
-    const auto dies = [&](const std::vector<LumoELEMTYPE>& types, auto run) {
-        for (const LumoELEMTYPE type : types) {
-            Array a(type, 4, 2), d(type, 4, 2);
-            EXPECT_DEATH(run(&d, &a), "unsupported") << std::hex << type;
-        }
-    };
-    const std::vector<LumoELEMTYPE> no_logic = {u8(2), u32(1), f32(1), s16(2), u8(5), LUMO_F64 | LUMO_CHANNELS(1)};
-    dies(no_logic, [](LumoMAT* d, LumoMAT* a) { run<TarnLogic>("xor", d, a, a); });
-    dies(no_logic, [&](LumoMAT* d, LumoMAT* a) { run<TarnLogicC>("or_c", d, a, words); });
-    dies({u8(2), s16(1), s32(3), f32(1)}, [](LumoMAT* d, LumoMAT* a) { run<TarnNot>("not", d, a); });
-    dies({u8(2), u32(1), f32(2)}, [&](LumoMAT* d, LumoMAT*) { run<TarnSet>("set", d, floats, nullptr); });
-    dies({u8(2), s32(1), u32(3)}, [&](LumoMAT* d, LumoMAT* a) { run<TarnCmpC>("cmp_c", d, a, floats, 5u); });
-}
-
 TEST(logic_c, uses_the_low_bits_of_one_word_per_channel) {
     const uint32_t words[4] = {0x12345678, 0xfedcba98, 0x80000001, 0x0f0f0f0f};
     for (const char* op : {"and_c", "or_c", "xor_c"})

@@ -92,16 +92,3 @@ TEST(statistics, without_pixels_write_nothing) {
     EXPECT_EQ(count(a, nullptr, nullptr)[0], -9);
     EXPECT_TRUE(lo == -9 && m == -9);
 }
-
-TEST(statistics_death, unsupported_types_end_the_process) {
-    GTEST_FLAG_SET(death_test_style, "fast");
-    float v[4];
-    int32_t n[4];
-    for (const LumoELEMTYPE type : {u8(2), s32(1), u32(3), f32(5), LUMO_F64 | LUMO_CHANNELS(1)}) {
-        Array a(type, 4, 4);
-        EXPECT_DEATH(minmax(a, v, v), "unsupported");
-        EXPECT_DEATH(mean(a, v), "unsupported");
-    }
-    Array words(s16(1), 4, 4);
-    EXPECT_DEATH(run<TarnCountInRange>("tarn::count-in-range", n, &words, v, v), "unsupported s16 x 1");
-}
