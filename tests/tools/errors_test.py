@@ -143,6 +143,7 @@ class Errors(driver.ProgramTest):
                 ("--interpolation", "nearest, linear, cubic or lanczos", resize + ["--scale", "1", "--interpolation", "best"]),
                 ("--value-range", "not 2", resize + ["--scale", "1", "--value-range", "1,2,3"]),
                 ("--markdown", "can't go with --json", ["ops", "--json", "--markdown"]),
+                ("--kind", "can't go with --types", ["ops", "--types", "--kind", "empty"]),
                 ("frob", "neither a command nor an operation", ["help", "frob"])):
             with self.subTest(arguments=arguments):
                 self.refused(2, subject, words, *arguments)

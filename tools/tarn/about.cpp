@@ -6,10 +6,12 @@
 #include <cstring>
 #include <ctime>
 #include <filesystem>
+#include <iomanip>
 #include <iostream>
 
 #include "commands.h"
 #include "error.h"
+#include "kinds.h"
 #include "level.h"
 #include "options.h"
 
@@ -33,14 +35,32 @@ nlohmann::ordered_json slot_record(const QuelIFACE& iface, int number) {
 }
 
 struct Ops {
-    bool json = false, markdown = false;
+    bool json = false, markdown = false, types = false;
     std::string kind = "all";
 };
+
+// Which types each operation takes.
+void print_types(const Ops& options) {
+    if (options.kind != "all") usage("--kind", "can't go with --types", "give one of them");
+    nlohmann::ordered_json list = nlohmann::ordered_json::array();
+    if (options.markdown) std::cout << "| operation | array | types |\n|---|---|---|\n";
+    for (const TarnKINDS& row : all_kinds()) {
+        list.push_back(kinds_record(row));
+        const std::string array = row.array + (*row.calls ? ", " + std::string(row.calls) : "");
+        if (options.markdown)
+            std::cout << "| `" << row.operation << "` | " << array << " | " << kinds_text(row) << " |\n";
+        else if (!options.json)
+            std::cout << std::left << std::setw(28) << row.operation << std::setw(28) << array << kinds_text(row)
+                      << "\n";
+    }
+    if (options.json) std::cout << list.dump(2) << "\n";
+}
 
 void run_ops(const Ops& options) {
     if (options.json && options.markdown) usage("--markdown", "can't go with --json", "give one of them");
     const std::vector<std::string> kinds = {"all", "implemented", "declared", "reserved", "empty"};
     parse_word(options.kind, "--kind", kinds);
+    if (options.types) return print_types(options);
     const Module module;
     const QuelIFACE& iface = *QuelHOSTiface(module.host());
     nlohmann::ordered_json list = nlohmann::ordered_json::array();
@@ -173,6 +193,8 @@ Run setup_ops(CLI::App& app) {
     app.add_flag("--markdown", options->markdown, "print a Markdown table");
     app.add_option("--kind", options->kind, "all (default), implemented, declared, reserved or empty")
         ->type_name("KIND");
+    app.add_flag("--types", options->types,
+                 "list the element types and channels that each operation takes, and what it does with others");
     return [options] { run_ops(*options); };
 }
 

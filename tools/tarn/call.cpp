@@ -5,6 +5,7 @@
 
 #include "error.h"
 #include "level.h"
+#include "tarn_kinds.h"
 
 namespace tarn::tool {
 namespace {
@@ -45,10 +46,16 @@ Module::Module() {
 Module::~Module() { QuelHOSTclose(host_); }
 
 Operation::Operation(const Module& module, const std::string& name, Timing& timing)
-    : name_(command_of(name)), timing_(timing) {
+    : qualified_(name), name_(command_of(name)), timing_(timing) {
     QuelERR err = {};
     if (QuelHOSTfind(module.host(), name.c_str(), &op_, &err) != 0)
         fail(name_, text_of(err), "the loaded module is another one than this program was made for");
+}
+
+void Operation::require_type(int32_t place, LumoELEMTYPE type, const std::string& given) const {
+    const TarnKINDS* row = type ? TarnKINDSfind(qualified_.c_str(), place) : nullptr;
+    if (row && TarnKINDSother(row, type) > TARN_OTHERS_ERROR)
+        fail(name_, "doesn't take " + given, "`tarn help " + name_ + "` tells what it takes");
 }
 
 void Operation::refused(const QuelERR& err, const std::string& given) const {

@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <string>
+#include <type_traits>
 
 #include "image.h"
 #include "quel/host.h"
@@ -58,9 +59,11 @@ public:
 
     // Calls it as a Fn (tarn.h) with its own arguments. Throws what its error value says; given describes what it was
     // given
-    // ("600x400 u8, 3 channels"). Returns the operation's result.
+    // ("600x400 u8, 3 channels"); also for arrays with which it would do something else, or end the process. Returns the operation's result.
     template <class Fn, class... Args>
     auto call(const std::string& given, Args... args) {
+        int32_t place = 0;
+        (require_type(place++, type_of(args), given), ...);
         QuelERR err;
         const auto result = timing_([&] {
             err = {};
@@ -71,8 +74,17 @@ public:
     }
 
 private:
+    // The type of an array, or of the first of a list; 0 for what is neither.
+    template <class Arg>
+    static LumoELEMTYPE type_of(Arg arg) {
+        const LumoMAT* array = nullptr;
+        if constexpr (std::is_convertible_v<Arg, const LumoMAT*>) array = arg;
+        if constexpr (std::is_convertible_v<Arg, const LumoMAT* const*> && !std::is_null_pointer_v<Arg>) array = *arg;
+        return array ? array->elemtype : 0;
+    }
+    void require_type(int32_t place, LumoELEMTYPE type, const std::string& given) const;
     [[noreturn]] void refused(const QuelERR& err, const std::string& given) const;
-    std::string name_;
+    std::string qualified_, name_;
     QuelOP op_;
     Timing& timing_;
 };

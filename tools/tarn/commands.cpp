@@ -1,5 +1,7 @@
 #include "commands.h"
 
+#include "kinds.h"
+
 namespace tarn::tool {
 namespace {
 constexpr Command kCommands[] = {
@@ -165,8 +167,14 @@ std::vector<std::string> aliases_of(const Command& command) {
 
 std::string help_footer(const Command& command) {
     std::string text;
-    if (command.operation)
-        text += std::string("Operation:\n  ") + command.operation + "(" + command.arguments + ")\n\n";
+    if (command.operation) {
+        text += std::string("Operation:\n  ") + command.operation + "(" + command.arguments + ")\n";
+        for (const TarnKINDS& row : all_kinds())
+            if (std::string_view(row.operation) == command.operation)
+                text += "  " + std::string(row.array) + (*row.calls ? " (" + std::string(row.calls) + ") " : " ") +
+                        kinds_text(row) + "\n";
+        text += "\n";
+    }
     const auto aliases = aliases_of(command);
     for (size_t i = 0; i < aliases.size(); ++i) text += (i ? ", " : "Also called:\n  ") + aliases[i];
     if (!aliases.empty()) text += "\n\n";

@@ -7,6 +7,7 @@
 #include "batch.h"
 #include "commands.h"
 #include "error.h"
+#include "kinds.h"
 #include "options.h"
 #include "progress.h"
 
@@ -23,11 +24,11 @@ struct Options {
 // module's 16-bit arithmetic is signed. The floats are exact: products and sums below 2^24 are, larger ones saturate.
 enum class Wide { bits, order, value };
 
-// What an operation takes: others would end the process or be left alone.
+// How an operation gets its samples.
 struct Takes {
     const char* command;
-    std::vector<Sample> samples;
     Wide wide;
+    std::vector<Sample> brought = {Sample::u16};  // to kinds that it takes
 };
 
 void flip_all(Image& image) {
@@ -39,7 +40,8 @@ std::vector<Image> take_inputs(const Files& files, const Takes& takes, Shape& gi
     std::vector<Image> images = read_equal_inputs(files);
     given = images[0].shape;
     for (size_t i = 0; i < images.size(); ++i) {
-        require_samples(images[i], files.inputs[i], takes.command, takes.samples);
+        require_samples(images[i], files.inputs[i], takes.command,
+                        samples_of(std::string("tarn::") + takes.command, "", takes.brought));
         if (images[i].shape.sample != Sample::u16) continue;
         if (takes.wide == Wide::bits) flip_all(images[i]);
         if (takes.wide == Wide::value) images[i] = as_floats(images[i]);
@@ -137,15 +139,12 @@ void add_constants(CLI::App& app, Options& options, const char* text) {
                  "take constants that the samples don't hold by their low bits, as the module does");
 }
 
-const std::vector<Sample> kBits = {Sample::u8, Sample::u16, Sample::s16, Sample::s32};
-const std::vector<Sample> kValues = {Sample::u8, Sample::u16, Sample::s16, Sample::f32};
-
 Run setup_logic(CLI::App& app, const char* name) {
     const auto options = std::make_shared<Options>();
     add_inputs(app, options->files, 2, 2);
     add_image_output(app, options->files);
     return [options, name] {
-        run_colours(options->files, {name, kBits, Wide::bits}, Result::like_first,
+        run_colours(options->files, {name, Wide::bits}, Result::like_first,
                     [](Operation& operation, LumoMAT& dst, std::span<const LumoMAT* const> src, const Shape& shape) {
                         operation.call<TarnLogic>(describe(shape), &dst, src[0], src[1]);
                     });
@@ -159,7 +158,7 @@ Run setup_logic_c(CLI::App& app, const char* name) {
     return each_picture(options->files, [options, name] {
         if (options->constants.empty())
             usage("--constants", "is missing", "give whole numbers such as 15 or 240,15,255");
-        run_colours(options->files, {name, kBits, Wide::bits}, Result::like_first,
+        run_colours(options->files, {name, Wide::bits}, Result::like_first,
                     [&](Operation& operation, LumoMAT& dst, std::span<const LumoMAT* const> src, const Shape& shape) {
                         const auto values =
                             words(constants_of(*options, int(dst.elemtype >> 12), shape.sample, Wide::bits));
@@ -178,7 +177,7 @@ Run setup_arith_c(CLI::App& app, const char* name) {
         "the result is rounded, ties to even");
     return each_picture(options->files, [options, name] {
         if (options->constants.empty()) usage("--constants", "is missing", "give values such as 20 or 1.5,2,0.5");
-        run_colours(options->files, {name, kValues, Wide::value}, Result::like_first,
+        run_colours(options->files, {name, Wide::value}, Result::like_first,
                     [&](Operation& operation, LumoMAT& dst, std::span<const LumoMAT* const> src, const Shape& shape) {
                         const auto values =
                             floats(constants_of(*options, int(dst.elemtype >> 12), shape.sample, Wide::value));
@@ -197,7 +196,7 @@ Run setup_list(CLI::App& app, const char* name) {
     add_image_output(app, options->files);
     return [options, name] {
         run_colours(
-            options->files, {name, kValues, Wide::value}, Result::like_first,
+            options->files, {name, Wide::value}, Result::like_first,
             [&](Operation& operation, LumoMAT& dst, std::span<const LumoMAT* const> src, const Shape& shape) {
                 if (shape.sample == Sample::u16 && src.size() > kMostExactMean && name == kMean)
                     fail(options->files.inputs[kMostExactMean],
@@ -261,7 +260,7 @@ Run setup_not(CLI::App& app) {
     const auto options = std::make_shared<Options>();
     add_pictures(app, options->files);
     return each_picture(options->files, [options] {
-        run_colours(options->files, {"not", kBits, Wide::bits}, Result::like_first,
+        run_colours(options->files, {"not", Wide::bits, {Sample::u16, Sample::s16, Sample::s32}}, Result::like_first,
                     [](Operation& operation, LumoMAT& dst, std::span<const LumoMAT* const> src, const Shape& shape) {
                         // The operation takes bytes, and the complement of bytes is that of what they make up.
                         LumoMAT from = *src[0];
@@ -280,7 +279,7 @@ Run setup_cmp(CLI::App& app) {
     return [options] {
         const uint32_t code = comparison_code(options->comparison);
         run_colours(
-            options->files, {"cmp", kValues, Wide::order}, Result::mask,
+            options->files, {"cmp", Wide::order}, Result::mask,
             [code](Operation& operation, LumoMAT& dst, std::span<const LumoMAT* const> src, const Shape& shape) {
                 operation.call<TarnCmp>(describe(shape), &dst, src[0], src[1], code);
             });
@@ -298,7 +297,7 @@ Run setup_cmp_c(CLI::App& app) {
     return each_picture(options->files, [options] {
         const uint32_t code = comparison_code(options->comparison);
         if (options->constants.empty()) usage("--constants", "is missing", "give values such as 128 or 10,20,30");
-        run_colours(options->files, {"cmp-c", kValues, Wide::order}, Result::mask,
+        run_colours(options->files, {"cmp-c", Wide::order}, Result::mask,
                     [&](Operation& operation, LumoMAT& dst, std::span<const LumoMAT* const> src, const Shape& shape) {
                         auto values =
                             floats(constants_of(*options, int(src[0]->elemtype >> 12), shape.sample, Wide::order));
@@ -320,7 +319,7 @@ Run setup_set(CLI::App& app) {
                    "grey u8 picture of the same size: only where it is not 0 is the picture filled")
         ->type_name("FILE");
     return each_picture(options->files, [options] {
-        const Takes takes{"set", {Sample::u8, Sample::u16, Sample::s16, Sample::s32, Sample::f32}, Wide::order};
+        const Takes takes{"set", Wide::order};
         Image mask;
         LumoMAT mask_view = {};
         if (!options->mask.empty()) {

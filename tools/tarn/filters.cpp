@@ -4,6 +4,7 @@
 #include "batch.h"
 #include "commands.h"
 #include "error.h"
+#include "kinds.h"
 #include "options.h"
 #include "progress.h"
 
@@ -29,8 +30,7 @@ void run_copymkb(const Copymkb& options) {
 
     ImageOutput out(files);
     const Image source = read_input(files);
-    require_samples(source, files.inputs[0], "copymkb",
-                    {Sample::u8, Sample::u16, Sample::s16, Sample::s32, Sample::f32});
+    require_samples(source, files.inputs[0], "copymkb", samples_of("tarn::copymkb"));
     const auto values = constant ? parse_pixel(options.values.empty() ? "0" : options.values, "--value", source.shape)
                                  : std::vector<float>(4);
     Shape shape = source.shape;
@@ -82,11 +82,8 @@ void run_filter(const Filter& options) {
 
     ImageOutput out(files);
     const Image source = read_input(files);
-    if (kind == TARN_FILTER_MEDIAN)
-        require_samples(source, files.inputs[0], "filter --kind median", {Sample::u8, Sample::u16, Sample::s16});
-    else
-        require_samples(source, files.inputs[0], "filter --kind " + options.kind,
-                        {Sample::u8, Sample::u16, Sample::s16, Sample::f32});
+    require_samples(source, files.inputs[0], "filter --kind " + options.kind,
+                    samples_of("tarn::filter", kind == TARN_FILTER_MEDIAN ? "median" : ""));
     const LumoRECT region = parse_region(options.region, "--region", source, files.inputs[0]);
     Shape shape = source.shape;
     shape.width = region.right - region.left;

@@ -4,6 +4,7 @@
 
 #include "commands.h"
 #include "error.h"
+#include "kinds.h"
 #include "options.h"
 #include "progress.h"
 
@@ -132,7 +133,7 @@ void run_morph(const Morph& options) {
     const Image element = make_element(options, &anchor);
     const std::vector<Files> outputs = outputs_of(files);
     std::vector<Image> sources = read_equal_inputs(files);
-    require_samples(sources[0], files.inputs[0], "morph", {Sample::u8, Sample::u16, Sample::f32});
+    require_samples(sources[0], files.inputs[0], "morph", samples_of("tarn::morphop-n"));
     const Shape shape = sources[0].shape;
     for (const Files& output : outputs) ImageOutput(output).check(shape);
     if (shape.sample == Sample::u16)  // exact: the operation takes floats, and chooses among the values

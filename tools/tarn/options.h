@@ -78,7 +78,7 @@ Image read_input(const Files& files, size_t index = 0);
 // Reads all inputs; throws when they differ in shape from the first.
 std::vector<Image> read_equal_inputs(const Files& files);
 
-// Throws unless the picture has samples that the command takes: for others operations do nothing or end the process.
+// Throws unless the picture has samples that the command takes, see samples_of.
 void require_samples(const Image& image, const std::string& name, const std::string& command,
                      const std::vector<Sample>& samples);
 

@@ -4,6 +4,7 @@
 
 #include "commands.h"
 #include "error.h"
+#include "kinds.h"
 #include "options.h"
 
 namespace tarn::tool {
@@ -21,9 +22,9 @@ const char* channel_name(int channels, int channel) {
 }
 
 // The colour channels of the input, with samples that the operation takes: for others it would end the process.
-Image colours_of(const Files& files, const std::string& command, std::initializer_list<Sample> samples) {
+Image colours_of(const Files& files, const std::string& command, const std::vector<Sample>& brought = {Sample::u16}) {
     Image image = read_input(files);
-    require_samples(image, files.inputs[0], command, samples);
+    require_samples(image, files.inputs[0], command, samples_of("tarn::" + command, "", brought));
     return image.has_alpha() ? take_channels(image, 0, image.shape.channels - 1) : std::move(image);
 }
 
@@ -71,7 +72,7 @@ std::vector<double> values_of(const float* values, const Image& image) {
 }
 
 void run_minmax(const Options& options) {
-    const Image image = colours_of(options.files, "minmax", {Sample::u8, Sample::u16, Sample::s16, Sample::f32});
+    const Image image = colours_of(options.files, "minmax");
     const Module module;
     Timing timing{options.files.time};
     const LumoMAT src = image.view();
@@ -84,7 +85,7 @@ void run_minmax(const Options& options) {
 }
 
 void run_mean(const Options& options) {
-    const Image image = colours_of(options.files, "mean", {Sample::u8, Sample::u16, Sample::s16, Sample::f32});
+    const Image image = colours_of(options.files, "mean");
     const Module module;
     Timing timing{options.files.time};
     const LumoMAT src = image.view();
@@ -107,7 +108,7 @@ std::vector<float> bounds(const std::string& text, const std::string& option, co
 }
 
 void run_count(const Options& options) {
-    Image image = colours_of(options.files, "count-in-range", {Sample::u8, Sample::u16, Sample::s16, Sample::f32});
+    Image image = colours_of(options.files, "count-in-range", {Sample::u16, Sample::s16});
     if (image.shape.sample == Sample::u16 || image.shape.sample == Sample::s16) image = as_floats(image);
     const auto lower = bounds(options.lower, "--lower", image), upper = bounds(options.upper, "--upper", image);
     const Module module;

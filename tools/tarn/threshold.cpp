@@ -6,6 +6,7 @@
 #include "batch.h"
 #include "commands.h"
 #include "error.h"
+#include "kinds.h"
 #include "options.h"
 #include "progress.h"
 
@@ -127,7 +128,7 @@ void run_threshold(const Threshold& options) {
                               {"--whole-weight", &options.whole_weight}});
     ImageOutput out(files);
     const Image source = read_input(files);
-    require_samples(source, files.inputs[0], "threshold", {Sample::u8, Sample::u16, Sample::s16, Sample::f32});
+    require_samples(source, files.inputs[0], "threshold", samples_of("tarn::threshold"));
     Request request = method == kFixed  ? by_value(options, source)
                       : method == kOtsu ? by_histogram(options, source)
                                         : by_surroundings(options, source);

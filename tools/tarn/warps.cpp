@@ -7,6 +7,7 @@
 #include "batch.h"
 #include "commands.h"
 #include "error.h"
+#include "kinds.h"
 #include "options.h"
 #include "progress.h"
 
@@ -44,7 +45,7 @@ void run_warp(const WarpOptions& options, const char* operation, const std::stri
 
     ImageOutput out(files);
     Image source = read_input(files);
-    require_samples(source, files.inputs[0], operation + 6, {Sample::u8, Sample::u16, Sample::s16, Sample::f32});
+    require_samples(source, files.inputs[0], operation + 6, samples_of(operation));
     Shape shape = source.shape;
     frame(shape);
     if (depth) shape.sample = *depth;
