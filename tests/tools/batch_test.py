@@ -59,6 +59,44 @@ class Batch(driver.ProgramTest):
         printed = self.tarn("threshold", "in/0.png", "in/1.png", "--out-dir", "bw", "--method", "otsu")
         self.assertRegex(printed, r"\Ain/0.png: threshold +\d+\nin/1.png: threshold +\d+\n\Z")
 
+    def test_steps_hand_pictures_on_as_files_would(self):
+        self.put("in.png", png(40, 30, 3, noise(40, 30, 3, 0, 65535), 16))
+        self.put("mask.png", png(20, 15, 1, noise(20, 15, 1, 0, 255)))
+        steps = ["scale-resize", "in.png", "--size", "20x15"], ["morph", "--operation", "open", "--element", "rect", "--size", "3x3"], \
+            ["add-c", "--constants", "-3000"], ["convert-scale", "--depth", "u8", "--scale", "0.0038911"], ["cmp-c", "--comparison", "less", "--constants", "90"]
+        file = []
+        for i, (command, *options) in enumerate(steps):
+            self.tarn(command, *file, *options, "-o", f"{i}.tif")
+            file = [f"{i}.tif"]
+        joined = sum((["--then", *step] for step in steps), [])[1:]
+        self.tarn(*joined, "-o", "out.tif")
+        self.assertEqual(self.get("out.tif"), self.get("4.tif"))
+        self.tarn(*joined, "--then", "and", "mask.png", "-o", "masked.png")
+        self.tarn("and", "4.tif", "mask.png", "-o", "wanted.png")
+        self.assertEqual(self.get("masked.png"), self.get("wanted.png"))
+        self.assertEqual(self.tarn(*joined, "--then", "mean"), self.tarn("mean", "4.tif"))
+        rows = self.pictures(3)
+        self.put("in/bad.png", b"not a picture")
+        shrunk = ["scale-resize", "in", "--size", "4x4", "--then", "not"]
+        done = self.run_tarn(*shrunk, "--then", "not", "--out-dir", "out", "-j", 2)
+        self.assertEqual(done.returncode, 1)
+        self.assertRegex(done.stderr, r"\Atarn: in/bad.png: step 1 \(scale-resize\): in/bad.png: is not a PNG")
+        self.tarn("scale-resize", *(f"in/{name}" for name in rows), "--size", "4x4", "--out-dir", "wanted")
+        for name in rows:
+            self.assertEqual(self.get(f"out/{name}"), self.get(f"wanted/{name}"))
+        for step, words, *arguments in (
+                ("step 2", "stands beside no command", "not", "in.png", "--then"),
+                ("step 1 (not)", "-o: is given, but another step follows", "not", "in.png", "-o", "a.png", "--then", "not", "-o", "b.png"),
+                ("step 2 (filter)", "--kind: is missing", "not", "in.png", "--then", "filter", "-o", "b.png"),
+                ("step 2 (info)", "takes no picture", "not", "in.png", "--then", "info"),
+                ("step 1 (mean)", "makes no picture", "mean", "in.png", "--then", "not", "-o", "b.png"),
+                ("step 2 (not)", "in.png: is too much", "not", "in.png", "--then", "not", "in.png", "-o", "b.png"),
+                ("step 2 (copy)", "--page: is of a file", "not", "in.png", "--then", "copy", "--page", "2", "-o", "b.png"),
+                ("step 2 (not)", "unknown extension .x", "not", "missing.png", "--then", "not", "-o", "b.x"),
+                ("--out-dir", "makes one picture of several", "and", "in.png", "in.png", "--then", "not", "--out-dir", "b"),
+                ("--out-dir", "is missing", "not", "in.png", "mask.png", "--then", "not", "-o", "b.png")):
+            self.refused(2, step, words, *arguments)
+
     def test_failed_pictures_are_told_at_the_end_and_a_second_run_takes_up_the_rest(self):
         rows = self.pictures(6)
         self.put("in/1.png", b"not a picture")

@@ -452,6 +452,22 @@ def copy_section(demo):
     demo.figures(figures)
 
 
+def steps_section(demo):
+    demo.section("steps", "Several steps", "--then hands a picture to the next command without a file in between, in the type that the operation "
+                 "gave it.")
+    source = demo.sample("coffee.png")
+    figures, line = [demo.figure(source, "input", "600 × 400", source=True)], []
+    for i, (title, *step) in enumerate((("grey", "copy-transform", source, "--colour", "grey"),
+                                        ("without its grain", "filter", "--kind", "median", "--size", "5x5"),
+                                        ("the edges", "morph", "--operation", "gradient", "--element", "ellipse", "--size", "3x3"),
+                                        ("the strong ones, dark on white", "threshold", "--method", "otsu", "--invert"))):
+        line += ["--then", *step] if line else step
+        arguments = [*line, "-o", f"coffee-step-{i}.png"]
+        demo.run(*arguments)
+        figures.append(demo.figure(arguments[-1], title, "600 × 400", command=" ".join(arguments)))
+    demo.figures(figures)
+
+
 def read_matrix(path):
     """The rows of a .npy file of 32-bit floats."""
     with open(path, "rb") as file:
@@ -534,6 +550,7 @@ SECTIONS = [
     ("digits", "Handwritten digits", digits_section),
     ("depth", "16 bits and float", depth_section),
     ("copy", "Copying and formats", copy_section),
+    ("steps", "Several steps", steps_section),
 ]
 
 

@@ -141,7 +141,7 @@ bool deliver(int socket, const void* from, size_t bytes) {
 }
 
 // A worker's life; it ends when the other side of the socket is closed.
-[[noreturn]] void work(int socket, Files& files, const Run& run, const std::vector<Job>& jobs) {
+[[noreturn]] void work(int socket, Files& files, const std::function<void()>& run, const std::vector<Job>& jobs) {
     Progress::silence();
     std::ostringstream printed;
     std::cout.rdbuf(printed.rdbuf());
@@ -200,7 +200,7 @@ private:
 
 class Batch {
 public:
-    Batch(Files& files, const Run& run, std::vector<Job> jobs)
+    Batch(Files& files, const std::function<void()>& run, std::vector<Job> jobs)
         : files_(files), run_(run), jobs_(std::move(jobs)), bar_(jobs_.size()) {}
 
     void run(size_t workers) {
@@ -298,7 +298,7 @@ private:
     }
 
     Files& files_;
-    const Run& run_;
+    const std::function<void()>& run_;
     std::vector<Job> jobs_;
     std::vector<Worker> workers_;
     std::map<size_t, std::string> failures_;
@@ -307,7 +307,7 @@ private:
     Bar bar_;
 };
 
-void run_batch(Files& files, const Run& run) {
+void run_batch(Files& files, const std::function<void()>& run) {
     if (!files.output.empty()) usage("--output", "can't go with --out-dir", "give --name for the names in the folder");
     auto workers = static_cast<size_t>(parse_integer(files.jobs.empty() ? "1" : files.jobs, "--jobs", 0, 1024));
     if (!workers) workers = std::max(1u, std::thread::hardware_concurrency());
@@ -338,17 +338,18 @@ void add_pictures(CLI::App& app, Files& files) {
     add_batch(app, files);
 }
 
-Run each_picture(Files& files, Run run) {
-    return [&files, run = std::move(run)] {
-        if (!files.out_dir.empty()) return run_batch(files, run);
+Run each_picture(Files& files, std::function<void()> one) {
+    const auto work = [&files, one] {
+        if (!files.out_dir.empty()) return run_batch(files, one);
         if (files.inputs.size() > 1)
             usage("--out-dir", "is missing, and " + std::to_string(files.inputs.size()) + " pictures are given",
                   "name the folder for the results");
         for (const auto& [option, given] :
              {std::pair{"--name", !files.name.empty()}, {"--jobs", !files.jobs.empty()}, {"--resume", files.resume}})
             if (given) usage(option, "goes with --out-dir", "give both");
-        run();
+        one();
     };
+    return Run(work, files, one);
 }
 
 }  // namespace tarn::tool

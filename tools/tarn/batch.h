@@ -13,9 +13,9 @@ void add_pictures(CLI::App& app, Files& files);
 // --out-dir and what belongs to it; add_pictures has them.
 void add_batch(CLI::App& app, Files& files);
 
-// run for a single input and its -o, or once for every picture that --out-dir asks for, with inputs and output of files
+// one for a single input and its -o, or once for every picture that --out-dir asks for, with inputs and output of files
 // set to that. files must live as long as run does.
-Run each_picture(Files& files, Run run);
+Run each_picture(Files& files, std::function<void()> one);
 
 }  // namespace tarn::tool
 #endif

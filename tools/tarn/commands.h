@@ -7,11 +7,32 @@
 #include <functional>
 #include <span>
 #include <string>
+#include <type_traits>
 
 namespace tarn::tool {
 
-// Does the command's work after the command line was read; throws Error.
-using Run = std::function<void()>;
+struct Files;
+
+// A command whose command line was read. Calling it does the work; throws Error.
+class Run {
+public:
+    Run() = default;
+    template <class Work>
+    requires(!std::is_same_v<Work, Run>) Run(Work work) : work_(std::move(work)) {}
+    // Of a command for one picture or for many: one works on that of files.
+    template <class Work>
+    Run(Work work, Files& files, std::function<void()> one)
+        : files(&files), one(std::move(one)), work_(std::move(work)) {}
+
+    explicit operator bool() const { return bool(work_); }
+    void operator()() const { work_(); }
+
+    Files* files = nullptr;
+    std::function<void()> one;
+
+private:
+    std::function<void()> work_;
+};
 
 struct Command {
     const char* name;       // sub-command: the qualified name without its family, "::" written "-"

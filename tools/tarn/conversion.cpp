@@ -75,12 +75,12 @@ void in_place(const Options& options, const char* operation, bool alpha_too, Wor
     const Module module;
     Timing timing{false};
     Operation op(module, operation, timing);
-    const Image result =
+    Image result =
         by_parts(source, source.shape, options.files.inputs[0], [&](Image& to, const Image& from, bool alpha) {
             copy_pixels(to, from);
             if (!alpha || alpha_too) work(op, to);
         });
-    out.write(result);
+    out.write(std::move(result));
     print_time(options.files, timing);
 }
 
@@ -128,14 +128,14 @@ void run_reshape(const Options& options) {
     const Module module;
     Timing timing{options.files.time};
     Operation reshape(module, "tarn::reshape", timing);
-    const Image result = by_parts(source, shape, "--size", [&](Image& to, const Image& from, bool) {
+    Image result = by_parts(source, shape, "--size", [&](Image& to, const Image& from, bool) {
         LumoMAT dst = to.view(), src = from.view();
         // The operation moves bits, and knows four bytes by the name of the signed kind.
         if (shape.sample == Sample::u32) dst.elemtype = src.elemtype = LUMO_S32 | LUMO_CHANNELS(to.shape.channels);
         reshape.call<TarnReshape>(describe(from.shape) + " to " + describe(to.shape), &dst,
                                   static_cast<const LumoMAT*>(&src), 0u);
     });
-    out.write(result);
+    out.write(std::move(result));
     print_time(options.files, timing);
 }
 

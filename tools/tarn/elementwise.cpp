@@ -232,12 +232,12 @@ Run setup_copy(CLI::App& app) {
         const Module module;
         Timing timing{files->time};
         Operation copy(module, "tarn::copy", timing);
-        const Image result = by_parts(source, source.shape, files->inputs[0], [&](Image& to, const Image& from, bool) {
+        Image result = by_parts(source, source.shape, files->inputs[0], [&](Image& to, const Image& from, bool) {
             LumoMAT dst = to.view();
             const LumoMAT src = from.view();
             copy.call<TarnCopy>(describe(source.shape), &dst, &src);
         });
-        out.write(result);
+        out.write(std::move(result));
         print_time(*files, timing);
     });
 }

@@ -42,7 +42,7 @@ void run_copymkb(const Copymkb& options) {
     Timing timing{files.time};
     Operation copymkb(module, "tarn::copymkb", timing);
     const Progress progress("making a border around " + files.inputs[0]);
-    const Image result = by_parts(source, shape, "--border", [&](Image& to, const Image& from, bool alpha) {
+    Image result = by_parts(source, shape, "--border", [&](Image& to, const Image& from, bool alpha) {
         TarnBORDER border = {int32_t(widths[0]), int32_t(widths[1]), int32_t(widths[2]), int32_t(widths[3]), {}};
         for (int c = 0; c < to.shape.channels; ++c)
             border.values[c] = values[size_t(alpha ? source.shape.channels - 1 : c)];
@@ -51,7 +51,7 @@ void run_copymkb(const Copymkb& options) {
         copymkb.call<TarnCopymkb>(describe(from.shape) + " to " + describe(to.shape), &dst, &src,
                                   uint32_t(constant ? TARN_BORDER_CONSTANT : TARN_BORDER_REPLICATE), &border);
     });
-    out.write(result);
+    out.write(std::move(result));
     print_time(files, timing);
 }
 
@@ -99,13 +99,13 @@ void run_filter(const Filter& options) {
     Timing timing{files.time};
     Operation filter(module, "tarn::filter", timing);
     const Progress progress("filtering " + files.inputs[0]);
-    const Image result = by_parts(source, shape, "--region", [&](Image& to, const Image& from, bool) {
+    Image result = by_parts(source, shape, "--region", [&](Image& to, const Image& from, bool) {
         LumoMAT dst = to.view();
         const LumoMAT src = from.view();
         filter.call<TarnFilter>(describe(to.shape) + ", under a mask of " + options.size, &dst, &src, &region, kind,
                                 &mask);
     });
-    out.write(result);
+    out.write(std::move(result));
     print_time(files, timing);
 }
 }  // namespace

@@ -3,11 +3,14 @@
 #include <cstdio>
 #include <cstring>
 #include <iostream>
+#include <memory>
 
+#include "batch.h"
+#include "call.h"
 #include "commands.h"
 #include "error.h"
 #include "level.h"
-#include "call.h"
+#include "options.h"
 #include "output.h"
 #include "words.h"
 
@@ -41,7 +44,7 @@ using namespace tarn::tool;
 // Throws for the first word that looks like an option and is none of the command's: other complaints of the parser
 // follow from it.
 void blame_unknown_option(const CLI::App& command, const std::string& see, int argc, char** argv) {
-    std::vector<std::string> names;
+    std::vector<std::string> names = {"--then"};
     for (const CLI::Option* option : command.get_options())
         for (const std::string& name : option->get_lnames()) names.push_back("--" + name);
     for (int i = 2; i < argc && std::strcmp(argv[i], "--") != 0; ++i) {
@@ -73,8 +76,21 @@ void blame_unknown_option(const CLI::App& command, const std::string& see, int a
     usage(command.empty() ? "command line" : command, text, see);
 }
 
-void run(int argc, char** argv) {
-    CLI::App app("Image-processing operations of the module tarn-ipp on PNG, JPEG, TIFF and PNM pictures.", "tarn");
+// What a command line asks for.
+struct Parsed {
+    std::unique_ptr<CLI::App> app;
+    Run run;
+    std::string command;
+    bool makes_picture = false;
+};
+
+// Reads a command line: of a step that takes the picture of the one before, or leaves one for the next, which not every
+// command does.
+Parsed parse(int argc, char** argv, bool takes = false, bool leaves = false) {
+    Parsed parsed;
+    parsed.app = std::make_unique<CLI::App>(
+        "Image-processing operations of the module tarn-ipp on PNG, JPEG, TIFF and PNM pictures.", "tarn");
+    CLI::App& app = *parsed.app;
     app.set_version_flag("-V,--version", "tarn " TARN_VERSION);
     app.require_subcommand(0, 1);
     app.set_help_flag("-h,--help", "print this help");
@@ -86,15 +102,17 @@ void run(int argc, char** argv) {
         "carried over, other metadata are not.\n"
         "Several: commands that make one picture of one take more, or a folder, with --out-dir. Pipes: - and "
         "--format.\n"
+        "Steps: tarn resize a.png --size 640x480 --then filter --kind median --size 3x3 -o b.png hands the picture on "
+        "in "
+        "memory.\n"
         "Environment: TARN_MODULE names another module library, TARN_LEVEL a processor level as --level does.\n"
         "Exit status: 0 done, 1 the work failed, 2 the command line is wrong.");
-    Run chosen;
     std::string level;
     for (const Command& command : commands()) {
         CLI::App* sub = app.add_subcommand(command.name, command.summary);
         sub->footer(help_footer(command));
         sub->set_help_flag("-h,--help", "print this help");
-        sub->callback([&chosen, run = command.setup(*sub)] { chosen = run; });
+        sub->callback([&parsed, run = command.setup(*sub)] { parsed.run = run; });
         sub->add_option("--level", level, "processor level to run at, as `tarn info` names them (default: the highest)")
             ->type_name("NAME");
     }
@@ -103,18 +121,112 @@ void run(int argc, char** argv) {
         const Command* command = find_command(argv[1]);
         if (!command) unknown_command(argv[1]);
         words[1] = const_cast<char*>(command->name);
+        parsed.command = command->name;
+        const CLI::App* sub = app.get_subcommand(command->name);
+        parsed.makes_picture = sub->get_option_no_throw("--quality");
+        if (takes && !sub->get_option_no_throw("--autorotate"))
+            usage(parsed.command, "takes no picture", "begin with it");
+        if (leaves && !parsed.makes_picture) usage(parsed.command, "makes no picture", "end with it");
     }
     try {
         app.parse(argc, words.data());
     } catch (const CLI::Success& wanted) {  // help and version
         app.exit(wanted, std::cout, std::cerr);
-        chosen = [] {};
+        parsed.run = [] {};
     } catch (const CLI::ParseError& error) {
         bad_command_line(app, error, argc, argv);
     }
-    if (!chosen) usage("command line", "the command is missing", "`tarn help` lists them");
-    want_level(level);
-    chosen();
+    if (!parsed.run) usage("command line", "the command is missing", "`tarn help` lists them");
+    if (!level.empty()) want_level(level);
+    return parsed;
+}
+
+// ---- Steps: one command line after the other, of which each takes the picture that the one before has made ---------
+
+constexpr char kThen[] = "--then";
+
+struct Step {
+    std::string title;  // "step 2 (filter)"
+    Parsed parsed;
+};
+
+void do_step(const Step& step, const std::function<void()>& work) {
+    try {
+        work();
+    } catch (const Error& error) {
+        throw Error(error.status, step.title + ": " + error.line);
+    }
+}
+
+// Reads one of `count` steps: words are its own, the program's name first.
+Step parse_step(std::vector<std::string> words, size_t number, size_t count) {
+    const auto picture_of = [](size_t step) { return "the picture of step " + std::to_string(step); };
+    Step step;
+    step.title = "step " + std::to_string(number);
+    do_step(step, [&] {
+        if (words.size() < 2 || words[1].starts_with("-"))
+            usage(kThen, "stands beside no command", "give one before and after it");
+    });
+    step.title += " (" + words[1] + ")";
+    do_step(step, [&] {
+        std::vector<std::string> between;
+        if (number > 1) between.push_back(picture_of(number - 1));
+        if (number < count) {
+            for (const std::string& word : words)
+                if (word.starts_with("-o") || word.starts_with("--output") || word == "--out-dir")
+                    usage(word, "is given, but another step follows", "give it to the last step");
+            between.insert(between.begin(), {"-o", picture_of(number)});
+            keep_in_memory(picture_of(number));
+        }
+        words.insert(words.begin() + 2, between.begin(), between.end());
+        std::vector<char*> pointers;
+        for (std::string& word : words) pointers.push_back(word.data());
+        step.parsed = parse(static_cast<int>(pointers.size()), pointers.data(), number > 1, number < count);
+        const Parsed& parsed = step.parsed;
+        if (number > 1 && parsed.run.files && parsed.run.files->inputs.size() > 1)
+            usage(parsed.run.files->inputs[1], "is too much: the step before gives the picture",
+                  "give files to the first step");
+    });
+    return step;
+}
+
+void run_steps(const std::vector<std::vector<std::string>>& lines) {
+    std::vector<Step> steps;
+    for (size_t i = 0; i < lines.size(); ++i) steps.push_back(parse_step(lines[i], i + 1, lines.size()));
+    Files *first = steps[0].parsed.run.files, *last = steps.back().parsed.run.files;
+    if (last && last->out_dir.empty() && steps.back().parsed.makes_picture)
+        do_step(steps.back(), [&] { ImageOutput{*last}; });  // a name that can't be written is told before the work
+    if (!first || !last) {
+        if (last && !last->out_dir.empty())
+            usage("--out-dir", "is given, but " + steps[0].parsed.command + " makes one picture of several",
+                  "begin with a command for one");
+        for (const Step& step : steps) do_step(step, [&] { step.parsed.run(); });
+        return;
+    }
+    // Of the whole the inputs are those of the first step, all else is of the last.
+    Files files = *last;
+    files.inputs = first->inputs;
+    files.page = first->page;
+    each_picture(files, [&] {
+        first->inputs = files.inputs;
+        first->page = files.page;
+        last->output = files.output;
+        for (const Step& step : steps)
+            do_step(step, [&] { step.parsed.run.files ? step.parsed.run.one() : step.parsed.run(); });
+    })();
+}
+
+void run(int argc, char** argv) {
+    std::vector<std::vector<std::string>> lines(1, {argv[0]});
+    for (int i = 1; i < argc; ++i)
+        if (std::strcmp(argv[i], kThen) == 0)
+            lines.push_back({argv[0]});
+        else
+            lines.back().push_back(argv[i]);
+    if (lines.size() > 1)
+        run_steps(lines);
+    else
+        parse(argc, argv).run();
     if (!std::cout.flush()) fail("standard output", "can't be written", "make room or redirect it elsewhere");
 }
 }  // namespace

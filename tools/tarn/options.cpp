@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <iostream>
 #include <limits>
+#include <map>
 
 #include "error.h"
 #include "progress.h"
@@ -217,7 +218,24 @@ void add_text_output(CLI::App& app, Files& files) {
 
 void add_json(CLI::App& app, bool& json) { app.add_flag("--json", json, "print JSON"); }
 
+namespace {
+std::map<std::string, std::optional<Image>> in_memory;
+
+std::optional<Image>* memory_of(const std::string& name) {
+    const auto found = in_memory.find(name);
+    return found == in_memory.end() ? nullptr : &found->second;
+}
+}  // namespace
+
+void keep_in_memory(const std::string& name) { in_memory[name]; }
+
 Image read_input(const Files& files, size_t index) {
+    if (std::optional<Image>* memory = memory_of(files.inputs.at(index))) {
+        if (!files.page.empty()) usage("--page", "is of a file", "give it to the first step");
+        Image image = std::move(memory->value());
+        memory->reset();
+        return image;
+    }
     const Progress progress("reading " + files.inputs.at(index));
     Reading reading{files.autorotate};
     if (files.page == "all") usage("--page", "'all' needs a folder for the results", "give --out-dir, or a number");
@@ -265,20 +283,29 @@ Format output_format(const Files& files) {
 constexpr int kChroma[] = {444, 422, 420};
 
 ImageOutput::ImageOutput(const Files& files)
-    : format_(output_format(files)),
+    : memory_(memory_of(files.output)),
       encoding_{
           static_cast<int>(parse_integer(files.quality, "--quality", 1, 100)),
           kChroma[parse_word(files.subsampling, "--subsampling", {"444", "422", "420"})],
           static_cast<int>(parse_integer(files.png_effort, "--effort", 0, 9)),
-          static_cast<Encoding::Tiff>(parse_word(files.compression, "--compression", {"none", "lzw", "deflate"}))},
-      file_(files.output) {}
+          static_cast<Encoding::Tiff>(parse_word(files.compression, "--compression", {"none", "lzw", "deflate"}))} {
+    if (memory_) return;
+    format_ = output_format(files);
+    file_.emplace(files.output);
+}
 
-void ImageOutput::check(const Shape& shape) const { check_format(shape, format_, file_.path()); }
+void ImageOutput::check(const Shape& shape) const {
+    if (file_) check_format(shape, format_, file_->path());
+}
 
-void ImageOutput::write(const Image& image) {
-    const Progress progress("writing " + file_.path());
-    encode_image(file_, image, format_, encoding_);
-    file_.commit();
+void ImageOutput::write(Image image) {
+    if (memory_) {
+        *memory_ = std::move(image);
+        return;
+    }
+    const Progress progress("writing " + file_->path());
+    encode_image(*file_, image, format_, encoding_);
+    file_->commit();
 }
 
 void write_text(const Files& files, const std::string& text) {

@@ -73,6 +73,10 @@ void add_json(CLI::App& app, bool& json);
 
 // ---- Input and output ---------------------------------------------------------------------------------------------
 
+// From now on this name stands for a picture in memory, which one step of a command line leaves for the next: an output
+// of that name puts it there, an input takes it away.
+void keep_in_memory(const std::string& name);
+
 // Reads input number index with progress shown.
 Image read_input(const Files& files, size_t index = 0);
 // Reads all inputs; throws when they differ in shape from the first.
@@ -87,12 +91,13 @@ class ImageOutput {
 public:
     explicit ImageOutput(const Files& files);
     void check(const Shape& shape) const;  // throws when the format can't hold such a picture
-    void write(const Image& image);
+    void write(Image image);
 
 private:
-    Format format_;
+    std::optional<Image>* memory_;  // where a picture goes that is kept in memory, else null
+    Format format_ = {};
     Encoding encoding_;
-    OutputFile file_;
+    std::optional<OutputFile> file_;
 };
 
 // Writes to the -o file, whole or not at all, or to standard output.

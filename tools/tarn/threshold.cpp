@@ -138,7 +138,7 @@ void run_threshold(const Threshold& options) {
     Timing timing{files.time};
     Operation threshold(module, "tarn::threshold", timing);
     const Progress progress("thresholding " + files.inputs[0]);
-    const Image result = by_parts(source, source.shape, files.inputs[0], [&](Image& to, const Image& from, bool alpha) {
+    Image result = by_parts(source, source.shape, files.inputs[0], [&](Image& to, const Image& from, bool alpha) {
         if (alpha) {
             for (int64_t y = 0; y < to.shape.height; ++y) std::memcpy(to.row(y), from.row(y), from.row_bytes());
             return;
@@ -149,7 +149,7 @@ void run_threshold(const Threshold& options) {
         threshold.call<TarnThreshold>(describe(from.shape), &dst, &src, static_cast<const LumoRECT*>(nullptr),
                                       &request.options, uint64_t(request.specs.size()), request.specs.data());
     });
-    out.write(result);
+    out.write(std::move(result));
     if (method == kOtsu && options.tiles.empty()) {
         const double level = double(request.specs[0].value) + (source.shape.sample == Sample::u16 ? kOffset16 : 0);
         const bool whole = source.shape.sample != Sample::f32;
