@@ -283,7 +283,9 @@ TEST(morph, refuses_what_it_can_not_do_and_leaves_the_destination) {
     const LumoRECT higher = {3, 3, 8, 9};
     for (const auto& [dsts, srcs] :
          {std::pair<std::vector<LumoMAT*>, std::vector<const LumoMAT*>>{{nullptr}, {&src}}, {{&dst}, {nullptr}}})
-        expect_refused(dst, kTexts, [&](QuelERR* err) { return morph(&basic, 3, dsts, srcs, &inside, err); });
+        expect_refused(dst, kTexts, [&, &dsts = dsts, &srcs = srcs](QuelERR* err) {
+            return morph(&basic, 3, dsts, srcs, &inside, err);
+        });
     expect_refused(dst, kTexts, [&](QuelERR* err) { return morph(&advanced, 3, {&dst}, {&src}, &inside, err); });
     expect_refused(dst, kTexts, [&](QuelERR* err) { return morph(&advanced, 5, {&dst}, {&src}, &higher, err); });
     // The pictures before the one at fault are done.

@@ -254,7 +254,8 @@ TEST(warp, reaches_every_part_of_a_very_wide_source) {
 }
 
 TEST(warp, takes_any_coefficients) {
-    constexpr double kInfinity = std::numeric_limits<double>::infinity(), kNan = std::numeric_limits<double>::quiet_NaN();
+    constexpr double kInfinity = std::numeric_limits<double>::infinity(),
+                     kNan = std::numeric_limits<double>::quiet_NaN();
     const auto src = noise<float>({9, 7}, 1, 1);
     const auto status = [&](Mode mode, const Affine& m) {
         Pixels<float> dst{{40, 30}, 1};
