@@ -14,10 +14,12 @@ namespace {
 struct ChannelLine {
     F32 scale[3], offset[3];
     [[gnu::noinline]] ChannelLine(const float* s, const float* o, int channels) {
+        if (channels == 1) {
+            for (int j = 0; j < 3; ++j) scale[j] = splat(*s), offset[j] = splat(*o);
+            return;
+        }
         const auto repeated = [=](const float* pixel) {
-            return channels == 1   ? pattern_of<float, Form::c1>(pixel)
-                   : channels == 3 ? pattern_of<float, Form::c3>(pixel)
-                                   : pattern_of<float, Form::c4>(pixel);
+            return channels == 3 ? pattern_of<float, Form::c3>(pixel) : pattern_of<float, Form::c4>(pixel);
         };
         const Pattern scales = repeated(s), offsets = repeated(o);
         for (int j = 0; j < 3; ++j) scale[j] = (F32)scales.v[j], offset[j] = (F32)offsets.v[j];
@@ -89,6 +91,9 @@ template <class D>
     }
 }
 
+// Elements from which the constants of MapBytes are worth making.
+constexpr int64_t kManyBytes = 2048;
+
 // scale, offset: one an element of a pixel.
 template <bool kKept, class S, class D>
 void map_plane(const void* src, int32_t src_stride, void* dst, int32_t dst_stride, Size size, int channels,
@@ -98,7 +103,8 @@ void map_plane(const void* src, int32_t src_stride, void* dst, int32_t dst_strid
         map_blocks<kKept, S>(src, src_stride, dst, dst_stride, size, channels, strip, f);
     };
     if constexpr (kHasMulAdd && sizeof(S) == 1 && sizeof(D) == 1)
-        if (const MapBytes<F32> bytes(line); bytes.fits) return map(bytes);
+        if (int64_t(size.width) * size.height * channels >= kManyBytes)
+            if (const MapBytes<F32> bytes(line); bytes.fits) return map(bytes);
     map(MapFloats<D>{line});
     // Where a constant is NaN, so is every result; which NaN would depend on the operands' order, so it is set.
     if constexpr (sizeof(D) == 4)
