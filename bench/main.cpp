@@ -88,14 +88,17 @@ Family::Family(const char* name, void (*run)(Bench&)) : name(name), run(run) { f
 
 std::vector<double> interleaved(const std::vector<Contender>& contenders, const Options& options) {
     const double slice = options.quick ? 0.0005 : 0.002;
-    const int rounds = options.quick ? 7 : 21;
+    const double enough = 0.25;  // for all rounds, so that rows of large images have fewer
     std::vector<int64_t> calls;
+    double round = 0;
     std::vector<double> best(contenders.size(), 1e9);
     for (const Contender& c : contenders) {
         const double once = time_calls(c.run, 1);
         const double warm = once > slice ? once : time_calls(c.run, 3);
         calls.push_back(std::max<int64_t>(1, int64_t(slice / std::max(warm, 1e-8))));
+        round += warm * double(calls.back());
     }
+    const int rounds = options.quick ? 7 : int(std::clamp(enough / round, 5.0, 21.0));
     for (int r = 0; r < rounds; ++r)
         for (size_t i = 0; i < contenders.size(); ++i) {
             // Turns rotate, so that nobody always follows the same neighbour.

@@ -1,5 +1,5 @@
 // Resizes beside OpenCV's, libyuv's (linear and nearest, 8-bit) and zimg's (one channel; it widens its kernel when it
-// shrinks). Sources of 256 x 256 and 1920 x 1080 at factors 1/2, 3/4 and 2.
+// shrinks). Sources of 256 x 256 and 1920 x 1080 at factors from 1/10 to 4, for linear and cubic some of 4096 x 4096.
 #include "cases/resize.h"
 
 #include <libyuv/scale.h>
@@ -79,8 +79,8 @@ struct Form {
     const char* name;
     int opencv;
 };
-constexpr Form kForms[] = {{"u8_c1", CV_8UC1},   {"u8_c3", CV_8UC3},   {"u8_c4", CV_8UC4}, {"s16_c1", CV_16SC1},
-                           {"f32_c1", CV_32FC1}, {"f32_c3", CV_32FC3}, {"u8_c3x", CV_8UC4}};
+constexpr Form kForms[] = {{"u8_c1", CV_8UC1},   {"u8_c3", CV_8UC3},   {"u8_c4", CV_8UC4},   {"s16_c1", CV_16SC1},
+                           {"s16_c3", CV_16SC3}, {"f32_c1", CV_32FC1}, {"f32_c3", CV_32FC3}, {"u8_c3x", CV_8UC4}};
 
 void peers(Bench& b, const std::string& shape) {
     for (const Mode& mode : kModes)
@@ -117,16 +117,29 @@ void peers(Bench& b, const std::string& shape) {
         }
 }
 
+const std::vector<cases::Shape> kShapes = {
+    {"twice", 1, 2, 0, 0, 0, 0},      {"half", 2, 1, 0, 0, 0, 0}, {"three quarters", 4, 3, 0, 0, 0, 0},
+    {"0.99", 100, 99, 0, 0, 0, 0},    {"1/3", 3, 1, 0, 0, 0, 0},  {"1/10", 10, 1, 0, 0, 0, 0},
+    {"four times", 1, 4, 0, 0, 0, 0},
+};
+
 void run(Bench& b) {
-    for (const cases::Shape& shape : cases::shapes()) {
+    for (const cases::Shape& shape : kShapes) {
         const std::string name = shape.name;
-        if (name != "half" && name != "three quarters" && name != "twice") continue;
         peers(b, name);
-        const auto scaled = [&](int length) { return length * shape.denominator / shape.numerator; };
-        const Measure measure{b, {{scaled(256), scaled(256)}, {scaled(1920), scaled(1080)}}};
-        cases::resize_cases([&](const Case& c) {
-            if (c.name.ends_with(" " + name)) measure(c);
-        });
+        const auto destination_of = [&](int width, int height) {
+            return Size{width * shape.denominator / shape.numerator, height * shape.denominator / shape.numerator};
+        };
+        const bool large = name == "half" || name == "three quarters";
+        cases::resize_cases(
+            [&](const Case& c) {
+                std::vector<Size> sizes = {destination_of(256, 256), destination_of(1920, 1080)};
+                if (name == "four times") sizes.back() = {1920, 1080};
+                if (large && (c.name.starts_with("resize_linear_") || c.name.starts_with("resize_cubic_")))
+                    sizes.push_back(destination_of(4096, 4096));
+                b.row(c, sizes);
+            },
+            {shape});
     }
 }
 

@@ -41,11 +41,12 @@ inline const std::vector<Shape>& shapes() {
     return all;
 }
 
+// Every kernel at every one of the shapes.
 template <class Visit>
-void resize_cases(Visit&& visit) {
+void resize_cases(Visit&& visit, const std::vector<Shape>& shapes = cases::shapes()) {
     // Kernels of one type; and those that widen bytes.
     const auto cases_of = [&]<class From>(From, const Listed<k::Resize>& k, const cases::Plane& dst) {
-        for (const Shape& shape : shapes()) {
+        for (const Shape& shape : shapes) {
             Case c{k.name + " " + shape.name, {in<From>(k.channels), dst}, {}, {}};
             c.planes[0].size_of = [shape](Size n) { return shape.source(n); };
             c.run = [k, shape](const View* v, Size n) {
