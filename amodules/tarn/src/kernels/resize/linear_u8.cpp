@@ -13,7 +13,7 @@
 #include "kernels/plane/ring.h"
 #include "kernels/plane/strips.h"
 #include "kernels/plane/taps.h"
-#include "kernels/resize/half_u8.h"
+#include "kernels/resize/half.h"
 #include "kernels/resize/windows.h"
 
 namespace tarn::k::TARN_LEVEL {
@@ -173,7 +173,7 @@ Status in_strips(const Job& j, int channels) {
 
 template <Form kForm>
 Status linear(const Job& j) {
-    return halves(j) ? half<kForm>(j) : in_strips<kept(kForm)>(j, channels(kForm));
+    return halves(j) ? half<uint8_t, kForm>(j) : in_strips<kept(kForm)>(j, channels(kForm));
 }
 
 }  // namespace

@@ -1,0 +1,135 @@
+// For the linear resizes only: to exactly half the size, which is the mean of 2 x 2 pixels. Integers are summed as such
+// and rounded once, to the nearest, ties to even; floats are the sums of the general resize, whose weights are all a half.
+#pragma once
+
+#include "kernels/resize/job.h"
+#include "kernels/simd/fused.h"
+
+namespace tarn::k::TARN_LEVEL {
+namespace {
+
+// Drops kBits fraction bits: to the nearest, ties to even.
+template <int kBits>
+inline int32_t round_even(int32_t v) {
+    return (v + (1 << (kBits - 1)) - 1 + (v >> kBits & 1)) >> kBits;
+}
+template <int kBits>
+inline S32 round_even(S32 v) {
+    return (v + splat((1 << (kBits - 1)) - 1) + (v >> kBits & splat(1))) >> kBits;
+}
+template <int kBits>
+inline S16 round_even(U16 v) {
+    return (S16)(add_and_carry(v, (1 << (kBits - 1)) - 1, 1 << kBits) >> kBits);
+}
+
+inline float mean(float a, float b) { return mul_add(b, 0.5f, 0.5f * a); }
+inline F32 mean(F32 a, F32 b) { return mul_add_weighted(b, splat(0.5f), splat(0.5f) * a); }
+
+// The elements of the means, as wide as their sums, of vectors whose neighbours go together.
+inline S16 means_of_pairs(U8 upper, U8 lower) {
+    const S8 ones = splat(int8_t(1));
+    return round_even<2>((U16)(mul_add_pairs(upper, ones) + mul_add_pairs(lower, ones)));
+}
+inline S32 means_of_pairs(S16 upper, S16 lower) {
+    const S16 ones = splat(int16_t(1));
+    return round_even<2>(mul_add_pairs(upper, ones) + mul_add_pairs(lower, ones));
+}
+inline Bytes narrowed(S16 a, S16 b) { return (Bytes)narrow_groups_u8(a, b); }
+inline Bytes narrowed(S32 a, S32 b) { return (Bytes)narrow_groups(a, b); }
+
+// Moves the elements that go together beside each other: whole pixels of a group.
+template <class T, int kChannels>
+inline Vec<T> neighbours(Bytes v) {
+    static constexpr int8_t k8c3[] = {0, 3, 1, 4, 2, 5, 6, 9, 7, 10, 8, 11, -1, -1, -1, -1};
+    static constexpr int8_t k8c4[] = {0, 4, 1, 5, 2, 6, 3, 7, 8, 12, 9, 13, 10, 14, 11, 15};
+    static constexpr int8_t k16c3[] = {0, 1, 6, 7, 2, 3, 8, 9, 4, 5, 10, 11, -1, -1, -1, -1};
+    static constexpr int8_t k16c4[] = {0, 1, 8, 9, 2, 3, 10, 11, 4, 5, 12, 13, 6, 7, 14, 15};
+    if constexpr (kChannels == 1)
+        return (Vec<T>)v;
+    else if constexpr (sizeof(T) == 1)
+        return (Vec<T>)lookup(v, every_group(kChannels == 3 ? k8c3 : k8c4));
+    else
+        return (Vec<T>)lookup(v, every_group(kChannels == 3 ? k16c3 : k16c4));
+}
+
+// Outputs of one vector: a group of three channels makes 12 bytes of whole pixels.
+template <int kChannels>
+constexpr int kHalfBytes = kChannels == 3 ? kGroups * 12 : kVector;
+
+// The means of 2 x 2 pixels: kHalfBytes bytes of outputs from twice as many of each row. Of three channels a vector more is
+// read than that has.
+template <class T, int kChannels>
+inline Bytes half_vector(const uint8_t* upper, const uint8_t* lower) {
+    // Three channels: a group holds the 12 bytes of one window of either kind.
+    static constexpr int64_t kEven[] = {0, 24, 48, 72}, kOdd[] = {12, 36, 60, 84};
+    static constexpr int64_t kLeft[] = {0, 32, 64, 96}, kRight[] = {16, 48, 80, 112};
+    if constexpr (sizeof(T) == 4) {
+        const auto across = [](const uint8_t* p) {
+            if constexpr (kChannels == 1) {
+                const Bytes first = load<Bytes>(p), second = load<Bytes>(p + kVector);
+                return mean((F32)even32(first, second), (F32)odd32(first, second));
+            } else {
+                return mean((F32)load_groups(p, kChannels == 3 ? kEven : kLeft),
+                            (F32)load_groups(p, kChannels == 3 ? kOdd : kRight));
+            }
+        };
+        const Bytes v = (Bytes)settle_nan(mean(across(upper), across(lower)));
+        return kChannels == 1 ? in_order_once(v) : kChannels == 3 ? join_twelves(v) : v;
+    } else if constexpr (kChannels == 3) {
+        static constexpr int8_t kTogether[] = {0, 1, 2, 3, 4, 5, 8, 9, 10, 11, 12, 13, -1, -1, -1, -1};
+        const auto means = [&](const int64_t* from) {
+            return means_of_pairs(neighbours<T, 3>(load_groups(upper, from)),
+                                  neighbours<T, 3>(load_groups(lower, from)));
+        };
+        return join_twelves(lookup(narrowed(means(kEven), means(kOdd)), every_group(kTogether)));
+    } else {
+        const auto means = [&](int64_t from) {
+            return means_of_pairs(neighbours<T, kChannels>(load<Bytes>(upper + from)),
+                                  neighbours<T, kChannels>(load<Bytes>(lower + from)));
+        };
+        return in_order_once(narrowed(means(0), means(kVector)));
+    }
+}
+
+// A row of n bytes.
+template <class T, int kChannels, bool kKept>
+void half_row(const uint8_t* upper, const uint8_t* lower, int64_t n, uint8_t* dst) {
+    int64_t i = 0;
+    if constexpr (kHasLookup || kChannels == 1 || sizeof(T) == 4) {
+        constexpr int kStep = kHalfBytes<kChannels>;
+        const Bytes mask = colour_mask<T>();
+        for (; n - i >= kVector; i += kStep)  // of three channels a store overlaps the next
+            store_form_where<kKept>(Whole{}, dst + i, half_vector<T, kChannels>(upper + 2 * i, lower + 2 * i), mask);
+        for (; i < n; i += kStep) {
+            const int64_t count = min<int64_t>(kStep, n - i);
+            uint8_t above[2 * kVector] = {}, below[2 * kVector] = {};
+            memcpy(above, upper + 2 * i, size_t(2 * count));
+            memcpy(below, lower + 2 * i, size_t(2 * count));
+            store_form_where<kKept>(Part{count}, dst + i, half_vector<T, kChannels>(above, below), mask);
+        }
+    } else {
+        const Loose<T>* TARN_RESTRICT a = reinterpret_cast<const Loose<T>*>(upper);
+        const Loose<T>* TARN_RESTRICT b = reinterpret_cast<const Loose<T>*>(lower);
+        Loose<T>* TARN_RESTRICT d = reinterpret_cast<Loose<T>*>(dst);
+        for (n /= sizeof(T); i < n; ++i) {
+            if (kKept && i % 4 == 3) continue;
+            const int64_t at = i / kChannels * 2 * kChannels + i % kChannels;
+            d[i] = T(round_even<2>(a[at] + a[at + kChannels] + b[at] + b[at + kChannels]));
+        }
+    }
+}
+
+template <class T, Form kForm>
+Status half(const Job& j) {
+    constexpr int64_t kPixel = kPixelBytes<T, kForm>;
+    for (int64_t y = j.top; y < j.bottom; ++y) {
+        const int64_t at = j.region.x * kPixel;
+        half_row<T, channels(kForm), kept(kForm)>(j.src_row<uint8_t>(j.region.y + 2 * y) + at,
+                                                  j.src_row<uint8_t>(j.region.y + 2 * y + 1) + at,
+                                                  j.dst_size.width * kPixel, j.dst_row<uint8_t>(y));
+    }
+    return kOk;
+}
+
+}  // namespace
+}  // namespace tarn::k::TARN_LEVEL
