@@ -8,8 +8,8 @@
 // Errors: of f 255 * 2^-17 and 255 * 2^-16, of the two roundings 2^-8 each: below 1/64 together. Fractions up to 7
 // bits, hence every factor of a power of two to 64, lose nothing.
 //
-// Horizontally 8 outputs find their pixels in one or two windows of the source row; where they reach further, and
-// without look-ups, pixel by pixel.
+// Horizontally 8 outputs find their pixels in one or two windows of the source row; where they reach further, each output
+// loads its own few bytes; without look-ups, pixel by pixel.
 #include "kernels/plane/ring.h"
 #include "kernels/plane/strips.h"
 #include "kernels/plane/taps.h"
@@ -21,16 +21,23 @@ namespace {
 
 constexpr int64_t kStripElements = 2016;  // at most; tables and ring stay in the first-level cache
 constexpr int64_t kRingElements = 2048;   // a ring row, readable by whole vectors
-constexpr int kGroup = 8;                 // outputs of a group of windows
+constexpr int64_t kSlots = 2720;  // of the tables: three channels of pixels apart leave a quarter of them unused
+constexpr int kGroup = 8;         // outputs of a group of windows
 
-// What the rows of a strip of columns are made with.
+// Where the bytes of outputs come from: see the loops.
+enum class Fetch { one_window, two_windows, apart, by_pixel };
+
+// What the rows of a strip of columns are made with. A slot is an element, but for three channels of pixels apart, whose
+// groups are two pixels and two slots of no meaning.
 struct StripTables {
-    int64_t pixels, elements;
-    int32_t *left, *right;  // per pixel: source pixels a and b
-    int16_t* fraction;      // per element: f, or f - 1 when negative, in 2^-16
-    bool in_windows;        // the tables below are in use
-    Windows windows;        // 16 per group: a and b of each output
-    int8_t* base;           // 16 per group: -128 at that of a and b that the sum starts from
+    int64_t pixels, elements, slots;
+    int32_t *left, *right;    // per pixel: source pixels a and b
+    int16_t* pixel_fraction;  // per pixel: f, or f - 1 when negative, in 2^-16
+    int16_t* fraction;        // per slot: the same
+    Fetch fetch;
+    Windows windows;  // 16 per group: a and b of each output
+    int32_t* at;      // apart: the first byte of each load
+    int8_t* base;     // 16 per group: -128 at that of a and b that the sum starts from
 };
 
 // The source bytes of a strip, a and b of each element; past the end the last again.
@@ -54,26 +61,68 @@ struct BytesOfPairs {
 // ---- Rows ---------------------------------------------------------------------------------------------------------
 // Not inlined: constants would be taken out of the loop over rows, and from there to memory.
 
-void resample_by_pixel(const StripTables& t, const uint8_t* s, int channels, int16_t* out) {
-    int64_t e = 0;
-    for (int64_t x = 0; x < t.pixels; ++x) {
-        const uint8_t *a = s + int64_t(t.left[x]) * channels, *b = s + int64_t(t.right[x]) * channels;
-        for (int c = 0; c < channels; ++c, ++e) {
-            const int32_t f = t.fraction[e], start = f < 0 ? b[c] : a[c];
-            out[e] = int16_t(start * 128 + ((64 * (b[c] - a[c]) * f + 0x4000) >> 15));
+template <int kChannels>
+void resample_by_pixel(const StripTables& t, const uint8_t* s, int16_t* out) {
+    const int32_t *left = t.left, *right = t.right;
+    const int16_t* fraction = t.pixel_fraction;
+    for (int64_t x = 0, n = t.pixels; x < n; ++x) {
+        const uint8_t *a = s + int64_t(left[x]) * kChannels, *b = s + int64_t(right[x]) * kChannels;
+        const int32_t f = fraction[x];
+        for (int c = 0; c < kChannels; ++c) {
+            const int32_t start = f < 0 ? b[c] : a[c];
+            *out++ = int16_t(start * 128 + ((64 * (b[c] - a[c]) * f + 0x4000) >> 15));
         }
     }
 }
 
+// The outputs of a vector of slots, of a and b of each.
+inline U16 between(const StripTables& t, Bytes pairs, int64_t slot) {
+    const S8 difference = (S8)splat(int16_t(64 << 8 | (-64 & 0xff)));
+    const S16 start = mul_add_pairs(pairs, load<S8>(t.base + 2 * slot));  // -128 times
+    const S16 more = mul_fixed15(mul_add_pairs(pairs, difference), load<S16>(t.fraction + slot));
+    return (U16)more - (U16)start;
+}
+
 template <bool kTwo>
 [[gnu::noinline]] void resample_by_windows(const StripTables& t, const uint8_t* s, int16_t* out) {
-    const S8 difference = (S8)splat(int16_t(64 << 8 | (-64 & 0xff)));
     const StripTables u = t;  // in registers
-    for (int64_t g = 0; g * kGroup < u.elements; g += kGroups) {
-        const Bytes pairs = pick<kTwo>(u.windows, s, g);
-        const S16 start = mul_add_pairs(pairs, load<S8>(u.base + g * kWindow));  // -128 times
-        const S16 more = mul_fixed15(mul_add_pairs(pairs, difference), load<S16>(u.fraction + g * kGroup));
-        store(out + g * kGroup, (U16)more - (U16)start);
+    for (int64_t g = 0; g * kGroup < u.slots; g += kGroups)
+        store(out + g * kGroup, between(u, pick<kTwo>(u.windows, s, g), g * kGroup));
+}
+
+// One channel: four bytes of each output, of which two are picked; more: eight bytes of each pixel, two to a group.
+template <int kChannels>
+[[gnu::noinline]] void resample_apart(const StripTables& t, const uint8_t* s, int16_t* out) {
+    constexpr int64_t kStored = kChannels == 3 ? kGroup / 4 * 3 : kGroup;  // of a group
+    const StripTables u = t;                                               // in registers
+    for (int64_t g = 0; g * kGroup < u.slots; g += kGroups) {
+        Bytes pairs;
+        if constexpr (kChannels == 1) {
+            const int32_t* at = u.at + g * kGroup;
+            pairs = lookup(load_quarters(s, at), load<Bytes>(u.windows.low + g * kWindow)) |
+                    lookup(load_quarters(s, at + kLanes<int32_t>), load<Bytes>(u.windows.high + g * kWindow));
+        } else {
+            pairs = lookup(load_halves(s, u.at + 2 * g, 2), load<Bytes>(u.windows.low + g * kWindow));
+        }
+        const U16 v = between(u, pairs, g * kGroup);
+        if constexpr (kChannels == 3)
+            store(out + g * kStored, join_twelves((Bytes)v));
+        else
+            store(out + g * kStored, v);
+    }
+}
+
+template <int kChannels>
+void resample_row(const StripTables& t, const uint8_t* s, int16_t* out) {
+    switch (t.fetch) {
+        case Fetch::one_window:
+            return resample_by_windows<false>(t, s, out);
+        case Fetch::two_windows:
+            return resample_by_windows<true>(t, s, out);
+        case Fetch::apart:
+            return resample_apart<kChannels>(t, s, out);
+        case Fetch::by_pixel:
+            return resample_by_pixel<kChannels>(t, s, out);
     }
 }
 
@@ -108,6 +157,47 @@ inline int64_t split(const Walk& walk, int32_t* fraction) {
     return a;
 }
 
+// Fills the tables of slots: slot_pixel(slot) is the pixel of a slot, at most the last.
+template <class Pixel>
+void fill_slots(StripTables& t, int64_t slots, Pixel slot_pixel) {
+    t.slots = (slots + kLanes<int16_t> - 1) / kLanes<int16_t> * kLanes<int16_t>;
+    for (int64_t e = 0; e < t.slots; ++e) {
+        const int16_t fraction = t.pixel_fraction[min(slot_pixel(e), t.pixels - 1)];
+        t.fraction[e] = fraction;
+        t.base[2 * e] = fraction < 0 ? 0 : -128;
+        t.base[2 * e + 1] = fraction < 0 ? -128 : 0;
+    }
+}
+
+// Prepares loads for every output; false when rows are too short or too long for them.
+template <int kChannels>
+bool find_apart(StripTables& t, int64_t src_row_bytes) {
+    constexpr int kLoaded = kChannels == 1 ? 4 : 8, kPixels = kChannels == 1 ? 8 : 2;  // of a group
+    if (!kHasLookup || src_row_bytes < kLoaded || src_row_bytes > INT32_MAX) return false;
+    constexpr auto slot_pixel = [](int64_t e) {
+        return kChannels == 3 ? e / kGroup * 2 + (e % kGroup >= 3) : e / kChannels;
+    };
+    fill_slots(t, (t.pixels + kPixels - 1) / kPixels * kGroup, slot_pixel);
+    memset(t.windows.low, 0x80, size_t(2 * t.slots));
+    memset(t.windows.high, 0x80, size_t(2 * t.slots));
+    const int32_t last = int32_t(src_row_bytes) - kLoaded;
+    for (int64_t e = 0; e < t.slots; ++e) {
+        if (kChannels == 3 && e % kGroup >= 6) continue;
+        const int c = kChannels == 3 ? int(e % kGroup % 3) : int(e % kChannels);
+        const int64_t x = min(slot_pixel(e), t.pixels - 1), lane = e % (kGroups * kGroup);
+        // One channel: the lower halves of all groups first.
+        const int64_t load =
+            kChannels > 1 ? slot_pixel(e) : e - lane + lane % kGroup / 4 * kLanes<int32_t> + lane / kGroup * 4 + e % 4;
+        const int32_t at = min(t.left[x] * kChannels, last);
+        const int64_t in_group = kChannels > 1 ? load % 2 * kLoaded : e % 4 * kLoaded;
+        uint8_t* pick = (kChannels == 1 && e % kGroup >= 4 ? t.windows.high : t.windows.low) + 2 * e;
+        t.at[load] = at;
+        pick[0] = uint8_t(in_group + t.left[x] * kChannels + c - at);
+        pick[1] = uint8_t(in_group + t.right[x] * kChannels + c - at);
+    }
+    return true;
+}
+
 template <int kChannels>
 void prepare(StripTables& t, const Job& j, int64_t x, int64_t pixels) {
     t.pixels = pixels;
@@ -118,54 +208,45 @@ void prepare(StripTables& t, const Job& j, int64_t x, int64_t pixels) {
         const int64_t a = j.region.x + split<16>(walk, &fraction);
         t.left[i] = int32_t(clamp<int64_t>(a, 0, j.src_size.width - 1));
         t.right[i] = int32_t(clamp<int64_t>(a + 1, 0, j.src_size.width - 1));
-        for (int c = 0; c < kChannels; ++c) t.fraction[i * kChannels + c] = int16_t(fraction);
+        t.pixel_fraction[i] = int16_t(fraction);
     }
-    const int64_t padded = (t.elements + kLanes<int16_t> - 1) / kLanes<int16_t> * kLanes<int16_t>;
-    for (int64_t e = t.elements; e < padded; ++e) t.fraction[e] = 0;
-    for (int64_t e = 0; e < padded; ++e) {
-        t.base[2 * e] = t.fraction[e] < 0 ? 0 : -128;
-        t.base[2 * e + 1] = t.fraction[e] < 0 ? -128 : 0;
-    }
-    t.in_windows = find_windows(t.windows, padded / kGroup, int64_t(j.src_size.width) * kChannels,
-                                BytesOfPairs<kChannels>{t.left, t.right, pixels - 1});
+    fill_slots(t, t.elements, [](int64_t e) { return e / kChannels; });
+    const int64_t src_row_bytes = int64_t(j.src_size.width) * kChannels;
+    const BytesOfPairs<kChannels> bytes{t.left, t.right, pixels - 1};
+    if (find_windows(t.windows, t.slots / kGroup, src_row_bytes, bytes))
+        t.fetch = t.windows.two ? Fetch::two_windows : Fetch::one_window;
+    else
+        t.fetch = find_apart<kChannels>(t, src_row_bytes) ? Fetch::apart : Fetch::by_pixel;
 }
 
-template <bool kKept>
-Status in_strips(const Job& j, int channels) {
+template <int kChannels, bool kKept>
+Status in_strips(const Job& j) {
     const int64_t width = j.dst_size.width, height = j.dst_size.height;
     StripTables t{};
     int16_t* ring_rows;
     Scratch scratch(j.allocator);
     const auto arrays = [&](auto part) {
         part(ring_rows, 2 * kRingElements);
-        part(t.left, kRingElements), part(t.right, kRingElements), part(t.fraction, kRingElements);
-        t.windows.carve(part, kRingElements / kGroup);
-        part(t.base, 2 * kRingElements);
+        part(t.left, kRingElements), part(t.right, kRingElements), part(t.pixel_fraction, kRingElements);
+        part(t.fraction, kSlots), part(t.at, kSlots), part(t.base, 2 * kSlots);
+        t.windows.carve(part, kSlots / kGroup);
     };
     if (!scratch.carve(arrays)) return kNoMemory;
     Ring<int16_t, 2> ring(ring_rows, kRingElements);
 
-    each_tile(width, j.bottom - j.top, kStripElements / channels, 32, [&](Tile tile) {
-        (channels == 1 ? prepare<1> : channels == 3 ? prepare<3> : prepare<4>)(t, j, tile.x, tile.width);
+    each_tile(width, j.bottom - j.top, kStripElements / kChannels, 32, [&](Tile tile) {
+        prepare<kChannels>(t, j, tile.x, tile.width);
         ring.forget();
         const auto resampled = [&](int64_t y) {
             const int64_t source = j.row_within(y);
-            return ring.row(source, [&](int16_t* out) {
-                const uint8_t* s = j.src_row<uint8_t>(source);
-                if (!t.in_windows)
-                    resample_by_pixel(t, s, channels, out);
-                else if (t.windows.two)
-                    resample_by_windows<true>(t, s, out);
-                else
-                    resample_by_windows<false>(t, s, out);
-            });
+            return ring.row(source, [&](int16_t* out) { resample_row<kChannels>(t, j.src_row<uint8_t>(source), out); });
         };
         Walk line(j.region.height, height, height, j.top + tile.top);
         for (int64_t y = j.top + tile.top; y < j.top + tile.bottom; ++y, line.next()) {
             int32_t fraction;
             const int64_t upper = split<15>(line, &fraction);
             const int16_t *r0 = resampled(upper), *r1 = resampled(upper + 1);
-            blend_rows<kKept>(r0, r1, fraction, t.elements, j.dst_row<uint8_t>(y) + tile.x * channels);
+            blend_rows<kKept>(r0, r1, fraction, t.elements, j.dst_row<uint8_t>(y) + tile.x * kChannels);
         }
     });
     return kOk;
@@ -173,7 +254,7 @@ Status in_strips(const Job& j, int channels) {
 
 template <Form kForm>
 Status linear(const Job& j) {
-    return halves(j) ? half<uint8_t, kForm>(j) : in_strips<kept(kForm)>(j, channels(kForm));
+    return halves(j) ? half<uint8_t, kForm>(j) : in_strips<channels(kForm), kept(kForm)>(j);
 }
 
 }  // namespace
