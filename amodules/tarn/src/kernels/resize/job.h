@@ -34,6 +34,32 @@ struct Job {
     int64_t row_within(int64_t y) const { return clamp<int64_t>(region.y + y, 0, src_size.height - 1); }
 };
 
+// Fetches pixels of a source row ahead of their use, into the second-level cache: rows of large planes often share their
+// places in the first. Of a strip of columns every row lies on another page, whither the processor's own fetching does not
+// follow. A single strip is whole rows, and needs none of this; nor does an image that shrinks so much that it leaves most
+// lines out.
+class Ahead {
+public:
+    // As many rows as some outputs are apart, at least three.
+    Ahead(const Job& j, int64_t strip)
+        : job_(j), wanted_(strip < j.dst_size.width && j.region.width / 16 <= j.dst_size.width) {
+        const int64_t from = j.region.height, to = j.dst_size.height;
+        const int64_t outputs = (3 * to + from - 1) / from;
+        rows_ = (outputs * from + to / 2) / to;
+    }
+    // The bytes [from, to) of the row as far below `number`, which counts from the source's top.
+    void fetch(int64_t number, int64_t from, int64_t to) const {
+        if (!wanted_ || number + rows_ >= job_.src_size.height) return;
+        const uint8_t* s = job_.src_row<uint8_t>(number + rows_);
+        for (int64_t i = from; i < to; i += 64) __builtin_prefetch(s + i, 0, 2);
+    }
+
+private:
+    const Job& job_;
+    int64_t rows_;
+    bool wanted_;
+};
+
 inline Status check(const Job& j) {
     if (Status s = check(j.src_size, j.src, j.dst)) return s;
     const Region& r = j.region;

@@ -237,9 +237,13 @@ Status in_strips(const Job& j) {
     each_tile(width, j.bottom - j.top, kStripElements / kChannels, 32, [&](Tile tile) {
         prepare<kChannels>(t, j, tile.x, tile.width);
         ring.forget();
+        const Ahead ahead(j, tile.width);
         const auto resampled = [&](int64_t y) {
             const int64_t source = j.row_within(y);
-            return ring.row(source, [&](int16_t* out) { resample_row<kChannels>(t, j.src_row<uint8_t>(source), out); });
+            return ring.row(source, [&](int16_t* out) {
+                ahead.fetch(source, int64_t(t.left[0]) * kChannels, int64_t(t.right[tile.width - 1]) * kChannels);
+                resample_row<kChannels>(t, j.src_row<uint8_t>(source), out);
+            });
         };
         Walk line(j.region.height, height, height, j.top + tile.top);
         for (int64_t y = j.top + tile.top; y < j.top + tile.bottom; ++y, line.next()) {

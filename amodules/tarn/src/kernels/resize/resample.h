@@ -72,11 +72,17 @@ Status resample(const Job& j, int channels, bool kept) {
         prepare<Filter, kExactSums<D>>(t, Walk(j.region.width, width, width, tile.x), tile.width, channels,
                                        j.region.width <= 2 * width);
         ring.forget();
+        const Ahead ahead(j, tile.width);
+        const int64_t pixel_bytes = channels * int64_t(sizeof(S));
+        const int64_t from = max<int64_t>(j.region.x + t.first[0], 0) * pixel_bytes;
+        const int64_t to = min<int64_t>(j.region.x + t.first[tile.width - 1] + kTaps, j.src_size.width) * pixel_bytes;
         for (int64_t y = tile.top; y < tile.bottom; ++y) {
             const float* rows[kTaps];
             for (int k = 0; k < kTaps; ++k) {
                 const int64_t source = j.row_within(row_taps[y].first + k);
                 rows[k] = ring.row(source, [&](float* out) {
+                    // Not of floats: a strip of them is longer than a page, and is fetched well enough.
+                    if (sizeof(S) < 4 && t.fetch != Fetch::planes) ahead.fetch(source, from, to);
                     const int64_t after = k + 1 < kTaps ? 0 : row_taps[min(y + 1, tile.bottom - 1)].first;
                     const S* next = j.src_row<S>(j.row_within(max(row_taps[y].first + k + 1, after)));
                     resample_row<kTaps, kExactSums<D>>(t, j.src_row<S>(source), next, j.src_size.width, j.region.x,
