@@ -6,11 +6,12 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <random>
 
-#include "fuzz/play.h"
+#include "play/play.h"
 
 namespace {
-using namespace tarn::fuzz;
+using namespace tarn::play;
 
 // What was found once; played at the beginning.
 struct Found {
@@ -71,7 +72,12 @@ int main(int argc, char** argv) {
     if (argc < 2 || !complete()) usage();
     if (calls == UINT64_MAX && minutes > 1e8) minutes = 1;
     if (chosen.empty()) chosen = kOperations;
-    const int highest = load(argv[1]);
+    const std::string unloaded = load(argv[1]);
+    const int highest = int(levels().size()) - 1;
+    if (!unloaded.empty() || highest < 0) {
+        fprintf(stderr, "fuzz: %s\n", unloaded.empty() ? "the module has no symbol table" : unloaded.c_str());
+        return 2;
+    }
     const auto begin = std::chrono::steady_clock::now();
     const auto spent = [&] { return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count(); };
     uint64_t plays = 0, findings = 0;
@@ -86,19 +92,11 @@ int main(int argc, char** argv) {
     uint64_t n = 0;
     for (; n < calls && spent() < 60 * minutes && !chosen.empty(); ++n) {
         // The seed and the number of a call make it, whatever came before.
-        std::vector<uint32_t> draws, choices;
-        Play drawing(Setting(), draws, (seed << 40) + n * 2 + 1);
-        const size_t which = drawing.pick(uint32_t(chosen.size()));
-        Setting setting;
-        setting.level = int(drawing.pick(uint32_t(highest + 1)));
-        setting.float_state =
-            drawing.chance(3) ? 0x1f80 : 0x1f80 | drawing.pick(4) << 13 | drawing.pick(2) << 15 | drawing.pick(2) << 6;
-        setting.streaming = drawing.chance(6);
-        setting.laid_out = drawing.pick(8) != 0;
-        Outcome unused;
-        drawing.finish(&unused);
-        const Operation operation = chosen[which];
-        const std::string what = wrong(operation, setting, choices, (seed << 40) + n * 2 + 2, &plays);
+        const uint64_t begins = (seed << 40) + n * 2 + 1;
+        std::vector<uint32_t> choices;
+        const Operation operation = chosen[std::mt19937_64(begins)() % chosen.size()];
+        const Setting setting = draw_setting(begins);
+        const std::string what = wrong(operation, setting, choices, begins + 1, &plays);
         if (what.empty()) continue;
         ++findings;
         printf("call %llu of seed %llu, %s: %s\n\nas a test, a line of tests/fuzz/found.inc:\n\n%s\n",

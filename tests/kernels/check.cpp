@@ -15,7 +15,7 @@
 #include <stdexcept>
 
 #include "kernels/base/runtime.h"
-#include "kernels/memory.h"
+#include "play/memory.h"
 
 namespace tarn::test {
 
@@ -56,9 +56,9 @@ bool wide_registers_in_use() {
 constexpr size_t kArenaBytes = size_t(2) << 20;
 constexpr int kMaxPlanes = 8;
 
-Arena& arena(int i) {
-    static std::vector<Arena> arenas = [] {
-        std::vector<Arena> all;
+play::Arena& arena(int i) {
+    static std::vector<play::Arena> arenas = [] {
+        std::vector<play::Arena> all;
         for (int j = 0; j < kMaxPlanes; ++j) all.emplace_back(kArenaBytes);
         signal(SIGSEGV, on_fault);
         signal(SIGBUS, on_fault);
@@ -94,7 +94,10 @@ auto with_type(Type type, F f) {
 void fill(std::vector<uint8_t>& bytes, Type type, std::mt19937& rng, Values values) {
     with_type(type, [&]<class T>(T) {
         T* e = reinterpret_cast<T*>(bytes.data());
-        for (size_t i = 0; i < bytes.size() / sizeof(T); ++i) e[i] = random_value<T>(rng, values);
+        for (size_t i = 0; i < bytes.size() / sizeof(T); ++i)
+            e[i] = std::is_floating_point_v<T> && values == Values::unit
+                       ? T(double(rng()) / 2147483648.0 - 1)
+                       : play::random_value<T>(rng, values == Values::finite);
     });
 }
 
@@ -229,7 +232,7 @@ private:
             const int shift = p.plane->aligned ? 0 : layout.shift;
             const int64_t pitch = p.row_bytes + layout.padding * bytes_of(p.plane->type) + shift;
             const int64_t span = pitch * (s.height - 1) + p.row_bytes;
-            const Arena& a = arena(int(views.size()));
+            const play::Arena& a = arena(int(views.size()));
             if (span + shift > a.end() - a.begin()) throw std::length_error("plane too large for the test's memory");
             uint8_t* lowest = layout.at_start ? a.begin() + shift : a.end() - span;
             uint8_t* from = std::max(a.begin(), lowest - 256);

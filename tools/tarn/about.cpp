@@ -159,7 +159,7 @@ void run_info(bool json) {
     else
         info["depends_on"] = told;
     const auto levels = levels_of(module.host());
-    info["processor_level"] = levels ? levels->names.back() : processor_level();
+    info["processor_level"] = !levels.empty() ? levels.back() : processor_level();
     print_values(info, json);
 }
 

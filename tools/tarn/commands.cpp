@@ -118,6 +118,8 @@ constexpr Command kCommands[] = {
      "tarn contour-find photo.jpg --otsu --diagonal ones -o outlines.svg", setup_contour_find},
     {"ops", nullptr, "list the 200 operation slots of the module", nullptr, "tarn ops --kind implemented", setup_ops},
     {"info", nullptr, "tell about the module and the processor", nullptr, "tarn info --json", setup_info},
+    {"check", nullptr, "tell which promises of the interface a module keeps", nullptr, "tarn check lib/tarn-ipp.so",
+     setup_check},
     {"selfcheck", nullptr, "run every operation at every processor level and compare the bits", nullptr,
      "tarn selfcheck", setup_selfcheck},
     {"help", nullptr, "tell about a command or an operation", nullptr, "tarn help scale-resize", setup_help},

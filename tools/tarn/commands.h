@@ -103,6 +103,8 @@ Run setup_reshape(CLI::App& app);
 Run setup_count_in_range(CLI::App& app);
 Run setup_mean(CLI::App& app);
 Run setup_minmax(CLI::App& app);
+// check.cpp
+Run setup_check(CLI::App& app);
 // selfcheck.cpp
 Run setup_selfcheck(CLI::App& app);
 // about.cpp

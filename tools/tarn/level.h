@@ -1,10 +1,8 @@
-// The processor level of the loaded module. The module chooses the highest that the machine has and has no call to be
-// told another, so this looks up the variable of the choice in the library's symbol table, as a debugger does. A
-// library without its symbols runs as ever, but can't be told.
+// The processor level of the loaded module and its companion. Modules choose the highest that the machine has and have no call to be
+// told another, so this sets the variable of the choice. A library without its symbols runs as ever, but can't be told.
 #ifndef TARN_TOOLS_LEVEL_H
 #define TARN_TOOLS_LEVEL_H
 
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -12,13 +10,9 @@
 
 namespace tarn::tool {
 
-struct Levels {
-    std::vector<std::string> names;  // that this machine has, lowest first
-    int* active;                     // index of the one that kernels run at
-};
-
-// Of a host's module that has just been loaded. None when the library has no symbols.
-std::optional<Levels> levels_of(const QuelHOST* host);
+// Names of the levels that this machine has, lowest first, by a host's module that has just been loaded. None when the
+// library has no symbols.
+std::vector<std::string> levels_of(const QuelHOST* host);
 
 // The level that modules get when they are loaded from now on; empty: what TARN_LEVEL names, or the highest.
 void want_level(const std::string& name);

@@ -2,10 +2,10 @@
 #include <algorithm>
 #include <cstring>
 
-#include "fuzz/play.h"
+#include "play/play.h"
 #include "kernels/morph/morph.h"
 
-namespace tarn::fuzz {
+namespace tarn::play {
 namespace {
 
 constexpr uint32_t kByte = LUMO_U8 | LUMO_CHANNELS(1), kFloat = LUMO_F32 | LUMO_CHANNELS(1);
@@ -441,4 +441,4 @@ const std::vector<Operation> kOperations = {
     {"mlnn", network},
 };
 
-}  // namespace tarn::fuzz
+}  // namespace tarn::play

@@ -1,6 +1,5 @@
-#include "fuzz/play.h"
+#include "play/play.h"
 
-#include <dlfcn.h>
 #include <setjmp.h>
 #include <signal.h>
 #include <unistd.h>
@@ -13,13 +12,10 @@
 #include <limits>
 #include <map>
 
-#include "fuzz/runtime.h"
-#include "kernels/memory.h"
+#include "play/library.h"
+#include "play/memory.h"
 
-namespace tarn::fuzz {
-
-using cases::Values;
-using test::Arena;
+namespace tarn::play {
 
 namespace {
 
@@ -29,7 +25,8 @@ constexpr int kAround = 256;
 constexpr unsigned kSeconds = 20;  // no call takes so long
 
 QuelHOST* host;
-std::vector<const TarnTestRUNTIME*> runtimes;
+std::vector<std::string> level_names;
+std::vector<Kernels> kernels;  // of the module and its companions
 
 // How calls end that do not return: by a signal, to here.
 sigjmp_buf landing;
@@ -74,7 +71,7 @@ int64_t pixel_bytes(uint32_t type) {
 void fill(uint8_t* row, int64_t bytes, uint32_t type, uint32_t contents, std::mt19937& rng) {
     const auto each = [&]<class T>(T) {
         for (int64_t i = 0; i + int64_t(sizeof(T)) <= bytes; i += sizeof(T)) {
-            T value = test::random_value<T>(rng, contents % 4 == 1 ? Values::finite : Values::any);
+            T value = random_value<T>(rng, contents % 4 == 1);
             if (contents % 4 == 2) value = T(rng() % 3);
             if (contents % 4 == 3) value = T(contents / 4 % 7);
             memcpy(row + i, &value, sizeof value);
@@ -257,7 +254,7 @@ uint8_t* Play::take(int64_t bytes, bool at_start, int shift) {
     if (memories_ == all.size()) all.emplace_back();
     Memory& m = all[memories_++];
     if (bytes + shift > kArenaBytes) {
-        fprintf(stderr, "fuzz: an array of %lld bytes is too large for its memory\n", (long long)(bytes));
+        fprintf(stderr, "an array of %lld bytes is too large for its memory\n", (long long)(bytes));
         exit(2);
     }
     uint8_t* at = at_start ? m.arena.begin() + shift : m.arena.end() - bytes;
@@ -414,10 +411,11 @@ int64_t Play::call_and_watch(const char* name, const std::string& shown, const C
         outcome_.fault = err.last.text;
         return -1;
     }
-    for (const TarnTestRUNTIME* runtime : runtimes) {
-        *runtime->level = setting_.level;
-        static const int64_t usual = *runtime->stream_bytes;
-        *runtime->stream_bytes = setting_.streaming ? 0 : usual;
+    for (const Kernels& k : kernels) {
+        *k.level = setting_.level;
+        if (!k.stream_bytes) continue;
+        static const int64_t usual = *k.stream_bytes;
+        *k.stream_bytes = setting_.streaming ? 0 : usual;
     }
     last_line.clear();
     volatile int64_t result = -1;
@@ -477,27 +475,38 @@ void Play::finish(Outcome* outcome) {
 
 // ---- Plays --------------------------------------------------------------------------------------------------------------
 
-int load(const char* path) {
+std::string load(const char* path) {
     static LumoLOGGER logger = {4, 0, [](void*, int32_t, const char* line) { last_line = line; }, nullptr};
     _G_Lumo_default_logger = &logger;
     for (const int number : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT, SIGALRM}) signal(number, on_signal);
     QuelERR err = {};
     host = QuelHOSTopen(&err);
-    if (!host || QuelHOSTload(host, path, &err)) {
-        fprintf(stderr, "fuzz: %s\n", err.last.text);
-        exit(2);
-    }
-    const std::string companion = std::string(path, strlen(path) - strlen("ipp.so")) + "c.so";
-    for (const char* file : {path, companion.c_str()}) {
-        void* library = dlopen(file, RTLD_NOW);
-        const void* runtime = library ? dlsym(library, "TarnTestruntime") : nullptr;
-        if (!runtime) {
-            fprintf(stderr, "fuzz: %s is not built for fuzzing\n", file);
-            exit(2);
-        }
-        runtimes.push_back(static_cast<const TarnTestRUNTIME*>(runtime));
-    }
-    return *runtimes[0]->level;
+    if (!host || QuelHOSTload(host, path, &err)) return err.last.text;
+    const auto own = kernels_of(QuelHOSTmodule(host));
+    if (own) level_names = own->levels;
+    kernels = kernels_of_table(QuelHOSTtable(host));
+    return {};
+}
+
+const std::vector<std::string>& levels() { return level_names; }
+
+bool implemented(const Operation& operation) {
+    QuelOP op;
+    if (QuelHOSTfind(host, operation.name, &op, nullptr)) return false;
+    return QuelHOSTiface(host)->slots[op.call.slot].entry == op.entry;
+}
+
+Setting draw_setting(uint64_t seed) {
+    std::vector<uint32_t> draws;
+    Play by(Setting(), draws, seed);
+    Setting setting;
+    setting.level = level_names.empty() ? 0 : int(by.pick(uint32_t(level_names.size())));
+    setting.float_state = by.chance(3) ? 0x1f80 : 0x1f80 | by.pick(4) << 13 | by.pick(2) << 15 | by.pick(2) << 6;
+    setting.streaming = by.chance(6);
+    setting.laid_out = by.pick(8) != 0;
+    Outcome unused;
+    by.finish(&unused);
+    return setting;
 }
 
 Outcome play(const Operation& operation, const Setting& setting, std::vector<uint32_t>& choices, uint64_t seed) {
@@ -568,4 +577,4 @@ std::string shrunk(const Operation& operation, Setting setting, std::vector<uint
     return comment + "\n" + head + play(operation, Setting(), choices, 0).text + "}\n";
 }
 
-}  // namespace tarn::fuzz
+}  // namespace tarn::play

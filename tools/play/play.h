@@ -11,7 +11,7 @@
 #include "quel/host.h"
 #include "tarn.h"
 
-namespace tarn::fuzz {
+namespace tarn::play {
 
 // What a play is given beside its body's choices.
 struct Setting {
@@ -158,8 +158,14 @@ struct Operation {
 };
 extern const std::vector<Operation> kOperations;
 
-// Loads the module at this path. Returns the highest level that this processor has.
-int load(const char* path);
+// Loads the module at this path and its companions, once in a process, and catches signals from now on. Returns why it can't be
+// loaded, or nothing.
+std::string load(const char* path);
+// Names of the levels that this machine has, lowest first; none: the module can't be told which to take.
+const std::vector<std::string>& levels();
+// Whether the module itself has the operation, not a companion or nobody.
+bool implemented(const Operation& operation);
+Setting draw_setting(uint64_t seed);
 Outcome play(const Operation& operation, const Setting& setting, std::vector<uint32_t>& choices, uint64_t seed);
 // What is wrong with a body's calls; empty when nothing is. count: how many plays it took.
 std::string wrong(const Operation& operation, const Setting& setting, std::vector<uint32_t>& choices, uint64_t seed,
@@ -167,4 +173,4 @@ std::string wrong(const Operation& operation, const Setting& setting, std::vecto
 // The C++ text of a test, after the choices have been made as simple as they can be.
 std::string shrunk(const Operation& operation, Setting setting, std::vector<uint32_t> choices);
 
-}  // namespace tarn::fuzz
+}  // namespace tarn::play
