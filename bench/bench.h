@@ -24,17 +24,22 @@ struct Contender {
 };
 
 struct Options {
-    std::string filter;   // only rows whose name contains this
-    std::string family;   // only this family
-    bool levels = false;  // every level a column
-    bool quick = false;   // 256 x 256 only, short
-    bool write = false;   // tables and plots into folder()
+    std::string filter;                   // only rows whose name contains this
+    std::string family;                   // only this family
+    bool levels = false;                  // every level a column
+    bool quick = false;                   // 256 x 256 only, short
+    std::string addresses = "staggered";  // where planes begin within their pages: see Buffer
+    std::vector<cases::Size> sizes;       // instead of the usual ones
+    bool write = false;                   // tables and plots into folder()
     // docs/bench/<level>, for the level that is measured.
     std::string folder() const;
 };
 
-// Seconds of one call of each contender: the least of many rounds, in each of which all take their turn.
-std::vector<double> interleaved(const std::vector<Contender>& contenders, const Options& options);
+// Seconds of one call of each contender: the least of many rounds, in each of which all take their turn, and the median.
+struct Times {
+    double least, median;
+};
+std::vector<Times> interleaved(const std::vector<Contender>& contenders, const Options& options);
 
 class Bench {
 public:
@@ -44,7 +49,7 @@ public:
     void peer(const std::string& case_name, const std::string& peer, std::function<void(const View*, Size)> run) {
         peers_[case_name].push_back({peer, std::move(run)});
     }
-    // A kernel case at the sizes given (none: 256 x 256, 1920 x 1080, 4096 x 4096). Cases without peers are measured
+    // A kernel case at the sizes given (none: the usual ones). Cases without peers are measured
     // only when the filter names them, or when they are to be `alone`.
     void row(const Case& c, std::vector<Size> sizes = {}, bool alone = false);
     // Any contenders; ours first. The table shows nanoseconds per `units` (pixels, samples, ...).
@@ -62,6 +67,7 @@ private:
     struct Line {
         std::string name, size;
         std::vector<std::pair<std::string, double>> columns;  // name, ns per unit
+        double spread;                                        // ours: the median of the rounds / the least
     };
     struct Peer {
         std::string name;

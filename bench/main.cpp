@@ -38,12 +38,14 @@ std::vector<Family*>& families() {
     return all;
 }
 
-// Memory of one plane. Starts are staggered, so that streams do not meet in the same cache sets.
+// Memory of one plane. Starts are staggered, so that streams do not meet in the same cache sets; or aligned, all at the
+// beginning of a page; or unlucky, a few bytes apart from page to page and at no multiple of a vector, so that a load waits
+// for a store to what seems its own address.
 struct Buffer {
-    explicit Buffer(int64_t bytes, int index) {
+    Buffer(int64_t bytes, int index, const std::string& addresses) {
         memory =
             static_cast<uint8_t*>(std::aligned_alloc(4096, size_t((bytes + 3 * 4096 + index * 8256) / 4096 * 4096)));
-        data = memory + index * 1088;
+        data = memory + (addresses == "aligned" ? 0 : addresses == "unlucky" ? 8 + index * 68 : index * 1088);
     }
     ~Buffer() { std::free(memory); }
     Buffer(const Buffer&) = delete;
@@ -86,12 +88,12 @@ std::string number(double v) {
 
 Family::Family(const char* name, void (*run)(Bench&)) : name(name), run(run) { families().push_back(this); }
 
-std::vector<double> interleaved(const std::vector<Contender>& contenders, const Options& options) {
+std::vector<Times> interleaved(const std::vector<Contender>& contenders, const Options& options) {
     const double slice = options.quick ? 0.0005 : 0.002;
     const double enough = 0.25;  // for all rounds, so that rows of large images have fewer
     std::vector<int64_t> calls;
     double round = 0;
-    std::vector<double> best(contenders.size(), 1e9);
+    std::vector<std::vector<double>> seen(contenders.size());
     for (const Contender& c : contenders) {
         const double once = time_calls(c.run, 1);
         const double warm = once > slice ? once : time_calls(c.run, 3);
@@ -103,9 +105,14 @@ std::vector<double> interleaved(const std::vector<Contender>& contenders, const 
         for (size_t i = 0; i < contenders.size(); ++i) {
             // Turns rotate, so that nobody always follows the same neighbour.
             const size_t turn = (i + size_t(r)) % contenders.size();
-            best[turn] = std::min(best[turn], time_calls(contenders[turn].run, calls[turn]));
+            seen[turn].push_back(time_calls(contenders[turn].run, calls[turn]));
         }
-    return best;
+    std::vector<Times> times;
+    for (std::vector<double>& s : seen) {
+        std::sort(s.begin(), s.end());
+        times.push_back({s.front(), s[s.size() / 2]});
+    }
+    return times;
 }
 
 void Bench::row(const std::string& name, const std::string& size, double units,
@@ -114,8 +121,9 @@ void Bench::row(const std::string& name, const std::string& size, double units,
     if (rows_.empty()) std::cerr << family_ << ":";
     std::cerr << " " << name << " " << size << std::flush;
     const auto times = interleaved(contenders, options_);
-    Line line{name, size, {}};
-    for (size_t i = 0; i < contenders.size(); ++i) line.columns.push_back({contenders[i].name, times[i] * 1e9 / units});
+    Line line{name, size, {}, times[0].median / times[0].least};
+    for (size_t i = 0; i < contenders.size(); ++i)
+        line.columns.push_back({contenders[i].name, times[i].least * 1e9 / units});
     rows_.push_back(line);
 }
 
@@ -123,8 +131,9 @@ void Bench::row(const Case& c, std::vector<Size> sizes, bool alone) {
     if (!wants(c.name)) return;
     const auto peers = peers_.find(c.name);
     if (peers == peers_.end() && options_.filter.empty() && !alone) return;
-    if (sizes.empty()) sizes = {{256, 256}, {1920, 1080}, {4096, 4096}};
-    if (options_.quick) sizes.resize(1);
+    if (!options_.sizes.empty()) sizes = options_.sizes;
+    if (sizes.empty() && !options_.quick) sizes = {{64, 64}, {256, 256}, {1920, 1080}, {4096, 4096}};
+    sizes.resize(options_.quick ? 1 : sizes.size(), {256, 256});
     for (const Size n : sizes) {
         std::vector<std::unique_ptr<Buffer>> buffers;
         std::vector<View> views;
@@ -133,7 +142,7 @@ void Bench::row(const Case& c, std::vector<Size> sizes, bool alone) {
             const Size s = p.size(n);
             const int64_t row_bytes = int64_t(s.width) * p.elements * cases::bytes_of(p.type),
                           bytes = row_bytes * s.height;
-            buffers.push_back(std::make_unique<Buffer>(bytes, int(buffers.size())));
+            buffers.push_back(std::make_unique<Buffer>(bytes, int(buffers.size()), options_.addresses));
             fill(buffers.back()->data, bytes, p.type);
             views.push_back({buffers.back()->data, int32_t(row_bytes), s});
             if (p.role != cases::Role::out) in.push_back({views.back().data, bytes});
@@ -179,7 +188,7 @@ std::string Bench::table() const {
             text += " x limit |", rule += "--:|";
         else if (n != "ours")
             text += " " + n + " / ours |", rule += "--:|";
-    text += "\n" + rule + "\n";
+    text += " spread |\n" + rule + "--:|\n";
     for (const Line& l : rows_) {
         const auto find = [&](const std::string& n) {
             for (const auto& [name, ns] : l.columns)
@@ -192,7 +201,7 @@ std::string Bench::table() const {
         for (const std::string& n : names)
             if (n != "ours")
                 text += !find(n) ? " |" : " " + number(n == "limit" ? ours / find(n) : find(n) / ours) + " |";
-        text += "\n";
+        text += " " + number(l.spread) + " |\n";
     }
     return text;
 }
@@ -233,12 +242,24 @@ int main(int argc, char** argv) {
     app.add_option("--family", options.family, "only this family");
     app.add_flag("--levels", options.levels, "each processor level a column");
     app.add_flag("--quick", options.quick, "256 x 256 only, few rounds");
+    app.add_option("--addresses", options.addresses, "where planes begin within their pages (default: staggered)")
+        ->check(CLI::IsMember({"staggered", "aligned", "unlucky"}));
+    std::vector<std::string> sizes;
+    app.add_option("--size", sizes, "WxH instead of a row's usual sizes; may be given again")->type_name("WxH");
     app.add_flag("--write", options.write, "write the tables to docs/bench/<level>/<family>.md");
     std::string level;
     app.add_option("--level", level, "a lower processor level, with OpenCV held to the same instructions")
         ->check(
             CLI::IsMember(std::vector<std::string>(std::begin(tarn::k::kLevelNames), std::end(tarn::k::kLevelNames))));
     CLI11_PARSE(app, argc, argv);
+    for (const std::string& size : sizes) {
+        tarn::cases::Size n;
+        if (std::sscanf(size.c_str(), "%dx%d", &n.width, &n.height) != 2 || n.width <= 0 || n.height <= 0) {
+            std::cerr << "bench: --size: " << size << " is no size; give one such as 640x480\n";
+            return 1;
+        }
+        options.sizes.push_back(n);
+    }
 
     tarn::k::select_level();
     if (!level.empty()) choose_level(level, argv);
@@ -256,10 +277,11 @@ int main(int argc, char** argv) {
         if (bench.empty()) continue;
         any = true;
         std::cerr << "\n";
-        std::string text =
-            "# Bench: " + std::string(f->name) + "\n\n" + head +
-            ". Nanoseconds per unit (a pixel unless the row says otherwise), the least of interleaved rounds.\n\n" +
-            bench.table();
+        std::string text = "# Bench: " + std::string(f->name) + "\n\n" + head +
+                           ". Nanoseconds per unit (a pixel unless the row says otherwise), the least of interleaved "
+                           "rounds; spread: the "
+                           "median of ours / the least.\n\n" +
+                           bench.table();
         std::cout << text << "\n";
         if (options.write && options.filter.empty())
             std::ofstream(options.folder() + "/" + std::string(f->name) + ".md") << text;

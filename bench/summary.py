@@ -23,21 +23,62 @@ def rows_of(path):
             yield row[0], row[1], min(ratios), float(limit) if limit else None
 
 
-def summary(folder):
-    lines, all_rows = [], []
-    for path in sorted(glob.glob(os.path.join(folder, "*.md"))):
-        rows = list(rows_of(path))
-        if rows:
-            all_rows += rows
-            lines.append((os.path.basename(path)[:-3], rows))
+def geometric_mean(ratios):
+    return math.exp(sum(map(math.log, ratios)) / len(ratios))
+
+
+def families_of(folder):
+    """-> [(family, rows)] of the tables in a folder."""
+    found = [(os.path.basename(path)[:-3], list(rows_of(path))) for path in sorted(glob.glob(os.path.join(folder, "*.md")))]
+    return [(family, rows) for family, rows in found if rows]
+
+
+def chart(families):
+    """An SVG: for each family a dot for every row on a logarithmic axis, and a stroke at the geometric mean."""
+    left, right, top, step = 110, 24, 34, 26
+    width, height = 760, top + step * len(families) + 30
+    low, high = math.log(0.4), math.log(40)
+    at = lambda ratio: left + (min(max(math.log(ratio), low), high) - low) / (high - low) * (width - left - right)
+    parts = [f'<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 {width} {height}" font-family="sans-serif" font-size="13">',
+             f'<rect width="{width}" height="{height}" fill="#fff"/>',
+             f'<text x="{left}" y="16" fill="#333">best peer\'s time / ours, each row a dot; the stroke is the geometric mean</text>']
+    for ratio in (0.5, 1, 1.5, 2, 4, 8, 16, 32):
+        colour = "#c33" if ratio == 1 else "#ddd"
+        parts.append(f'<path d="M{at(ratio):.1f} {top - 8}V{height - 24}" stroke="{colour}"/>'
+                     f'<text x="{at(ratio):.1f}" y="{height - 8}" text-anchor="middle" fill="#333">{ratio}</text>')
+    for i, (family, rows) in enumerate(families):
+        y = top + step * i + step / 2
+        parts.append(f'<text x="{left - 8}" y="{y + 4:.0f}" text-anchor="end" fill="#333">{family}</text>')
+        parts += [f'<circle cx="{at(r[2]):.1f}" cy="{y:.0f}" r="3" fill="#27c" fill-opacity=".25"/>' for r in rows]
+        mean = at(geometric_mean([r[2] for r in rows]))
+        parts.append(f'<path d="M{mean:.1f} {y - 10:.0f}v20" stroke="#025" stroke-width="3"/>')
+    return "\n".join(parts + ["</svg>", ""])
+
+
+def words(families):
+    """Where the rows of a level are ahead of their peers and where not."""
+    means = {family: geometric_mean([r[2] for r in rows]) for family, rows in families}
+    named = lambda chosen: ", ".join(f"{f} ({means[f]:.1f})" for f in sorted(chosen, key=means.get, reverse=True))
+    ahead = [f for f in means if means[f] >= 2]
+    level_with = [f for f in means if 1.05 > means[f] >= 0.95]
+    behind = [f for f in means if means[f] < 0.95]
+    text = f"At least twice as fast as the best peer in the mean: {named(ahead) or 'no family'}."
+    if level_with:
+        text += f" As fast: {named(level_with)}; there memory is the limit, or the peer is as good as we are."
+    if behind:
+        text += f" Slower: {named(behind)}."
+    return text + "\n"
+
+
+def summary(families):
+    lines, all_rows = list(families), [row for _, rows in families for row in rows]
     lines.append(("all", all_rows))
     text = ("| family | rows | geometric mean | at least 1 | at least 1.5 | worst | |\n|---|--:|--:|--:|--:|--:|---|\n")
     for family, rows in lines:
         ratios = [r[2] for r in rows]
         share = lambda least: f"{100 * sum(r >= least for r in ratios) / len(ratios):.0f} %"
         worst = min(rows, key=lambda r: r[2])
-        mean = math.exp(sum(map(math.log, ratios)) / len(ratios))
-        text += (f"| {family} | {len(rows)} | {mean:.2f} | {share(1)} | {share(1.5)} | {worst[2]:.2f} | "
+        text += (f"| {family} | {len(rows)} | {geometric_mean(ratios):.2f} | {share(1)} | {share(1.5)} | {worst[2]:.2f} | "
                  f"{worst[0]}, {worst[1]} |\n")
     below = sorted((r for r in all_rows if r[2] < 0.97), key=lambda r: r[2])
     return text, below
@@ -51,8 +92,12 @@ def main():
     for level in sorted(os.listdir(folder)):
         if not glob.glob(os.path.join(folder, level, "*.md")):
             continue
-        text, below = summary(os.path.join(folder, level))
-        page += f"\n## Level {level}\n\n{text}\n"
+        families = families_of(os.path.join(folder, level))
+        text, below = summary(families)
+        page += f"\n## Level {level}\n\n{words(families)}\n![Every row of level {level}](bench/{level}/summary.svg)\n\n{text}\n"
+        if "--write" in sys.argv:
+            with open(os.path.join(folder, level, "summary.svg"), "w", encoding="utf-8") as file:
+                file.write(chart(families))
         if below:
             page += "Slower than the best peer by more than 3 %:\n\n"
             page += "".join(f"- {name}, {size}: {ratio:.2f}\n" for name, size, ratio, _ in below)

@@ -54,10 +54,11 @@ int32_t lower_class_end(const uint64_t* counts, int32_t bins, Int all, Int all_s
         if (lower == all) break;
         // The mean of the lower class is below that of all.
         const Int r = lower * all_sum - sum * all, d = lower * (all - lower);
-        const double variance = double(r) * double(r) / double(d);
-        if (variance < greatest * (1 - 1e-12)) continue;
-        if (variance > greatest * (1 + 1e-12) || is_greater(Wide(r), Wide(d), Wide(root), Wide(divisor)))
-            greatest = variance, root = r, divisor = d, found = i;
+        // The quotient is formed only where it is the greatest so far: most are not, and a division takes as long as the rest.
+        const double square = double(r) * double(r), by = double(d);
+        if (square < greatest * by * (1 - 1e-12)) continue;
+        if (square > greatest * by * (1 + 1e-12) || is_greater(Wide(r), Wide(d), Wide(root), Wide(divisor)))
+            greatest = square / by, root = r, divisor = d, found = i;
     }
     return found;
 }

@@ -101,6 +101,20 @@ template <class Op, class V>
     return u;
 }
 
+// The same of a plan in which nothing rises: windows at these places.
+template <class Op, class V>
+[[gnu::always_inline]] inline Block<V> join_windows(const int64_t* places, int64_t count, const uint8_t* t,
+                                                    int64_t stride) {
+    Block<V> u;
+    for (int i = 0; i < kBlock; ++i) u.v[i] = load<V>(t + *places + i * stride);
+    for (const int64_t* at = places + 1; at < places + count; ++at) {
+        const uint8_t* p = t + *at;
+#pragma GCC unroll 8
+        for (int i = 0; i < kBlock; ++i) u.v[i] = Op::join(u.v[i], load<V>(p + i * stride));
+    }
+    return u;
+}
+
 template <class Op, class T>
 class Pass {
 public:
@@ -144,6 +158,16 @@ public:
             b.first = (y - top_) * stride_ + table * pitch_ + (x - leftmost) * channels * int64_t(sizeof(E));
             b.second = s.second * channels * int64_t(sizeof(E));
         }
+        if (e.risen) return;
+        // In the place of the steps, each of which has room for two.
+        places_ = reinterpret_cast<int64_t*>(memory);
+        for (int64_t i = 0; i < count_; ++i) {
+            BoundStep b;
+            memcpy(&b, memory + i * int64_t(sizeof b), sizeof b);
+            const int64_t both[] = {b.first, b.first + b.second};
+            memcpy(memory + windows_ * int64_t(sizeof *both), both, size_t(b.windows) * sizeof *both);
+            windows_ += b.windows;
+        }
     }
 
     // Begins a strip: results of elements [x, x + width). source(y, from, count, to) gives elements of image rows; rows
@@ -152,7 +176,7 @@ public:
     void start(int64_t x, int64_t width, const Source& source) {
         x_ = x, width_ = width;
         next_ = -before_;
-        for (int64_t i = 0; i < count_; ++i)
+        for (int64_t i = 0; !places_ && i < count_; ++i)
             if (steps_[i].rise > kNear)
                 for (int64_t c = 0; c * kLanes<E> < width; ++c)
                     memset(history_ + c * history_bytes_ + steps_[i].history, 0, sizeof(int64_t));
@@ -173,7 +197,10 @@ public:
             uint8_t* history = history_ + c * history_bytes_;
             const uint8_t* t = tables_ + at * int64_t(sizeof(E));
             for (int64_t y = 0; y < rows; y += kBlock, t += kBlock * stride_)
-                sink(count_ ? carry_out<Op, V>(steps_, count_, t, stride_, history) : nothing(), at, next_ + y);
+                sink(!count_   ? nothing()
+                     : places_ ? join_windows<Op, V>(places_, windows_, t, stride_)
+                               : carry_out<Op, V>(steps_, count_, t, stride_, history),
+                     at, next_ + y);
         }
         memmove(tables_, tables_ + rows * stride_, size_t(span_ * stride_));
         next_ += rows;
@@ -215,6 +242,8 @@ private:
 
     BoundStep* steps_;
     int64_t count_;
+    int64_t* places_ = nullptr;  // of a plan in which nothing rises, instead of the steps
+    int64_t windows_ = 0;
     uint8_t *tables_, *line_, *history_;
     int64_t pitch_, stride_;  // from table to table, and from row to row
     int64_t history_bytes_;   // of a column
