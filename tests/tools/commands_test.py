@@ -41,6 +41,29 @@ class Commands(driver.ProgramTest):
         self.put("in.png", png(4, 2, 1, rows, 16))
         self.assertEqual(self.resized("in.png", "--size", "2x1")[4], [[32501, 32767]])
 
+    def test_antialias_means_the_interpolated_picture_over_each_new_pixel(self):
+        def shrunk(line, first, count, new):  # numbers; around those counted from the first lie the others
+            size = new
+            while size < count:
+                size *= 2
+            places = [min(max(first + (i + .5) * count / size - .5, 0), len(line) - 1) for i in range(size)]
+            mix = lambda t: line[int(t)] * (1 - t % 1) + line[min(int(t) + 1, len(line) - 1)] * (t % 1)
+            return [sum(map(mix, places[i * size // new:(i + 1) * size // new])) * new / size for i in range(new)]
+
+        for sample, low, high in ("u8", 0, 255), ("u16", 0, 65535), ("s16", -32768, 32767), ("s32", -9, 9), ("f32", -9, 9):
+            for channels in 1, 2, 3, 4:
+                rows = noise(19, 17, channels, low, high)
+                self.put("in.tif", tiff(19, 17, channels, rows, sample))
+                for width, height in (3, 5), (16, 8), (8, 40), (1, 1):
+                    got = self.resized("in.tif", "--region", "2,1,16x15", "--size", f"{width}x{height}", "--antialias", "--compression",
+                                       "none", *(("--depth", "f32") if sample == "s32" else ()), out="out.tif")[1]
+                    for c in range(channels):
+                        across = [shrunk(row[c::channels], 2, 16, width) for row in rows]
+                        wanted = zip(*(shrunk(column, 1, 15, height) for column in zip(*across)))
+                        for row, line in zip(got, wanted):
+                            for a, b in zip(row[c::channels], line):
+                                self.assertAlmostEqual(a, b, delta=2 if high > 9 else 1e-4, msg=(sample, channels, width, height))
+
     def test_depth_converts_the_samples(self):
         rows = noise(6, 5, 3, 0, 255)
         self.put("in.png", png(6, 5, 3, rows))

@@ -7,7 +7,7 @@ from pictures import noise, tiff
 RANGES = {"u8": (0, 255), "u16": (0, 65535), "s16": (-3000, 3000), "s32": (-100000, 100000), "u32": (0, 100000), "f32": (-1000, 1000)}
 ONE = """copy / cvtorigin / cvtorigin-n / cvtvrange-n --range 0,100 / cvtvrange-v --range 0,100 / convert-scale --depth f32 /
 convert-scale --scale 2 / not / and-c --constants 7 / set --constants 7 / cmp-c --comparison less --constants 7 /
-add-c --constants 7 / mul-c --constants 1 / reshape --size 5x6 / scale-resize --size 3x9 / warp-affine --rotate 20 /
+add-c --constants 7 / mul-c --constants 1 / reshape --size 5x6 / scale-resize --size 3x9 / scale-resize --size 3x2 --antialias / warp-affine --rotate 20 /
 copymkb --border 1,2,3,4 --kind replicate / filter --kind box --size 3x3 / filter --kind median --size 3x3 /
 threshold --method otsu / morph --operation open --element rect --size 3x3 / copy-transform --size 4x4 /
 copy-transform --colour grey"""

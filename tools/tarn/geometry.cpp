@@ -1,4 +1,5 @@
 // Commands of the geometry operations.
+#include <algorithm>
 #include <cmath>
 
 #include "batch.h"
@@ -12,12 +13,20 @@ namespace {
 struct ScaleResize {
     Files files;
     std::string size, scale, region, interpolation = "linear", depth = "same", value_range;
+    bool antialias = false;
 };
 
 int64_t scaled(int32_t pixels, double factor) {
     const double size = std::floor(pixels * factor + 0.5);
     if (size > INT32_MAX) fail("--scale", "makes more than 2147483647 pixels a side", "choose a smaller factor");
     return size < 1 ? 1 : static_cast<int64_t>(size);
+}
+
+// The least n at which the new side times 2^n is not below the old one.
+int halvings(int64_t from, int64_t to) {
+    int n = 0;
+    while (to << n < from) ++n;
+    return n;
 }
 
 void run_scale_resize(const ScaleResize& options) {
@@ -59,12 +68,30 @@ void run_scale_resize(const ScaleResize& options) {
     Operation resize(module, "tarn::scale-resize", timing);
     const std::string subject = options.size.empty() ? "--scale" : "--size";
     const Progress progress("resizing " + files.inputs[0]);
+    const int64_t width = region.right - region.left, height = region.bottom - region.top;
+    const int across = options.antialias ? halvings(width, shape.width) : 0;
+    const int down = options.antialias ? halvings(height, shape.height) : 0;
+    // With --antialias a side that shrinks is first brought to the new one times a power of two, which is not smaller, and
+    // then halved: linear makes exact means of two by two of that. So each pixel of the result is the mean of the
+    // interpolated picture over the very area that it covers. Halving first and interpolating last would be less work, but
+    // fine patterns beat with the last step's grid.
     Image result = by_parts(source, worked, subject, [&](Image& to, const Image& from, bool alpha) {
-        LumoMAT dst = to.view();
-        const LumoMAT src = from.view();
-        const uint32_t* values = options.value_range.empty() || alpha ? nullptr : range;
-        resize.call<TarnScaleResize>(describe(from.shape) + " to " + describe(to.shape), &dst, &src, &region, values,
-                                     interpolation);
+        Image before;
+        for (int left = std::max(across, down), first = left; left >= 0; --left) {
+            Shape size = to.shape;
+            size.width <<= std::min(left, across);
+            size.height <<= std::min(left, down);
+            if (left && left == first && size.width == width && size.height == height) continue;
+            if (left) size.sample = from.shape.sample == Sample::s32 ? Sample::f32 : from.shape.sample;
+            Image between = left ? Image::make(size, subject) : Image();
+            LumoMAT dst = left ? between.view() : to.view();
+            const LumoMAT src = before.pixels ? before.view() : from.view();
+            const LumoRECT* part = before.pixels ? nullptr : &region;
+            const uint32_t* values = options.value_range.empty() || alpha || left ? nullptr : range;
+            resize.call<TarnScaleResize>(describe(from.shape) + " to " + describe(to.shape), &dst, &src, part, values,
+                                         left == first ? interpolation : uint32_t{TARN_LINEAR});
+            before = std::move(between);
+        }
     });
     out.write(from_floats(std::move(result), shape));
     print_time(files, timing);
@@ -74,8 +101,7 @@ void run_scale_resize(const ScaleResize& options) {
 Run setup_scale_resize(CLI::App& app) {
     const auto options = std::make_shared<ScaleResize>();
     add_pictures(app, options->files);
-    app.add_option("--size", options->size,
-                   "new width and height in pixels; see --interpolation for less than half of them")
+    app.add_option("--size", options->size, "new width and height in pixels; for smaller ones see --antialias")
         ->type_name("WxH");
     app.add_option("--scale", options->scale,
                    "new size as a multiple of the region's, at least 1 pixel (1 where a region is all that is given)")
@@ -83,9 +109,11 @@ Run setup_scale_resize(CLI::App& app) {
     app.add_option("--region", options->region, "part of the picture to resample (default: all)")->type_name("L,T,WxH");
     app.add_option("--interpolation", options->interpolation,
                    "nearest, linear (default), cubic or lanczos; these look at the 1, 2, 4 or 6 pixels nearest to a "
-                   "place on each "
-                   "axis and leave out others, so shrink to less than half by halving with linear, several times")
+                   "place on each axis and leave out others: to shrink, add --antialias")
         ->type_name("MODE");
+    app.add_flag("--antialias", options->antialias,
+                 "where the picture shrinks, make each pixel the mean of all that it covers, so that fine patterns "
+                 "become even and edges smooth, as in a thumbnail");
     app.add_option("--depth", options->depth,
                    "samples of the result: same (default), u8, u16, s16 or f32; values saturate")
         ->type_name("TYPE");
