@@ -8,6 +8,7 @@ import argparse
 import base64
 import html
 import json
+import math
 import os
 import random
 import re
@@ -19,40 +20,45 @@ import time
 import zlib
 
 STYLE = """
-:root { --ink: #1d2733; --soft: #5b6b7c; --line: #dfe5ec; --accent: #0b6e74; --paper: #f6f8fa; }
+:root { color-scheme: light dark; --ink: #1d2733; --soft: #5b6b7c; --line: #dfe5ec; --accent: #0b6e74; --paper: #f6f8fa; --card: #fff;
+  --head: #edf1f4; --check: #eceff2; --wrong: #b3372b; }
+@media (prefers-color-scheme: dark) {
+  :root { --ink: #dbe4ec; --soft: #93a4b4; --line: #2c3a46; --accent: #5cc3c8; --paper: #0f161c; --card: #18222b; --head: #202d38;
+    --check: #202c36; --wrong: #ef7f72; } }
 * { box-sizing: border-box; }
 body { margin: 0; font: 16px/1.55 system-ui, "Segoe UI", Roboto, "DejaVu Sans", sans-serif; color: var(--ink);
   background: var(--paper); }
 header { background: #10222c; color: #eef4f6; padding: 2.6rem 1.5rem 2.2rem; }
-header > *, main { max-width: 1320px; margin-left: auto; margin-right: auto; }
+header > *, main > * { max-width: 1320px; margin-left: auto; margin-right: auto; }
 h1 { margin-top: 0; margin-bottom: .3rem; font-size: 2rem; letter-spacing: -.01em; }
 header p { margin-top: .2rem; margin-bottom: .2rem; color: #b8cbd2; }
-nav { margin-top: 1rem; } nav a { color: #8fd3d6; margin-right: 1.2rem; }
+nav { margin-top: 1rem; } nav a { color: #8fd3d6; margin-right: 1.2rem; display: inline-block; }
 main { padding: 1rem 1.5rem 4rem; }
-h2 { margin: 2.6rem 0 .3rem; font-size: 1.45rem; } h3 { margin: 1.8rem 0 .4rem; font-size: 1.08rem; }
-p.why { margin: .2rem 0 .8rem; color: var(--soft); max-width: 52rem; }
-.row { display: grid; grid-template-columns: repeat(auto-fill, minmax(225px, 1fr)); gap: 14px; align-items: start; }
-figure { margin: 0; background: #fff; border: 1px solid var(--line); border-radius: 8px; overflow: hidden; }
+h2 { margin-top: 2.6rem; margin-bottom: .3rem; font-size: 1.45rem; } h3 { margin-top: 1.8rem; margin-bottom: .4rem; font-size: 1.08rem; }
+p.why { margin-top: .2rem; margin-bottom: .8rem; color: var(--soft); } p.why span { display: block; max-width: 52rem; }
+.row { display: grid; grid-template-columns: repeat(auto-fill, minmax(min(225px, 100%), 1fr)); gap: 14px; align-items: start; }
+figure { margin: 0; background: var(--card); border: 1px solid var(--line); border-radius: 8px; overflow: hidden; }
 figure.source { border-color: var(--accent); box-shadow: 0 0 0 1px var(--accent); }
-.picture { height: 230px; display: flex; align-items: center; justify-content: center; padding: 8px;
-  background: repeating-conic-gradient(#eceff2 0 25%, #fff 0 50%) 0 0 / 16px 16px; }
+.picture { height: 230px; overflow: hidden; display: flex; align-items: center; justify-content: center; padding: 8px;
+  background: repeating-conic-gradient(var(--check) 0 25%, var(--card) 0 50%) 0 0 / 16px 16px; }
 .picture a { display: contents; }
-.picture img { max-width: 100%; max-height: 100%; }
-.picture.true img { max-width: none; max-height: none; image-rendering: pixelated; }
+.picture img { max-width: 100%; max-height: 100%; width: auto; height: auto; min-width: 0; }
+.picture.true img { max-width: none; max-height: none; flex: none; image-rendering: pixelated; }
 .picture.fill img { width: 100%; height: 100%; object-fit: contain; image-rendering: pixelated; }
 figcaption { padding: .55rem .8rem .7rem; border-top: 1px solid var(--line); font-size: .88rem; }
-figcaption b { font-size: .95rem; } figcaption .size { color: var(--soft); float: right; }
+figcaption b { font-size: .95rem; } figcaption .size { color: var(--soft); float: right; margin-left: .6rem; }
 .time { color: var(--accent); font-weight: 600; font-variant-numeric: tabular-nums; }
 code { display: block; margin-top: .35rem; font: 11.5px/1.45 ui-monospace, "DejaVu Sans Mono", monospace; color: var(--soft);
   overflow-wrap: anywhere; }
-table { border-collapse: collapse; background: #fff; border: 1px solid var(--line); font-variant-numeric: tabular-nums; }
+.table { overflow-x: auto; margin-top: 14px; }
+table { border-collapse: collapse; background: var(--card); border: 1px solid var(--line); font-variant-numeric: tabular-nums; }
 th, td { padding: .35rem .9rem; border-bottom: 1px solid var(--line); text-align: right; } td:first-child, th:first-child
-{ text-align: left; } th { background: #edf1f4; font-size: .85rem; }
+{ text-align: left; } th { background: var(--head); font-size: .85rem; }
 .digits { display: flex; flex-wrap: wrap; gap: 8px; }
-.digit { width: 76px; text-align: center; background: #fff; border: 1px solid var(--line); border-radius: 6px; padding: 6px 2px;
+.digit { width: 76px; text-align: center; background: var(--card); border: 1px solid var(--line); border-radius: 6px; padding: 6px 2px;
   font-size: .78rem; color: var(--soft); } .digit b { color: var(--ink); font-size: .95rem; }
 .digit img { display: block; width: 56px; height: 56px; margin: 0 auto 4px; image-rendering: pixelated; }
-.digit.wrong { border-color: #b3372b; } .digit.wrong b { color: #b3372b; }
+.digit.wrong { border-color: var(--wrong); } .digit.wrong b { color: var(--wrong); }
 footer { margin-top: 3rem; border-top: 1px solid var(--line); padding-top: .8rem; color: var(--soft); font-size: .88rem; }
 """
 MODES = ("nearest", "linear", "cubic", "lanczos")
@@ -64,9 +70,10 @@ class Demo:
 
     def __init__(self, tarn, samples, out):
         self.tarn, self.samples, self.out = os.path.abspath(tarn), os.path.abspath(samples), os.path.abspath(out)
-        self.body, self.calls, self.page = [], 0, None
+        self.body, self.calls, self.page, self.used, self.previews = [], 0, None, set(), {}
 
     def run(self, *arguments):
+        self.used.update(after for before, after in zip(("--then", *arguments), arguments) if before == "--then")
         done = subprocess.run([self.tarn, *arguments], cwd=self.out, capture_output=True, text=True)
         if done.returncode:
             sys.exit(f"demo: `tarn {' '.join(arguments)}` failed: {done.stderr.strip()}")
@@ -85,25 +92,60 @@ class Demo:
     # ---- The page ----
 
     def section(self, anchor, title, why):
-        self.body.append(f'<h2 id="{anchor}">{html.escape(title)}</h2>\n<p class="why">{html.escape(why)}</p>')
+        self.body.append(f'<h2 id="{anchor}">{html.escape(title)}</h2>\n<p class="why"><span>{html.escape(why)}</span></p>')
 
     def heading(self, title, why=""):
-        self.body.append(f"<h3>{html.escape(title)}</h3>" + (f'<p class="why">{html.escape(why)}</p>' if why else ""))
+        self.body.append(f"<h3>{html.escape(title)}</h3>" + (f'<p class="why"><span>{html.escape(why)}</span></p>' if why else ""))
 
     def figures(self, figures):
         self.body.append('<div class="row">' + "\n".join(figures) + "</div>")
 
-    def figure(self, file, title, size="", time=None, command="", view="fit", source=False):
-        """One picture. view: fit (scaled to the frame), true (pixel for pixel), fill (enlarged with its pixels visible)."""
+    def figure(self, file, title, size="", time=None, command="", view="fit", source=False, cut=None):
+        """One picture. view: fit (scaled to the frame), true (pixel for pixel), fill (enlarged with its pixels visible); cut: only
+        this region of it, enlarged."""
         note = f'<br><span class="time">{time:.{3 if time >= 0.01 else 4}f} ms</span>' if time is not None else ""
         shown = f"<code>tarn {html.escape(command)}</code>" if command else ""
-        return (f'<figure{" class=source" if source else ""}><div class="{VIEWS[view]}"><a href="{file}">'
-                f'<img src="{file}" alt="{html.escape(title)}"></a></div>'
-                f'<figcaption><span class="size">{size}</span><b>{html.escape(title)}</b>{note}{shown}</figcaption></figure>')
+        preview, width, height = self.preview(file, view, cut)
+        return (f'<figure{" class=source" if source else ""}><div class="{VIEWS["fill" if cut else view]}"><a href="{file}">'
+                f'<img src="{preview}" width="{width}" height="{height}" loading="lazy" alt="{html.escape(title)}"></a></div>'
+                f'<figcaption><span class="size">{size}{", a part" if cut else ""}</span><b>{html.escape(title)}</b>{note}{shown}'
+                '</figcaption></figure>')
+
+    def preview(self, file, view, cut):
+        """What the page shows in place of a picture, which it links to: as large as a frame on a fine screen, as PNG or JPEG, whichever
+        is smaller. Returns its name and size."""
+        key = file, view, cut
+        if key in self.previews:
+            return self.previews[key]
+        path = os.path.join(self.out, file)
+        width, height = picture_size(path)
+        if not file.endswith(".svg"):
+            scale = min(1, 460 / width, 320 / height) if view == "fit" and not cut else 1
+            size = (f"{max(1, round(width * scale))}x{max(1, round(height * scale))}",) if not cut else (cut.split(",")[-1], "--region", cut)
+            stem = f"shown-{len(self.previews)}"
+            names = [f"{stem}.png", f"{stem}.jpg"]
+            if self.png_alpha(path):
+                names.pop()
+            for name in names:
+                self.run("scale-resize", file, "-o", name, "--size", *size, "--antialias", "--quality", "80" if scale < 1 else "90", "--effort", "9")
+            weights = {name: os.path.getsize(os.path.join(self.out, name)) for name in names}
+            best = min(names, key=weights.get)
+            for name in names:
+                if name != best:
+                    os.remove(os.path.join(self.out, name))
+            file = best
+            width, height = picture_size(os.path.join(self.out, file))
+        self.previews[key] = file, width, height
+        return self.previews[key]
+
+    def png_alpha(self, path):
+        with open(path, "rb") as file:
+            head = file.read(26)
+        return head[1:4] == b"PNG" and head[25] & 4
 
     def table(self, head, rows):
         cells = lambda tag, row: "<tr>" + "".join(f"<{tag}>{html.escape(str(v))}</{tag}>" for v in row) + "</tr>"
-        self.body.append("<table>" + cells("th", head) + "".join(cells("td", row) for row in rows) + "</table>")
+        self.body.append('<div class="table"><table>' + cells("th", head) + "".join(cells("td", row) for row in rows) + "</table></div>")
 
     def write(self, titles):
         info = json.loads(self.run("info", "--json"))
@@ -114,7 +156,7 @@ class Demo:
         page = (f'<!doctype html>\n<html lang="en"><head><meta charset="utf-8"><title>tarn-ipp</title>\n'
                 f'<meta name="viewport" content="width=device-width">\n<style>{STYLE}</style></head>\n<body><header>'
                 f'<h1>tarn-ipp</h1><p>Image-processing operations in a plug-in module. Every picture below came out of the program '
-                f'<b>tarn</b> by the command under it.</p><p>Times are the operation\'s call alone, best of several repeats, one '
+                f'<b>tarn</b> by the command under it, and is a link to the whole; smaller ones are by <b>scale-resize --antialias</b>.</p><p>Times are the operation\'s call alone, best of several repeats, one '
                 f'thread, processor level {html.escape(info["processor_level"])}; files are read and written outside of them.</p>'
                 f'<nav>{links}</nav></header>\n<main>\n' + "\n".join(self.body) +
                 f'\n<footer>Pictures: {html.escape(thanks)}. Made {time.strftime("%Y-%m-%d %H:%M")} with '
@@ -125,6 +167,20 @@ class Demo:
         os.replace(path + ".new", path)
 
 
+def picture_size(path):
+    """Width and height of a PNG, JPEG or SVG file."""
+    with open(path, "rb") as file:
+        data = file.read()
+    if data[:4] == b"\x89PNG":
+        return struct.unpack(">II", data[16:24])
+    if data[:2] == b"\xff\xd8":
+        at = 2
+        while data[at + 1] not in (0xC0, 0xC1, 0xC2):
+            at += 2 + struct.unpack(">H", data[at + 2:at + 4])[0]
+        return struct.unpack(">HH", data[at + 5:at + 9])[::-1]
+    return tuple(int(re.search(rb'<svg[^>]* %s="(\d+)' % side, data)[1]) for side in (b"width", b"height"))
+
+
 def grey_png(width, pixels):
     rows = b"".join(b"\0" + pixels[i:i + width] for i in range(0, len(pixels), width))
     chunk = lambda name, data: struct.pack(">I", len(data)) + name + data + struct.pack(">I", zlib.crc32(name + data))
@@ -132,8 +188,8 @@ def grey_png(width, pixels):
     return b"\x89PNG\r\n\x1a\n" + chunk(b"IHDR", head) + chunk(b"IDAT", zlib.compress(rows)) + chunk(b"IEND", b"")
 
 
-def resize_row(demo, source, size, label, region=None, view="fit", shown_size=None):
-    """One picture to one size in every interpolation mode; the source first."""
+def resize_row(demo, source, size, label, region=None, view="fit", shown_size=None, cuts=(None, None), antialias=()):
+    """One picture to one size in every interpolation mode; the source first. cuts: the parts of source and results to show."""
     stem = os.path.splitext(source)[0]
     figures, times = [], []
     if region:
@@ -142,15 +198,24 @@ def resize_row(demo, source, size, label, region=None, view="fit", shown_size=No
         figures.append(demo.figure(cut, "the region", region.split(",")[-1].replace("x", " × "), demo.picture(*arguments),
                                    " ".join(arguments), view if view == "fill" else "fit", source=True))
     else:
-        figures.append(demo.figure(source, "input", shown_size, view="fit", source=True))
-    for mode in MODES:
-        out = f"{stem}-{label}-{mode}.png"
-        arguments = ["scale-resize", source, "-o", out, "--size", size, "--interpolation", mode]
+        figures.append(demo.figure(source, "input", shown_size, view="fit", source=True, cut=cuts[0]))
+    for mode, more in [(mode, []) for mode in MODES] + [(mode, ["--antialias"]) for mode in antialias]:
+        out = f"{stem}-{label}-{'-'.join([mode, *(o[2:] for o in more)])}.png"
+        arguments = ["scale-resize", source, "-o", out, "--size", size, "--interpolation", mode, *more]
         arguments += ["--region", region] if region else []
-        times.append(demo.picture(*arguments))
-        figures.append(demo.figure(out, mode, size.replace("x", " × "), times[-1], " ".join(arguments), view))
+        took = demo.picture(*arguments)
+        times += [] if more else [took]
+        figures.append(demo.figure(out, mode + (", antialiased" if more else ""), size.replace("x", " × "), took, " ".join(arguments), view,
+                                   cut=cuts[1]))
     demo.figures(figures)
     return times
+
+
+def zone_plate(size):
+    """Rings that become finer outwards, up to one pixel each, as a grey PNG."""
+    wave = [round(127.5 + 127.5 * math.cos(math.pi * i / 4096)) for i in range(8192)]
+    squares = [(x - size / 2) ** 2 * 4096 / size for x in range(size)]
+    return grey_png(size, bytes(wave[int(across + down) & 8191] for down in squares for across in squares))
 
 
 def resize_section(demo):
@@ -158,21 +223,29 @@ def resize_section(demo):
                  "interpolation modes. The alpha channel is resampled on its own.")
     table = []
     coffee, rocket, retina, horse = map(demo.sample, ("coffee.png", "rocket.jpg", "retina.jpg", "horse.png"))
+    with open(os.path.join(demo.out, "rings.png"), "wb") as file:
+        file.write(zone_plate(1000))
+    demo.run("warp-affine", horse, "-o", "horse-turned.png", "--rotate", "20", "--fit")
 
     def row(title, why, source, *arguments, **options):
         demo.heading(title, why)
         table.append([title] + [f"{t:.3f}" for t in resize_row(demo, source, *arguments, **options)])
 
-    row("Retina down to 200 × 200", "Far smaller: the kernels look at the nearest source pixels only, so fine vessels thin out "
-        "differently in each mode.", retina, "200x200", "down", view="true", shown_size="1411 × 1411")
-    row("Coffee up by 2.5", "The whole picture enlarged.", coffee, "1500x1000", "up", shown_size="600 × 400")
+    row("Retina down to 200 × 200", "Far smaller: the modes look at the nearest pixels only, so fine vessels break up; with --antialias each "
+        "pixel is the mean of all that it covers.", retina, "200x200", "down", shown_size="1411 × 1411",
+        cuts=("282,705,282x247", "40,100,40x35"), antialias=("linear", "cubic"))
+    row("Rings down to 210 × 210", "Rings that become finer outwards, up to one pixel each. What the new size can't show comes back as other rings, "
+        "and becomes even grey with --antialias.", "rings.png", "210x210", "down", view="true", shown_size="1000 × 1000",
+        antialias=("linear", "cubic"))
+    row("Coffee up by 2.5", "The whole picture enlarged; a part of it is shown.", coffee, "1500x1000", "up", shown_size="600 × 400",
+        cuts=("330,220,64x56", "825,550,160x140"))
     row("A region of the coffee up by 8", "A 60 × 40 cut enlarged, its pixels shown as they are: blocks, slopes, and the "
         "sharper edges of the wider kernels.", coffee, "480x320", "detail", region="335,240,60x40", view="fill")
     row("A region of the rocket down to a thumbnail", "Taken straight from the region, without a cut in between.", rocket,
         "160x120", "thumb", region="200,40,320x240", view="true")
-    row("Horse with its transparency", "Four channels: colour and alpha.", horse, "200x164", "alpha", view="true",
-        shown_size="400 × 328")
-    demo.heading("All calls, in milliseconds")
+    row("Horse with transparency around it", "Four channels: colour and alpha.", "horse-turned.png", "200x182", "alpha", view="true",
+        shown_size="487 × 444")
+    demo.heading("All calls without --antialias, in milliseconds")
     demo.table(["call"] + list(MODES), table)
 
 
@@ -185,10 +258,10 @@ def warp_section(demo):
         return demo.figure(out, title, size, demo.picture(*arguments), " ".join(arguments), view)
 
     coffee, horse = demo.sample("coffee.png"), demo.sample("horse.png")
-    demo.heading("Coffee turned by 17 degrees", "In each interpolation mode, as large as it must be to hold the whole picture.")
+    demo.heading("Coffee turned by 17 degrees", "As large as it must be to hold the whole picture; below, a part of it in each interpolation mode.")
     demo.figures([demo.figure(coffee, "input", "600 × 400", source=True)] + [
         shown(coffee, f"coffee-turned-{mode}.png", mode, "690 × 557", "warp-affine", "--rotate", "17", "--fit", "--background", "255",
-              "--interpolation", mode) for mode in MODES])
+              "--interpolation", mode) for mode in ("cubic",)])
     demo.heading("A part of it, enlarged six times as it is turned", "Steps, slopes, and the sharper edges of the wider kernels.")
     demo.figures([shown(coffee, f"coffee-turned-detail-{mode}.png", mode, "224 × 210", "warp-affine", "--matrix",
                         "5.738,1.754,-2213,-1.754,5.738,-736", "--size", "224x210", "--interpolation", mode, view="true")
@@ -311,11 +384,12 @@ def transform_section(demo):
     values = struct.unpack(f"<{3 * 224 * 224}f", data[-3 * 224 * 224 * 4:])
     with open(os.path.join(demo.out, "coffee-planes.png"), "wb") as file:
         file.write(grey_png(224, bytes(round(255 * v) for v in values)))
-    back = ["copy-transform", "coffee.npy", "-o", "coffee-back.png", "--input-colour", "bgr", "--colour", "rgb", "--type", "u8", "--range", "0,255"]
+    back = ["copy-transform", "coffee.npy", "--input-colour", "bgr", "--colour", "rgb", "--range", "0,255", "--then", "copy-transform", "--type", "u8", "-o", "coffee-back.png"]
+    demo.run(*back)
     demo.figures([demo.figure(coffee, "input", "600 × 400", source=True),
                   demo.figure("coffee-planes.png", "32-bit floats, planes of blue, green and red, each stretched to 0 .. 1", "1 × 3 × 224 × 224", there,
-                              " ".join(to), view="true"),
-                  demo.figure("coffee-back.png", "and back", "224 × 224", demo.picture(*back), " ".join(back), view="true"),
+                              " ".join(to)),
+                  demo.figure("coffee-back.png", "and back", "224 × 224", command=" ".join(back), view="true"),
                   demo.figure("coffee-grey.png", "grey, at its size", "600 × 400",
                               demo.picture("copy-transform", coffee, "-o", "coffee-grey.png", "--colour", "grey"),
                               "copy-transform coffee.png -o coffee-grey.png --colour grey")])
@@ -411,15 +485,15 @@ def depth_section(demo):
 
 def values_section(demo):
     demo.section("values", "Values", "tarn::convert-scale and tarn::cvtvrange-n map values in float, channel by channel, to any kind of "
-                 "sample; tarn::minmax and tarn::mean tell what there is.")
+                 "sample; tarn::minmax, tarn::mean and tarn::count-in-range tell what there is.")
     source = demo.sample("coffee.png")
 
     def shown(title, out, *arguments):
         arguments = [*arguments[:2], "-o", out, *arguments[2:]]
         return demo.figure(out, title, "600 × 400", demo.picture(*arguments), " ".join(arguments))
 
-    demo.heading("A dull picture made clear", "Values squeezed into 96 to 144, then stretched: the picture as a whole, each channel by its "
-                 "own smallest and largest value, and row by row.")
+    demo.heading("A dull picture made clear", "Values squeezed into 96 to 144, then stretched: each channel by its own smallest and largest "
+                 "value, and row by row.")
     demo.figures([demo.figure(source, "input", "600 × 400", source=True),
                   shown("dull", "coffee-dull.png", "convert-scale", source, "--scale", "0.19", "--offset", "96"),
                   shown("stretched", "coffee-stretched.png", "cvtvrange-n", "coffee-dull.png", "--range", "0,255"),
@@ -427,15 +501,68 @@ def values_section(demo):
     rows = []
     for title, name in ("dull", "coffee-dull.png"), ("stretched", "coffee-stretched.png"):
         ends, means = (json.loads(demo.run(command, name, "--json")) for command in ("minmax", "mean"))
-        rows += [[title, e["channel"], e["min"], e["max"], f'{m["mean"]:.2f}'] for e, m in zip(ends, means)]
-    demo.table(["picture", "channel", "min", "max", "mean"], rows)
+        counts = json.loads(demo.run("count-in-range", name, "--lower", "100", "--upper", "130", "--json"))
+        rows += [[title, e["channel"], e["min"], e["max"], f'{m["mean"]:.2f}', c["count"]] for e, m, c in zip(ends, means, counts)]
+    demo.table(["picture", "channel", "minmax: min", "max", "mean", "count-in-range: 100 to 130"], rows)
 
     demo.heading("16 bits brought to 8", "A 16-bit TIFF of a dark scene, values up to 4095 of 65535: as it is, the top 8 bits show next to "
                  "nothing; scaled by what it holds, all of it.")
     demo.picture("convert-scale", source, "-o", "coffee-dark.tiff", "--depth", "u16", "--scale", "16.06")
     demo.figures([shown("its top 8 bits", "coffee-dark.png", "convert-scale", "coffee-dark.tiff", "--depth", "u8", "--scale", "0.0038911"),
-                  shown("its 12 bits to 8", "coffee-lit.png", "convert-scale", "coffee-dark.tiff", "--depth", "u8", "--scale", "0.0622665"),
-                  shown("rows the other way", "coffee-turned.png", "cvtorigin", source)])
+                  shown("its 12 bits to 8", "coffee-lit.png", "convert-scale", "coffee-dark.tiff", "--depth", "u8", "--scale", "0.0622665")])
+
+
+def elements_section(demo):
+    demo.section("elements", "Arithmetic, logic, order", "Pixel by pixel, of two pictures, of many, or of one and a constant for each channel.")
+    coffee = demo.sample("coffee.png")
+    width, height = 600, 400
+    disc = bytes(255 * ((x - 330) ** 2 + (y - 190) ** 2 < 26000) for y in range(height) for x in range(width))
+    steps = bytes(x // 150 for _ in range(height) for x in range(width))
+    dice = random.Random(5)
+    for name, pixels in ("disc.png", disc), ("steps.png", steps), *((f"noise-{i}.png", bytes(v % 90 for v in dice.randbytes(len(disc)))) for i in range(12)):
+        with open(os.path.join(demo.out, name), "wb") as file:
+            file.write(grey_png(width, pixels))
+    demo.run("copy-transform", coffee, "-o", "coffee-grey.png", "--colour", "grey")
+    demo.run("filter", "coffee-grey.png", "-o", "coffee-soft.png", "--kind", "box", "--size", "31x31")
+
+    def shown(title, *arguments, **options):
+        out = "-".join(["coffee", *(re.sub(r"^coffee-|\.png$|^--", "", a) for a in arguments[:3])]) + ".png"
+        arguments = [*arguments, "-o", out]
+        shown_size = options.pop("size", "600 × 400")
+        return demo.figure(out, title, shown_size, demo.picture(*arguments), " ".join(arguments), **options)
+
+    given = lambda name, title, **options: demo.figure(name, title, "600 × 400", source=True, **options)
+    demo.heading("Bits", "Of two pictures, and of a picture and a constant: what lies in a disc, the negative, four shades, half a negative.")
+    demo.figures([given("coffee-grey.png", "input"), given("disc.png", "a disc"),
+                  *(shown(name, name, "coffee-grey.png", "disc.png") for name in ("and", "or", "xor")), shown("not", "not", coffee),
+                  shown("and-c", "and-c", coffee, "--constants", "192"), shown("or-c", "or-c", coffee, "--constants", "0,0,192"),
+                  shown("xor-c", "xor-c", coffee, "--constants", "128")])
+    demo.heading("Comparisons and filling", "Where a picture is lighter than its surroundings, where than a constant; a colour where a mask says so.")
+    demo.figures([given("coffee-grey.png", "input"), given("coffee-soft.png", "its surroundings"),
+                  shown("cmp", "cmp", "coffee-grey.png", "coffee-soft.png", "--comparison", "greater"),
+                  shown("cmp-c", "cmp-c", "coffee-grey.png", "--comparison", "greater", "--constants", "128"),
+                  shown("set", "set", coffee, "--constants", "11,110,116", "--mask", "disc.png")])
+    demo.heading("Arithmetic", "Results saturate. The details are what a picture has more than its surroundings.")
+    demo.figures([given("coffee-grey.png", "input"),
+                  shown("add-c", "add-c", coffee, "--constants", "80"), shown("sub-c", "sub-c", coffee, "--constants", "0,40,80"),
+                  shown("mul-c", "mul-c", coffee, "--constants", "2"),
+                  shown("sub-n: the details", "sub-n", "coffee-grey.png", "coffee-soft.png"),
+                  shown("mul-n: by 0, 1, 2 and 3", "mul-n", "coffee-grey.png", "steps.png")])
+    demo.heading("The mean of many", "Six pictures with noise of their own, and their mean. A part of each is shown.")
+    noisy = []
+    for i in range(6):
+        noisy.append(f"coffee-noise-{i}.png")
+        demo.run("add-n", "coffee-grey.png", f"noise-{2 * i}.png", "-o", "more.png")
+        demo.run("sub-n", "more.png", f"noise-{2 * i + 1}.png", "-o", noisy[-1])
+    part = {"cut": "330,220,96x84"}
+    demo.figures([given("coffee-grey.png", "input", **part),
+                  shown("add-n: noise added", "add-n", "coffee-grey.png", "noise-0.png", **part),
+                  demo.figure(noisy[0], "and other noise subtracted", "600 × 400", **part),
+                  shown("avgarith-n: the mean of six", "avgarith-n", *noisy, **part)])
+    demo.heading("The order of pixels", "Rows from the bottom up, and rows of another length: two rows of the picture in each.")
+    demo.figures([demo.figure(coffee, "input", "600 × 400", source=True), shown("cvtorigin", "cvtorigin", coffee),
+                  shown("cvtorigin-n: channel by channel", "cvtorigin-n", coffee),
+                  shown("reshape", "reshape", coffee, "--size", "1200x200", size="1200 × 200")])
 
 
 def copy_section(demo):
@@ -504,7 +631,7 @@ def digits_section(demo):
         found, wrong = told["classes"][i], told["classes"][i] != labels[i]
         note = f" &ne; {labels[i]}" if wrong else ""
         return (f'<span class="digit{" wrong" if wrong else ""}"><img src="{digit_image(pictures[i])}" alt="{labels[i]}">'
-                f'<b>{found}{note}</b> {100 * shares[i][found]:.0f} %</span>')
+                f'<b>{found}{note}</b> {100 * shares[i][found]:.0f}&nbsp;%</span>')
 
     def strip(which):
         demo.body.append('<div class="digits">' + "".join(map(shown, which)) + "</div>")
@@ -519,17 +646,20 @@ def digits_section(demo):
 
 def contour_section(demo):
     demo.section("contours", "Outlines", "tarn::contour::find gives the boundaries of regions as closed polygons on pixel corners, "
-                 "nested as the regions are, in one pass. Drawn over the pictures: outer outlines red, holes blue; of both values, "
-                 "outlines around ones red, around zeros blue.")
+                 "nested as the regions are, in one pass. Drawn over the pictures: outer outlines pink, holes light blue; of both "
+                 "values, outlines around ones pink, around zeros light blue.")
+    # An outlines' SVG holds the picture's file as it is.
+    for name, size in ("coffee.png", "300x200"), ("retina.jpg", "470x470"):
+        demo.run("scale-resize", demo.sample(name), "-o", f"{name[:6]}-small.jpg", "--size", size, "--antialias", "--quality", "85")
     figures = []
     for source, out, size, title, options in (
             ("horse.png", "horse-outlines.svg", "400 × 328", "a silhouette", ("--threshold", "127", "--values", "zeros")),
-            ("coffee.png", "coffee-outlines.svg", "600 × 400", "Otsu's threshold", ("--otsu", "--diagonal", "ones")),
-            ("coffee.png", "coffee-outlines-both.svg", "600 × 400", "both values, each outline once",
+            ("coffee-small.jpg", "coffee-outlines.svg", "300 × 200", "Otsu's threshold", ("--otsu", "--diagonal", "ones")),
+            ("coffee-small.jpg", "coffee-outlines-both.svg", "300 × 200", "both values, each outline once",
              ("--threshold", "60", "--values", "both", "--diagonal", "ones")),
-            ("retina.jpg", "retina-outlines.svg", "1411 × 1411", "a fundus photograph",
+            ("retina-small.jpg", "retina-outlines.svg", "470 × 470", "a fundus photograph",
              ("--threshold", "75", "--diagonal", "ones"))):
-        arguments = ["contour-find", demo.sample(source), *options, "-o", out]
+        arguments = ["contour-find", demo.sample(source) if source == "horse.png" else source, *options, "-o", out]
         took = demo.picture(*arguments)
         polygons = json.loads(demo.run("contour-find", source, *options))["features"]
         deepest = max(p["properties"]["depth"] for p in polygons)
@@ -543,6 +673,7 @@ SECTIONS = [
     ("warps", "Warps", warp_section),
     ("transform", "A network's input", transform_section),
     ("values", "Values", values_section),
+    ("elements", "Arithmetic, logic, order", elements_section),
     ("filters", "Filters and borders", filter_section),
     ("threshold", "Thresholds", threshold_section),
     ("morphology", "Morphology", morphology_section),
@@ -566,6 +697,11 @@ def main():
     demo = Demo(options.tarn, options.samples, options.out)
     for _, _, section in SECTIONS:
         section(demo)
+    # Every operation that there is belongs on the page; those of morphology are one command.
+    there = {op["qualified"] for op in json.loads(demo.run("ops", "--kind", "implemented", "--json"))} - {"init-once", "fini-once"}
+    there = {"morph" if "morph" in name else name.removeprefix("tarn::").replace("::", "-") for name in there}
+    if there - demo.used:
+        sys.exit(f"demo: no section shows {', '.join(sorted(there - demo.used))}")
     demo.write([(anchor, title) for anchor, title, _ in SECTIONS])
     print(f"{demo.calls} calls; page: {os.path.join(options.out, 'index.html')}")
 

@@ -272,7 +272,8 @@ Run setup_copy_transform(CLI::App& app) {
         ->type_name("COLOUR");
     app.add_option("--layout", options->layout, "axes of a .npy result: nchw (default) or hwc")->type_name("LAYOUT");
     app.add_option("--range", options->range,
-                   "stretch each channel of each picture so that its smallest value becomes LO, its largest HI")
+                   "stretch each channel of each picture so that its smallest value becomes LO, its largest HI; after "
+                   "--type, so first stretch floats of 0 to 1 and then make them u8, with --then")
         ->type_name("LO,HI");
     app.add_flag("--per-channel", options->per_channel,
                  "hand the range over as bounds for each channel; the values are the same");
