@@ -1,6 +1,8 @@
 /* The module from C: loads it through the reference host and shrinks a made-up picture to half its size.
  *
  *   cc scale.c $(pkg-config --cflags --libs tarn) -o scale && ./scale
+ *
+ * Where the libraries lie in no folder of the system's, add -Wl,-rpath,$(pkg-config --variable=libdir tarn).
  */
 #include <stdio.h>
 #include <stdlib.h>

@@ -14,7 +14,7 @@ PROJECT = """cmake_minimum_required(VERSION 3.22)
 project(stranger LANGUAGES C)
 find_package(tarn 0.1 REQUIRED)
 add_executable(scale {example})
-target_link_libraries(scale PRIVATE tarn::Ka tarn::Lumo)
+target_link_libraries(scale PRIVATE tarn::tarn)
 """
 STRICT = ["-Wall", "-Wextra", "-pedantic", "-Werror"]
 
@@ -46,13 +46,23 @@ def main():
 
     packages = {"PKG_CONFIG_PATH": prefix / "lib" / "pkgconfig"}
     flags = run("pkg-config", "--cflags", "--libs", "tarn", env=packages).split()
-    run(cc, "-std=c11", *STRICT, example, *flags, "-o", place / "scale")
+    run(cc, "-std=c11", *STRICT, example, *flags, f"-Wl,-rpath,{prefix / 'lib'}", "-o", place / "scale")
     by_pkg_config = run(place / "scale")
 
     (place / "CMakeLists.txt").write_text(PROJECT.format(example=example))
     run(cmake, "-S", place, "-B", place / "build", f"-DCMAKE_PREFIX_PATH={prefix}", f"-DCMAKE_C_COMPILER={cc}")
     run(cmake, "--build", place / "build")
     by_cmake = run(place / "build" / "scale")
+
+    # What is installed has its versions, all addresses fixed before it runs, and nothing that only tests use.
+    for file in [prefix / "bin" / "tarn", *(prefix / "lib").rglob("*.so")]:
+        about = run("readelf", "-dW", file) + run("nm", "-D", "--defined-only", file)
+        if "NOW" not in about or "TEST" in about or file.name in ("libKa.so", "libLumo.so") and f"[{file.name}.0." not in about:
+            sys.exit(f"{file}:\n{about}")
+
+    # The module and its host need none of the program's libraries.
+    absent = [f"-DCMAKE_DISABLE_FIND_PACKAGE_{name}=ON" for name in ("PNG", "JPEG", "TIFF", "CLI11", "nlohmann_json")]
+    run(cmake, "-S", pathlib.Path(example).parents[1], "-B", place / "bare", "-DTARN_PROGRAM=OFF", *absent)
 
     info = run(prefix / "bin" / "tarn", "info")
     ok = len(headers) >= 8 and by_pkg_config == by_cmake and "pixel (100, 50)" in by_cmake and str(prefix) in info

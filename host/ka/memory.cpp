@@ -8,8 +8,6 @@
 #include <stdlib.h>
 #include <string.h>
 
-#include <atomic>
-
 #include "quel/host.h"
 
 namespace ka {
@@ -43,10 +41,6 @@ static_assert(sizeof(Block) % kAlignment == 0);
 constexpr uint64_t kIdlePieces = KA_ASAN ? 0 : 16;
 constexpr uint64_t kIdleBytes = KA_ASAN ? 0 : UINT64_C(256) << 20;
 constexpr uint64_t kFront = sizeof(Block) + (KA_ASAN ? 32 : 0);
-
-std::atomic<uint64_t> live_storages, live_blocks, live_bytes;
-std::atomic<bool> counting;
-std::atomic<uint64_t> allocation_count, failing_allocation;
 
 uint8_t* payload(Piece* piece) { return reinterpret_cast<uint8_t*>(piece + 1); }
 
@@ -168,8 +162,7 @@ void put_back(KaSMEMSTG* storage, void* data, uint64_t mark) {
 void forget(KaSMEMSTG* storage, uint64_t blocks, uint64_t bytes) {
     storage->live -= blocks;
     storage->used -= bytes;
-    live_blocks.fetch_sub(blocks, std::memory_order_relaxed);
-    live_bytes.fetch_sub(bytes, std::memory_order_relaxed);
+    count_live(0, -int64_t(blocks), -int64_t(bytes));
 }
 
 bool is_storage(const KaSMEMSTG* storage) { return storage && storage->base.tag == kStorageTag; }
@@ -203,7 +196,7 @@ void open_record(KaMEMSTG* record, uint64_t tag, KaSMEMSTG* parent) {
         if (record->next) record->next->prev = record;
         parent->base.child = record;
     }
-    live_storages.fetch_add(1, std::memory_order_relaxed);
+    count_live(1, 0, 0);
 }
 
 void close_record(KaMEMSTG* record) {
@@ -213,13 +206,7 @@ void close_record(KaMEMSTG* record) {
     else if (record->parent)
         record->parent->child = record->next;
     *record = {};
-    live_storages.fetch_sub(1, std::memory_order_relaxed);
-}
-
-bool count_allocation() {
-    if (!counting.load(std::memory_order_relaxed)) return true;
-    const uint64_t number = allocation_count.fetch_add(1, std::memory_order_relaxed) + 1;
-    return number != failing_allocation.load(std::memory_order_relaxed);
+    count_live(-1, 0, 0);
 }
 
 }  // namespace ka
@@ -252,8 +239,7 @@ void* KaSMEMSTGaalloc(KaSMEMSTG* storage, uint64_t size, uint64_t alignment, uin
     if (!data) return fail(err, QUEL_E_NOMEM);
     storage->live += 1;
     storage->used += size;
-    live_blocks.fetch_add(1, std::memory_order_relaxed);
-    live_bytes.fetch_add(size, std::memory_order_relaxed);
+    count_live(0, 1, int64_t(size));
     if (flags & 1) memset(data, 0, size);
     return data;
 }
@@ -278,15 +264,4 @@ void KaMEMSTGdestroy(KaMEMSTG* record) {
         }
     }
     close_record(record);
-}
-
-uint64_t KaTESTfailnth(uint64_t n) {
-    counting.store(true, std::memory_order_relaxed);
-    failing_allocation.store(n, std::memory_order_relaxed);
-    return allocation_count.exchange(0, std::memory_order_relaxed);
-}
-
-KaTESTLIVE KaTESTlive(void) {
-    return {live_storages.load(std::memory_order_relaxed), live_blocks.load(std::memory_order_relaxed),
-            live_bytes.load(std::memory_order_relaxed)};
 }

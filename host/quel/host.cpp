@@ -188,13 +188,15 @@ int64_t QuelHOSTload(QuelHOST* host, const char* path, QuelERR* err) {
         return QUEL_HOST_ERROR(err, QUEL_E_MODULE,
                                "this host has loaded %s already; open another host for another module",
                                host->module.descriptor->name);
-    char own[kPathSize];
+    char own[kPathSize], beside[kPathSize + 32], below[kPathSize + 32];
     if (!path) {
-        if (!own_folder(own) || strlen(own) + sizeof "tarn-ipp" + sizeof kModuleSuffix > sizeof own)
+        if (!own_folder(own))
             return QUEL_HOST_ERROR(err, QUEL_E_MODULE,
                                    "the folder of this library can't be found; give the module's path");
-        strcat(strcat(own, "tarn-ipp"), kModuleSuffix);
-        path = own;
+        // As it is built, and as it is installed.
+        snprintf(beside, sizeof beside, "%starn-ipp%s", own, kModuleSuffix);
+        snprintf(below, sizeof below, "%starn/tarn-ipp%s", own, kModuleSuffix);
+        path = file_exists(beside) ? beside : below;
     }
     if (load(host, path, err)) return 0;
     unload(host);

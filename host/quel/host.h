@@ -2,7 +2,7 @@
  *
  *     QuelERR err = {0};
  *     QuelHOST* host = QuelHOSTopen(&err);
- *     QuelHOSTload(host, NULL, &err);                       // tarn-ipp.so beside this library
+ *     QuelHOSTload(host, NULL, &err);                       // tarn-ipp.so beside this library, or in tarn/ there
  *     QuelOP op;
  *     QuelHOSTfind(host, "tarn::copy", &op, &err);
  *     ((TarnCopy)op.entry)(&op.call, &err, NULL, &dst, &src);
@@ -56,22 +56,6 @@ KA_API const QuelIFACE* QuelHOSTtable(const QuelHOST* host);
 
 /* Calls fini-once and closes the host; null is ignored. */
 KA_API void QuelHOSTclose(QuelHOST* host);
-
-/* ---- For tests ------------------------------------------------------------------------------------------------ */
-
-/* Makes the n-th allocation from now on (1: the next) of this process's storages and pools fail, once; 0 takes it back.
- * Blocks and pool objects count, as their users ask for them; the memory that storages and pools take for themselves
- * doesn't. Returns how many allocations were made since the last call; the first call starts the counting and returns
- * 0. Not for use while other threads allocate. */
-KA_API uint64_t KaTESTfailnth(uint64_t n);
-
-/* What is open or handed out now in the whole process. */
-typedef struct KaTESTLIVE {
-    uint64_t storages; /* storages and pools that are open */
-    uint64_t blocks;   /* blocks handed out by storages */
-    uint64_t bytes;    /* their bytes, as asked for */
-} KaTESTLIVE;
-KA_API KaTESTLIVE KaTESTlive(void);
 
 #ifdef __cplusplus
 }

@@ -7,6 +7,7 @@
 #include <thread>
 #include <vector>
 
+#include "ka/test.h"
 #include "quel/host.h"
 
 namespace {

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "ka/test.h"
 #include "quel/host.h"
 #include "tarn.h"
 

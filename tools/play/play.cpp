@@ -1,5 +1,6 @@
 #include "play/play.h"
 
+#include <dlfcn.h>
 #include <setjmp.h>
 #include <signal.h>
 #include <unistd.h>
@@ -90,7 +91,18 @@ void fill(uint8_t* row, int64_t bytes, uint32_t type, uint32_t contents, std::mt
     }
 }
 
+// ---- Memory that is watched -----------------------------------------------------------------------------------------------
+
+template <class Function>
+Function* of_watched_memory(const char* name) {
+    return reinterpret_cast<Function*>(dlsym(RTLD_DEFAULT, name));
+}
+const auto fail_nth = of_watched_memory<decltype(KaTESTfailnth)>("KaTESTfailnth");
+const auto live_memory = of_watched_memory<decltype(KaTESTlive)>("KaTESTlive");
+
 }  // namespace
+
+bool watches_memory() { return fail_nth && live_memory; }
 
 // Memory of one array or parameter, and what stood in it.
 struct Play::Memory {
@@ -157,9 +169,9 @@ struct Receiver : TarnCONTOURS {
 
 Play::Play(const Setting& setting, std::vector<uint32_t>& choices, uint64_t seed)
     : setting_(setting), choices_(choices), seed_(seed) {
-    KaTESTfailnth(0);
-    live_ = KaTESTlive();
-    KaTESTfailnth(setting.failing);
+    fail_nth(0);
+    live_ = live_memory();
+    fail_nth(setting.failing);
     KaSMEMSTGopen(&record_, nullptr, 0, nullptr);
 }
 
@@ -452,8 +464,8 @@ void Play::finish(Outcome* outcome) {
     auto& all = Memory::all();
     if (!ended_ && record_.live && outcome_.fault.empty()) outcome_.fault = "blocks of the caller's storage were kept";
     KaMEMSTGdestroy(&record_.base);
-    const uint64_t made = KaTESTfailnth(0);
-    const KaTESTLIVE live = KaTESTlive();
+    const uint64_t made = fail_nth(0);
+    const KaTESTLIVE live = live_memory();
     outcome_.allocations = made;
     if (!ended_ && outcome_.fault.empty() && (live.storages != live_.storages || live.blocks != live_.blocks))
         outcome_.fault = "memory or storages were kept";

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "ka/test.h"
 #include "quel/host.h"
 #include "tarn.h"
 
@@ -163,6 +164,9 @@ extern const std::vector<Operation> kOperations;
 std::string load(const char* path);
 // Names of the levels that this machine has, lowest first; none: the module can't be told which to take.
 const std::vector<std::string>& levels();
+
+// Whether this process has the libKa of ka/test.h, without which nothing can be played.
+bool watches_memory();
 // Whether the module itself has the operation, not a companion or nobody.
 bool implemented(const Operation& operation);
 Setting draw_setting(uint64_t seed);

@@ -1,6 +1,7 @@
 // Whether a module keeps its promises to hosts, one line each.
 #include "check.h"
 
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/wait.h>
@@ -8,6 +9,7 @@
 
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <iostream>
 
 #include "commands.h"
@@ -112,12 +114,41 @@ std::optional<Verdict> outcome_of(const Promise& promise) {
     return verdict;
 }
 
+// Begins this process again with the libKa whose allocations can be counted and made to fail.
+void watch_memory() {
+    if (play::watches_memory()) return;
+    namespace fs = std::filesystem;
+    const std::string missing = "check/libKa, which it watches memory with, is not there";
+    Dl_info ka;
+    if (!dladdr(reinterpret_cast<const void*>(&KaSMEMSTGopen), &ka)) fail("check", missing);
+    const fs::path file(ka.dli_fname);
+    for (const char* folder : {"check", "tarn/check"}) {
+        const fs::path there = file.parent_path() / folder;
+        std::error_code failed;
+        if (!fs::exists(there / file.filename(), failed)) continue;
+        const char* before = std::getenv("LD_LIBRARY_PATH");
+        const std::string path = there.string() + (before && *before ? ":" + std::string(before) : "");
+        if (before && std::string(before).starts_with(there.string())) break;  // tried, and not found
+        setenv("LD_LIBRARY_PATH", path.c_str(), 1);
+        std::ifstream words("/proc/self/cmdline", std::ios::binary);
+        std::vector<std::string> line;
+        for (std::string word; std::getline(words, word, '\0');) line.push_back(word);
+        std::vector<char*> pointers;
+        for (std::string& word : line) pointers.push_back(word.data());
+        pointers.push_back(nullptr);
+        execv("/proc/self/exe", pointers.data());
+        fail("check", "can't begin again: " + system_reason(errno));
+    }
+    fail("check", missing, "install the program whole");
+}
+
 void run_check(Options options) {
     namespace fs = std::filesystem;
     std::error_code failed;
     const fs::path path = fs::canonical(options.module, failed);
     if (failed || !fs::is_regular_file(path, failed))
         fail(options.module, "is no file", "give a module's library, such as tarn-ipp.so");
+    watch_memory();
     const std::string subject = options.module;
     options.module = path.string();
 
