@@ -69,8 +69,7 @@ Status resample(const Job& j, int channels, bool kept) {
 
     // In steps that leave no vector half used in the inner strips.
     each_tile(width, height, kElements / channels, 16, [&](Tile tile) {
-        prepare<Filter, kExactSums<D>>(t, Walk(j.region.width, width, width, tile.x), tile.width, channels,
-                                       j.region.width <= 2 * width);
+        prepare<Filter, kExactSums<D>, S>(t, j, tile, channels);
         ring.forget();
         const Ahead ahead(j, tile.width);
         const int64_t pixel_bytes = channels * int64_t(sizeof(S));
@@ -82,7 +81,7 @@ Status resample(const Job& j, int channels, bool kept) {
                 const int64_t source = j.row_within(row_taps[y].first + k);
                 rows[k] = ring.row(source, [&](float* out) {
                     // Not of floats: a strip of them is longer than a page, and is fetched well enough.
-                    if (sizeof(S) < 4 && t.fetch != Fetch::planes) ahead.fetch(source, from, to);
+                    if (sizeof(S) < 4 && t.fetch >= Fetch::one_window) ahead.fetch(source, from, to);
                     const int64_t after = k + 1 < kTaps ? 0 : row_taps[min(y + 1, tile.bottom - 1)].first;
                     const S* next = j.src_row<S>(j.row_within(max(row_taps[y].first + k + 1, after)));
                     resample_row<kTaps, kExactSums<D>>(t, j.src_row<S>(source), next, j.src_size.width, j.region.x,

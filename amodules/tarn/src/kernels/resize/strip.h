@@ -1,12 +1,14 @@
 // For the resize sources only: a source row resampled horizontally, as floats, for a strip of outputs.
 //
-// The taps of neighbouring outputs are fetched by permutes from a row of floats, or, where the image shrinks to less
-// than half and where there are no permutes, gathered one by one into a plane per tap. Sums are chains of fused
-// multiply-adds in one order, so all levels give the same bits.
+// The taps of neighbouring outputs are fetched by permutes from a row of floats. Where the image shrinks to less than
+// half and where there are no permutes, each output of one channel loads its own, and those of more channels are gathered
+// one by one into a plane per tap. Sums are chains of fused multiply-adds in one order, so all levels give the same bits.
 #pragma once
 
 #include "kernels/plane/border.h"
+#include "kernels/plane/strips.h"
 #include "kernels/plane/taps.h"
+#include "kernels/resize/apart.h"
 #include "kernels/resize/job.h"
 #include "kernels/simd/fused.h"
 
@@ -50,7 +52,7 @@ constexpr int64_t kStripElements = kTaps == 2   ? 1536
 template <int kTaps>
 constexpr int64_t kRowElements = 6 * kStripElements<kTaps> + 256;
 
-enum class Fetch { planes, one_window, two_windows };
+enum class Fetch { planes, apart, one_window, two_windows };
 
 // What a strip's rows are made with. Elements: outputs times channels, then up to a whole vector more of no meaning.
 struct StripTables {
@@ -59,11 +61,12 @@ struct StripTables {
     int64_t* first;  // source pixel of tap 0 per pixel, from the region's left
     float* row;      // the row of floats, or the planes
     Fetch fetch;
-    int64_t row_from;    // permutes: first source pixel of the row of floats, from the region's left
-    int64_t row_pixels;  // and how many it has
-    int32_t* base;       // per vector of outputs: where its window begins in the row of floats
-    int32_t* index;      // per output: tap 0 in the window
-    int32_t reach;       // the largest index
+    int64_t row_from;              // permutes: first source pixel of the row of floats, from the region's left
+    int64_t row_pixels;            // and how many it has
+    int32_t* base;                 // per vector of outputs: where its window begins in the row of floats
+    int32_t* index;                // per output: tap 0 in the window; apart: its first byte in the source row
+    int32_t reach;                 // the largest index
+    int64_t whole_from, whole_to;  // apart: the outputs, whole vectors, that may load from the source row
 
     template <int kTaps, class Part>
     void carve(Part part) {
@@ -113,11 +116,26 @@ void find_windows(StripTables& t, int channels) {
     if (t.reach < 2 * kWindow) t.fetch = t.reach < kWindow && !worth_two ? Fetch::one_window : Fetch::two_windows;
 }
 
-// Sets a strip of outputs up: `walk` stands at its first.
-template <class Filter, bool kExact>
-void prepare(StripTables& t, Walk walk, int64_t pixels, int channels, bool may_permute) {
+// Prepares loads of every output's own taps of T, for a source row of so many elements.
+template <int kTaps, class T>
+void find_apart(StripTables& t, int64_t width, int64_t left) {
+    constexpr int64_t kStep = kLanes<float>, kLoaded = kTapWords<kTaps, T> * 4 / int(sizeof(T));
+    const int64_t last = t.pixels - 1;
+    t.fetch = Fetch::apart;
+    for (int64_t i = 0; i < t.elements; ++i) t.index[i] = int32_t((left + t.first[min(i, last)]) * int64_t(sizeof(T)));
+    t.whole_from = 0, t.whole_to = t.elements;
+    while (t.whole_from < t.elements && left + t.first[t.whole_from] < 0) t.whole_from += kStep;
+    while (t.whole_to > 0 && left + t.first[min(t.whole_to - 1, last)] + kLoaded > width) t.whole_to -= kStep;
+    if (width * int64_t(sizeof(T)) > INT32_MAX) t.whole_to = 0;  // further than an index reaches
+}
+
+// Sets a strip of outputs of S up.
+template <class Filter, bool kExact, class S>
+void prepare(StripTables& t, const Job& j, const Tile& tile, int channels) {
     constexpr int kTaps = Filter::kTaps;
     constexpr int64_t kPitch = kStripElements<kTaps>;
+    const int64_t width = j.dst_size.width, pixels = tile.width;
+    Walk walk(j.region.width, width, width, tile.x);
     t.pixels = pixels;
     t.elements = (pixels * channels + kLanes<float> - 1) / kLanes<float> * kLanes<float>;
     for (int64_t done = 0; done < pixels; done += kTapBlock) {
@@ -132,7 +150,8 @@ void prepare(StripTables& t, Walk walk, int64_t pixels, int channels, bool may_p
     for (int k = 0; k < kTaps; ++k)
         for (int64_t i = pixels * channels; i < t.elements; ++i) t.weight[k * kPitch + i] = 0;
     t.fetch = Fetch::planes;
-    if (kHasPermute && may_permute) find_windows<kTaps>(t, channels);
+    if (kHasPermute && j.region.width <= 2 * width) find_windows<kTaps>(t, channels);
+    if (t.fetch == Fetch::planes && channels == 1) find_apart<kTaps, S>(t, j.src_size.width, j.region.x);
     t.row_pixels = t.first[pixels - 1] - t.first[0] + kTaps;
 }
 
@@ -143,7 +162,6 @@ void prepare(StripTables& t, Walk walk, int64_t pixels, int channels, bool may_p
 // fetched.
 template <int kTaps, int kChannels, class T>
 void gather_taps(const T* s, const T* next, int64_t width, int64_t left, const StripTables& t) {
-    constexpr int64_t kCopied = kChannels == 1 ? 1 : 4;
     const int64_t *first = t.first, n = t.pixels;
     T* planes = reinterpret_cast<T*>(t.row);
     int64_t begin = 0, end = n - 1;
@@ -160,7 +178,7 @@ void gather_taps(const T* s, const T* next, int64_t width, int64_t left, const S
         const T* pixel = s + at;
         __builtin_prefetch(next + at);
         for (int k = 0; k < kTaps; ++k)
-            memcpy(planes + k * kStripElements<kTaps> + x * kChannels, pixel + k * kChannels, kCopied * sizeof(T));
+            memcpy(planes + k * kStripElements<kTaps> + x * kChannels, pixel + k * kChannels, 4 * sizeof(T));
     }
     for (int64_t x = max(begin, end); x < n; ++x) at_edge(x);
 }
@@ -173,6 +191,37 @@ void weigh_planes(const StripTables& t, float* out) {
     for (int64_t i = 0, n = t.elements; i < n; i += kLanes<float>)
         store(out + i, sum_of<kTaps, kExact>([&](int k) { return load_f32(planes + k * kPitch + i); },
                                              [&](int k) { return load<F32>(weight + k * kPitch + i); }));
+}
+
+// Vectors of outputs that reach beyond the source row take their taps from a copy of them.
+template <int kTaps, bool kExact, class T>
+void weigh_apart(const StripTables& t, const T* s, int64_t width, int64_t left, float* out) {
+    constexpr int kStep = kLanes<float>, kWords = kTapWords<kTaps, T>, kCopied = kWords * 4 / int(sizeof(T));
+    constexpr int64_t kPitch = kStripElements<kTaps>;
+    const StripTables u = t;  // in registers
+    const auto weigh = [&](const void* base, const int32_t* at, int64_t i) {
+        Bytes w[kWords];
+        load_words(static_cast<const uint8_t*>(base), at, w);
+        store(out + i, sum_of<kTaps, kExact>([&](int k) { return tap_of<T>(w, k); },
+                                             [&](int k) { return load<F32>(u.weight + k * kPitch + i); }));
+    };
+    const auto copied = [&](int64_t from, int64_t to) {
+        T taps[kStep][kCopied] = {};
+        int32_t at[kStep];
+        for (int64_t i = from; i < to; i += kStep) {
+            for (int64_t e = 0; e < kStep; ++e) {
+                const int64_t first = left + u.first[min(i + e, u.pixels - 1)];
+                at[e] = int32_t(e * int64_t(sizeof taps[0]));
+                for (int k = 0; k < kTaps; ++k)
+                    memcpy(&taps[e][k], s + clamp<int64_t>(first + k, 0, width - 1), sizeof(T));
+            }
+            weigh(taps, at, i);
+        }
+    };
+    const int64_t from = u.whole_from, to = max(u.whole_to, from);
+    copied(0, from);
+    for (int64_t i = from; i < to; i += kStep) weigh(s, u.index + i, i);
+    copied(to, u.elements);
 }
 
 // kWindows: how many vectors of the row of floats hold the taps of a vector of outputs; kShare: for how many taps in
@@ -220,13 +269,13 @@ template <int kTaps, bool kExact, class T>
 void resample_row(const StripTables& t, const T* s, const T* next, int64_t width, int64_t left, int channels,
                   float* out) {
     if (t.fetch == Fetch::planes) {
-        if (channels == 1)
-            gather_taps<kTaps, 1>(s, next, width, left, t);
-        else if (channels == 3)
+        if (channels == 3)
             gather_taps<kTaps, 3>(s, next, width, left, t);
         else
             gather_taps<kTaps, 4>(s, next, width, left, t);
         weigh_planes<kTaps, kExact, T>(t, out);
+    } else if (t.fetch == Fetch::apart) {
+        weigh_apart<kTaps, kExact>(t, s, width, left, out);
     } else if constexpr (kHasPermute) {
         replicate_row(s, width, channels, left + t.row_from, t.row_pixels, t.row);
         if (t.fetch == Fetch::one_window)
