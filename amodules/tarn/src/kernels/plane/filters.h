@@ -9,7 +9,7 @@
 namespace tarn::k::TARN_LEVEL {
 namespace {
 
-constexpr int kTapBlock = 64;  // positions whose weights are computed together
+constexpr int kTapBlock = 8;  // positions whose weights are computed together
 
 struct Linear {
     static constexpr int kTaps = 2;

@@ -84,7 +84,9 @@ Status nearest(const Job& j) {
     if constexpr (kPixel == 1 || (kPixel == 2 && !kKept))
         if (halves_width(j)) return nearest_of_half<kPixel>(j);
     const int64_t width = j.dst_size.width, row_bytes = width * kPixel;
-    const bool try_windows = kHasLookup && kPixel < 16 && j.region.width <= 2 * width;
+    // To find the windows costs as much as some rows pixel by pixel.
+    const bool many_rows = j.bottom - j.top >= 4 * kPixel;
+    const bool try_windows = kHasLookup && kPixel < 16 && many_rows && j.region.width <= 2 * width;
     const int64_t groups = try_windows ? (row_bytes + kVector - 1) / kVector * kGroups : 0;
 
     Columns c{};

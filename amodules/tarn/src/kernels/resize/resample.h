@@ -63,7 +63,6 @@ Status resample(const Job& j, int channels, bool kept) {
         part(ring_rows, kTaps * kElements + 4 * kLanes<float>);
     };
     if (!scratch.carve(arrays)) return kNoMemory;
-    memset(t.row, 0, sizeof(float) * kRowElements<kTaps>);
     find_row_taps<Filter>(j.region.height, j.dst_size.height, j.top, height, row_taps);
     Ring<float, kTaps> ring(ring_rows, kElements);
 

@@ -54,7 +54,8 @@ constexpr int64_t kRowElements = 6 * kStripElements<kTaps> + 256;
 
 enum class Fetch { planes, apart, one_window, two_windows };
 
-// What a strip's rows are made with. Elements: outputs times channels, then up to a whole vector more of no meaning.
+// What a strip's rows are made with. Elements: outputs times channels, then up to a whole vector more of no meaning, for
+// which whatever stands in the scratch is read.
 struct StripTables {
     int64_t pixels, elements;
     float* weight;   // plane after plane of kStripElements: the taps' weights per element
