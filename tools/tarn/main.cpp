@@ -107,8 +107,12 @@ Parsed parse(int argc, char** argv, bool takes = false, bool leaves = false) {
         "memory.\n"
         "Environment: TARN_MODULE names another module library, TARN_LEVEL a processor level as --level does.\n"
         "Exit status: 0 done, 1 the work failed, 2 the command line is wrong.");
+    const Command* const named = argc > 1 && argv[1][0] != '-' ? find_command(argv[1]) : nullptr;
+    if (argc > 1 && argv[1][0] != '-' && !named) unknown_command(argv[1]);
+    const bool all = !named || std::strcmp(named->name, "help") == 0;
     std::string level;
     for (const Command& command : commands()) {
+        if (!all && &command != named) continue;  // options are many, and take longer to make than to read
         CLI::App* sub = app.add_subcommand(command.name, command.summary);
         sub->footer(help_footer(command));
         sub->set_help_flag("-h,--help", "print this help");
@@ -117,12 +121,10 @@ Parsed parse(int argc, char** argv, bool takes = false, bool leaves = false) {
             ->type_name("NAME");
     }
     std::vector<char*> words(argv, argv + argc);
-    if (argc > 1 && argv[1][0] != '-') {
-        const Command* command = find_command(argv[1]);
-        if (!command) unknown_command(argv[1]);
-        words[1] = const_cast<char*>(command->name);
-        parsed.command = command->name;
-        const CLI::App* sub = app.get_subcommand(command->name);
+    if (named) {
+        words[1] = const_cast<char*>(named->name);
+        parsed.command = named->name;
+        const CLI::App* sub = app.get_subcommand(named->name);
         parsed.makes_picture = sub->get_option_no_throw("--quality");
         if (takes && !sub->get_option_no_throw("--autorotate"))
             usage(parsed.command, "takes no picture", "begin with it");
