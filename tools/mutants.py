@@ -94,16 +94,13 @@ def tests_for(path):
     return [(program / "host_tests",), fuzz, operations] if path.startswith("host/") else [fuzz, operations]
 
 
-def noticed_by(path, limit):
-    """The test that fails, or None."""
-    for command in tests_for(path):
-        name = pathlib.Path(command[0]).name
-        try:
-            if run(*command, timeout=limit).returncode != 0:
-                return name
-        except subprocess.TimeoutExpired:
-            return name + " (no end)"
-    return None
+def fails(command, limit):
+    """How it fails, or nothing."""
+    name = pathlib.Path(command[0]).name
+    try:
+        return "" if run(*command, timeout=limit).returncode == 0 else name
+    except subprocess.TimeoutExpired:
+        return name + " (no end)"
 
 
 def main():
@@ -129,13 +126,8 @@ def main():
         file.writelines(json.dumps(r) + "\n" for r in done.values())
     if not build():
         sys.exit("mutants: the commit itself can't be built")
-    began = time.monotonic()
-    for path in ("host/", KERNELS + "base/"):
-        failing = noticed_by(path, 3600)
-        if failing:
-            sys.exit(f"mutants: {failing} fails without any change")
-    limit = 60 + 3 * (time.monotonic() - began)
     original = code_of()
+    limits = {}  # seconds, of the tests that have passed without a change
 
     number = 0
     while sum(r["result"] in ("noticed", "SURVIVED") for r in done.values()) < options.count:
@@ -143,6 +135,14 @@ def main():
         if number in done:
             continue
         path, line, column, old, new = random.Random(f"{options.seed} {number}").choice(all_sites)
+        tests = tests_for(path)
+        for command in tests:
+            if command in limits:
+                continue
+            began = time.monotonic()
+            if not build() or fails(command, 3600):
+                sys.exit(f"mutants: {command} fails without any change")
+            limits[command] = 60 + 5 * (time.monotonic() - began)
         source = TREE / path
         text = source.read_text()
         lines = text.split("\n")
@@ -155,7 +155,7 @@ def main():
             elif code_of() == original:
                 result, by = "same code", ""
             else:
-                by = noticed_by(path, limit)
+                by = next((how for how in (fails(command, limits[command]) for command in tests) if how), "")
                 result = "noticed" if by else "SURVIVED"
         finally:
             source.write_text(text)

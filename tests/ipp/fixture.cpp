@@ -41,6 +41,13 @@ QuelOP find(const char* name) {
     return op;
 }
 
+LumoARRAY region_of(LumoELEMTYPE type, int32_t width, int32_t height) {
+    LumoARRAY parms;
+    const int32_t sizes[] = {height, width};
+    EXPECT_TRUE(LumoARRPARMS(&parms, 2, sizes, _G_Lumo_strides_corder, &(const LumoARRLO&)LumoARRLO{"HW"}, type, 0));
+    return parms;
+}
+
 Array::Array(LumoELEMTYPE type, int width, int height, int padding, bool upwards)
     : channels(int(type >> 12 & 15)), element_bytes(int(LumoELEMTYPEsizeof(type))) {
     if (kWholeElements && element_bytes > 1) padding = (padding + element_bytes - 1) / element_bytes * element_bytes;

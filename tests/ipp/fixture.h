@@ -79,6 +79,9 @@ struct Array {
     std::vector<uint8_t> memory;
 };
 
+// What "tarn::initmorphstate" reads of a region.
+LumoARRAY region_of(LumoELEMTYPE type, int32_t width, int32_t height);
+
 // A random destination and source, differently laid out, and what the destination was.
 struct Operands {
     explicit Operands(LumoELEMTYPE type) : Operands(type, type) {}

@@ -11,13 +11,6 @@ constexpr char kTexts[] = "(@arrvSrc[i](.elem-type, .nchannels), @roi) -> @arrvD
 constexpr char kOfState[] = "@arr(.elem-type, .nchannels)";
 constexpr uint32_t kCentre = TARN_ANCHOR_CENTRE;
 
-LumoARRAY region_of(LumoELEMTYPE type, int32_t width, int32_t height) {
-    LumoARRAY parms;
-    const int32_t sizes[] = {height, width};
-    EXPECT_TRUE(LumoARRPARMS(&parms, 2, sizes, _G_Lumo_strides_corder, &(const LumoARRLO&)LumoARRLO{"HW"}, type, 0));
-    return parms;
-}
-
 // A structuring element of cells given as text, rows behind each other.
 Array element(int width, int height, const std::string& cells) {
     Array e(u8(1), width, height, 2);
