@@ -328,7 +328,12 @@ void morph(Play& p, const char* name) {
     if (bytes <= 0 || bytes > 1 << 20) return;
     const uint32_t harm = last ? 0 : p.pick(12);
     const bool bad = harm > 8;
-    const int kept = harm == 9 ? int(p.pick(uint32_t(bytes))) : int(bytes);
+    // In an array that is given a state for floats is made as one of its kind alone, which is smaller.
+    const auto made = made_for == TARN_MORPH_FLOATS ? uint32_t(TARN_MORPH_ADVANCED) : made_for;
+    int64_t used = bytes;
+    if (harm == 9) used = p.call<TarnInitmorphstate>("initmorphstate", Place(), made, region, element, anchor);
+    if (used <= 0) return;
+    const int kept = harm == 9 ? int(p.pick(uint32_t(used))) : int(bytes);
     const int layout = int(p.pick(32));
     const Place state = p.plane(kByte, int(bytes), 1, layout, p.pick(1000), scratch);
     if (harm != 10 && p.call<TarnInitmorphstate>("initmorphstate", state, made_for, region, element, anchor) < 0)
