@@ -16,7 +16,7 @@
 namespace tarn::tool {
 namespace {
 constexpr char kSymbol[] = "_G_quel_module";
-constexpr std::string_view kLibraries[] = {"libKa.so", "libLumo.so", "libc.so.6", "libm.so.6"};
+constexpr std::string_view kLibraries[] = {"libKa.so", "libLumo.so", "libc.so", "libm.so"};  // of any version
 
 std::string hex(uint64_t word) {
     char text[24];
@@ -47,7 +47,8 @@ void needs_promise(const std::string& path, Trial& trial) {
     const std::vector<std::string> needs = library.needs();
     std::vector<std::string> others;
     for (const std::string& name : needs)
-        if (std::find(std::begin(kLibraries), std::end(kLibraries), name) == std::end(kLibraries) &&
+        if (std::find(std::begin(kLibraries), std::end(kLibraries), name.substr(0, name.find(".so") + 3)) ==
+                std::end(kLibraries) &&
             !name.starts_with("ld-linux"))
             others.push_back(name);
     if (!others.empty()) trial.fault(joined(others) + ", beyond the host's and the C library");
