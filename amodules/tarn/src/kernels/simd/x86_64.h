@@ -256,23 +256,19 @@ inline int64_t count_bits(uint64_t bits) { return __builtin_popcountll(bits); }
 // A bit for each element that is negative.
 inline uint64_t negative_bits(S8 v) { return _mm512_movepi8_mask((__m512i)v); }
 // Where a compares so with b, which is counted < <= == >= >. Nothing holds for a NaN.
+constexpr int kOfIntegers[] = {_MM_CMPINT_LT, _MM_CMPINT_LE, _MM_CMPINT_EQ, _MM_CMPINT_NLT, _MM_CMPINT_NLE};
+constexpr int kOfFloats[] = {_CMP_LT_OQ, _CMP_LE_OQ, _CMP_EQ_OQ, _CMP_GE_OQ, _CMP_GT_OQ};
 template <int kComparison>
 inline uint64_t compare_bits(U8 a, U8 b) {
-    constexpr int kPredicates[] = {_MM_CMPINT_LT, _MM_CMPINT_LE, _MM_CMPINT_EQ, _MM_CMPINT_NLT, _MM_CMPINT_NLE};
-    constexpr int kPredicate = kPredicates[kComparison];  // an immediate
-    return _mm512_cmp_epu8_mask((__m512i)a, (__m512i)b, kPredicate);
+    return _mm512_cmp_epu8_mask((__m512i)a, (__m512i)b, kOfIntegers[kComparison]);
 }
 template <int kComparison>
 inline uint64_t compare_bits(S16 a, S16 b) {
-    constexpr int kPredicates[] = {_MM_CMPINT_LT, _MM_CMPINT_LE, _MM_CMPINT_EQ, _MM_CMPINT_NLT, _MM_CMPINT_NLE};
-    constexpr int kPredicate = kPredicates[kComparison];
-    return _mm512_cmp_epi16_mask((__m512i)a, (__m512i)b, kPredicate);
+    return _mm512_cmp_epi16_mask((__m512i)a, (__m512i)b, kOfIntegers[kComparison]);
 }
 template <int kComparison>
 inline uint64_t compare_bits(F32 a, F32 b) {
-    constexpr int kPredicates[] = {_CMP_LT_OQ, _CMP_LE_OQ, _CMP_EQ_OQ, _CMP_GE_OQ, _CMP_GT_OQ};
-    constexpr int kPredicate = kPredicates[kComparison];
-    return _mm512_cmp_ps_mask((__m512)a, (__m512)b, kPredicate);
+    return _mm512_cmp_ps_mask((__m512)a, (__m512)b, kOfFloats[kComparison]);
 }
 // Bytes of ones where the bits are set.
 inline Bytes bytes_of_bits(uint64_t bits) { return (Bytes)_mm512_movm_epi8(bits); }
