@@ -53,36 +53,41 @@ void row_by_windows(const uint8_t* s, const Columns& c, uint8_t* d) {
     });
 }
 
-// The second of every two pixels, at exactly half the width: one or two bytes each, from a vector of either half.
+// The second of every two pixels, at exactly half the width: one, two or four bytes each, from a vector of either half.
 template <int kPixel>
 inline Bytes second_of_two(const uint8_t* s) {
     const uint8_t* upper = s + kVector;
     if constexpr (kPixel == 1)
         return in_order_once((Bytes)narrow_groups_u8((S16)(load<U16>(s) >> 8), (S16)(load<U16>(upper) >> 8)));
-    else
+    else if constexpr (kPixel == 2)
         return in_order_once((Bytes)narrow_groups(load<S32>(s) >> 16, load<S32>(upper) >> 16));
+    else
+        return in_order_once(odd32(load<Bytes>(s), load<Bytes>(upper)));
 }
-template <int kPixel>
+template <int kPixel, bool kKept>
 void row_of_second(const uint8_t* TARN_RESTRICT s, int64_t n, uint8_t* TARN_RESTRICT d) {
+    const Bytes mask = colour_mask<uint8_t>();
     int64_t i = 0;
 #pragma GCC unroll 2
-    for (; n * kPixel - i >= kVector; i += kVector) store(d + i, second_of_two<kPixel>(s + 2 * i));
-    for (; i < n * kPixel; i += kPixel) memcpy(d + i, s + 2 * i + kPixel, kPixel);
+    for (; n * kPixel - i >= kVector; i += kVector)
+        store_form_where<kKept>(Whole{}, d + i, second_of_two<kPixel>(s + 2 * i), mask);
+    for (; i < n * kPixel; i += kPixel) memcpy(d + i, s + 2 * i + kPixel, kKept ? 3 : kPixel);
 }
 
-template <int kPixel>
+template <int kPixel, bool kKept>
 Status nearest_of_half(const Job& j) {
     Walk line(j.region.height, j.dst_size.height, 0, j.top);
     for (int64_t y = j.top; y < j.bottom; ++y, line.next())
-        row_of_second<kPixel>(j.src_row<uint8_t>(j.region.y + line.whole) + int64_t(j.region.x) * kPixel,
-                              j.dst_size.width, j.dst_row<uint8_t>(y));
+        row_of_second<kPixel, kKept>(j.src_row<uint8_t>(j.region.y + line.whole) + int64_t(j.region.x) * kPixel,
+                                     j.dst_size.width, j.dst_row<uint8_t>(y));
     return kOk;
 }
 
 template <int kPixel, bool kKept>
 Status nearest(const Job& j) {
-    if constexpr (kPixel == 1 || (kPixel == 2 && !kKept))
-        if (halves_width(j)) return nearest_of_half<kPixel>(j);
+    // Four bytes of which one is kept are of 8 bits each.
+    if constexpr (kPixel <= 4 && kPixel != 3)
+        if (halves_width(j)) return nearest_of_half<kPixel, kKept>(j);
     const int64_t width = j.dst_size.width, row_bytes = width * kPixel;
     // To find the windows costs as much as some rows pixel by pixel.
     const bool many_rows = j.bottom - j.top >= 4 * kPixel;
