@@ -1,6 +1,4 @@
 // Whole operations on small pictures, as callers of many small ones see them: what a call costs before its first pixel.
-#include <random>
-
 #include "bench.h"
 #include "host.h"
 #include "peer_opencv.h"
@@ -20,7 +18,7 @@ constexpr Type kTypes[] = {{"u8_c1", LUMO_U8 | LUMO_CHANNELS(1), CV_8UC1},
 
 LumoMAT view(const cv::Mat& m, LumoELEMTYPE type) { return {nullptr, type, m.cols, m.rows, int32_t(m.step), m.data}; }
 
-// Pictures of a type and size, as both sides see them. Results of ours and of OpenCV are apart from each other and made.
+// Pictures of a type and size, as both sides see them. Both write the same results, but for those of half the size.
 struct Pictures {
     Pictures(const Type& type, int side)
         : a(side, side, type.opencv), b(side, side, type.opencv), half(side / 2, side / 2, type.opencv) {

@@ -57,9 +57,9 @@ public:
     // Throws when the module has no such operation. name: "tarn::scale-resize".
     Operation(const Module& module, const std::string& name, Timing& timing);
 
-    // Calls it as a Fn (tarn.h) with its own arguments. Throws what its error value says; given describes what it was
-    // given
-    // ("600x400 u8, 3 channels"); also for arrays with which it would do something else, or end the process. Returns the operation's result.
+    // Calls it as a Fn (tarn.h) with its own arguments and returns its result. given describes what it was given
+    // ("600x400 u8, 3 channels"). Throws what its error value says, and for arrays with which the operation would do
+    // something else or end the process.
     template <class Fn, class... Args>
     auto call(const std::string& given, Args... args) {
         int32_t place = 0;

@@ -103,8 +103,7 @@ Parsed parse(int argc, char** argv, bool takes = false, bool leaves = false) {
         "Several: commands that make one picture of one take more, or a folder, with --out-dir. Pipes: - and "
         "--format.\n"
         "Steps: tarn resize a.png --size 640x480 --then filter --kind median --size 3x3 -o b.png hands the picture on "
-        "in "
-        "memory.\n"
+        "in memory.\n"
         "Environment: TARN_MODULE names another module library, TARN_LEVEL a processor level as --level does.\n"
         "Exit status: 0 done, 1 the work failed, 2 the command line is wrong.");
     const Command* const named = argc > 1 && argv[1][0] != '-' ? find_command(argv[1]) : nullptr;

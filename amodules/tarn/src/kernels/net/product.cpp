@@ -103,6 +103,7 @@ inline void tile(const float* const* x, const float* const* w, const Biases<kRow
                                                                       : kPerRow == kWide ? kRowsAtOnce * 3 / 2
                                                                                          : kRowsAtOnce;
     F32 acc[kOutputs<kRows, kPerRow>];
+    for (int i = kRows * kPerRow; i < kOutputs<kRows, kPerRow>; ++i) acc[i] = F32{};
     for (int r = 0; r < kRows; r += kStepRows)
         for (int n = 0; n < kPerRow; n += kStepNeurons)
             accumulate<kStepRows, kStepNeurons>(x + r, w + n, k, acc + r * kPerRow + n, kPerRow);
@@ -124,7 +125,7 @@ void strided_output(const float* x, const float* w, const float* bias, float* y,
     for (int64_t i = 0; i < k; i += 16) {
         const int64_t n = min<int64_t>(k - i, 16);
         const F32x16 xs = gather16(x + i * step, step, n), ws = gather16(w + i * step, step, n);
-        each_vector_of_16([&](int v) { sums.v[v] = mul_add(xs.v[v], ws.v[v], sums.v[v]); });
+        sums = each_of_16([&](int v) { return mul_add(xs.v[v], ws.v[v], sums.v[v]); });
     }
     acc[0] = fold(sums);
     finish(acc, Biases<1, kSingle>(bias, 1), &y, 1, 1);

@@ -23,14 +23,6 @@ inline F32x16 each_of_16(F f) {
         return {{f(0), f(1), f(2), f(3)}};
 }
 
-// The same for an f without a result.
-template <class F>
-inline void each_vector_of_16(F f) {
-    f(0);
-    if constexpr (kVectors > 1) f(1);
-    if constexpr (kVectors > 2) f(2), f(3);
-}
-
 inline F32x16 splat16(float value) {
     return each_of_16([value](int) { return splat(value); });
 }
