@@ -70,6 +70,7 @@ Run setup_cmp_c(CLI::App& app);
 Run setup_add_c(CLI::App& app);
 Run setup_sub_c(CLI::App& app);
 Run setup_mul_c(CLI::App& app);
+// lists.cpp
 Run setup_add_n(CLI::App& app);
 Run setup_sub_n(CLI::App& app);
 Run setup_mul_n(CLI::App& app);

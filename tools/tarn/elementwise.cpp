@@ -1,5 +1,7 @@
 // Commands of the element-wise operations. They work on the colour channels; alpha comes from the first picture as it
 // is.
+#include "elementwise.h"
+
 #include <cmath>
 #include <cstring>
 #include <span>
@@ -13,46 +15,38 @@
 
 namespace tarn::tool {
 namespace {
-
-struct Options {
-    Files files;
-    std::string constants, mask, comparison;
-    bool wrap = false;
-};
-
-// What a u16 sample must be in memory: its own bits, anything in the same order, or a float of its value, since the
-// module's 16-bit arithmetic is signed. The floats are exact: products and sums below 2^24 are, larger ones saturate.
-enum class Wide { bits, order, value };
-
-// How an operation gets its samples.
-struct Takes {
-    const char* command;
-    Wide wide;
-    std::vector<Sample> brought = {Sample::u16};  // to kinds that it takes
-};
-
 void flip_all(Image& image) {
     for (uint8_t* row : image.rows()) flip_offset16(row, size_t(image.shape.width) * size_t(image.shape.channels));
 }
+}  // namespace
 
-// The inputs, checked and in the form that the operation needs. given: what they were like in their files.
-std::vector<Image> take_inputs(const Files& files, const Takes& takes, Shape& given) {
-    std::vector<Image> images = read_equal_inputs(files);
-    given = images[0].shape;
-    for (size_t i = 0; i < images.size(); ++i) {
-        require_samples(images[i], files.inputs[i], takes.command,
-                        samples_of(std::string("tarn::") + takes.command, "", takes.brought));
-        if (images[i].shape.sample != Sample::u16) continue;
-        if (takes.wide == Wide::bits) flip_all(images[i]);
-        if (takes.wide == Wide::value) images[i] = as_floats(images[i]);
-    }
-    return images;
+Image take_samples(Image image, const std::string& name, const Takes& takes) {
+    require_samples(image, name, takes.command, samples_of(std::string("tarn::") + takes.command, "", takes.brought));
+    if (image.shape.sample != Sample::u16) return image;
+    if (takes.wide == Wide::value) return as_floats(image);
+    if (takes.wide == Wide::bits) flip_all(image);
+    return image;
 }
 
 Shape colour_shape(const Image& image) {
     Shape shape = image.shape;
     if (image.has_alpha()) --shape.channels, shape.alpha = Alpha::none;
     return shape;
+}
+
+namespace {
+struct Options {
+    Files files;
+    std::string constants, mask, comparison;
+    bool wrap = false;
+};
+
+// The inputs in the form that the operation needs. given: what they were like in their files.
+std::vector<Image> take_inputs(const Files& files, const Takes& takes, Shape& given) {
+    std::vector<Image> images = read_equal_inputs(files);
+    given = images[0].shape;
+    for (size_t i = 0; i < images.size(); ++i) images[i] = take_samples(std::move(images[i]), files.inputs[i], takes);
+    return images;
 }
 
 // The colour channels of pictures, without a copy where there are no others.
@@ -186,27 +180,6 @@ Run setup_arith_c(CLI::App& app, const char* name) {
     });
 }
 
-// 256 * 65535 is below 2^24, and of up to 256 values a mean is told from half of a whole number.
-constexpr size_t kMostExactMean = 256;
-constexpr std::string_view kMean = "avgarith-n";
-
-Run setup_list(CLI::App& app, const char* name) {
-    const auto options = std::make_shared<Options>();
-    add_inputs(app, options->files, 1, 0);
-    add_image_output(app, options->files);
-    return [options, name] {
-        run_colours(
-            options->files, {name, Wide::value}, Result::like_first,
-            [&](Operation& operation, LumoMAT& dst, std::span<const LumoMAT* const> src, const Shape& shape) {
-                if (shape.sample == Sample::u16 && src.size() > kMostExactMean && name == kMean)
-                    fail(options->files.inputs[kMostExactMean],
-                         "is one 16-bit picture too many: floats hold the sum of " + std::to_string(kMostExactMean),
-                         "take the mean of means of as many pictures each");
-                operation.call<TarnArithN>(describe(shape), &dst, int32_t(src.size()), src.data());
-            });
-    };
-}
-
 // The comparison's code in the module.
 uint32_t comparison_code(const std::string& text) {
     return TARN_LESS +
@@ -251,10 +224,6 @@ Run setup_xor_c(CLI::App& app) { return setup_logic_c(app, "xor-c"); }
 Run setup_add_c(CLI::App& app) { return setup_arith_c(app, "add-c"); }
 Run setup_sub_c(CLI::App& app) { return setup_arith_c(app, "sub-c"); }
 Run setup_mul_c(CLI::App& app) { return setup_arith_c(app, "mul-c"); }
-Run setup_add_n(CLI::App& app) { return setup_list(app, "add-n"); }
-Run setup_sub_n(CLI::App& app) { return setup_list(app, "sub-n"); }
-Run setup_mul_n(CLI::App& app) { return setup_list(app, "mul-n"); }
-Run setup_avgarith_n(CLI::App& app) { return setup_list(app, kMean.data()); }
 
 Run setup_not(CLI::App& app) {
     const auto options = std::make_shared<Options>();

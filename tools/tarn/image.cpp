@@ -188,7 +188,9 @@ Image from_floats(Image image, const Shape& like) {
                 to[i] = static_cast<decltype(type)>(std::nearbyint(std::clamp(value, low, high)) - offset);
             }
         };
-        if (like.sample == Sample::u16)
+        if (like.sample == Sample::u8)
+            put(uint8_t(), 0, UINT8_MAX, 0);
+        else if (like.sample == Sample::u16)
             put(int16_t(), 0, UINT16_MAX, kOffset16);
         else
             put(int32_t(), INT32_MIN, INT32_MAX, 0);

@@ -86,7 +86,7 @@ void invert(uint8_t* row, size_t samples, Sample sample);
 // For commands whose result depends on the values themselves: the same values in f32 samples, those of s32 and u32
 // beyond 2^24 rounded.
 Image as_floats(const Image& image);
-// A result that was worked out in f32 samples, as one of like's u16 or s32: rounded to the nearest, ties to even,
+// A result that was worked out in f32 samples, as one of like's u8, u16 or s32: rounded to the nearest, ties to even,
 // saturated; NaN becomes 0. One that has like's samples already is that itself.
 Image from_floats(Image image, const Shape& like);
 

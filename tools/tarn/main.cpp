@@ -96,8 +96,7 @@ Parsed parse(int argc, char** argv, bool takes = false, bool leaves = false) {
     app.set_help_flag("-h,--help", "print this help");
     app.footer(
         "Pictures: PNG of up to 16 bits, 8-bit JPEG, TIFF of up to 32 bits and float, PGM, PPM and PFM; grey or RGB, "
-        "with "
-        "or without alpha.\n"
+        "with or without alpha.\n"
         "The alpha channel is worked on by itself. Orientation tags are followed, colour profile and resolution are "
         "carried over, other metadata are not.\n"
         "Several: commands that make one picture of one take more, or a folder, with --out-dir. Pipes: - and "
@@ -111,8 +110,11 @@ Parsed parse(int argc, char** argv, bool takes = false, bool leaves = false) {
     const bool all = !named || std::strcmp(named->name, "help") == 0;
     std::string level;
     for (const Command& command : commands()) {
-        if (!all && &command != named) continue;  // options are many, and take longer to make than to read
+        if (!all && &command != named) continue;
         CLI::App* sub = app.add_subcommand(command.name, command.summary);
+        // Options are many, and take longer to make than to read.
+        if (std::none_of(argv + 1, argv + argc, [&](const char* word) { return find_command(word) == &command; }))
+            continue;
         sub->footer(help_footer(command));
         sub->set_help_flag("-h,--help", "print this help");
         sub->callback([&parsed, run = command.setup(*sub)] { parsed.run = run; });

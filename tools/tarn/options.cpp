@@ -243,15 +243,20 @@ Image read_input(const Files& files, size_t index) {
     return read_image(files.inputs[index], reading);
 }
 
+Image read_input_like(const Files& files, size_t index, const Shape& first) {
+    Image image = read_input(files, index);
+    const std::string wanted = describe(first), given = describe(image.shape);
+    if (given != wanted)
+        fail(files.inputs[index], "is " + given + " but " + files.inputs[0] + " is " + wanted,
+             "give pictures of one kind");
+    return image;
+}
+
 std::vector<Image> read_equal_inputs(const Files& files) {
     std::vector<Image> images;
-    for (size_t i = 0; i < files.inputs.size(); ++i) {
-        images.push_back(read_input(files, i));
-        const std::string first = describe(images[0].shape), other = describe(images[i].shape);
-        if (other != first)
-            fail(files.inputs[i], "is " + other + " but " + files.inputs[0] + " is " + first,
-                 "give pictures of one kind");
-    }
+    images.push_back(read_input(files));
+    while (images.size() < files.inputs.size())
+        images.push_back(read_input_like(files, images.size(), images[0].shape));
     return images;
 }
 

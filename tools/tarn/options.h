@@ -79,7 +79,9 @@ void keep_in_memory(const std::string& name);
 
 // Reads input number index with progress shown.
 Image read_input(const Files& files, size_t index = 0);
-// Reads all inputs; throws when they differ in shape from the first.
+// The same; throws when it differs in shape from the first.
+Image read_input_like(const Files& files, size_t index, const Shape& first);
+// Reads all inputs of a shape.
 std::vector<Image> read_equal_inputs(const Files& files);
 
 // Throws unless the picture has samples that the command takes, see samples_of.
