@@ -19,9 +19,6 @@ class Batch(driver.ProgramTest):
             self.put(f"{folder}/{name}", png(9, 6, 3, values))
         return rows
 
-    def piped(self, data, *arguments):
-        return subprocess.run([TARN, *arguments], cwd=self.folder, input=data, capture_output=True, timeout=60)
-
     def test_pipes_carry_every_format_and_nothing_else(self):
         rows = noise(40, 30, 3, 0, 255)
         picture = png(40, 30, 3, rows)
@@ -35,7 +32,7 @@ class Batch(driver.ProgramTest):
         self.tarn("copy", "in.png", "-o", "odd.name", "--format", "png")
         self.assertEqual(read_png(self.get("odd.name"))[4], rows)
         for data, words, *arguments in ((picture, b"--format: is missing", "copy", "-", "-o", "-"),
-                                        (picture, b"holds one picture", "and", "-", "-", "-o", "-", "--format", "png"),
+                                        (picture, b"holds one input", "and", "-", "-", "-o", "-", "--format", "png"),
                                         (picture[:99], b"standard input: is a damaged or incomplete PNG", "copy", "-", "-o", "-", "--format", "png")):
             done = self.piped(data, *arguments)
             self.assertEqual((done.stdout, done.returncode > 0, words in done.stderr), (b"", True, True), done.stderr)

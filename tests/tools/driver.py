@@ -35,6 +35,9 @@ class ProgramTest(unittest.TestCase):
         return subprocess.run([TARN, *map(str, arguments)], cwd=self.folder, capture_output=True, text=True, timeout=120,
                               **options)
 
+    def piped(self, data, *arguments):
+        return subprocess.run([TARN, *arguments], cwd=self.folder, input=data, capture_output=True, timeout=60)
+
     def tarn(self, *arguments):
         """Runs it and expects success without a word on standard error; returns what it printed."""
         done = self.run_tarn(*arguments)

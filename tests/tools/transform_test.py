@@ -62,6 +62,18 @@ class Transform(driver.ProgramTest):
         self.tarn("copy-transform", "in.png", "-o", "out.png", "--colour", "rgb")
         self.assertEqual(read_png(self.get("out.png")), (7, 5, 3, 16, rows))
 
+    def test_arrays_go_through_pipes(self):
+        rows = noise(7, 5, 3, 0, 255)
+        array = self.piped(png(7, 5, 3, rows), "copy-transform", "-", "-o", "-", "--format", "npy", "--type", "f32")
+        self.assertTrue(array.stdout.startswith(b"\x93NUMPY\1\0"), array.stderr)
+        picture = self.piped(array.stdout, "copy-transform", "-", "-o", "-", "--format", "png", "--type", "u8", "--input-colour", "rgb")
+        self.assertEqual(read_png(picture.stdout)[4], rows)
+        cut = self.piped(array.stdout[:-1], "copy-transform", "-", "-o", "o.png")
+        self.assertIn(b"standard input: ends too early: 419 of 420 bytes", cut.stderr)
+        self.put("w.npy", npy((1, 4), [1, 10, 100, 1000]))
+        done = self.piped(npy((1, 4), [1, 2, 3, 4]), "multi-line-neuronet", "-", "--layer", "w.npy", "-o", "-")
+        self.assertEqual(done.stdout[-4:], struct.pack("<f", 4321), done.stderr)
+
     def test_refuses_what_it_can_not_do(self):
         self.put("a.png", png(3, 3, 3, noise(3, 3, 3, 0, 255)))
         self.put("wide.png", png(4, 3, 3, noise(4, 3, 3, 0, 255)))

@@ -225,18 +225,21 @@ void require_picture(std::span<const uint8_t> bytes, const std::string& name) {
 }
 }  // namespace
 
-std::vector<uint8_t> read_file(const std::string& name) {
-    struct Close {
-        void operator()(std::FILE* file) const { std::fclose(file); }
-    };
+InputFile open_input(std::string& name) {
     static bool standard_input_read = false;
-    const bool standard_input = name == "-";
-    const std::string path = standard_input ? "standard input" : name;
-    if (standard_input && std::exchange(standard_input_read, true))
-        fail(path, "holds one picture and is asked for two", "give \"-\" once");
-    std::unique_ptr<std::FILE, Close> file(standard_input ? fdopen(dup(STDIN_FILENO), "rb")
-                                                          : std::fopen(path.c_str(), "rb"));
-    if (!file) fail(path, "can't be read: " + system_reason(errno), "check the name");
+    if (name != "-") {
+        InputFile file(std::fopen(name.c_str(), "rb"));
+        if (!file) fail(name, "can't be read: " + system_reason(errno), "check the name");
+        return file;
+    }
+    name = "standard input";
+    if (std::exchange(standard_input_read, true)) fail(name, "holds one input and is asked for two", "give \"-\" once");
+    return InputFile(stdin);
+}
+
+std::vector<uint8_t> read_file(const std::string& name) {
+    std::string path = name;
+    const InputFile file = open_input(path);
     struct stat status = {};
     if (fstat(fileno(file.get()), &status) == 0 && S_ISDIR(status.st_mode))
         fail(path, "is a folder", "name a picture in it, or give --out-dir if the command has it");

@@ -101,6 +101,13 @@ struct Encoding {
     enum class Tiff { none, lzw, deflate } tiff_compression = Tiff::lzw;
 };
 
+struct Close {
+    void operator()(std::FILE* file) const { std::fclose(file); }
+};
+using InputFile = std::unique_ptr<std::FILE, Close>;
+// Opens a file for reading. "-" is standard input, which can be had once; name becomes what messages call it.
+InputFile open_input(std::string& name);
+
 // The whole of a picture file; throws when its first bytes are not those of a picture, before it reads on.
 std::vector<uint8_t> read_file(const std::string& path);
 struct Reading {

@@ -34,8 +34,6 @@ constexpr struct {
                     {"leaky-rectifier", TARN_ACTIVATION_LEAKY_RECTIFIER},
                     {"softmax", TARN_ACTIVATION_SOFTMAX}};
 
-bool is_npy(const std::string& text) { return text.ends_with(".npy"); }
-
 // "weights.npy", "weights.npy,bias.npy", "weights.npy,softmax", "weights.npy,bias.npy,softmax"; inputs: the width of
 // what comes in, told as `from`.
 Layer read_layer(const std::string& text, int32_t inputs, const std::string& from) {
@@ -85,7 +83,7 @@ void run_neuronet(const Neuronet& options) {
         usage("-o", "nothing is to be written or told", "give -o OUT.npy, --classes, --labels or --time");
     std::optional<OutputFile> out;
     if (!files.output.empty()) {
-        if (!is_npy(files.output))
+        if (!is_npy(files.output) && files.output != "-")
             usage("-o", "'" + files.output + "' does not end in .npy", "results are written as .npy");
         out.emplace(files.output);
     }
@@ -158,7 +156,8 @@ void run_neuronet(const Neuronet& options) {
 
 Run setup_neuronet(CLI::App& app) {
     const auto options = std::make_shared<Neuronet>();
-    app.add_option("IN", options->files.inputs, "samples to read: a .npy file of 32-bit floats, a sample per row")
+    app.add_option("IN", options->files.inputs,
+                   "samples to read: a .npy file of 32-bit floats, a sample per row; - is standard input")
         ->required()
         ->type_name("")
         ->expected(1);
@@ -169,7 +168,8 @@ Run setup_neuronet(CLI::App& app) {
         ->required()
         ->allow_extra_args(false)
         ->type_name("W.npy[,B.npy][,ACT]");
-    app.add_option("-o,--output", options->files.output, "results to write, a row per sample")->type_name("OUT.npy");
+    app.add_option("-o,--output", options->files.output, "results to write, a row per sample; - is standard output")
+        ->type_name("OUT.npy");
     app.add_flag("--classes", options->classes, "print each sample's class: the column of its largest result, from 0");
     app.add_option("--labels", options->labels, "the samples' true classes; prints how many were found")
         ->type_name("L.npy");

@@ -13,13 +13,11 @@ namespace tarn::tool {
 namespace {
 static_assert(std::endian::native == std::endian::little, "the files' byte order is this machine's");
 
+constexpr char kMagic[] = "\x93NUMPY";
 constexpr char kRemedy[] = "save it with numpy.save(file, numpy.ascontiguousarray(a, 'float32'))";
 constexpr size_t kMostHeader = 1 << 20;
+constexpr size_t kFirstBytes = 1 << 24;
 constexpr int64_t kMostBytes = int64_t(1) << 62;
-
-struct Close {
-    void operator()(std::FILE* file) const { std::fclose(file); }
-};
 
 // The text behind "'key': " in the header, a Python dictionary; empty when it is missing.
 std::string entry(const std::string& header, const std::string& key) {
@@ -57,18 +55,20 @@ constexpr ElementType kElements[] = {
     {"|u1", Sample::u8}, {"<i2", Sample::s16}, {"<i4", Sample::s32}, {"<f4", Sample::f32}};
 
 // Reads an array of one of these samples.
-Tensor read(const std::string& path, std::initializer_list<Sample> samples, const char* wanted) {
-    const std::unique_ptr<std::FILE, Close> file(std::fopen(path.c_str(), "rb"));
-    if (!file) fail(path, "can't be read: " + system_reason(errno), "name a .npy file");
-    const auto read = [&](void* to, size_t bytes) {
+Tensor read(std::string path, std::initializer_list<Sample> samples, const char* wanted) {
+    const InputFile file = open_input(path);
+    const auto read_some = [&](void* to, size_t most) {
         errno = 0;
-        if (std::fread(to, 1, bytes, file.get()) == bytes) return;
-        if (std::ferror(file.get())) fail(path, "can't be read: " + system_reason(errno), "name a .npy file");
-        fail(path, "ends too early", "save it again; it may be a part of a file");
+        const size_t got = std::fread(to, 1, most, file.get());
+        if (got < most && std::ferror(file.get()))
+            fail(path, "can't be read: " + system_reason(errno), "name a .npy file");
+        return got;
+    };
+    const auto read = [&](void* to, size_t bytes) {
+        if (read_some(to, bytes) < bytes) fail(path, "ends too early", "save it again; it may be a part of a file");
     };
     uint8_t start[8] = {};
-    if (std::fread(start, 1, 8, file.get()) != 8 || std::memcmp(start, "\x93NUMPY", 6) != 0 || start[6] < 1 ||
-        start[6] > 3)
+    if (read_some(start, 8) != 8 || std::memcmp(start, kMagic, 6) != 0 || start[6] < 1 || start[6] > 3)
         fail(path, "is not a .npy file", kRemedy);
     uint32_t header_bytes = 0;
     read(&header_bytes, start[6] == 1 ? 2 : 4);
@@ -89,7 +89,6 @@ Tensor read(const std::string& path, std::initializer_list<Sample> samples, cons
     if (!order.starts_with("False")) fail(path, "holds its columns one after the other (Fortran order)", kRemedy);
     Tensor tensor{parse_shape(entry(header, "shape"), path), element->sample, {}};
 
-    // The size that the header tells is believed only when the file has it.
     int64_t needed = sample_bytes(tensor.sample);
     for (const int64_t n : tensor.shape) {
         if (n < 1) fail(path, "holds no values (" + describe(tensor.shape) + ")", "save at least one row and column");
@@ -97,18 +96,18 @@ Tensor read(const std::string& path, std::initializer_list<Sample> samples, cons
             fail(path, "is too large (" + describe(tensor.shape) + ")", "split it");
         needed *= n;
     }
-    const long begin = std::ftell(file.get());
-    if (begin < 0) fail(path, "is no regular file", "save it to a file first");
-    std::fseek(file.get(), 0, SEEK_END);
-    const int64_t there = std::ftell(file.get()) - begin;
-    std::fseek(file.get(), begin, SEEK_SET);
-    if (there < needed)
-        fail(path, "ends too early: " + std::to_string(there) + " of " + std::to_string(needed) + " bytes of values",
-             "save it again; it may be a part of a file");
-    if (there > needed)
-        fail(path, "has " + std::to_string(there - needed) + " bytes behind its values", "save it again");
-    tensor.bytes.resize(static_cast<size_t>(needed));
-    read(tensor.bytes.data(), tensor.bytes.size());
+    // The size that the header tells is believed as far as the file has it.
+    size_t there = 0;
+    do {
+        tensor.bytes.resize(std::min(size_t(needed), std::max(2 * there, kFirstBytes)));
+        const size_t got = read_some(tensor.bytes.data() + there, tensor.bytes.size() - there);
+        there += got;
+        if (there < tensor.bytes.size())
+            fail(path,
+                 "ends too early: " + std::to_string(there) + " of " + std::to_string(needed) + " bytes of values",
+                 "save it again; it may be a part of a file");
+    } while (there < size_t(needed));
+    if (uint8_t more; read_some(&more, 1)) fail(path, "goes on behind its values", "save it again");
     return tensor;
 }
 
@@ -118,7 +117,7 @@ void write(OutputFile& file, const char* type, const std::vector<int64_t>& shape
     header += "), }";
     // Values begin at a multiple of 64 bytes.
     header.append(63 - (10 + header.size()) % 64, ' ') += '\n';
-    std::string start("\x93NUMPY\x01\x00", 8);
+    std::string start = std::string(kMagic) + '\1' + '\0';
     start += static_cast<char>(header.size() & 255);
     start += static_cast<char>(header.size() >> 8);
     start += header;
@@ -137,6 +136,15 @@ std::string describe(const std::vector<int64_t>& shape) {
 
 LumoMAT Matrix::view() const {
     return {"", LUMO_F32 | LUMO_CHANNELS(1), columns, rows, columns * 4, const_cast<float*>(values.data())};
+}
+
+bool is_npy(const std::string& name) { return name.ends_with(".npy"); }
+
+bool is_npy_input(const std::string& name) {
+    if (name != "-") return is_npy(name);
+    const int first = std::getc(stdin);
+    std::ungetc(first, stdin);
+    return first == uint8_t(kMagic[0]);
 }
 
 Matrix read_npy(const std::string& path) {

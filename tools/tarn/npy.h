@@ -12,6 +12,10 @@
 
 namespace tarn::tool {
 
+// By its name; and of an input, where standard input tells by its first byte, which stays there.
+bool is_npy(const std::string& name);
+bool is_npy_input(const std::string& name);
+
 struct Matrix {
     int32_t rows = 0, columns = 0;
     std::vector<float> values;  // rows * columns

@@ -75,8 +75,6 @@ void exchange_red_and_blue(Image& image) {
     }
 }
 
-bool is_npy(const std::string& path) { return path.ends_with(".npy"); }
-
 // ---- Input --------------------------------------------------------------------------------------------------------
 
 Batch batch_of(const Tensor& tensor, const std::string& name, bool planar, const std::string& colour) {
@@ -175,7 +173,7 @@ template <class Each>
 void each_picture(const Transform& options, Each&& each) {
     const Files& files = options.files;
     const bool planar = parse_word(options.input_layout, "--input-layout", {"hwc", "nchw"}) == 1;
-    if (is_npy(files.inputs[0])) {
+    if (is_npy_input(files.inputs[0])) {
         if (files.inputs.size() > 1)
             usage(files.inputs[1], "is one input too many", "one .npy file, which is a batch, is taken at a time");
         Tensor tensor = read_tensor(files.inputs[0]);
@@ -260,7 +258,10 @@ void to_picture(const Transform& options) {
 Run setup_copy_transform(CLI::App& app) {
     const auto options = std::make_shared<Transform>();
     add_inputs(app, options->files, 1, 0);
-    add_image_output(app, options->files, "what to write: .npy, or a picture: .png, .jpg or .tiff");
+    add_image_output(
+        app, options->files,
+        "what to write: .npy, or a picture: .png, .jpg or .tiff; - is standard output, with --format npy for an "
+        "array");
     app.add_option("--size", options->size, "width and height of the result (default: the input's)")->type_name("WxH");
     app.add_option("--interpolation", options->interpolation, "nearest, linear (default) or cubic")->type_name("MODE");
     app.add_option(
@@ -282,7 +283,10 @@ Run setup_copy_transform(CLI::App& app) {
     app.add_option("--input-colour", options->input_colour,
                    "colours of a .npy input (default by its channels: grey, rgb, bgra)")
         ->type_name("COLOUR");
-    return [options] { is_npy(options->files.output) ? to_npy(*options) : to_picture(*options); };
+    return [options] {
+        const Files& files = options->files;
+        is_npy(files.output) || files.format == "npy" ? to_npy(*options) : to_picture(*options);
+    };
 }
 
 }  // namespace tarn::tool
