@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Summarises the measured tables: per family the geometric mean against the best peer, the worst row, the shares of rows.
 
-usage: summary.py FOLDER [--write PAGE]     FOLDER: docs/bench, with a folder of tables for each processor level
+usage: summary.py FOLDER [--write PAGE README]     FOLDER: docs/bench, with a folder of tables for each processor level
 """
 import glob
 import math
@@ -86,6 +86,31 @@ def summary(families):
     return text, slower(3), [r for r in slower(2) if r[4] != "OpenCV"]
 
 
+# What the first screen tells, by family.
+FIRST = {"median": "median filters", "stats": "mean, minimum and maximum, counts", "warp": "affine warps", "morph": "morphology", "resize": "resizing",
+         "arith": "arithmetic", "calls": "whole calls on 8 x 8 and 64 x 64", "filter": "box, minimum, maximum", "threshold": "thresholds",
+         "transform": "copy-transform", "colour": "colours and layouts", "convert": "conversions"}
+
+
+def first_screen(families, level):
+    """A table of two halves side by side, the most ahead of OpenCV first."""
+    told = []
+    for family, rows in families:
+        ratios = [r[3] for r in rows if r[3]]
+        if family in FIRST:
+            told.append((geometric_mean(ratios), f"{FIRST[family]} | {geometric_mean(ratios):.1f} | {100 * sum(r >= 1 for r in ratios) / len(ratios):.0f} %"))
+    told = [text for _, text in sorted(told, reverse=True)]
+    half = (len(told) + 1) // 2
+    every = [r[3] for _, rows in families for r in rows if r[3]]
+    text = (f"OpenCV's time / ours at {level.upper()}, one thread each, geometric means of {len(every):,} measured rows, of which "
+            f"{100 * sum(r >= 1 for r in every) / len(every):.0f} % are at least as fast;\n[the others are named](docs/performance.md), and those of "
+            "libyuv, zimg, Eigen and OpenBLAS too:\n\n"
+            "| | times as fast | rows at least as fast | | times as fast | rows at least as fast |\n|---|--:|--:|---|--:|--:|\n")
+    for i in range(half):
+        text += f"| {told[i]} | {told[i + half] if i + half < len(told) else '| |'} |\n"
+    return text
+
+
 def main():
     folder = sys.argv[1]
     page = ("# How fast\n\nEvery row of the bench beside the best of its peers (OpenCV, and where they are better libyuv, zimg, Eigen, "
@@ -110,8 +135,15 @@ def main():
             page += "".join(f"- {row[0]}, {row[1]}: {row[2]:.2f} ({row[4]})\n" for row in others[:24])
     print(page)
     if "--write" in sys.argv:
-        with open(sys.argv[sys.argv.index("--write") + 1], "w", encoding="utf-8") as file:
+        page_path, readme = sys.argv[sys.argv.index("--write") + 1:][:2]
+        with open(page_path, "w", encoding="utf-8") as file:
             file.write(page)
+        with open(readme, encoding="utf-8") as file:
+            before, rest = file.read().split("<!-- speed", 1)
+        head, rest = rest.split("-->\n", 1)
+        after = rest.split("<!-- /speed -->", 1)[1]
+        with open(readme, "w", encoding="utf-8") as file:
+            file.write(f"{before}<!-- speed{head}-->\n{first_screen(families_of(os.path.join(folder, 'avx2')), 'avx2')}<!-- /speed -->{after}")
 
 
 main()

@@ -2,6 +2,7 @@
 import datetime
 import json
 import os
+import subprocess
 
 import driver
 from pictures import noise, png, read_png, read_tiff, tiff
@@ -157,6 +158,18 @@ class Commands(driver.ProgramTest):
             self.assertIn(f"tarn::{name}", text)
             self.assertIn(word, text)
         self.assertRegex(self.tarn("--version"), r"^tarn \d+\.\d+\.\d+\n$")
+
+    def test_commands_of_the_readme_run_as_they_stand(self):
+        with open(os.path.join(driver.SAMPLES, "../README.md"), encoding="utf-8") as file:
+            section = file.read().split("## From the command line")[1].split("\n## ")[0]
+        os.symlink(driver.SAMPLES, self.path("samples"))
+        environment = {**os.environ, "PATH": os.path.dirname(driver.TARN) + ":" + os.environ["PATH"]}
+        commands = [line.strip() for line in section.replace("\\\n", "").split("\n") if line.startswith("    ")]
+        self.assertGreater(len(commands), 20)
+        for command in commands:
+            if not command.startswith(("tarn check", "tarn selfcheck")):  # these have tests of their own
+                done = subprocess.run(["bash", "-o", "pipefail", "-c", command], cwd=self.folder, capture_output=True, text=True, env=environment)
+                self.assertEqual((done.returncode, done.stderr), (0, ""), command)
 
 
 driver.main()
