@@ -19,14 +19,13 @@ k::Status convert_part(Context& context, Temporary* temporary, LumoELEMTYPE type
     return convert_plane(temporary->mat, part, size_of(part));
 }
 
-k::Status convert_region(Context& context, Temporary* temporary, LumoELEMTYPE type, const LumoMAT& src,
-                         LumoRECT* region) {
+LumoRECT with_neighbours(LumoELEMTYPE type, const LumoMAT& src, LumoRECT* region) {
     LumoRECT extended = *region;
     _LumoExtendROI(&extended, kMargin, kMargin, src.width, src.height);
     // Two channels are converted in pairs of pixels, from the extended region's left: the region must begin with one.
     if (channels_of(type) == 2) extended.left += (region->left - extended.left) & 1;
     _LumoRECTmovetoltI(region, region->left - extended.left, region->top - extended.top);
-    return convert_part(context, temporary, type, part_of(src, extended));
+    return extended;
 }
 
 }  // namespace tarn::ipp

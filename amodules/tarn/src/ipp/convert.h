@@ -20,11 +20,9 @@ k::Status convert_plane(const LumoMAT& dst, const LumoMAT& src, k::Size size);
 // All of a matrix as a temporary of another type. Returns the conversion's status, or kNoTemporary.
 k::Status convert_part(Context& context, Temporary* temporary, LumoELEMTYPE type, const LumoMAT& part);
 
-// A region of src as a temporary of another type, for kernels that read its neighbours too: the region comes with up to
-// kMargin pixels around it, as far as src has them. *region, in src before, becomes its place in the temporary. Returns
-// the conversion's status, or kNoTemporary.
+// A region of src with up to kMargin pixels around it, as far as src has them, for a temporary of a type that kernels read
+// with its neighbours. *region becomes its place in that.
 inline constexpr int32_t kMargin = 8;  // more than any resampling kernel's neighbourhood
-k::Status convert_region(Context& context, Temporary* temporary, LumoELEMTYPE type, const LumoMAT& src,
-                         LumoRECT* region);
+LumoRECT with_neighbours(LumoELEMTYPE type, const LumoMAT& src, LumoRECT* region);
 
 }  // namespace tarn::ipp

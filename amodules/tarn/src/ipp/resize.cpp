@@ -49,11 +49,39 @@ k::Status resize_plane(Context& context, const LumoMAT& dst, const LumoMAT& src,
                      kernel_size(size_of(dst), dst.elemtype), context.allocator());
 }
 
+// A single output of an axis lies in the middle of the pixels: those that no tap reaches are left out.
+void keep_middle(int32_t* first, int32_t* end) {
+    const int32_t surplus = (*end - *first - kMargin) / 2;
+    if (surplus <= 0) return;
+    *first += surplus;
+    *end -= surplus;
+}
+
+// Converts the rows that the taps of so many outputs reach, of a region from row `top` on. In a strong shrink they are few.
+k::Status convert_reached(const LumoMAT& to, const LumoMAT& from, int32_t top, int32_t height, int32_t outputs) {
+    constexpr int32_t kReach = 4;  // rows on either side of an output's place
+    if (int64_t(outputs) * 2 * kReach >= height) return convert_plane(to, from, size_of(to));
+    int32_t done = 0;
+    for (int32_t d = 0; d < outputs; ++d) {
+        const int32_t place = top + int32_t((2 * int64_t(d) + 1) * height / (2 * int64_t(outputs)));
+        const int32_t first = place - kReach > done ? place - kReach : done;
+        done = place + kReach < to.height ? place + kReach : to.height;
+        const LumoRECT rows{0, first, to.width, done};
+        const LumoMAT part = part_of(to, rows);
+        if (const k::Status status = convert_plane(part, part_of(from, rows), size_of(part))) return status;
+    }
+    return k::kOk;
+}
+
 // The same from a source of another element kind.
 k::Status convert_and_resize(Context& context, const LumoMAT& dst, const LumoMAT& src, LumoRECT region,
                              uint32_t interpolation) {
+    if (dst.width == 1 && channels_of(dst.elemtype) != 2) keep_middle(&region.left, &region.right);
+    if (dst.height == 1) keep_middle(&region.top, &region.bottom);
+    const LumoMAT part = part_of(src, with_neighbours(dst.elemtype, src, &region));
     Temporary converted;
-    const k::Status status = convert_region(context, &converted, dst.elemtype, src, &region);
+    if (!converted.make(context, dst.elemtype, size_of(part))) return kNoTemporary;
+    const k::Status status = convert_reached(converted.mat, part, region.top, LumoRECTheight(&region), dst.height);
     return status == k::kOk ? resize_plane(context, dst, converted.mat, region, interpolation) : status;
 }
 
