@@ -10,6 +10,7 @@ include too, each of which builds every kernel again. --only: sources whose path
 import argparse
 import hashlib
 import json
+import os
 import pathlib
 import random
 import re
@@ -20,7 +21,7 @@ import time
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 WORK = ROOT / "build/mutants"
 TREE = WORK / "tree"
-BUILD = TREE / "build/release"
+WHOLE, BUILD = TREE / "build/release", TREE / "build/mutant"
 KERNELS, OPERATIONS = "amodules/tarn/src/kernels/", "amodules/tarn/src/ipp/"
 SHARED = tuple(KERNELS + folder for folder in ("base/", "plane/", "simd/"))
 LIBRARIES = ("tarn-ipp.so", "tarn-c.so", "libKa.so", "libLumo.so")
@@ -67,13 +68,20 @@ def prepare():
         run("git", "worktree", "prune", cwd=ROOT)
         run("git", "worktree", "add", "--detach", TREE, head, cwd=ROOT, check=True)
     run("git", "checkout", "--force", "--detach", head, cwd=TREE, check=True)
+    # Changed kernels are built for the lowest level and the highest of this machine, and tried there; the others stay.
     run("cmake", "--preset", "release", "-DTARN_TESTS=ON", cwd=TREE, check=True)
+    if not build(WHOLE, "tarn-ipp"):
+        sys.exit("mutants: the commit itself can't be built")
+    highest = "avx512" if " avx512bw" in pathlib.Path("/proc/cpuinfo").read_text() else "avx2"
+    run("cmake", "--preset", "release", "-B", BUILD, "-DTARN_TESTS=ON", f"-DTARN_KERNELS_OF={WHOLE}",
+        f"-DTARN_LEVELS_BUILT=sse2;{highest}", cwd=TREE, check=True)
+    os.environ["TARN_LEVELS"] = "ends"
     return head
 
 
-def build():
-    targets = ("kernel_tests", "simd_tests", "operation_tests", "host_tests", "fuzz", "tarn-ipp", "tarn-c")
-    return run("cmake", "--build", BUILD, "--target", *targets).returncode == 0
+def build(folder=BUILD, *targets):
+    targets = targets or ("kernel_tests", "simd_tests", "operation_tests", "host_tests", "fuzz", "tarn-ipp", "tarn-c")
+    return run("cmake", "--build", folder, "--target", *targets).returncode == 0
 
 
 def code_of():

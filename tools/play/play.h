@@ -169,6 +169,7 @@ const std::vector<std::string>& levels();
 bool watches_memory();
 // Whether the module itself has the operation, not a companion or nobody.
 bool implemented(const Operation& operation);
+// TARN_LEVELS=ends in the environment: of the levels only the lowest and the highest.
 Setting draw_setting(uint64_t seed);
 Outcome play(const Operation& operation, const Setting& setting, std::vector<uint32_t>& choices, uint64_t seed);
 // What is wrong with a body's calls; empty when nothing is. count: how many plays it took.
