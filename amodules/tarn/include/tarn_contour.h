@@ -90,7 +90,11 @@ enum {
  * once, as the latter, and listed as the former (kind 1) among the children of the contour around it. Where both
  * values connect diagonally, regions may cross at a corner, and an outer outline is nested within outlines of its own
  * value only. Returns 0; a callback's negative status; -1 with an error value QUEL_E_TYPE for another type; -1 when
- * memory is out. After a failure every handle has been released that notice_top did not take. */
+ * memory is out. After a failure every handle has been released that notice_top did not take.
+ *
+ * Memory of a call: 20.25 bytes for each column and each of the values asked for, taken at the start whatever is found,
+ * so 41 MB for both values of a row of a million pixels and 87 GB for one of 2^31 - 1; then 136 bytes for every outline
+ * and 24 for every vertex of those that are open. */
 typedef int64_t (*TarnContourFind)(const QuelCALL*, QuelERR*, KaSMEMSTG*, TarnCONTOURS* output, const LumoMAT* image,
                                    uint32_t flags);
 
