@@ -24,6 +24,7 @@ TREE = WORK / "tree"
 WHOLE, BUILD = TREE / "build/release", TREE / "build/mutant"
 KERNELS, OPERATIONS = "amodules/tarn/src/kernels/", "amodules/tarn/src/ipp/"
 SHARED = tuple(KERNELS + folder for folder in ("base/", "plane/", "simd/"))
+TARGETS = ["kernel_tests", "operation_tests", "host_tests", "fuzz", "tarn-ipp", "tarn-c"]
 LIBRARIES = ("tarn-ipp.so", "tarn-c.so", "libKa.so", "libLumo.so")
 
 # What is looked for, and what takes its place.
@@ -62,26 +63,26 @@ def sites(paths):
                 yield path, number, column, old, new
 
 
-def prepare():
+def prepare(shared):
     head = run("git", "rev-parse", "HEAD", cwd=ROOT).stdout.strip()
     if not (TREE / ".git").exists():
         run("git", "worktree", "prune", cwd=ROOT)
         run("git", "worktree", "add", "--detach", TREE, head, cwd=ROOT, check=True)
     run("git", "checkout", "--force", "--detach", head, cwd=TREE, check=True)
-    # Changed kernels are built for the lowest level and the highest of this machine, and tried there; the others stay.
+    # Changed kernels are built for the lowest level and the highest of this machine, and tried there; the others stay. What all
+    # kernels share has tests of its own for every level.
+    levels = ["sse2", "avx512" if " avx512bw" in pathlib.Path("/proc/cpuinfo").read_text() else "avx2"]
     run("cmake", "--preset", "release", "-DTARN_TESTS=ON", cwd=TREE, check=True)
     if not build(WHOLE, "tarn-ipp"):
         sys.exit("mutants: the commit itself can't be built")
-    highest = "avx512" if " avx512bw" in pathlib.Path("/proc/cpuinfo").read_text() else "avx2"
-    run("cmake", "--preset", "release", "-B", BUILD, "-DTARN_TESTS=ON", f"-DTARN_KERNELS_OF={WHOLE}",
-        f"-DTARN_LEVELS_BUILT=sse2;{highest}", cwd=TREE, check=True)
+    of_others = [] if shared else [f"-DTARN_KERNELS_OF={WHOLE}", "-DTARN_LEVELS_BUILT=" + ";".join(levels)]
+    run("cmake", "--preset", "release", "-B", BUILD, "-DTARN_TESTS=ON", *of_others, cwd=TREE, check=True)
     os.environ["TARN_LEVELS"] = "ends"
     return head
 
 
 def build(folder=BUILD, *targets):
-    targets = targets or ("kernel_tests", "simd_tests", "operation_tests", "host_tests", "fuzz", "tarn-ipp", "tarn-c")
-    return run("cmake", "--build", folder, "--target", *targets).returncode == 0
+    return run("cmake", "--build", folder, "--target", *(targets or TARGETS)).returncode == 0
 
 
 def code_of():
@@ -119,7 +120,9 @@ def main():
     parser.add_argument("--only", default="")
     options = parser.parse_args()
 
-    head = prepare()
+    if options.shared:
+        TARGETS.append("simd_tests")
+    head = prepare(options.shared)
     files = run("git", "ls-files", "amodules/tarn/src", "host", cwd=TREE).stdout.split()
     files = [f for f in files if f.endswith((".cpp", ".h")) and f.startswith(options.only or ("amodules", "host"))
              and (options.shared or not f.startswith(SHARED))]
