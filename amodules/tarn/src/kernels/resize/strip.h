@@ -65,9 +65,10 @@ struct StripTables {
     int64_t row_from;              // permutes: first source pixel of the row of floats, from the region's left
     int64_t row_pixels;            // and how many it has
     int32_t* base;                 // per vector of outputs: where its window begins in the row of floats
-    int32_t* index;                // per output: tap 0 in the window; apart: its first byte in the source row
+    int32_t* index;                // per output: tap 0 in the window; apart, planes: its first byte in the source row
     int32_t reach;                 // the largest index
     int64_t whole_from, whole_to;  // apart: the outputs, whole vectors, that may load from the source row
+    bool indexed;                  // planes: there is an index
 
     template <int kTaps, class Part>
     void carve(Part part) {
@@ -130,6 +131,13 @@ void find_apart(StripTables& t, int64_t width, int64_t left) {
     if (width * int64_t(sizeof(T)) > INT32_MAX) t.whole_to = 0;  // further than an index reaches
 }
 
+// Prepares loads of every pixel's taps, for a source row of so many bytes.
+void find_pixels(StripTables& t, int64_t row_bytes, int64_t left, int64_t pixel_bytes) {
+    t.indexed = row_bytes <= INT32_MAX;
+    if (!t.indexed) return;
+    for (int64_t x = 0; x < t.pixels; ++x) t.index[x] = int32_t((left + t.first[x]) * pixel_bytes);
+}
+
 // Sets a strip of outputs of S up.
 template <class Filter, bool kExact, class S>
 void prepare(StripTables& t, const Job& j, const Tile& tile, int channels) {
@@ -152,11 +160,41 @@ void prepare(StripTables& t, const Job& j, const Tile& tile, int channels) {
         for (int64_t i = pixels * channels; i < t.elements; ++i) t.weight[k * kPitch + i] = 0;
     t.fetch = Fetch::planes;
     if (kHasPermute && j.region.width <= 2 * width) find_windows<kTaps>(t, channels);
-    if (t.fetch == Fetch::planes && channels == 1) find_apart<kTaps, S>(t, j.src_size.width, j.region.x);
+    const int64_t pixel_bytes = channels * int64_t(sizeof(S));
+    if (t.fetch == Fetch::planes && channels == 1)
+        find_apart<kTaps, S>(t, j.src_size.width, j.region.x);
+    else if (t.fetch == Fetch::planes && kTaps * pixel_bytes <= 8)
+        find_pixels(t, j.src_size.width * pixel_bytes, j.region.x, pixel_bytes);
     t.row_pixels = t.first[pixels - 1] - t.first[0] + kTaps;
 }
 
 // ---- Rows ---------------------------------------------------------------------------------------------------------
+
+// Two taps of whole vectors of pixels, as many as there are in [begin, end): 8 bytes of each. Returns the first pixel that
+// is left.
+template <int kChannels>
+int64_t gather_pairs(const uint8_t* s, const uint8_t* next, const StripTables& t, int64_t begin, int64_t end) {
+    constexpr int kPixels = kVector / 8;
+    // Of a group, which has two pixels: their first taps, then their second ones.
+    uint8_t order[kVector];
+    for (int i = 0; i < kVector; ++i) {
+        const int tap = i % 16 / 8, byte = i % 8;
+        order[i] = byte < 2 * kChannels ? uint8_t(byte / kChannels * 8 + tap * kChannels + byte % kChannels) : 0x80;
+    }
+    const Bytes pick = load<Bytes>(order);
+    const int32_t* at = t.index;
+    uint8_t* planes = reinterpret_cast<uint8_t*>(t.row);
+    for (; begin + kPixels <= end; begin += kPixels) {
+        __builtin_prefetch(next + at[begin]);
+        __builtin_prefetch(next + at[begin + kPixels / 2]);
+        const U64 halves = (U64)lookup(load_halves(s, at + begin, 2), pick);
+        for (int i = 0; i < kPixels; ++i) {
+            const uint64_t half = halves[i];
+            memcpy(planes + i % 2 * kStripElements<2> + (begin + i / 2 * 2) * kChannels, &half, 8);
+        }
+    }
+    return begin;
+}
 
 // Gathers the taps of every output of a strip as they are, a plane of kStripElements per tap. Within the source a pixel is
 // copied as four elements, of which one too many is overwritten by the next. Meanwhile the same pixels of row `next` are
@@ -174,14 +212,17 @@ void gather_taps(const T* s, const T* next, int64_t width, int64_t left, const S
                    s + clamp<int64_t>(left + first[x] + k, 0, width - 1) * kChannels, kChannels * sizeof(T));
     };
     for (int64_t x = 0; x < begin; ++x) at_edge(x);
-    for (int64_t x = begin; x < end; ++x) {
+    int64_t x = begin;
+    if constexpr (kHasLookup && kTaps == 2 && sizeof(T) == 1)
+        if (t.indexed) x = gather_pairs<kChannels>(s, next, t, begin, end);
+    for (; x < end; ++x) {
         const int64_t at = (left + first[x]) * kChannels;
         const T* pixel = s + at;
         __builtin_prefetch(next + at);
         for (int k = 0; k < kTaps; ++k)
             memcpy(planes + k * kStripElements<kTaps> + x * kChannels, pixel + k * kChannels, 4 * sizeof(T));
     }
-    for (int64_t x = max(begin, end); x < n; ++x) at_edge(x);
+    for (x = max(begin, end); x < n; ++x) at_edge(x);
 }
 
 template <int kTaps, bool kExact, class T>
