@@ -66,6 +66,38 @@ TEST(filter, box_sums_beyond_32_bits) {
     check_huge<int16_t>(k::box_s16_c1, 32767, {401, 400}, 400);
 }
 
+// Rows that begin a mask's width on from each other are one: the sums under the mask are those of so many neighbours. Of values
+// that stay for as many, every sum there is.
+TEST(filter, box_means_of_every_sum) {
+    for (const k::Size mask : {k::Size{8, 23},
+                               {17, 11},
+                               {15, 15},
+                               {16, 16},
+                               {2, 257},
+                               {40, 9},
+                               {201, 3},
+                               {31, 31},
+                               {64, 64},
+                               {63, 257},
+                               {65, 254},
+                               {127, 129},
+                               {128, 128}}) {
+        const int area = mask.width * mask.height, width = 255 * area + 1;
+        std::vector<uint8_t> src(size_t(width + area)), wanted(size_t(width), 0), out(wanted);
+        for (size_t i = 0; i < src.size(); ++i) src[i] = uint8_t(std::min(i / size_t(area), size_t(255)));
+        for (int sum = 0; sum < width; ++sum) {
+            const int rest = sum % area * 2, lower = sum / area;
+            wanted[size_t(sum)] = uint8_t(lower + (rest > area || (rest == area && lower % 2)));
+        }
+        test::at_every_level([&](int level) {
+            ASSERT_EQ(k::box_u8_c1(src.data(), mask.width, out.data(), 0, k::Size{width, 1}, mask, k::Offset{0, 0},
+                                   cases::heap()),
+                      k::kOk);
+            EXPECT_TRUE(out == wanted) << mask.width << " x " << mask.height << " at level " << level;
+        });
+    }
+}
+
 // Rows of values that go up by steps: the median is the middle column's.
 template <class T>
 void median_of_steps(const k::Kernel<k::Filter>& median, k::Size mask) {
@@ -109,6 +141,14 @@ TEST(filter, medians_of_many_rows) {
     const auto median = cases::LowerMedian{};
     check_at<uint8_t>({5, 700}, cases::filter_case<uint8_t>("u8", k::median_u8_c1, 1, false, mask, median));
     check_at<int16_t>({5, 700}, cases::filter_case<int16_t>("s16", k::median_s16_c1, 1, false, mask, median));
+}
+
+TEST(filter, means_of_many_rows_and_long_ones) {
+    for (const k::Size mask : {k::Size{9, 4}, {30, 9}}) {
+        const cases::Mask at = {mask, {0, 0}};
+        check_at<uint8_t>({6200, 35}, cases::filter_case<uint8_t>("u8", k::box_u8_c1, 1, false, at, cases::Mean{}));
+        check_at<int16_t>({6200, 35}, cases::filter_case<int16_t>("s16", k::box_s16_c1, 1, false, at, cases::Mean{}));
+    }
 }
 
 // Sums of whole numbers are exact, in any order.

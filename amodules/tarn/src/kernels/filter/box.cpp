@@ -99,6 +99,10 @@ Status box_integers(const Window& w, const Allocator& allocator) {
         if (area > 1 && area <= kMostDivisor16)
             return area % 2 ? box_bytes<kKept, kChannels, true>(w, area, allocator)
                             : box_bytes<kKept, kChannels, false>(w, area, allocator);
+        Sums16Twice<true> odd;
+        if (area % 2 && odd.fit(w.columns, w.rows)) return lanes(odd);
+        Sums16Twice<false> even;
+        if (area % 2 == 0 && even.fit(w.columns, w.rows)) return lanes(even);
         if (w.rows <= 256)
             return area % 2 && area < 43000 ? lanes(Sums16In32<MultiplyFloat>{MultiplyFloat(area)})
                                             : lanes(Sums16In32<Divide32>{Divide32(area)});

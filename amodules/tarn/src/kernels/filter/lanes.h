@@ -9,35 +9,28 @@
 namespace tarn::k::TARN_LEVEL {
 namespace {
 
-// Where the lanes of elements E read and write, in bytes from the first column; [lane of a group][group].
+// The rows and columns that the lanes of elements E begin at, and where they write, in bytes; [lane of a group][group].
 template <class E>
 struct Lanes {
-    int64_t from[kGroupLanes<E>][kGroups], to[kGroupLanes<E>][kGroups];
+    int64_t row[kLanes<E>], x[kLanes<E>];
+    int64_t to[kGroupLanes<E>][kGroups];
     int64_t width;  // elements of each lane
 };
 
 // The lanes of `count` rows of `width` elements, `parts` for each row, which overlap at its end. Lanes that are left over are
 // the first once more.
 template <class T, class E>
-Lanes<E> lanes_of(int64_t count, int64_t parts, int64_t width, int64_t channels, int64_t pitch, int64_t dst_stride) {
+Lanes<E> lanes_of(int64_t count, int64_t parts, int64_t width, int64_t channels, int64_t dst_stride) {
     Lanes<E> lanes;
     const int64_t pixels = width / channels;
     lanes.width = (pixels + parts - 1) / parts * channels;
     for (int64_t i = 0; i < kLanes<E>; ++i) {
         const int64_t lane = i < parts * count ? i : 0, row = lane % count;
         const int64_t x = min(lane / count * lanes.width, width - lanes.width);
-        const int j = int(i % kGroupLanes<E>), g = int(i / kGroupLanes<E>);
-        lanes.from[j][g] = (row * pitch + x) * int64_t(sizeof(E));
-        lanes.to[j][g] = row * dst_stride + x * int64_t(sizeof(T));
+        lanes.row[i] = row, lanes.x[i] = x;
+        lanes.to[i % kGroupLanes<E>][i / kGroupLanes<E>] = row * dst_stride + x * int64_t(sizeof(T));
     }
     return lanes;
-}
-
-// The vectors of the 16 bytes of columns at p.
-template <class E>
-[[gnu::always_inline]] inline void load_columns(const Lanes<E>& lanes, const E* p, Bytes (&v)[kGroupLanes<E>]) {
-    for (int j = 0; j < kGroupLanes<E>; ++j) v[j] = load_groups(reinterpret_cast<const uint8_t*>(p), lanes.from[j]);
-    transpose_groups<E>(v);
 }
 
 // The 16 bytes of results at d, and the first n elements of fewer.
