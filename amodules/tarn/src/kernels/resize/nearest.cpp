@@ -11,8 +11,9 @@ namespace {
 
 // The columns of a row of outputs.
 struct Columns {
-    int64_t count;   // outputs
-    int32_t* pixel;  // source column of each, from the source row's start
+    int64_t count;    // outputs
+    int32_t* pixel;   // source column of each, from the source row's start
+    int64_t movable;  // the outputs that have another behind them, and their pixels another in the source
     bool in_windows;
     Windows windows;
 };
@@ -34,11 +35,34 @@ struct BytesOfColumns {
     }
 };
 
-template <int kPixel, bool kKept>
-void row_by_pixel(const uint8_t* s, const Columns& c, uint8_t* d) {
+// Pixels of which each is a word, whose last quarter stays the destination's.
+template <class Word>
+void row_of_kept(const uint8_t* TARN_RESTRICT s, const Columns& c, uint8_t* TARN_RESTRICT d) {
+    constexpr Word kColours = Word(~Word(0)) >> 2 * sizeof(Word);
     const int32_t* pixel = c.pixel;  // in a register
 #pragma GCC unroll 4
-    for (int64_t x = 0, n = c.count; x < n; ++x)
+    for (int64_t x = 0, n = c.count; x < n; ++x, d += sizeof(Word)) {
+        Word from, to;
+        memcpy(&from, s + pixel[x] * int64_t(sizeof from), sizeof from);
+        memcpy(&to, d, sizeof to);
+        to = (from & kColours) | (to & ~kColours);
+        memcpy(d, &to, sizeof to);
+    }
+}
+
+template <int kPixel, bool kKept>
+void row_by_pixel(const uint8_t* TARN_RESTRICT s, const Columns& c, uint8_t* TARN_RESTRICT d) {
+    if constexpr (kKept && kPixel == 4) return row_of_kept<uint32_t>(s, c, d);
+    if constexpr (kKept && kPixel == 8) return row_of_kept<uint64_t>(s, c, d);
+    const int32_t* pixel = c.pixel;  // in a register
+    int64_t x = 0;
+    // Three elements are moved as four, of which the next pixel overwrites the last.
+    if constexpr (kPixel % 3 == 0)
+#pragma GCC unroll 4
+        for (const int64_t n = c.movable; x < n; ++x)
+            memcpy(d + x * kPixel, s + pixel[x] * int64_t(kPixel), kPixel / 3 * 4);
+#pragma GCC unroll 4
+    for (const int64_t n = c.count; x < n; ++x)
         memcpy(d + x * kPixel, s + pixel[x] * int64_t(kPixel), kKept ? kPixel / 4 * 3 : kPixel);
 }
 
@@ -100,6 +124,8 @@ Status nearest(const Job& j) {
     c.count = width;
     Walk column(j.region.width, width, 0, 0);
     for (int64_t x = 0; x < width; ++x, column.next()) c.pixel[x] = int32_t(j.region.x + column.whole);
+    c.movable = width - 1;
+    while (c.movable > 0 && c.pixel[c.movable - 1] == j.src_size.width - 1) --c.movable;
     c.in_windows = try_windows && find_windows(c.windows, groups, int64_t(j.src_size.width) * kPixel,
                                                BytesOfColumns<kPixel>{c.pixel, width});
 
