@@ -51,23 +51,24 @@ template <int kTaps, bool kKept, class T>
 template <class Filter, class S, class D>
 Status resample(const Job& j, int channels, bool kept) {
     constexpr int kTaps = Filter::kTaps;
-    constexpr int64_t kElements = kStripElements<kTaps>;
+    constexpr int64_t kMost = kStripElements<kTaps, S>;
     const int64_t width = j.dst_size.width, height = j.bottom - j.top;
     RowTaps<kTaps>* row_taps;
     float* ring_rows;
     StripTables t{};
+    t.set_pitch(strip_width(width, kMost / channels, 16) * channels);
     Scratch scratch(j.allocator);
     const auto arrays = [&](auto part) {
         part(row_taps, height + kTapBlock);
         t.carve<kTaps>(part);
-        part(ring_rows, kTaps * kElements + 4 * kLanes<float>);
+        part(ring_rows, kTaps * t.pitch + 4 * kLanes<float>);
     };
     if (!scratch.carve(arrays)) return kNoMemory;
     find_row_taps<Filter>(j.region.height, j.dst_size.height, j.top, height, row_taps);
-    Ring<float, kTaps> ring(ring_rows, kElements);
+    Ring<float, kTaps> ring(ring_rows, t.pitch);
 
     // In steps that leave no vector half used in the inner strips.
-    each_tile(width, height, kElements / channels, 16, [&](Tile tile) {
+    each_tile(width, height, kMost / channels, 16, [&](Tile tile) {
         prepare<Filter, kExactSums<D>, S>(t, j, tile, channels);
         ring.forget();
         const Ahead ahead(j, tile.width);

@@ -43,14 +43,10 @@ inline F32 sum_of(Tap tap, Weight weight) {
 
 // ---- Tables -------------------------------------------------------------------------------------------------------
 
-// Elements of a strip at most, so that its tables and rows stay in the first-level cache: multiples of 16 and 3.
-template <int kTaps>
-constexpr int64_t kStripElements = kTaps == 2   ? 1536
-                                   : kTaps == 4 ? 960
-                                                : 1248;
-// Room for the planes of the taps; or for a row of floats: twice a strip, the taps, and two windows more.
-template <int kTaps>
-constexpr int64_t kRowElements = 6 * kStripElements<kTaps> + 256;
+// Elements of a strip at most: of floats of so many that nearly every image is one strip, since their rows come from far
+// away; else so that tables and rows stay in the first-level cache. Multiples of 16 and 3.
+template <int kTaps, class S>
+constexpr int64_t kStripElements = kTaps == 2 ? 4608 : (sizeof(S) == 4 ? 4 : 1) * (kTaps == 4 ? 960 : 1248);
 
 enum class Fetch { planes, apart, one_window, two_windows };
 
@@ -58,7 +54,8 @@ enum class Fetch { planes, apart, one_window, two_windows };
 // which whatever stands in the scratch is read.
 struct StripTables {
     int64_t pixels, elements;
-    float* weight;   // plane after plane of kStripElements: the taps' weights per element
+    int64_t pitch;   // elements of a plane or row, and how far the next one is
+    float* weight;   // plane after plane: the taps' weights per element
     int64_t* first;  // source pixel of tap 0 per pixel, from the region's left
     float* row;      // the row of floats, or the planes
     Fetch fetch;
@@ -70,11 +67,16 @@ struct StripTables {
     int64_t whole_from, whole_to;  // apart: the outputs, whole vectors, that may load from the source row
     bool indexed;                  // planes: there is an index
 
+    // For strips of so many elements. Rows as far apart as pages are would share their places in the first-level cache.
+    void set_pitch(int64_t most) {
+        pitch = (most + 15) / 16 * 16;
+        if (pitch % 256 == 0) pitch += 16;
+    }
+    // Room for the planes of the taps; or for a row of floats: twice a strip, the taps, and two windows more.
     template <int kTaps, class Part>
     void carve(Part part) {
-        constexpr int64_t kElements = kStripElements<kTaps>;
-        part(weight, kTaps * kElements), part(row, kRowElements<kTaps>), part(first, kElements);
-        part(index, kElements), part(base, kElements / kLanes<float>);
+        part(weight, kTaps * pitch), part(row, kTaps * pitch + 256), part(first, pitch);
+        part(index, pitch), part(base, pitch / kLanes<float> + 1);
     }
 };
 
@@ -142,7 +144,6 @@ void find_pixels(StripTables& t, int64_t row_bytes, int64_t left, int64_t pixel_
 template <class Filter, bool kExact, class S>
 void prepare(StripTables& t, const Job& j, const Tile& tile, int channels) {
     constexpr int kTaps = Filter::kTaps;
-    constexpr int64_t kPitch = kStripElements<kTaps>;
     const int64_t width = j.dst_size.width, pixels = tile.width;
     Walk walk(j.region.width, width, width, tile.x);
     t.pixels = pixels;
@@ -154,10 +155,10 @@ void prepare(StripTables& t, const Job& j, const Tile& tile, int channels) {
         const int64_t n = min<int64_t>(kTapBlock, pixels - done);
         memcpy(t.first + done, first, size_t(n) * sizeof first[0]);
         for (int k = 0; k < kTaps; ++k)
-            repeat_channels(weight[k], n, channels, t.weight + k * kPitch + done * channels);
+            repeat_channels(weight[k], n, channels, t.weight + k * t.pitch + done * channels);
     }
     for (int k = 0; k < kTaps; ++k)
-        for (int64_t i = pixels * channels; i < t.elements; ++i) t.weight[k * kPitch + i] = 0;
+        for (int64_t i = pixels * channels; i < t.elements; ++i) t.weight[k * t.pitch + i] = 0;
     t.fetch = Fetch::planes;
     if (kHasPermute && j.region.width <= 2 * width) find_windows<kTaps>(t, channels);
     const int64_t pixel_bytes = channels * int64_t(sizeof(S));
@@ -183,6 +184,7 @@ int64_t gather_pairs(const uint8_t* s, const uint8_t* next, const StripTables& t
     }
     const Bytes pick = load<Bytes>(order);
     const int32_t* at = t.index;
+    const int64_t pitch = t.pitch;
     uint8_t* planes = reinterpret_cast<uint8_t*>(t.row);
     for (; begin + kPixels <= end; begin += kPixels) {
         __builtin_prefetch(next + at[begin]);
@@ -190,25 +192,24 @@ int64_t gather_pairs(const uint8_t* s, const uint8_t* next, const StripTables& t
         const U64 halves = (U64)lookup(load_halves(s, at + begin, 2), pick);
         for (int i = 0; i < kPixels; ++i) {
             const uint64_t half = halves[i];
-            memcpy(planes + i % 2 * kStripElements<2> + (begin + i / 2 * 2) * kChannels, &half, 8);
+            memcpy(planes + i % 2 * pitch + (begin + i / 2 * 2) * kChannels, &half, 8);
         }
     }
     return begin;
 }
 
-// Gathers the taps of every output of a strip as they are, a plane of kStripElements per tap. Within the source a pixel is
-// copied as four elements, of which one too many is overwritten by the next. Meanwhile the same pixels of row `next` are
-// fetched.
+// Gathers the taps of every output of a strip as they are, a plane per tap. Within the source a pixel is copied as four
+// elements, of which one too many is overwritten by the next. Meanwhile the same pixels of row `next` are fetched.
 template <int kTaps, int kChannels, class T>
-void gather_taps(const T* s, const T* next, int64_t width, int64_t left, const StripTables& t) {
-    const int64_t *first = t.first, n = t.pixels;
+[[gnu::noinline]] void gather_taps(const T* s, const T* next, int64_t width, int64_t left, const StripTables& t) {
+    const int64_t *first = t.first, n = t.pixels, pitch = t.pitch;
     T* planes = reinterpret_cast<T*>(t.row);
     int64_t begin = 0, end = n - 1;
     while (begin < n && left + first[begin] < 0) ++begin;
     while (end > begin && left + first[end - 1] + kTaps >= width) --end;
     const auto at_edge = [&](int64_t x) {
         for (int k = 0; k < kTaps; ++k)
-            memcpy(planes + k * kStripElements<kTaps> + x * kChannels,
+            memcpy(planes + k * pitch + x * kChannels,
                    s + clamp<int64_t>(left + first[x] + k, 0, width - 1) * kChannels, kChannels * sizeof(T));
     };
     for (int64_t x = 0; x < begin; ++x) at_edge(x);
@@ -220,32 +221,31 @@ void gather_taps(const T* s, const T* next, int64_t width, int64_t left, const S
         const T* pixel = s + at;
         __builtin_prefetch(next + at);
         for (int k = 0; k < kTaps; ++k)
-            memcpy(planes + k * kStripElements<kTaps> + x * kChannels, pixel + k * kChannels, 4 * sizeof(T));
+            memcpy(planes + k * pitch + x * kChannels, pixel + k * kChannels, 4 * sizeof(T));
     }
     for (x = max(begin, end); x < n; ++x) at_edge(x);
 }
 
 template <int kTaps, bool kExact, class T>
-void weigh_planes(const StripTables& t, float* out) {
-    constexpr int64_t kPitch = kStripElements<kTaps>;
+[[gnu::noinline]] void weigh_planes(const StripTables& t, float* out) {
     const T* planes = reinterpret_cast<const T*>(t.row);
     const float* weight = t.weight;
+    const int64_t pitch = t.pitch;
     for (int64_t i = 0, n = t.elements; i < n; i += kLanes<float>)
-        store(out + i, sum_of<kTaps, kExact>([&](int k) { return load_f32(planes + k * kPitch + i); },
-                                             [&](int k) { return load<F32>(weight + k * kPitch + i); }));
+        store(out + i, sum_of<kTaps, kExact>([&](int k) { return load_f32(planes + k * pitch + i); },
+                                             [&](int k) { return load<F32>(weight + k * pitch + i); }));
 }
 
 // Vectors of outputs that reach beyond the source row take their taps from a copy of them.
 template <int kTaps, bool kExact, class T>
 void weigh_apart(const StripTables& t, const T* s, int64_t width, int64_t left, float* out) {
     constexpr int kStep = kLanes<float>, kWords = kTapWords<kTaps, T>, kCopied = kWords * 4 / int(sizeof(T));
-    constexpr int64_t kPitch = kStripElements<kTaps>;
     const StripTables u = t;  // in registers
     const auto weigh = [&](const void* base, const int32_t* at, int64_t i) {
         Bytes w[kWords];
         load_words(static_cast<const uint8_t*>(base), at, w);
         store(out + i, sum_of<kTaps, kExact>([&](int k) { return tap_of<T>(w, k); },
-                                             [&](int k) { return load<F32>(u.weight + k * kPitch + i); }));
+                                             [&](int k) { return load<F32>(u.weight + k * u.pitch + i); }));
     };
     const auto copied = [&](int64_t from, int64_t to) {
         T taps[kStep][kCopied] = {};
@@ -287,7 +287,7 @@ void weigh_windows(const StripTables& t, int channels, float* out) {
             tap[k] = kWindows == 2 ? permute(low, high, at) : permute(low, at);
         }
         const F32 sum = sum_of<kTaps, kExact>([&](int k) { return tap[k]; },
-                                              [&](int k) { return load<F32>(weight + k * kStripElements<kTaps>); });
+                                              [&](int k) { return load<F32>(weight + k * u.pitch); });
         store(out + g * kWindow, sum);
     }
 }
