@@ -52,7 +52,7 @@ Status mean_integers(const void* src, int32_t stride, Size size, double* means) 
     const Bytes smallest = (Bytes)splat(kSmallest);
 
     Vec<Pair> both[3] = {}, upper[3] = {};
-    uint64_t lower_sums[kPairs] = {}, upper_sums[kPairs] = {};
+    uint64_t sums[kChannels] = {};
     const auto take = [&](auto turn) {
         for (int j = 0; j < 3; ++j) {
             const Vec<Pair> v = (Vec<Pair>)(turn.vector(j, smallest) ^ smallest);
@@ -67,19 +67,16 @@ Status mean_integers(const void* src, int32_t stride, Size size, double* means) 
             store(u + j * kLanes<Pair>, upper[j]);
             both[j] = upper[j] = Vec<Pair>{};
         }
-        for (int e = 0; e < kPairs; ++e) {
-            lower_sums[e] += Pair(b[e] - Pair(u[e] << kBits));  // exact modulo the lane, and the lane holds it
-            upper_sums[e] += u[e];
-        }
+        for (int e = 0; e < kPairs; ++e) b[e] -= u[e] << kBits;  // exact modulo the lane, and the lane holds it
+        for (int e = 0; e < kPairs; e += kChannels)
+            for (int p = 0; p < kChannels; ++p) {
+                sums[2 * p % kChannels] += b[e + p];
+                sums[(2 * p + 1) % kChannels] += u[e + p];
+            }
     };
     const Rows rows = rows_of(size, Pitch{stride, kChannels * sizeof(T)});
     each_turn<3>(src, stride, rows.count, rows.pixels * kChannels * sizeof(T), kRounds, take, empty);
 
-    uint64_t sums[kChannels] = {};
-    for (int e = 0; e < kPairs; ++e) {
-        sums[2 * e % kChannels] += lower_sums[e];
-        sums[(2 * e + 1) % kChannels] += upper_sums[e];
-    }
     const int64_t pixels = int64_t(size.width) * size.height;
     for (int c = 0; c < used(kForm); ++c) means[c] = double(int64_t(sums[c]) + kSmallest * pixels) / double(pixels);
     return kOk;
