@@ -86,6 +86,12 @@ TEST(convert_scale, rounds_ties_to_the_even_integer_and_takes_any_constants) {
         convert(b, &a, &scale, &offset);
         EXPECT_EQ(b.at<uint8_t>(0, 0), want) << value << " * " << scale << " + " << offset;
     }
+    // Beyond 32 bits, and from elements of 16 only.
+    Array wide(s16(1), 1, 1);
+    const float scale = 1e5f;
+    wide.at<int16_t>(0, 0) = 32767;
+    convert(b, &wide, &scale, nullptr);
+    EXPECT_EQ(b.at<uint8_t>(0, 0), 255);
 }
 
 TEST(convert_scale, of_an_array_to_itself_without_arithmetic_touches_nothing) {
@@ -165,14 +171,16 @@ TEST(value_range, of_an_unsupported_or_empty_array_does_nothing) {
     untouched(u8(1), 0);
 }
 
-// Every cell of the mapping tables takes scratch memory; without it nothing is written.
+// Every cell of the range table takes scratch memory, and so do large results of scales; without it nothing is written.
 TEST(conversion, reports_scratch_memory_that_cannot_be_had) {
     const float scale[] = {2, 2, 2, 2}, range[] = {1, 9};
+    Array large = Array(u8(1), 2048, 2048).filled(7);
+    Array larger(f32(1), 2048, 2048);
+    const auto mapped = [&](QuelERR* err) { return convert(larger, &large, scale, nullptr, err); };
+    EXPECT_GT(each_allocation_reported("convscale", larger, mapped), 0);
     each_pair(kMapped, [&](LumoELEMTYPE from, LumoELEMTYPE to) {
-        Operands o(to, from);
-        const auto mapped = [&](QuelERR* err) { return convert(o.dst, &o.src, scale, nullptr, err); };
-        EXPECT_GT(each_allocation_reported("convscale", o.dst, mapped), 0);
         if (from != to) return;
+        Operands o(to, from);
         const auto of_list = [&](QuelERR* err) { return stretch({&o.dst}, range, err); };
         EXPECT_GT(each_allocation_reported("cvtvrange_n", o.dst, of_list), 0);
         // Rows that were done before stay.

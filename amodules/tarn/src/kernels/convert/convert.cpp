@@ -33,7 +33,9 @@ template <class S, class D, Form kForm>
 Status convert(const void* src, int32_t src_stride, void* dst, int32_t dst_stride, Size size) {
     if (Status s = check(size, src, dst)) return s;
     alignas(64) D strip[kStrip];
-    map_blocks<kept(kForm), S>(src, src_stride, dst, dst_stride, size, channels(kForm), strip, Convert<D>{});
+    const bool streamed = streams_blocks<kept(kForm), S, D>(src, dst, size, channels(kForm));
+    map_blocks<kept(kForm), S>(src, src_stride, dst, dst_stride, size, channels(kForm), streamed ? strip : nullptr,
+                               Convert<D>{});
     return kOk;
 }
 

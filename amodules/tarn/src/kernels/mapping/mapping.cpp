@@ -26,10 +26,21 @@ struct ChannelLine {
     }
 };
 
-template <class D>
+// Whether every element of S is mapped to what fits 32 bits; not so with NaN.
+template <class S>
+bool results_fit(const float* scale, const float* offset, int channels) {
+    constexpr float kMost = sizeof(S) == 1 ? 255 : 32768;
+    bool fit = true;
+    for (int c = 0; c < channels; ++c)
+        fit = fit && __builtin_fabsf(scale[c]) * kMost + __builtin_fabsf(offset[c]) < 2e9f;
+    return fit;
+}
+
+// kFit: results are known to fit 32 bits, and none is cut off before packing.
+template <class D, bool kFit>
 struct MapFloats {
     static constexpr int kPeriod = 3;
-    const ChannelLine& line;
+    const ChannelLine line;
     // The block's first vector meets entry phase of the line, and the next block's the entry after that.
     template <class S, class P>
     Block<D> operator()(const S* s, P phase) const {
@@ -37,28 +48,26 @@ struct MapFloats {
             const int at = (phase.index + v) % 3;
             return load_f32(s + v * kLanes<float>) * line.scale[at] + line.offset[at];
         };
-        return round_to<D>(mapped(0), mapped(1), mapped(2), mapped(3));
+        if constexpr (kFit)
+            return round_to_within32<D>(mapped(0), mapped(1), mapped(2), mapped(3));
+        else
+            return round_to<D>(mapped(0), mapped(1), mapped(2), mapped(3));
     }
 };
 
 // Bytes to bytes, where arithmetic and not memory is the limit. A byte v under the bits of 2^23 is the float 2^23 + v,
 // and mul_add(2^23 + v, scale, -2^23 scale) is v * scale rounded once, as the product alone would be: that saves the
-// conversion. With results known to fit 32 bits none is cut off before packing. A vector of floats takes four bytes of
-// each group, so that packing puts them back in order. V is F32; levels without mul_add never look inside.
+// conversion. Results must fit 32 bits. A vector of floats takes four bytes of each group, so that packing puts them
+// back in order. V is F32; levels without mul_add never look inside.
 template <class V>
 struct MapBytes {
     static constexpr int kPeriod = 3;
     V scale[3], back[3], offset[3];
-    bool fits = true;
     explicit MapBytes(const ChannelLine& line) {
         constexpr int kPeriodElements = 3 * kLanes<float>;
         float s[kPeriodElements], o[kPeriodElements];
         memcpy(s, line.scale, sizeof s);
         memcpy(o, line.offset, sizeof o);
-        for (int i = 0; i < kPeriodElements; ++i) {
-            const float reach = (s[i] < 0 ? -s[i] : s[i]) * 255 + (o[i] < 0 ? -o[i] : o[i]);
-            fits = fits && reach < 2e9f;  // not so with NaN
-        }
         for (int j = 0; j < 3; ++j)
             for (int e = 0; e < kLanes<float>; ++e) {
                 const int i = (16 * (e / 4) + 4 * j + e % 4) % kPeriodElements;
@@ -94,7 +103,7 @@ template <class D>
 // Elements from which the constants of MapBytes are worth making.
 constexpr int64_t kManyBytes = 2048;
 
-// scale, offset: one an element of a pixel.
+// scale, offset: one an element of a pixel. strip: as map_blocks takes it.
 template <bool kKept, class S, class D>
 void map_plane(const void* src, int32_t src_stride, void* dst, int32_t dst_stride, Size size, int channels,
                const float* scale, const float* offset, D* strip) {
@@ -102,10 +111,13 @@ void map_plane(const void* src, int32_t src_stride, void* dst, int32_t dst_strid
     const auto map = [&](const auto& f) {
         map_blocks<kKept, S>(src, src_stride, dst, dst_stride, size, channels, strip, f);
     };
-    if constexpr (kHasMulAdd && sizeof(S) == 1 && sizeof(D) == 1)
-        if (int64_t(size.width) * size.height * channels >= kManyBytes)
-            if (const MapBytes<F32> bytes(line); bytes.fits) return map(bytes);
-    map(MapFloats<D>{line});
+    if constexpr (sizeof(S) < 4 && sizeof(D) < 4)
+        if (results_fit<S>(scale, offset, channels)) {
+            if constexpr (kHasMulAdd && sizeof(S) == 1 && sizeof(D) == 1)
+                if (int64_t(size.width) * size.height * channels >= kManyBytes) return map(MapBytes<F32>(line));
+            return map(MapFloats<D, true>{line});
+        }
+    map(MapFloats<D, false>{line});
     // Where a constant is NaN, so is every result; which NaN would depend on the operands' order, so it is set.
     if constexpr (sizeof(D) == 4)
         for (int c = 0; c < channels - kKept; ++c)
@@ -125,8 +137,9 @@ Status scale_map(const void* src, int32_t src_stride, void* dst, int32_t dst_str
                  const float* offset, Allocator allocator) {
     if (Status s = check(size, src, dst, scale, offset)) return s;
     Scratch scratch(allocator);
-    D* strip = take_strip<D>(scratch);
-    if (!strip) return kNoMemory;
+    D* strip = nullptr;
+    if (streams_blocks<kept(kForm), S, D>(src, dst, size, channels(kForm)) && !(strip = take_strip<D>(scratch)))
+        return kNoMemory;
     float scales[4], offsets[4];
     read_constants<float, kForm>(scale, scales);
     read_constants<float, kForm>(offset, offsets);
@@ -168,6 +181,7 @@ Status range_map(const void* src, int32_t src_stride, void* dst, int32_t dst_str
     D* strip = take_strip<D>(scratch);
     if (!strip) return kNoMemory;
     constexpr int kChannels = channels(kForm);
+    if (!streams_blocks<kept(kForm), S, D>(src, dst, size, kChannels)) strip = nullptr;
     float smallest[4], largest[4], scale[4], offset[4];
     find_extremes(MinMaxOf<S>::of[kChannels], src, src_stride, size, kForm == Form::c2, smallest, largest);
     if (range_constants(smallest, largest, kChannels, lo, hi, scale, offset))

@@ -6,15 +6,15 @@
 
 namespace tarn::k {
 
-// scale, offset: one a channel. Source and destination may be one plane when their types are of one size. Takes a strip
-// of scratch; kNoMemory, and nothing is written, when it can't be had.
+// scale, offset: one a channel. Source and destination may be one plane when their types are of one size. A result that goes
+// around the cache takes a strip of scratch; kNoMemory, and nothing is written, when it can't be had.
 using ScaleMap = Status(const void* src, int32_t src_stride, void* dst, int32_t dst_stride, Size size,
                         const float* scale, const float* offset, Allocator scratch);
 #define TARN_ARITY_ScaleMap 8
 
 // Stretches the values of each channel so that its smallest becomes lo and its largest hi (NaN passed over). A channel
 // whose values differ by no more than kFlat becomes lo: all of it, where it is the only one; among several it is mapped
-// with a scale of 0, so that its NaN and infinite pixels are NaN. Scratch as above.
+// with a scale of 0, so that its NaN and infinite pixels are NaN. Always takes the strip of scratch.
 using RangeMap = Status(const void* src, int32_t src_stride, void* dst, int32_t dst_stride, Size size, float lo,
                         float hi, Allocator scratch);
 #define TARN_ARITY_RangeMap 8

@@ -31,7 +31,8 @@ inline void map_block(Part part, const S* s, D* d, const F& f, P phase) {
 
 // n elements from s to d. A map that is not the same for every block has a period of three.
 template <bool kKept, class S, class D, class F>
-inline void map_row(const S* s, D* d, int64_t n, const F& f) {
+inline void map_row(const S* s, D* d, int64_t n, const F& map) {
+    const F f = map;  // in registers
     if constexpr (F::kPeriod == 3)
         each_phase(n, [&](auto io, int64_t i, auto phase) { map_block<kKept>(io, s + i, d + i, f, phase); });
     else
@@ -45,14 +46,21 @@ inline int64_t first_strip(const void* d, int64_t element_bytes, int64_t channel
     return n % channels ? kStrip : n;
 }
 
-// dst := f of src, by map_row. kKept: the fourth channel of the destination stays. strip has room for kStrip elements.
+// Whether a mapped plane goes around the cache.
+template <bool kKept, class S, class D>
+inline bool streams_blocks(const void* src, const void* dst, Size size, int64_t channels) {
+    return !kKept && src != dst && streams(size.height * (size.width * channels) * int64_t(sizeof(S) + sizeof(D)));
+}
+
+// dst := f of src, by map_row. kKept: the fourth channel of the destination stays. strip: room for kStrip elements where the
+// plane goes around the cache, else null.
 template <bool kKept, class S, class D, class F>
 void map_blocks(const void* src, int32_t src_stride, void* dst, int32_t dst_stride, Size size, int64_t channels,
                 D* strip, const F& f) {
     const Rows rows = rows_of(size, Pitch{src_stride, channels * int64_t(sizeof(S))},
                               Pitch{dst_stride, channels * int64_t(sizeof(D))});
     const int64_t n = rows.pixels * channels;
-    const bool streamed = !kKept && src != dst && streams(rows.count * n * int64_t(sizeof(S) + sizeof(D)));
+    const bool streamed = strip;
     for (int64_t y = 0; y < rows.count; ++y) {
         const S* s = row<S>(src, src_stride, y);
         D* d = row<D>(dst, dst_stride, y);
