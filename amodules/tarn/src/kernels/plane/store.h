@@ -54,7 +54,7 @@ inline Bytes colour_mask() {
 template <bool kKept, class Io, class V>
 inline void store_form(Io io, void* p, V v, Bytes mask) {
     if constexpr (kKept)
-        io.store(p, select(mask, (Bytes)v, io.load(p)));
+        io.store(p, blend(mask, (Bytes)v, io.load(p)));
     else
         io.store(p, v);
 }

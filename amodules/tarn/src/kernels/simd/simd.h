@@ -111,11 +111,11 @@ namespace {
 // Stores the bytes whose mask is all ones: the others are read and written back.
 template <class V>
 inline void store_where(void* p, Bytes mask, V v) {
-    store(p, select(mask, (Bytes)v, load<Bytes>(p)));
+    store(p, blend(mask, (Bytes)v, load<Bytes>(p)));
 }
 template <class V>
 inline void store_where_n(void* p, Bytes mask, V v, int64_t n) {
-    store_n(p, select(mask, (Bytes)v, load_n(p, n, Bytes{})), n);
+    store_n(p, blend(mask, (Bytes)v, load_n(p, n, Bytes{})), n);
 }
 // counts + 1 where a <= b, and where lower <= v <= upper.
 inline U8 count_le(U8 counts, U8 a, U8 b) { return counts - (U8)(min(a, b) == a); }
