@@ -98,7 +98,7 @@ void against_the_angle(Bench& b) {
 void run(Bench& b) {
     for (const Mode& mode : kModes)
         for (const Type& type : kTypes)
-            for (const double degrees : {1, 17, 45, 89, 90})
+            for (const double degrees : {0, 1, 17, 45, 89, 90})
                 for (const double scale : {0.5, 0.9, 2.0})
                     turn_row(b, mode, type, degrees, scale, {{512, 512}, {1920, 1080}});
     // Moves of whole pixels, the same in every mode.

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstring>
 #include <limits>
 #include <numeric>
 #include <random>
@@ -242,6 +243,34 @@ TYPED_TEST(warp_of, a_region_is_the_part_of_the_whole) {
                                                << "," << pixel / kWidth << ", level " << level;
             });
         }
+}
+
+// Rows that are weighed once for all that they serve make the same as if each were for itself: as they are for a warp that turns
+// by so little that no position changes.
+TYPED_TEST(warp_of, scaling_alone_changes_no_bit) {
+    constexpr int kWidth = 610, kHeight = 150;
+    struct Scale {
+        double x, y;
+    };
+    for (const Form form : kFormsOfAll) {
+        auto src = noise<TypeParam>({300, 110}, k::channels(form), 7);
+        if constexpr (std::is_same_v<TypeParam, float>)
+            for (size_t i = 100; i < src.all.size(); i += 4321) src.all[i] = i % 2 ? NAN : INFINITY;
+        for (const Mode mode : kModes)
+            for (const Scale& s : {Scale{1.1, 0.93}, {2, 2}, {-1.7, 1.4}, {1.9, -0.7}, {5, 0.4}}) {
+                const auto scaled = [&](double turn) {
+                    Pixels<TypeParam> dst{{kWidth, kHeight}, k::channels(form)};
+                    const Affine m{s.x, turn, kWidth / 2 - s.x * 149.3, turn, s.y, kHeight / 2 - s.y * 54.9};
+                    EXPECT_EQ(k::kOk, warp(mode, form, src, src.region(), dst, dst.region(), m));
+                    return dst.all;
+                };
+                test::at_every_level([&](int level) {
+                    const auto once = scaled(0), each = scaled(1e-300);
+                    EXPECT_EQ(0, std::memcmp(once.data(), each.data(), once.size() * sizeof once[0]))
+                        << kModeNames[mode] << " by " << s.x << ", " << s.y << ", level " << level;
+                });
+            }
+    }
 }
 
 // Planes so wide that not everything fits one run's 32 bits: shrunk to a few pixels, and looked at from near.

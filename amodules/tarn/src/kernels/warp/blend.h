@@ -97,42 +97,48 @@ inline void move_pixels(uint8_t* d, const T* buffer, int64_t n) {
 
 // ---- Runs ---------------------------------------------------------------------------------------------------------
 
-// Fills a run with what a Blender makes of its points:
-//   pixels(base, stride, at, x, y)      a vector of pixels of one channel
-//   pixels(base, stride, at, x, y, v)   four vectors of pixels of more
-template <class Blender, class T, Form kForm>
-void blend_run(const Blender& blender, const uint8_t* base, int64_t stride, Points& points, int64_t from, int64_t to,
-               uint8_t* d) {
+// Fills a run: make(i) gives the vector of pixels of one channel from place i on, make(i, v) four vectors of pixels of
+// more.
+template <class T, Form kForm, class Make>
+[[gnu::always_inline]] inline void put_run(int64_t from, int64_t to, uint8_t* d, const Make& make) {
     constexpr int kLane = kLanes<float>;
     constexpr bool kOne = kForm == Form::c1;
     alignas(64) T buffer[(kOne ? 1 : 4) * kMostColumns + kVector];
-    points.close(from, to);
     const int64_t begin = from & -kLane;
-    const int32_t* at = points.at();
-    const uint32_t *x = points.x(), *y = points.y();
     if constexpr (kOne && sizeof(T) < 4) {
         constexpr int kBlock = 4 * kLane;
         for (int64_t i = begin; i < to; i += kBlock) {
             F32 v[4] = {};
 #pragma GCC unroll 4
             for (int j = 0; j < 4; ++j)
-                if (const int64_t k = i + j * kLane; k < to)
-                    v[j] = blender.pixels(base, stride, at + k, load<U32>(x + k), load<U32>(y + k));
+                if (const int64_t k = i + j * kLane; k < to) v[j] = make(k);
             const Block<T> block = round_to_within32<T>(v[0], v[1], v[2], v[3]);
             for (int j = 0; j < int(sizeof(T)); ++j) store(buffer + (i - begin) + j * kLanes<T>, block.v[j]);
         }
     } else if constexpr (kOne) {
-        for (int64_t i = begin; i < to; i += kLane)
-            store(buffer + (i - begin),
-                  settle_nan(blender.pixels(base, stride, at + i, load<U32>(x + i), load<U32>(y + i))));
+        for (int64_t i = begin; i < to; i += kLane) store(buffer + (i - begin), settle_nan(make(i)));
     } else {
         for (int64_t i = begin; i < to; i += kLane) {
             F32 v[4];
-            blender.pixels(base, stride, at + i, load<U32>(x + i), load<U32>(y + i), v);
+            make(i, v);
             store_pixels(buffer + 4 * (i - begin), v);
         }
     }
     move_pixels<T, kForm>(d, buffer + (kOne ? 1 : 4) * (from - begin), to - from);
+}
+
+// With what a Blender makes of its points:
+//   pixels(base, stride, at, x, y)      a vector of pixels of one channel
+//   pixels(base, stride, at, x, y, v)   four vectors of pixels of more
+template <class Blender, class T, Form kForm>
+void blend_run(const Blender& blender, const uint8_t* base, int64_t stride, Points& points, int64_t from, int64_t to,
+               uint8_t* d) {
+    points.close(from, to);
+    const int32_t* at = points.at();
+    const uint32_t *x = points.x(), *y = points.y();
+    put_run<T, kForm>(from, to, d, [=]<class... V>(int64_t i, V&... v) {
+        return blender.pixels(base, stride, at + i, load<U32>(x + i), load<U32>(y + i), v...);
+    });
 }
 
 }  // namespace

@@ -10,7 +10,7 @@
 #pragma once
 
 #include "kernels/simd/fused.h"
-#include "kernels/warp/blend.h"
+#include "kernels/warp/scale.h"
 
 namespace tarn::k::TARN_LEVEL {
 namespace {
@@ -303,8 +303,32 @@ struct Filtered {
         two(Phase<0>{}), two(Phase<2>{});
     }
 
+    // As pixels does, a step at a time.
+    static constexpr int kPer = kOne ? 1 : 4;
+    using Rows = WeighedRows<kTaps, kPer>;
+    void weigh(const uint8_t* p, const int32_t* at, U32 x, F32 (&v)[kPer]) const {
+        const auto across = across_of(x);
+        if constexpr (kOne) {
+            v[0] = across.row(p, at);
+        } else {
+            const auto two = [&]<int j>(Phase<j>) {
+                across.template one<j>().template row<kForm>(across.template one<j + 1>(), p, at + j, v[j], v[j + 1]);
+            };
+            two(Phase<0>{}), two(Phase<2>{});
+        }
+    }
+    template <class Tap>
+    F32 down(const Down& d, const Tap& tap) const {
+        F32 sum = tap(0) * d.w[0];
+        for (int i = 1; i < kTaps; ++i) sum = add_weighted<T>(sum, tap(inwards<kTaps>(i)), d.w[inwards<kTaps>(i)]);
+        return sizeof(T) == 4 ? select(d.whole, tap(kTaps / 2 - 1), sum) : sum;
+    }
+
     void run(const uint8_t* base, int64_t stride, Points& points, int64_t from, int64_t to, uint8_t* d) const {
         blend_run<Filtered, T, kForm>(*this, base, stride, points, from, to, d);
+    }
+    void run(Rows& rows, const uint8_t* base, int64_t stride, int64_t number, uint32_t fraction, uint8_t* d) const {
+        scaled_run<Filtered, T, kForm>(*this, rows, base, stride, number, fraction, d);
     }
 };
 

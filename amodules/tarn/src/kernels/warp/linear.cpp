@@ -1,6 +1,6 @@
 // Linear warp. Pairs of 8-bit neighbours are weighed in integers, by fractions of 14 bits (an error of less than 1/64),
 // everything else in floats, by fractions of 24 bits.
-#include "kernels/warp/blend.h"
+#include "kernels/warp/scale.h"
 
 namespace tarn::k::TARN_LEVEL {
 namespace {
@@ -100,8 +100,51 @@ struct Linear {
         }
     }
 
+    // As pixels does, a step at a time.
+    static constexpr int kPer = kForm == Form::c1 ? 1 : 4;
+    using Rows = WeighedRows<kTaps, kPer>;
+    struct Down {
+        Weights<T> weights;
+        static Down of(U32 fraction) { return {Weights<T>::of(fraction, kScale)}; }
+    };
+    void weigh(const uint8_t* p, const int32_t* at, U32 x, F32 (&v)[kPer]) const {
+        if constexpr (sizeof(T) == 1) {
+            const auto across = PairWeights::of(x);
+            const auto two = [&]<int j>(Phase<j>) {
+                S16 a, b;
+                load_neighbours_s16<kPixel>(p, at + j, a, b);
+                v[j] = across.template one<j>().blend(a), v[j + 1] = across.template one<j + 1>().blend(b);
+            };
+            if constexpr (kPer == 1)
+                v[0] = across.blend(load_pairs(p, at));
+            else
+                two(Phase<0>{}), two(Phase<2>{});
+        } else {
+            const auto across = Weights<T>::of(x, 1);
+            const auto two = [&]<int j>(Phase<j>) {
+                F32 a, b, c, d;
+                load_pixels<T>(p, at + j, a, c), load_pixels<T>(p + kPixel, at + j, b, d);
+                v[j] = across.template one<j>().blend(a, b), v[j + 1] = across.template one<j + 1>().blend(c, d);
+            };
+            if constexpr (kPer == 1) {
+                F32 a, b;
+                load_neighbours<T>(p, at, a, b);
+                v[0] = across.blend(a, b);
+            } else {
+                two(Phase<0>{}), two(Phase<2>{});
+            }
+        }
+    }
+    template <class Tap>
+    F32 down(const Down& d, const Tap& tap) const {
+        return d.weights.blend(tap(0), tap(1));
+    }
+
     void run(const uint8_t* base, int64_t stride, Points& points, int64_t from, int64_t to, uint8_t* d) const {
         blend_run<Linear, T, kForm>(*this, base, stride, points, from, to, d);
+    }
+    void run(Rows& rows, const uint8_t* base, int64_t stride, int64_t number, uint32_t fraction, uint8_t* d) const {
+        scaled_run<Linear, T, kForm>(*this, rows, base, stride, number, fraction, d);
     }
 };
 

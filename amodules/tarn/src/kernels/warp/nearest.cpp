@@ -13,6 +13,7 @@ struct Nearest {
     // Pixels of 3, 6 and 12 bytes are moved as 4, 8 and 16, whose end the next pixel overwrites.
     static constexpr bool kThrees = kBytes % 3 == 0;
     static constexpr int kBeyond = kThrees ? 1 : 0;
+    using Rows = int;
 
     void run(const uint8_t* base, int64_t, Points& points, int64_t from, int64_t to, uint8_t* d) const {
         constexpr int kMoved = kThrees ? kBytes / 3 * 4 : kKept ? kBytes / 4 * 3 : kBytes;

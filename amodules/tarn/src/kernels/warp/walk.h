@@ -10,6 +10,7 @@
 //   kPixel, kTaps, kBeyond      bytes of a pixel; taps on each axis; pixels behind the last tap that may be read
 //   kBiasX, kBiasY, kFractions  as Frame and find_points take them
 //   run(base, stride, points, from, to, dst)   fills pixels [from, to) of a strip to dst, from the taps at base + points
+//   Rows, run(rows, ...)        as scale.h tells; int where the sampler has no way of its own for warps that only scale
 #pragma once
 
 #include "kernels/warp/points.h"
@@ -29,7 +30,8 @@ inline int64_t strip_columns(const Job& j) {
 template <class Sampler>
 class Walk {
 public:
-    explicit Walk(const Job& job) : j(job) {
+    explicit Walk(const Job& job)
+        : j(job), scales_(j.x.row == 0 && j.y.step == 0 && magnitude(j.y.row) < 0.6 * Sampler::kTaps) {
         // Runs of so many columns at most, so that their extent in the source fits. Usually the whole source does.
         const int64_t stride = max<int64_t>(magnitude(j.src_stride), 1);
         const double reach = double(0x40000000 / stride);
@@ -56,6 +58,7 @@ public:
             any |= all.from < all.to;
             for (first_ = all.from; first_ < all.to; first_ += width) {
                 columns_.fill(j, first_, width);
+                if constexpr (kHasRows) rows_.forget();
                 for (int64_t line = band; line < end; ++line) {
                     const Span &m = mapped[line - band], &in = inner[line - band];
                     const int64_t from = max(m.from, first_), to = min(m.to, first_ + width);
@@ -70,6 +73,7 @@ public:
 
 private:
     static constexpr int kLead = (Sampler::kTaps - 1) / 2, kTrail = Sampler::kTaps / 2;
+    static constexpr bool kHasRows = sizeof(typename Sampler::Rows) > sizeof(int);
 
     // Those of a row's mapped columns whose taps lie in the source, perhaps without the outermost.
     Span inner_of(int64_t line, Span mapped) const {
@@ -90,6 +94,13 @@ private:
                 corner = {corner.x + more.x, corner.y + more.y};
             }
             const Frame frame(j, line, corner, Sampler::kBiasX, Sampler::kBiasY);
+            if constexpr (kHasRows)
+                if (scales_ && near_ && inner.from < inner.to) {
+                    fill_scaled(line, inner, frame);
+                    edge_alone(line, {from, inner.from}, frame);
+                    edge_alone(line, {inner.to, to}, frame);
+                    continue;
+                }
             find_points<Sampler::kPixel, Sampler::kFractions>(columns_, from - first_, to - first_, frame, j.src_stride,
                                                               points_);
             const Span core{clamp(inner.from, from, to), clamp(inner.to, from, to)};
@@ -105,9 +116,32 @@ private:
         }
     }
 
+    // Pixels of a warp that only scales: the places of their columns are the same for all lines.
+    void fill_scaled(int64_t line, Span s, const Frame& frame) {
+        const int64_t from = s.from - first_, to = s.to - first_;
+        if (from != rows_.from || to != rows_.to) {
+            rows_.forget();
+            find_points<Sampler::kPixel, true>(columns_, from, to, frame, 0, rows_.points);
+            rows_.points.close(from, to);
+            rows_.from = from, rows_.to = to;
+        }
+        const uint64_t y = __builtin_bit_cast(uint64_t, j.y.at(s.from, frame.vy) + frame.y);
+        const int64_t number = int32_t(uint32_t(y >> 32) - kMagicUpper) - kLead;
+        const intptr_t base = reinterpret_cast<intptr_t>(j.src) + number * j.src_stride - kLead * Sampler::kPixel;
+        sampler_.run(rows_, reinterpret_cast<const uint8_t*>(base), j.src_stride, number, uint32_t(y),
+                     j.dst_pixel<uint8_t>(s.from, line, Sampler::kPixel));
+    }
+
     void fill(int64_t line, Span s, const uint8_t* base, int64_t stride) {
         sampler_.run(base, stride, points_, s.from - first_, s.to - first_,
                      j.dst_pixel<uint8_t>(s.from, line, Sampler::kPixel));
+    }
+
+    void edge_alone(int64_t line, Span s, const Frame& frame) {
+        if (s.from >= s.to) return;
+        find_points<Sampler::kPixel, Sampler::kFractions>(columns_, s.from - first_, s.to - first_, frame, j.src_stride,
+                                                          points_);
+        edge(line, s, frame, {0, 0});
     }
 
     // Pixels some of whose taps lie outside of the source: their taps are copied, the nearest in place of those that are
@@ -135,10 +169,12 @@ private:
 
     const Job& j;
     bool near_;
+    bool scales_;  // and does not turn, so that most source rows serve several lines
     int64_t longest_ = kMostColumns, first_ = 0;
     Sampler sampler_;
     Columns columns_;
     Points points_;
+    typename Sampler::Rows rows_;
 };
 
 template <class Sampler>
