@@ -44,7 +44,7 @@ float otsu(const LumoMAT* src, float lower, float upper, int bins, QuelERR* err 
 }
 
 // The definition: the first k for which values <= k and > k have the greatest variance between them, in whole numbers.
-int otsu_of_bytes(const std::vector<int>& values) {
+int otsu_of(const std::vector<int>& values) {
     std::map<int, long> counts;
     for (const int v : values) ++counts[v];
     const long all = long(values.size());
@@ -241,8 +241,19 @@ TEST(calcthresh_otsu, gives_the_first_of_the_greatest_variances) {
         for (int y = 0; y < src.mat.height; ++y)
             for (int x = 0; x < src.mat.width; ++x)
                 values.push_back(src.at<uint8_t>(x, y) = uint8_t(30 + int(rng()) % levels * (255 - 30) / levels));
-        EXPECT_EQ(otsu(&src, 0, 255, 256), float(otsu_of_bytes(values))) << "trial " << trial;
+        EXPECT_EQ(otsu(&src, 0, 255, 256), float(otsu_of(values))) << "trial " << trial;
+        // The same levels spread over more intervals than are searched in vectors.
+        Array wide(s16(1), src.mat.width, src.mat.height);
+        for (size_t i = 0; i < values.size(); ++i)
+            wide.at<int16_t>(int(i) % src.mat.width, int(i) / src.mat.width) = int16_t(values[i] *= 16);
+        EXPECT_EQ(otsu(&wide, 0, 4095, 4096), float(otsu_of(values))) << "trial " << trial;
     }
+    // More elements and intervals than 64 bits have room for.
+    Array large(s16(1), 4096, 2049);
+    for (int y = 0; y < 2049; ++y)
+        for (int x = 0; x < 4096; ++x)
+            large.at<int16_t>(x, y) = int16_t(y == 0 ? -32768 : y % 2 ? 100 : y % 64 ? 32000 : 32767);
+    EXPECT_EQ(otsu(&large, -32768, 32767, 65536), 100.0f);
     // Two of the same: both parts of three equal classes.
     Array even(u8(3), 4, 1);
     for (int x = 0; x < 4; ++x)

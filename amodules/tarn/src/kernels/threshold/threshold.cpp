@@ -79,6 +79,8 @@ inline bool keeps(const Choices<T>& c) {
 }
 
 // ---- Tests: where a vector's comparison holds -------------------------------------------------------------------------
+// A row's test refers to the patterns: copies that are read at once, as other words than were written, would cost more than short
+// rows.
 
 template <class T, int kComparison>
 struct AgainstLevel {
@@ -102,7 +104,7 @@ template <class T, int kComparison>
 struct AgainstReference {
     const uint8_t* reference;
     int64_t stride;
-    Pattern plus, minus;
+    const Pattern &plus, &minus;
     AgainstReference at(int64_t y) const { return {reference + y * stride, stride, plus, minus}; }
     template <class Io>
     Bytes operator()(Io io, Vec<T> element, int64_t i, int phase) const {
@@ -119,7 +121,7 @@ template <int kComparison>
 struct AgainstReference<float, kComparison> {
     const uint8_t* reference;
     int64_t stride;
-    Pattern offset;
+    const Pattern& offset;
     AgainstReference at(int64_t y) const { return {reference + y * stride, stride, offset}; }
     template <class Io>
     Bytes operator()(Io io, F32 v, int64_t i, int phase) const {
@@ -131,12 +133,14 @@ struct AgainstReference<float, kComparison> {
 
 template <class T, bool kKept, bool kKeeps, class Test>
 void choose_rows(const uint8_t* src, int32_t src_stride, uint8_t* dst, int32_t dst_stride, Rows rows, int64_t row_bytes,
-                 const Test& test, const Outcome& yes, const Outcome& no) {
+                 const Test& given, const Outcome& holds, const Outcome& fails) {
+    const Test test = given;
+    const Outcome yes = holds, no = fails;
     const Bytes mask = colour_mask<T>();
     for (int64_t y = 0; y < rows.count; ++y) {
         const uint8_t* s = src + y * src_stride;
         uint8_t* d = dst + y * dst_stride;
-        const Test here = test.at(y);
+        const auto& here = test.at(y);
         each_phase(row_bytes, [=, &here, &yes, &no](auto io, int64_t i, auto phase) {
             const Bytes v = io.load(s + i);
             Bytes a = yes.value.v[phase.index], b = no.value.v[phase.index];
