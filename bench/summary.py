@@ -111,6 +111,15 @@ def first_screen(families, level):
     return text
 
 
+# Plots that the bench makes, of time against what grows.
+PLOTS = {"masks": "the side of a filter's mask", "elements": "the side of a structuring element", "warp": "the angle of a warp"}
+
+
+def plots(folder, level):
+    links = [f"[{what}](bench/{level}/{name}.svg)" for name, what in PLOTS.items() if os.path.exists(os.path.join(folder, level, name + ".svg"))]
+    return f"Time against {', '.join(links)}.\n\n" if links else ""
+
+
 def main():
     folder = sys.argv[1]
     page = ("# How fast\n\nEvery row of the bench beside the best of its peers (OpenCV, and where they are better libyuv, zimg, Eigen, "
@@ -121,7 +130,7 @@ def main():
             continue
         families = families_of(os.path.join(folder, level))
         text, opencv, others = summary(families)
-        page += f"\n## Level {level}\n\n{words(families)}\n![Every row of level {level}](bench/{level}/summary.svg)\n\n{text}\n"
+        page += f"\n## Level {level}\n\n{words(families)}\n![Every row of level {level}](bench/{level}/summary.svg)\n\n{plots(folder, level)}{text}\n"
         if "--write" in sys.argv:
             with open(os.path.join(folder, level, "summary.svg"), "w", encoding="utf-8") as file:
                 file.write(chart(families))
