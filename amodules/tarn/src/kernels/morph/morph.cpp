@@ -142,7 +142,10 @@ template <class Op, class T>
     if (call.state.extent.rectangle) return one_rect<Op>(call);
     auto pass = call.template pass<Op>(0);
     call.each_strip([&](int64_t strip, int64_t width) {
-        const auto sink = [&](const Block<V>& u, int64_t x, int64_t y) { call.place(strip, width, x, y).store(u); };
+        const auto sink = [&](const Block<V>& u, int64_t x, int64_t y) {
+            call.place(strip, width, x, y).store(u);
+            call.picture.fetch(y + kBand, strip + x);
+        };
         pass.start(strip, width, call.picture);
         call.each_band([&](int64_t, int64_t rows) { pass.band(rows, call.picture, sink); });
     });

@@ -17,17 +17,41 @@ struct Picture {
     int64_t stride, width, channels, ahead;  // rows on that are fetched meanwhile
 
     const uint8_t* at(int64_t y) const { return static_cast<const uint8_t*>(src) + y * stride; }
+    // What the next band of rows takes, while this one is joined: memory is idle then.
+    void fetch(int64_t y, int64_t x) const {
+        if constexpr (sizeof(T) > 1)
+            for (int i = 0; i < kBlock; ++i) __builtin_prefetch(at(y + i) + x * int64_t(sizeof(T)), 0, 2);
+    }
     // Row y from element x on.
     template <class E>
     void operator()(int64_t y, int64_t x, int64_t count, E* to) const {
-        replicate_row(reinterpret_cast<const T*>(at(y)), width, int(channels), x / channels, count / channels,
-                      reinterpret_cast<T*>(to));
+        const uint8_t* s = at(y);
+        const auto replicated = [=, this](int64_t from, int64_t n) {
+            replicate_row(reinterpret_cast<const T*>(s), width, int(channels), (x + from) / channels, n / channels,
+                          reinterpret_cast<T*>(to + from));
+        };
+        if constexpr (__is_same(T, E)) {
+            replicated(0, count);
+        } else {
+            // What lies in the image is put in order as it is copied.
+            const int64_t left = clamp<int64_t>(-x, 0, count);
+            const int64_t right = clamp<int64_t>(x + count - width * channels, 0, count);
+            const auto edge = [=](int64_t from, int64_t n) {
+                replicated(from, n);
+                for (E* e = to + from; e < to + from + n; e += kLanes<E>) store(e, Ordered<T>::of(load<Vec<E>>(e)));
+            };
+            if (left) edge(0, left);
+            const uint8_t* inside = s + (x + left) * int64_t(sizeof(T));
+            uint8_t* d = reinterpret_cast<uint8_t*>(to + left);
+            each_vector((count - left - right) * int64_t(sizeof(T)), [=](auto io, int64_t i) {
+                io.store(d + i, Ordered<T>::of(io.template load<Vec<E>>(inside + i)));
+            });
+            if (right) edge(count - right, right);
+        }
         if (ahead) {
             const uint8_t* next = at(y + ahead) + x * int64_t(sizeof(T));
             for (int64_t i = 0; i < count * int64_t(sizeof(T)); i += kLine) __builtin_prefetch(next + i);
         }
-        if constexpr (!__is_same(T, E))
-            for (int64_t i = 0; i < count; i += kLanes<E>) store(to + i, Ordered<T>::of(load<Vec<E>>(to + i)));
     }
 };
 
