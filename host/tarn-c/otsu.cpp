@@ -123,7 +123,7 @@ int32_t otsu_bin(const uint64_t* counts, int32_t bins) {
     if (first == last) return 0;
     counts += first;
     bins = last + 1 - first;
-    int32_t lower[kFew], sums[kFew];
+    int32_t lower[kFew] = {}, sums[kFew] = {};
     uint64_t all = 0, sum = 0;
     const auto gather = [&](auto put) {
         for (int32_t i = 0; i < bins; ++i) {
