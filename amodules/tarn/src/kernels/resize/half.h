@@ -17,9 +17,15 @@ template <int kBits>
 inline S32 round_even(S32 v) {
     return (v + splat((1 << (kBits - 1)) - 1) + (v >> kBits & splat(1))) >> kBits;
 }
+// Below 2^15.
 template <int kBits>
 inline S16 round_even(U16 v) {
-    return (S16)(add_and_carry(v, (1 << (kBits - 1)) - 1, 1 << kBits) >> kBits);
+    constexpr uint16_t kHalf = 1 << (kBits - 1);
+    if constexpr (kHasLookup && !kHasLaneBits)  // halves are rounded up; one less where that gives an odd number
+        return mul_fixed15((S16)v, splat(int16_t(1 << (15 - kBits)))) +
+               (S16)((v & splat(uint16_t(4 * kHalf - 1))) == splat(kHalf));
+    else
+        return (S16)(add_and_carry(v, kHalf - 1, 1 << kBits) >> kBits);
 }
 
 inline float mean(float a, float b) { return mul_add(b, 0.5f, 0.5f * a); }

@@ -4,7 +4,8 @@
 // and rounded once. With f the distance from the left (upper) of the two pixels a and b, rounded to 16 bits (15
 // vertically):
 //   f < 1/2:  a + f (b - a)        else:  b + (f - 1) (b - a)
-// where the product is rounded to 7 fraction bits. The choice keeps the factor within a signed 16-bit fraction.
+// where the product is rounded to 7 fraction bits: from the nearer pixel, less than half-way or just so, to the other.
+// So the factor stays within a signed 16-bit fraction.
 // Errors: of f 255 * 2^-17 and 255 * 2^-16, of the two roundings 2^-8 each: below 1/64 together. Fractions up to 7
 // bits, hence every factor of a power of two to 64, lose nothing.
 //
@@ -31,25 +32,24 @@ enum class Fetch { one_window, two_windows, apart, by_pixel };
 // groups are two pixels and two slots of no meaning.
 struct StripTables {
     int64_t pixels, elements, slots;
-    int32_t *left, *right;    // per pixel: source pixels a and b
-    int16_t* pixel_fraction;  // per pixel: f, or f - 1 when negative, in 2^-16
+    int32_t *near, *other;    // per pixel: the nearer of the source pixels a and b, and the other one
+    int16_t* pixel_fraction;  // per pixel: how far from the nearer one, in -2^-16, since a half must fit
     int16_t* fraction;        // per slot: the same
     Fetch fetch;
-    Windows windows;  // 16 per group: a and b of each output
+    Windows windows;  // 16 per group: the nearer and the other of each output
     int32_t* at;      // apart: the first byte of each load
-    int8_t* base;     // 16 per group: -128 at that of a and b that the sum starts from
 };
 
-// The source bytes of a strip, a and b of each element; past the end the last again.
+// The source bytes of a strip, two of each element; past the end the last again.
 template <int kChannels>
 struct BytesOfPairs {
-    const int32_t *left, *right;
+    const int32_t *near, *other;
     int64_t last, x = 0;
     int32_t c = 0;
     void next(int32_t* at) {
         for (int i = 0; i < kWindow; i += 2) {
-            at[i] = left[x] * kChannels + c;
-            at[i + 1] = right[x] * kChannels + c;
+            at[i] = near[x] * kChannels + c;
+            at[i + 1] = other[x] * kChannels + c;
             if (c < kChannels - 1)
                 ++c;
             else if (x < last)
@@ -63,31 +63,60 @@ struct BytesOfPairs {
 
 template <int kChannels>
 void resample_by_pixel(const StripTables& t, const uint8_t* s, int16_t* out) {
-    const int32_t *left = t.left, *right = t.right;
+    const int32_t *near = t.near, *other = t.other;
     const int16_t* fraction = t.pixel_fraction;
     for (int64_t x = 0, n = t.pixels; x < n; ++x) {
-        const uint8_t *a = s + int64_t(left[x]) * kChannels, *b = s + int64_t(right[x]) * kChannels;
+        const uint8_t *a = s + int64_t(near[x]) * kChannels, *b = s + int64_t(other[x]) * kChannels;
         const int32_t f = fraction[x];
-        for (int c = 0; c < kChannels; ++c) {
-            const int32_t start = f < 0 ? b[c] : a[c];
-            *out++ = int16_t(start * 128 + ((64 * (b[c] - a[c]) * f + 0x4000) >> 15));
-        }
+        for (int c = 0; c < kChannels; ++c) *out++ = int16_t(a[c] * 128 + ((64 * (a[c] - b[c]) * f + 0x4000) >> 15));
     }
 }
 
-// The outputs of a vector of slots, of a and b of each.
-inline U16 between(const StripTables& t, Bytes pairs, int64_t slot) {
-    const S8 difference = (S8)splat(int16_t(64 << 8 | (-64 & 0xff)));
-    const S16 start = mul_add_pairs(pairs, load<S8>(t.base + 2 * slot));  // -128 times
-    const S16 more = mul_fixed15(mul_add_pairs(pairs, difference), load<S16>(t.fraction + slot));
-    return (U16)more - (U16)start;
+// The outputs of a vector of slots, of the two bytes of each.
+inline U16 between(Bytes pairs, S16 fraction) {
+    const S8 difference = (S8)splat(int16_t(-64 * 256 + 64)), start = (S8)splat(int16_t(0x80));  // -128 times
+    const S16 more = mul_fixed15(mul_add_pairs(pairs, difference), fraction);
+    return (U16)more - (U16)mul_add_pairs(pairs, start);
 }
 
-template <bool kTwo>
+// kPeriod: of the vectors that repeat, whose tables stay in registers; 0 without any.
+template <int kPeriod, bool kTwo>
 [[gnu::noinline]] void resample_by_windows(const StripTables& t, const uint8_t* s, int16_t* out) {
     const StripTables u = t;  // in registers
-    for (int64_t g = 0; g * kGroup < u.slots; g += kGroups)
-        store(out + g * kGroup, between(u, pick<kTwo>(u.windows, s, g), g * kGroup));
+    const auto by_tables = [&](int64_t v, int64_t to) {
+        for (; v < to; ++v)
+            store(out + v * kLanes<int16_t>,
+                  between(pick<kTwo>(u.windows, s, v * kGroups), load<S16>(u.fraction + v * kLanes<int16_t>)));
+    };
+    const int64_t vectors = u.slots / kLanes<int16_t>;
+    if constexpr (kPeriod > 0) {
+        const Repeats r = u.windows.repeats;
+        by_tables(0, r.from);
+        const Period<kPeriod, kTwo> period(u.windows);
+        S16 fraction[kPeriod];
+#pragma GCC unroll 3
+        for (int k = 0; k < kPeriod; ++k) fraction[k] = load<S16>(u.fraction + (r.from + k) * kLanes<int16_t>);
+        const uint8_t* from = s;
+        int16_t* to = out + r.from * kLanes<int16_t>;
+        for (int64_t v = r.from; v < r.to; v += kPeriod, from += r.step)
+#pragma GCC unroll 3
+            for (int k = 0; k < kPeriod; ++k, to += kLanes<int16_t>)
+                store(to, between(period.pick(from, k), fraction[k]));
+        by_tables(r.to, vectors);
+    } else {
+        by_tables(0, vectors);
+    }
+}
+template <bool kTwo>
+void resample_by_windows(const StripTables& t, const uint8_t* s, int16_t* out) {
+    switch (t.windows.repeats.period) {
+        case 1:
+            return resample_by_windows<1, kTwo>(t, s, out);
+        case 3:
+            return resample_by_windows<3, kTwo>(t, s, out);
+        default:
+            return resample_by_windows<0, kTwo>(t, s, out);
+    }
 }
 
 // One channel: four bytes of each output, of which two are picked; more: eight bytes of each pixel, two to a group.
@@ -104,7 +133,7 @@ template <int kChannels>
         } else {
             pairs = lookup(load_halves(s, u.at + 2 * g, 2), load<Bytes>(u.windows.low + g * kWindow));
         }
-        const U16 v = between(u, pairs, g * kGroup);
+        const U16 v = between(pairs, load<S16>(u.fraction + g * kGroup));
         if constexpr (kChannels == 3)
             store(out + g * kStored, join_twelves((Bytes)v));
         else
@@ -126,17 +155,16 @@ void resample_row(const StripTables& t, const uint8_t* s, int16_t* out) {
     }
 }
 
-// kKept: the fourth of four bytes of the destination stays.
+// The row between two, so far from the nearer one, in 2^-15. kKept: the fourth of four bytes of the destination stays.
 template <bool kKept>
-[[gnu::noinline]] void blend_rows(const int16_t* upper, const int16_t* lower, int32_t fraction, int64_t n,
+[[gnu::noinline]] void blend_rows(const int16_t* near, const int16_t* other, int32_t fraction, int64_t n,
                                   uint8_t* dst) {
-    const int16_t* start = fraction < 0 ? lower : upper;
     const S16 factor = splat(int16_t(fraction));
     const Bytes mask = colour_mask<uint8_t>();
     // Behind a row stands anything: what comes of that is not kept, and may wrap around.
     const auto rounded = [&](int64_t i) {
-        const S16 more = mul_fixed15((S16)(load<U16>(lower + i) - load<U16>(upper + i)), factor);
-        return round_even<7>(load<U16>(start + i) + (U16)more);
+        const U16 start = load<U16>(near + i);
+        return round_even<7>(start + (U16)mul_fixed15((S16)(load<U16>(other + i) - start), factor));
     };
     each_overlapped(n, [&](auto io, int64_t i) {
         const Bytes v = in_order_once((Bytes)narrow_groups_u8(rounded(i), rounded(i + kLanes<int16_t>)));
@@ -146,27 +174,17 @@ template <bool kKept>
 
 // ---- Tables -------------------------------------------------------------------------------------------------------
 
-// The two source pixels of an output, not yet cut to the source, and its fraction in 2^-kBits, from -1/2 to 1/2.
+// How far an output lies from the left (upper) of its two source pixels, in 2^-kBits: from 0 to 1.
 template <int kBits>
-inline int64_t split(const Walk& walk, int32_t* fraction) {
-    constexpr int32_t kOne = 1 << kBits;
-    int32_t f = int32_t(double(walk.rest) / double(walk.denominator) * kOne + 0.5);
-    int64_t a = walk.whole;
-    if (f == kOne) f = 0, ++a;
-    *fraction = f < kOne / 2 ? f : f - kOne;
-    return a;
+inline int32_t fraction_of(double rest, double denominator) {
+    return int32_t(rest / denominator * (1 << kBits) + 0.5);
 }
 
 // Fills the tables of slots: slot_pixel(slot) is the pixel of a slot, at most the last.
 template <class Pixel>
 void fill_slots(StripTables& t, int64_t slots, Pixel slot_pixel) {
     t.slots = (slots + kLanes<int16_t> - 1) / kLanes<int16_t> * kLanes<int16_t>;
-    for (int64_t e = 0; e < t.slots; ++e) {
-        const int16_t fraction = t.pixel_fraction[min(slot_pixel(e), t.pixels - 1)];
-        t.fraction[e] = fraction;
-        t.base[2 * e] = fraction < 0 ? 0 : -128;
-        t.base[2 * e + 1] = fraction < 0 ? -128 : 0;
-    }
+    for (int64_t e = 0; e < t.slots; ++e) t.fraction[e] = t.pixel_fraction[min(slot_pixel(e), t.pixels - 1)];
 }
 
 // Prepares loads for every output; false when rows are too short or too long for them.
@@ -188,35 +206,54 @@ bool find_apart(StripTables& t, int64_t src_row_bytes) {
         // One channel: the lower halves of all groups first.
         const int64_t load =
             kChannels > 1 ? slot_pixel(e) : e - lane + lane % kGroup / 4 * kLanes<int32_t> + lane / kGroup * 4 + e % 4;
-        const int32_t at = min(t.left[x] * kChannels, last);
+        const int32_t at = min(min(t.near[x], t.other[x]) * kChannels, last);
         const int64_t in_group = kChannels > 1 ? load % 2 * kLoaded : e % 4 * kLoaded;
         uint8_t* pick = (kChannels == 1 && e % kGroup >= 4 ? t.windows.high : t.windows.low) + 2 * e;
         t.at[load] = at;
-        pick[0] = uint8_t(in_group + t.left[x] * kChannels + c - at);
-        pick[1] = uint8_t(in_group + t.right[x] * kChannels + c - at);
+        pick[0] = uint8_t(in_group + t.near[x] * kChannels + c - at);
+        pick[1] = uint8_t(in_group + t.other[x] * kChannels + c - at);
     }
     return true;
+}
+
+// The two source pixels of every output, cut to the source, and its fraction.
+void find_pairs(StripTables& t, const Job& j, int64_t x) {
+    constexpr int kBlock = 64;
+    const int32_t edge = j.src_size.width - 1;
+    Walk walk(j.region.width, j.dst_size.width, j.dst_size.width, x);
+    for (int64_t done = 0; done < t.pixels; done += kBlock) {
+        const int64_t n = min<int64_t>(kBlock, t.pixels - done);
+        int32_t left[kBlock];
+        double rest[kBlock];
+        for (int64_t i = 0; i < n; ++i, walk.next()) {
+            left[i] = int32_t(j.region.x + walk.whole);
+            rest[i] = double(walk.rest);
+        }
+        for (int64_t i = 0; i < n; ++i) {
+            const int32_t f = fraction_of<16>(rest[i], double(walk.denominator)), upper = f >= 0x8000;
+            t.near[done + i] = clamp(left[i] + upper, 0, edge);
+            t.other[done + i] = clamp(left[i] + 1 - upper, 0, edge);
+            t.pixel_fraction[done + i] = int16_t(upper ? f - 0x10000 : -f);
+        }
+    }
 }
 
 template <int kChannels>
 void prepare(StripTables& t, const Job& j, int64_t x, int64_t pixels) {
     t.pixels = pixels;
     t.elements = pixels * kChannels;
-    Walk walk(j.region.width, j.dst_size.width, j.dst_size.width, x);
-    for (int64_t i = 0; i < pixels; ++i, walk.next()) {
-        int32_t fraction;
-        const int64_t a = j.region.x + split<16>(walk, &fraction);
-        t.left[i] = int32_t(clamp<int64_t>(a, 0, j.src_size.width - 1));
-        t.right[i] = int32_t(clamp<int64_t>(a + 1, 0, j.src_size.width - 1));
-        t.pixel_fraction[i] = int16_t(fraction);
-    }
+    find_pairs(t, j, x);
     fill_slots(t, t.elements, [](int64_t e) { return e / kChannels; });
     const int64_t src_row_bytes = int64_t(j.src_size.width) * kChannels;
-    const BytesOfPairs<kChannels> bytes{t.left, t.right, pixels - 1};
-    if (find_windows(t.windows, t.slots / kGroup, src_row_bytes, bytes))
-        t.fetch = t.windows.two ? Fetch::two_windows : Fetch::one_window;
-    else
+    const BytesOfPairs<kChannels> bytes{t.near, t.other, pixels - 1};
+    if (!find_windows(t.windows, t.slots / kGroup, src_row_bytes, bytes)) {
         t.fetch = find_apart<kChannels>(t, src_row_bytes) ? Fetch::apart : Fetch::by_pixel;
+        return;
+    }
+    t.fetch = t.windows.two ? Fetch::two_windows : Fetch::one_window;
+    find_repeats(t.windows, t.slots / kLanes<int16_t>, [&](int64_t v, int64_t u) {
+        return equal(t.fraction + v * kLanes<int16_t>, t.fraction + u * kLanes<int16_t>);
+    });
 }
 
 template <int kChannels, bool kKept>
@@ -227,8 +264,8 @@ Status in_strips(const Job& j) {
     Scratch scratch(j.allocator);
     const auto arrays = [&](auto part) {
         part(ring_rows, 2 * kRingElements);
-        part(t.left, kRingElements), part(t.right, kRingElements), part(t.pixel_fraction, kRingElements);
-        part(t.fraction, kSlots), part(t.at, kSlots), part(t.base, 2 * kSlots);
+        part(t.near, kRingElements), part(t.other, kRingElements), part(t.pixel_fraction, kRingElements);
+        part(t.fraction, kSlots), part(t.at, kSlots);
         t.windows.carve(part, kSlots / kGroup);
     };
     if (!scratch.carve(arrays)) return kNoMemory;
@@ -241,16 +278,23 @@ Status in_strips(const Job& j) {
         const auto resampled = [&](int64_t y) {
             const int64_t source = j.row_within(y);
             return ring.row(source, [&](int16_t* out) {
-                ahead.fetch(source, int64_t(t.left[0]) * kChannels, int64_t(t.right[tile.width - 1]) * kChannels);
+                ahead.fetch(source, int64_t(t.near[0]) * kChannels, int64_t(t.near[tile.width - 1]) * kChannels);
                 resample_row<kChannels>(t, j.src_row<uint8_t>(source), out);
             });
         };
         Walk line(j.region.height, height, height, j.top + tile.top);
-        for (int64_t y = j.top + tile.top; y < j.top + tile.bottom; ++y, line.next()) {
-            int32_t fraction;
-            const int64_t upper = split<15>(line, &fraction);
-            const int16_t *r0 = resampled(upper), *r1 = resampled(upper + 1);
-            blend_rows<kKept>(r0, r1, fraction, t.elements, j.dst_row<uint8_t>(y) + tile.x * kChannels);
+        const auto fraction = [&] { return fraction_of<15>(double(line.rest), double(line.denominator)); };
+        int32_t f = fraction();
+        for (int64_t y = j.top + tile.top; y < j.top + tile.bottom; ++y) {
+            const int16_t *upper = resampled(line.whole), *lower = resampled(line.whole + 1);
+            uint8_t* dst = j.dst_row<uint8_t>(y) + tile.x * kChannels;
+            line.next();
+            const int32_t next = fraction();  // before the row: the division's wait is over when it is done
+            if (f < 0x4000)
+                blend_rows<kKept>(upper, lower, f, t.elements, dst);
+            else
+                blend_rows<kKept>(lower, upper, 0x8000 - f, t.elements, dst);
+            f = next;
         }
     });
     return kOk;
