@@ -20,10 +20,10 @@
 namespace tarn::k::TARN_LEVEL {
 namespace {
 
-constexpr int64_t kStripElements = 2016;  // at most; tables and ring stay in the first-level cache
-constexpr int64_t kRingElements = 2048;   // a ring row, readable by whole vectors
-constexpr int64_t kSlots = 2720;  // of the tables: three channels of pixels apart leave a quarter of them unused
-constexpr int kGroup = 8;         // outputs of a group of windows
+// Elements of a strip at most: so many that nearly every image is one strip. Tables and ring then come from the
+// second-level cache, one behind the other; rows of several strips would come from a page each, which costs more.
+constexpr int64_t kStripElements = 16128;
+constexpr int kGroup = 8;  // outputs of a group of windows
 
 // Where the bytes of outputs come from: see the loops.
 enum class Fetch { one_window, two_windows, apart, by_pixel };
@@ -176,8 +176,8 @@ template <bool kKept>
 
 // How far an output lies from the left (upper) of its two source pixels, in 2^-kBits: from 0 to 1.
 template <int kBits>
-inline int32_t fraction_of(double rest, double denominator) {
-    return int32_t(rest / denominator * (1 << kBits) + 0.5);
+inline int32_t fraction_of(const Walk& walk) {
+    return int32_t(double(walk.rest) / double(walk.denominator) * (1 << kBits) + 0.5);
 }
 
 // Fills the tables of slots: slot_pixel(slot) is the pixel of a slot, at most the last.
@@ -218,23 +218,14 @@ bool find_apart(StripTables& t, int64_t src_row_bytes) {
 
 // The two source pixels of every output, cut to the source, and its fraction.
 void find_pairs(StripTables& t, const Job& j, int64_t x) {
-    constexpr int kBlock = 64;
     const int32_t edge = j.src_size.width - 1;
     Walk walk(j.region.width, j.dst_size.width, j.dst_size.width, x);
-    for (int64_t done = 0; done < t.pixels; done += kBlock) {
-        const int64_t n = min<int64_t>(kBlock, t.pixels - done);
-        int32_t left[kBlock];
-        double rest[kBlock];
-        for (int64_t i = 0; i < n; ++i, walk.next()) {
-            left[i] = int32_t(j.region.x + walk.whole);
-            rest[i] = double(walk.rest);
-        }
-        for (int64_t i = 0; i < n; ++i) {
-            const int32_t f = fraction_of<16>(rest[i], double(walk.denominator)), upper = f >= 0x8000;
-            t.near[done + i] = clamp(left[i] + upper, 0, edge);
-            t.other[done + i] = clamp(left[i] + 1 - upper, 0, edge);
-            t.pixel_fraction[done + i] = int16_t(upper ? f - 0x10000 : -f);
-        }
+    for (int64_t i = 0; i < t.pixels; ++i, walk.next()) {
+        const int32_t left = int32_t(j.region.x + walk.whole);
+        const int32_t f = fraction_of<16>(walk), upper = f >= 0x8000;
+        t.near[i] = clamp(left + upper, 0, edge);
+        t.other[i] = clamp(left + 1 - upper, 0, edge);
+        t.pixel_fraction[i] = int16_t(upper ? f - 0x10000 : -f);
     }
 }
 
@@ -261,17 +252,20 @@ Status in_strips(const Job& j) {
     const int64_t width = j.dst_size.width, height = j.dst_size.height;
     StripTables t{};
     int16_t* ring_rows;
+    constexpr int64_t kMost = kStripElements / kChannels, kUnit = 32;
+    const int64_t pixels = strip_width(width, kMost, kUnit), pitch = pixels * kChannels + 64;  // read by whole vectors
+    const int64_t slots = pitch * 4 / 3;  // three channels of pixels apart leave a quarter of them unused
     Scratch scratch(j.allocator);
     const auto arrays = [&](auto part) {
-        part(ring_rows, 2 * kRingElements);
-        part(t.near, kRingElements), part(t.other, kRingElements), part(t.pixel_fraction, kRingElements);
-        part(t.fraction, kSlots), part(t.at, kSlots);
-        t.windows.carve(part, kSlots / kGroup);
+        part(ring_rows, 2 * pitch);
+        part(t.near, pixels), part(t.other, pixels), part(t.pixel_fraction, pixels);
+        part(t.fraction, slots), part(t.at, slots);
+        t.windows.carve(part, slots / kGroup + 1);
     };
     if (!scratch.carve(arrays)) return kNoMemory;
-    Ring<int16_t, 2> ring(ring_rows, kRingElements);
+    Ring<int16_t, 2> ring(ring_rows, pitch);
 
-    each_tile(width, j.bottom - j.top, kStripElements / kChannels, 32, [&](Tile tile) {
+    each_tile(width, j.bottom - j.top, kMost, kUnit, [&](Tile tile) {
         prepare<kChannels>(t, j, tile.x, tile.width);
         ring.forget();
         const Ahead ahead(j, tile.width);
@@ -283,13 +277,12 @@ Status in_strips(const Job& j) {
             });
         };
         Walk line(j.region.height, height, height, j.top + tile.top);
-        const auto fraction = [&] { return fraction_of<15>(double(line.rest), double(line.denominator)); };
-        int32_t f = fraction();
+        int32_t f = fraction_of<15>(line);
         for (int64_t y = j.top + tile.top; y < j.top + tile.bottom; ++y) {
             const int16_t *upper = resampled(line.whole), *lower = resampled(line.whole + 1);
             uint8_t* dst = j.dst_row<uint8_t>(y) + tile.x * kChannels;
             line.next();
-            const int32_t next = fraction();  // before the row: the division's wait is over when it is done
+            const int32_t next = fraction_of<15>(line);  // before the row: the division's wait is over when it is done
             if (f < 0x4000)
                 blend_rows<kKept>(upper, lower, f, t.elements, dst);
             else
