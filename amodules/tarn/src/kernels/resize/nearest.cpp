@@ -66,15 +66,40 @@ void row_by_pixel(const uint8_t* TARN_RESTRICT s, const Columns& c, uint8_t* TAR
         memcpy(d + x * kPixel, s + pixel[x] * int64_t(kPixel), kKept ? kPixel / 4 * 3 : kPixel);
 }
 
-template <int kPixel, bool kKept, bool kTwo>
+// kPeriod: of the vectors that repeat, whose tables stay in registers; 0 without any.
+template <int kPixel, bool kKept, bool kTwo, int kPeriod>
 void row_by_windows(const uint8_t* s, const Columns& c, uint8_t* d) {
     const Bytes mask = kPixel == 4 ? colour_mask<uint8_t>() : colour_mask<int16_t>();
     const Windows windows = c.windows;  // in registers
-    int64_t g = 0;
-    each_overlapped(c.count * kPixel, [&](auto io, int64_t i) {
-        store_form_where<kKept>(io, d + i, pick<kTwo>(windows, s, g), mask);
-        g += kGroups;
-    });
+    const int64_t n = c.count * kPixel;
+    const auto by_tables = [&](auto io, int64_t i, int64_t v) {
+        store_form_where<kKept>(io, d + i, pick<kTwo>(windows, s, v * kGroups), mask);
+    };
+    if (n < kVector) return by_tables(Part{n}, 0, 0);
+    int64_t v = 0;
+    const auto until = [&](int64_t end) {
+        for (; v < end; ++v) by_tables(Whole{}, v * kVector, v);
+    };
+    const int64_t last = (n - 1) / kVector;
+    if constexpr (kPeriod > 0) {
+        until(windows.repeats.from);
+        const Period<kPeriod, kTwo> period(windows);
+        for (const uint8_t* from = s; v < windows.repeats.to; from += windows.repeats.step)
+#pragma GCC unroll 3
+            for (int k = 0; k < kPeriod; ++k, ++v)
+                store_form_where<kKept>(Whole{}, d + v * kVector, period.pick(from, k), mask);
+    }
+    until(last);
+    by_tables(Whole{}, n - kVector, last);
+}
+template <int kPixel, bool kKept, bool kTwo>
+void row_by_windows(const uint8_t* s, const Columns& c, uint8_t* d) {
+    if (c.windows.repeats.period == 1)
+        row_by_windows<kPixel, kKept, kTwo, 1>(s, c, d);
+    else if (c.windows.repeats.period == 3)
+        row_by_windows<kPixel, kKept, kTwo, 3>(s, c, d);
+    else
+        row_by_windows<kPixel, kKept, kTwo, 0>(s, c, d);
 }
 
 // The second of every two pixels, at exactly half the width: one, two or four bytes each, from a vector of either half.
@@ -128,6 +153,7 @@ Status nearest(const Job& j) {
     while (c.movable > 0 && c.pixel[c.movable - 1] == j.src_size.width - 1) --c.movable;
     c.in_windows = try_windows && find_windows(c.windows, groups, int64_t(j.src_size.width) * kPixel,
                                                BytesOfColumns<kPixel>{c.pixel, width});
+    if (c.in_windows) find_repeats(c.windows, row_bytes / kVector, [](int64_t, int64_t) { return true; });
 
     Walk line(j.region.height, j.dst_size.height, 0, j.top);
     int64_t last = -1;
