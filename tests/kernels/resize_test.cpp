@@ -193,26 +193,25 @@ TYPED_TEST(resize_of, any_size_lies_within_the_stated_distance_of_the_real_value
 // Tiles whose corners fall on whole source pixels, one by one and all at once: wide and tall enough for strips of columns
 // and bands of rows, which begin elsewhere in a tile.
 TYPED_TEST(resize_of, a_region_is_the_part_of_the_whole) {
+    constexpr int kWidth = sizeof(TypeParam) < 4 ? 5600 : 1800, kHeight = 600;
     for (Mode mode : {linear, cubic, lanczos})
         for (const std::pair<int, int>& factor : {std::pair{4, 5}, {5, 2}}) {
-            const bool wide = mode == linear && sizeof(TypeParam) == 1;  // strips of bytes are wider than others
-            const int width = wide ? 5600 : 700, height = wide ? 600 : 1100;
             const auto source = [=](int length) { return length * factor.second / factor.first; };
-            const auto src = make_image<TypeParam>(Image::noise, {source(width), source(height)}, Form::c3, 11);
+            const auto src = make_image<TypeParam>(Image::noise, {source(kWidth), source(kHeight)}, Form::c3, 11);
             const auto check = [&](int level) {
-                Pixels<TypeParam> whole{{width, height}, 3}, tiles = whole;
+                Pixels<TypeParam> whole{{kWidth, kHeight}, 3}, tiles = whole;
                 ASSERT_EQ(k::kOk, resize(mode, Form::c3, src, {0, 0, src.size.width, src.size.height}, whole,
-                                         {0, 0, width, height}));
-                const int x = width / 5 * 2, y = height / 5 * 2;
+                                         {0, 0, kWidth, kHeight}));
+                const int x = kWidth / 5 * 2, y = kHeight / 5 * 2;
                 for (const Region& t :
-                     {Region{0, 0, x, y}, Region{x, 0, width - x, y}, Region{0, y, width, height - y}})
+                     {Region{0, 0, x, y}, Region{x, 0, kWidth - x, y}, Region{0, y, kWidth, kHeight - y}})
                     ASSERT_EQ(k::kOk, resize(mode, Form::c3, src,
                                              {source(t.x), source(t.y), source(t.width), source(t.height)}, tiles, t));
                 const auto at = std::mismatch(whole.all.begin(), whole.all.end(), tiles.all.begin()).first;
                 const auto pixel = (at - whole.all.begin()) / 3;
                 EXPECT_EQ(at, whole.all.end())
-                    << kModeNames[mode] << " by " << factor.first << "/" << factor.second << " at " << pixel % width
-                    << "," << pixel / width << ", level " << level;
+                    << kModeNames[mode] << " by " << factor.first << "/" << factor.second << " at " << pixel % kWidth
+                    << "," << pixel / kWidth << ", level " << level;
             };
             if (sizeof(TypeParam) == 1)
                 test::at_every_level(check);

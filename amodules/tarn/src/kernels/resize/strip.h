@@ -43,10 +43,11 @@ inline F32 sum_of(Tap tap, Weight weight) {
 
 // ---- Tables -------------------------------------------------------------------------------------------------------
 
-// Elements of a strip at most: of floats of so many that nearly every image is one strip, since their rows come from far
-// away; else so that tables and rows stay in the first-level cache. Multiples of 16 and 3.
+// Elements of a strip at most: so many that nearly every image is one strip, since the rows of several come from far
+// away, a page each; of floats so that what they read and write leaves tables and rows in the second-level cache.
+// Multiples of 16 and 3.
 template <int kTaps, class S>
-constexpr int64_t kStripElements = kTaps == 2 ? 4608 : (sizeof(S) == 4 ? 4 : 1) * (kTaps == 4 ? 960 : 1248);
+constexpr int64_t kStripElements = sizeof(S) < 4 ? 12288 : kTaps == 2 ? 4608 : kTaps == 4 ? 3840 : 4992;
 
 enum class Fetch { planes, apart, one_window, two_windows };
 
