@@ -47,7 +47,10 @@ inline F32 sum_of(Tap tap, Weight weight) {
 // away, a page each; of floats so that what they read and write leaves tables and rows in the second-level cache.
 // Multiples of 16 and 3.
 template <int kTaps, class S>
-constexpr int64_t kStripElements = sizeof(S) < 4 ? 12288 : kTaps == 2 ? 4608 : kTaps == 4 ? 3840 : 4992;
+constexpr int64_t kStripElements = sizeof(S) < 4 ? 12288
+                                   : kTaps == 2  ? 4608
+                                   : kTaps == 4  ? 3840
+                                                 : 4992;
 
 enum class Fetch { planes, apart, one_window, two_windows };
 
