@@ -11,6 +11,7 @@
 #include "cases/compare.h"
 #include "cases/logic.h"
 #include "cases/set.h"
+#include "cases/threshold.h"
 #include "kernels/check.h"
 
 using namespace tarn;
@@ -175,6 +176,13 @@ TEST(elementwise_values, missing_constants_and_unknown_comparisons_are_refused) 
     for (const int32_t comparison : {-1, 5, 100}) {
         EXPECT_EQ(k::cmp_u8_c1(a, 4, a, 4, d, 4, one, comparison), k::kBadArg);
         EXPECT_EQ(k::cmp_c_u8_c1(a, 4, a, d, 4, one, comparison), k::kBadArg);
+    }
+    for (int missing = 0; missing < 5; ++missing) {
+        const int32_t words[4] = {};
+        const void* parts[] = {words, words, words, words, words};
+        parts[missing] = nullptr;
+        const k::Thresholds t{k::kLess, parts[0], {parts[1], parts[2]}, {parts[3], parts[4]}};
+        EXPECT_EQ(k::threshold_u8_c1(a, 4, d, 4, one, &t), k::kNull) << missing;
     }
     EXPECT_EQ(d[0], 7);
 }
