@@ -18,9 +18,10 @@ void run(Bench& b) {
     for (const Line& line : {Line{"erode_u8_c1", "rect", "#1f77b4"}, Line{"erode_u8_c1", "ellipse", "#d62728"},
                              Line{"erode_u8_c1", "cross", "#2ca02c"}, Line{"erode_u8_c1", "random", "#9467bd"},
                              Line{"erode_f32_c1", "ellipse", "#ff7f0e"}}) {
-        const std::string name = std::string(line.kernel) + " " + line.shape;
+        const bool bytes = std::string(line.kernel) == "erode_u8_c1";
+        const std::string name = std::string(bytes ? "u8 " : "f32 ") + line.shape;
         Series ours{name, line.colour, false, {}}, theirs{"OpenCV " + name, line.colour, true, {}};
-        const int type = std::string(line.kernel) == "erode_u8_c1" ? CV_8U : CV_32F;
+        const int type = bytes ? CV_8U : CV_32F;
         for (const int side : {3, 5, 7, 9, 11, 15, 21, 31, 45, 63}) {
             const Element e(line.shape, {side, side}, {side / 2, side / 2});
             const std::string row = line.kernel + (" " + e.name);
