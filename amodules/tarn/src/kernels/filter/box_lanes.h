@@ -104,7 +104,8 @@ struct Sums32 {
     using Sum = S32;
     static constexpr int kBias = sizeof(T) == 1 ? -128 : 0;
     S32 first() const { return S32{}; }
-    S32 next(S32 sum, Bytes enters, Bytes leaves) const { return sum + ((S32)enters - (S32)leaves); }
+    // Behind a lane's end anything enters, and may wrap around.
+    S32 next(S32 sum, Bytes enters, Bytes leaves) const { return (S32)((U32)sum + ((U32)enters - (U32)leaves)); }
     Bytes mean(S32 sum) const {
         if constexpr (sizeof(T) == 1) return (Bytes)(divide(sum) + splat(128));
         return (Bytes)(divide(sum) & splat(0xffff));
