@@ -60,8 +60,8 @@ struct WarpShape {
     }
     k::Affine warp(Size n) const {
         const Size s = source(n);
-        k::Affine m =
-            turn(degrees, scale, (s.width - 1) / 2.0, (s.height - 1) / 2.0, (n.width - 1) / 2.0, (n.height - 1) / 2.0);
+        const auto middle = [](int32_t side) { return (side - 1.0) / 2; };
+        k::Affine m = turn(degrees, scale, middle(s.width), middle(s.height), middle(n.width), middle(n.height));
         m.b += shear;
         return m;
     }
