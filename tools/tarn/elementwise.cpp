@@ -28,12 +28,6 @@ Image take_samples(Image image, const std::string& name, const Takes& takes) {
     return image;
 }
 
-Shape colour_shape(const Image& image) {
-    Shape shape = image.shape;
-    if (image.has_alpha()) --shape.channels, shape.alpha = Alpha::none;
-    return shape;
-}
-
 namespace {
 struct Options {
     Files files;
@@ -47,6 +41,13 @@ std::vector<Image> take_inputs(const Files& files, const Takes& takes, Shape& gi
     given = images[0].shape;
     for (size_t i = 0; i < images.size(); ++i) images[i] = take_samples(std::move(images[i]), files.inputs[i], takes);
     return images;
+}
+
+// Of the picture without its alpha.
+Shape colour_shape(const Image& image) {
+    Shape shape = image.shape;
+    if (image.has_alpha()) --shape.channels, shape.alpha = Alpha::none;
+    return shape;
 }
 
 // The colour channels of pictures, without a copy where there are no others.

@@ -22,8 +22,6 @@ struct Takes {
 
 // The picture in the form that the operation needs. Throws when the command does not take its samples.
 Image take_samples(Image image, const std::string& name, const Takes& takes);
-// Of the picture without its alpha.
-Shape colour_shape(const Image& image);
 
 }  // namespace tarn::tool
 #endif
