@@ -137,10 +137,14 @@ void check_at(k::Size size, const cases::Case& c) {
 
 // More rows, or pixels in a row, than are worked on at a time.
 TEST(filter, medians_of_many_rows) {
-    const cases::Mask mask = {{9, 4}, {0, 0}};
-    const auto median = cases::LowerMedian{};
-    check_at<uint8_t>({5, 700}, cases::filter_case<uint8_t>("u8", k::median_u8_c1, 1, false, mask, median));
-    check_at<int16_t>({5, 700}, cases::filter_case<int16_t>("s16", k::median_s16_c1, 1, false, mask, median));
+    const auto check = [](k::Size size, k::Size mask) {
+        const cases::Mask at = {mask, {mask.width / 2, 0}};
+        const auto median = cases::LowerMedian{};
+        check_at<uint8_t>(size, cases::filter_case<uint8_t>("u8", k::median_u8_c1, 1, false, at, median));
+        check_at<int16_t>(size, cases::filter_case<int16_t>("s16", k::median_s16_c1, 1, false, at, median));
+    };
+    check({5, 700}, {9, 4});
+    for (const int side : {7, 9, 11, 13}) check({83, 75}, {side, side});
 }
 
 TEST(filter, means_of_many_rows_and_long_ones) {

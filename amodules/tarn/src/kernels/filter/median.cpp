@@ -19,11 +19,26 @@ Status median(const void* src, int32_t src_stride, void* dst, int32_t dst_stride
         return kBadArg;
     constexpr int64_t kPitch = kPixelBytes<T, kForm>;
     const uint8_t* corner = row<uint8_t>(src, src_stride, -anchor.y) - anchor.x * kPitch;
-    if (mask.width == mask.height && (mask.width == 3 || mask.width == 5 || mask.width == 7)) {
-        if (mask.width == 3) median_network<3, T, kForm>(corner, src_stride, dst, dst_stride, size);
-        if (mask.width == 5) median_network<5, T, kForm>(corner, src_stride, dst, dst_stride, size);
-        if (mask.width == 7) median_network<7, T, kForm>(corner, src_stride, dst, dst_stride, size);
-        return kOk;
+    if (mask.width == mask.height) {
+        const auto network = [=]() -> void (*)(const uint8_t*, int32_t, void*, int32_t, Size) {
+            switch (mask.width) {
+                case 3:
+                    return median_network<3, T, kForm>;
+                case 5:
+                    return median_network<5, T, kForm>;
+                case 7:
+                    return median_network<7, T, kForm>;
+                case 9:
+                    return median_network<9, T, kForm>;
+                case 11:
+                    return median_network<11, T, kForm>;
+                case 13:
+                    // By counts bytes take no longer.
+                    if constexpr (sizeof(T) > 1) return median_network<13, T, kForm>;
+            }
+            return nullptr;
+        }();
+        if (network) return network(corner, src_stride, dst, dst_stride, size), kOk;
     }
     const int64_t area = int64_t(mask.width) * mask.height;
     const bool small = area <= SmallCounts::kMostArea && mask.height <= SmallCounts::kMostHigh;
