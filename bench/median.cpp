@@ -9,7 +9,7 @@ namespace {
 
 template <class T>
 void rows(Bench& b, const char* name, const k::Kernel<k::Filter>& kernel, int channels) {
-    for (const int side : {3, 5, 7, 15, 51}) {
+    for (const int side : {3, 5, 7, 9, 15, 51}) {
         const int half = side / 2;
         const Case c =
             cases::filter_case<T>(name, kernel, channels, false, {{side, side}, {half, half}}, cases::LowerMedian{});

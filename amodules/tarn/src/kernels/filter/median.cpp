@@ -1,10 +1,10 @@
-// The median under a rectangular mask: small squares by networks; other masks of bytes by counts of their values, at a cost
-// that does not depend on the mask's size; those of 16-bit elements by counts of their ranks in a tile, at one that grows
-// slowly from masks on that are large beside a tile.
+// The median under a rectangular mask: small ones by networks; other masks of bytes by counts of their values, at a cost that
+// does not depend on the mask's size; those of 16-bit elements by counts of their ranks in a tile, at one that grows slowly
+// from masks on that are large beside a tile.
 #include "kernels/filter/filter.h"
 #include "kernels/filter/median_counts.h"
-#include "kernels/filter/median_network.h"
 #include "kernels/filter/median_ranks.h"
+#include "kernels/filter/median_small.h"
 #include "kernels/plane/plane.h"
 
 namespace tarn::k::TARN_LEVEL {
@@ -17,29 +17,8 @@ Status median(const void* src, int32_t src_stride, void* dst, int32_t dst_stride
     if (mask.width <= 0 || mask.height <= 0 || anchor.x < 0 || anchor.x >= mask.width || anchor.y < 0 ||
         anchor.y >= mask.height)
         return kBadArg;
-    constexpr int64_t kPitch = kPixelBytes<T, kForm>;
-    const uint8_t* corner = row<uint8_t>(src, src_stride, -anchor.y) - anchor.x * kPitch;
-    if (mask.width == mask.height) {
-        const auto network = [=]() -> void (*)(const uint8_t*, int32_t, void*, int32_t, Size) {
-            switch (mask.width) {
-                case 3:
-                    return median_network<3, T, kForm>;
-                case 5:
-                    return median_network<5, T, kForm>;
-                case 7:
-                    return median_network<7, T, kForm>;
-                case 9:
-                    return median_network<9, T, kForm>;
-                case 11:
-                    return median_network<11, T, kForm>;
-                case 13:
-                    // By counts bytes take no longer.
-                    if constexpr (sizeof(T) > 1) return median_network<13, T, kForm>;
-            }
-            return nullptr;
-        }();
-        if (network) return network(corner, src_stride, dst, dst_stride, size), kOk;
-    }
+    const uint8_t* corner = row<uint8_t>(src, src_stride, -anchor.y) - anchor.x * kPixelBytes<T, kForm>;
+    if (median_small<T, kForm>(corner, src_stride, dst, dst_stride, size, mask)) return kOk;
     const int64_t area = int64_t(mask.width) * mask.height;
     const bool small = area <= SmallCounts::kMostArea && mask.height <= SmallCounts::kMostHigh;
     const auto counted = [&] {
@@ -50,7 +29,8 @@ Status median(const void* src, int32_t src_stride, void* dst, int32_t dst_stride
         else
             return mask.width <= 16384 ? median_ranked<uint16_t, LargeCounts> : median_ranked<uint32_t, LargeCounts>;
     }();
-    return counted(corner, src_stride, dst, dst_stride, size, mask, kPitch, used(kForm), (area - 1) / 2, allocator);
+    return counted(corner, src_stride, dst, dst_stride, size, mask, kPixelBytes<T, kForm>, used(kForm), (area - 1) / 2,
+                   allocator);
 }
 
 }  // namespace

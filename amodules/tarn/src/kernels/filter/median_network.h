@@ -7,7 +7,6 @@
 #pragma once
 
 #include "kernels/plane/plane.h"
-#include "kernels/plane/store.h"
 
 namespace tarn::k::TARN_LEVEL {
 namespace {
@@ -145,34 +144,6 @@ void median_columns(const uint8_t* s, int64_t src_stride, int64_t pitch, uint8_t
         if (y + 1 == rows) break;
         read(last);
         write(middle_of<kSide>(kept, last));
-    }
-}
-
-// Rows of a band: it reads kSide - 1 more, and all of them lie in memory pages of their own.
-constexpr int64_t kNetworkRows = 32;
-
-// s: the first window's corner.
-template <int kSide, class T, Form kForm>
-void median_network(const uint8_t* s, int32_t src_stride, void* dst, int32_t dst_stride, Size size) {
-    constexpr int64_t kPitch = kPixelBytes<T, kForm>, kBefore = (kSide - 1) * kPitch;
-    alignas(64) uint8_t narrow[(kNetworkRows + kSide - 1) * (kVector + kBefore)], results[kNetworkRows * kVector];
-    for (int64_t top = 0; top < size.height; top += kNetworkRows, s += kNetworkRows * src_stride) {
-        const int64_t rows = min(kNetworkRows, size.height - top);
-        each_overlapped(size.width * kPitch, [&](auto io, int64_t i) {
-            uint8_t* const d = row<uint8_t>(dst, dst_stride, top) + i;
-            const auto columns = median_columns<kSide, T>;
-            if constexpr (!__is_same(decltype(io), Whole)) {
-                for (int64_t y = 0; y < rows + kSide - 1; ++y)
-                    memcpy(narrow + y * (kVector + kBefore), s + y * src_stride, size_t(io.n + kBefore));
-                columns(narrow, kVector + kBefore, kPitch, results, kVector, rows);
-            } else if constexpr (kept(kForm)) {
-                columns(s + i, src_stride, kPitch, results, kVector, rows);
-            } else {
-                return columns(s + i, src_stride, kPitch, d, dst_stride, rows);
-            }
-            for (int64_t y = 0; y < rows; ++y)
-                store_form<kept(kForm)>(io, d + y * dst_stride, load<Bytes>(results + y * kVector), colour_mask<T>());
-        });
     }
 }
 
