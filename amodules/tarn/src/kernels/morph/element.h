@@ -6,7 +6,8 @@
 // element whose rows are single runs, each within the next towards a middle (rectangle, ellipse, cross, diamond), is a
 // tower of rectangles: the outermost run's extremes are spread over as many rows as that rectangle is higher than the
 // next one, joined with the next run's, and so on, so that each run is looked up once, however many rows it stands in.
-// Other elements join run by run. A single rectangle is one step, of its own kind.
+// Other elements join run by run. A single rectangle is one step, of its own kind. Small elements of few cells need
+// neither tables nor towers: their steps are their cells (near.h).
 #pragma once
 
 #include "kernels/plane/plane.h"
@@ -35,6 +36,7 @@ struct Run {
 };
 
 constexpr int kLevels = 31;
+constexpr int64_t kNearCells = 128, kNearTower = 64, kNearRows = 15;  // of a small element, at most
 inline int level_of(int64_t count) { return 63 - __builtin_clzll(uint64_t(count)); }
 
 class Element {
@@ -45,14 +47,18 @@ public:
         while (bottom_ > top_ && !run(bottom_ - 1).count) --bottom_;
     }
 
-    // add(step) for every step of the plan, from the mask's corner.
+    // add(step) for every step of the plan, from the mask's corner. near: cells may be steps.
     template <class Add>
-    void plan(Add add) const {
+    void plan(bool near, Add add) const {
         const bool tower = is_tower();
         if (is_rectangle()) {
             const Run r = run(top_);
             const int64_t above = bottom_ - 1 - top_;
             add(Step{int32_t(r.first), int32_t(bottom_ - 1), int32_t(r.count), int32_t(above), Step::kRectangle});
+            return;
+        }
+        if (near && is_small(tower ? kNearTower : kNearCells)) {
+            each_run([&](Run r, int64_t y) { join(1, r, y, 0, add); });
             return;
         }
         // Which windows are worth tables.
@@ -115,6 +121,12 @@ private:
         return peel([](Run, int64_t, int64_t) {});
     }
 
+    bool is_small(int64_t most) const {
+        if (bottom_ - top_ > kNearRows) return false;
+        int64_t cells = 0;
+        each_run([&](Run r, int64_t) { cells += r.count; });
+        return cells <= most;
+    }
     bool is_rectangle() const {
         for (int64_t y = top_; y < bottom_; ++y)
             if (const Run r = run(y); !(r == run(top_)) || run(y, r.end()).count) return false;

@@ -1,5 +1,6 @@
 // Morphology by the plans of states. An operation of two passes runs them strip by strip: the second one takes its rows
 // from a band of the first one's results as it comes to them, so that no more than a band of a strip stands between.
+#include "kernels/morph/near.h"
 #include "kernels/morph/rect.h"
 
 namespace tarn::k::TARN_LEVEL {
@@ -140,6 +141,10 @@ template <class Op, class T>
     using V = typename Call<T>::V;
     if (call.status) return call.status;
     if (call.state.extent.rectangle) return one_rect<Op>(call);
+    if (Near<Op, T> near(call.state, call.picture, call.size, call.dst, call.dst_stride); near.fits()) {
+        near();
+        return kOk;
+    }
     auto pass = call.template pass<Op>(0);
     call.each_strip([&](int64_t strip, int64_t width) {
         const auto sink = [&](const Block<V>& u, int64_t x, int64_t y) {

@@ -4,12 +4,14 @@
 #pragma once
 
 #include "kernels/filter/extreme.h"
+#include "kernels/filter/running.h"
 #include "kernels/morph/state.h"
 
 namespace tarn::k::TARN_LEVEL {
 namespace {
 
 struct Erosion {
+    using Extreme = Minimum;
     static constexpr bool kReflected = false;
     template <class V>
     static V join(V a, V b) {
@@ -19,6 +21,7 @@ struct Erosion {
     static int32_t nothing(int32_t) { return 0x7f800000; }  // infinity
 };
 struct Dilation {
+    using Extreme = Maximum;
     static constexpr bool kReflected = true;
     template <class V>
     static V join(V a, V b) {

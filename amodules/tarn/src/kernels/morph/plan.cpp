@@ -25,7 +25,7 @@ Status of_pixels(Args... args) {
                                     Size mask_size, uint64_t* bytes) {
     if (Status s = check_making(bytes, category, region, mask, mask_size)) return s;
     Extent extent;
-    Element(mask, mask_stride, mask_size).plan([&](const Step& s) { extent.add(s); });
+    Element(mask, mask_stride, mask_size).plan(passes_of(category) == 1, [&](const Step& s) { extent.add(s); });
     const Layout layout(extent, region.width, pixel.channels, pixel.element_bytes, passes_of(category));
     *bytes = uint64_t(layout.all);
     return layout.all ? kOk : kBadSize;
@@ -37,7 +37,7 @@ Status of_pixels(Args... args) {
     if (anchor.x < 0 || anchor.x >= mask_size.width || anchor.y < 0 || anchor.y >= mask_size.height) return kBadArg;
     uint8_t* steps = static_cast<uint8_t*>(state) + sizeof(MorphHeader);
     Extent extent;
-    Element(mask, mask_stride, mask_size).plan([&](Step s) {
+    Element(mask, mask_stride, mask_size).plan(passes_of(category) == 1, [&](Step s) {
         if (s.joins()) s.x -= anchor.x, s.row -= anchor.y;
         memcpy(steps + extent.steps * int64_t(sizeof s), &s, sizeof s);
         extent.add(s);

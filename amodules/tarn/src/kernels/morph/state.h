@@ -25,7 +25,7 @@ inline I round_up(I n, int64_t unit) {
 
 // How far a plan reaches, as its steps come.
 struct Extent {
-    int64_t steps = 0, risen = 0, history = 0;
+    int64_t steps = 0, windows = 0, risen = 0, history = 0;
     int64_t left = INT64_MAX, right = INT64_MIN;        // columns of the windows
     int64_t lowest = INT64_MIN, highest = INT64_MAX;    // bottom rows of the windows
     int64_t low_top = INT64_MIN, high_top = INT64_MAX;  // their top rows, from the plan's whole rise on
@@ -39,6 +39,7 @@ struct Extent {
         risen += s.rise;
         history += history_of(s.rise);
         if (!s.joins()) return;
+        windows += s.second ? 2 : 1;
         if (s.is_rectangle())
             rectangle = true;
         else
@@ -51,6 +52,8 @@ struct Extent {
         high_top = min(high_top, s.row + risen);
     }
     int64_t columns() const { return steps ? right - left : 1; }
+    // Whether the steps are the cells of a small element.
+    bool is_near() const { return levels == 1 && !risen && windows <= kNearCells && rows() < kNearRows; }
     // Rows of the tables beyond those of the result, for the element as it is and reflected.
     int64_t rows() const { return steps ? max(lowest - highest, low_top - high_top) : 0; }
 };
@@ -65,7 +68,7 @@ struct BoundStep {
 // What stands where in the scratch. Sizes in bytes, but for strip (elements) and rows.
 struct Layout {
     int64_t strip = 0, pitch = 0, rows = 0, history_rows = 0, tables = 0;
-    int64_t bound = 0, tables_bytes = 0, history_bytes = 0, results_bytes = 0, pass = 0;
+    int64_t bound = 0, tables_bytes = 0, history_bytes = 0, results_bytes = 0, edges_bytes = 0, pass = 0;
     int64_t all = 0;  // of the state; 0: not to be counted
 
     Layout() = default;
@@ -92,9 +95,12 @@ struct Layout {
         tables_bytes = (tables * rows + 1) * pitch;  // and a line of those that are made on the way
         history_bytes = history_rows * round_up(widest * element_bytes, kLine);
         results_bytes = passes > 1 ? kBand * pitch : 0;
-        pass = bound + tables_bytes + history_bytes + results_bytes;
+        edges_bytes = passes == 1 && e.is_near() ? rows * 6 * kLine : 0;
+        pass = bound + tables_bytes + history_bytes + results_bytes + edges_bytes;
         all = round_up(int64_t(sizeof(MorphHeader)) + e.steps * int64_t(sizeof(Step)), kLine) + kLine + passes * pass;
     }
+    // Copies of rows' ends, of small elements (near.h).
+    uint8_t* edges(uint8_t* scratch) const { return scratch + pass - edges_bytes; }
     // A band of the first pass's results, in the scratch.
     uint8_t* results(uint8_t* scratch) const { return scratch + pass - results_bytes; }
 
