@@ -152,8 +152,8 @@ TEST(morph, of_images_of_several_strips_and_bands_is_what_it_is_made_of) {
             }
 }
 
-// Rows of more than one strip, and floats of which some regions are below zero and others are not; images lower than the
-// element; strides at which rows meet in the cache's sets.
+// Rows of more than one strip; floats below zero in some places and not in others; images lower than the element;
+// strides at which rows meet in the cache's sets.
 TEST(morph, of_small_elements_is_what_it_is_made_of) {
     const Element elements[] = {
         {"cross", {3, 3}, {1, 1}}, {"random", {5, 5}, {0, 4}}, {"ring", {7, 9}, {6, 0}}, {"random", {11, 11}, {5, 5}}};

@@ -1,7 +1,8 @@
 // For the morphology sources only: small elements of few cells, joined from the image's rows as they lie. Several
 // result rows stand in registers at a time; down a column the element's cells are runs, and what they read is loaded
-// once for all of these rows. The ends of rows, whose results see beyond the image, are read from copies, and the rows
-// of images whose stride the first-level cache does not bear; rows that see rows beyond the image are joined one by one.
+// once for all of these rows. Read from copies are only the ends of rows, whose results see beyond the image, and the
+// rows of images whose stride the first-level cache does not bear; rows that see rows beyond the image are joined one
+// by one.
 #pragma once
 
 #include "kernels/filter/running.h"
@@ -82,7 +83,7 @@ private:
     static constexpr int64_t kStrip = 8192;
     static constexpr int64_t kCacheWay = 4096, kSameSet = 10;
 
-    // Extremes of elements whose integers have their order: bytes, and floats among which the extreme is not below zero.
+    // Extremes of elements whose integers have their order: bytes, and floats where the extreme is not below zero.
     struct Plain {
         using V = Vec<E>;
         static V from(const uint8_t* p) { return load<V>(p); }
@@ -300,7 +301,7 @@ private:
     int64_t dst_stride_;
     uint8_t *edges_, *copy_;
     int64_t copy_pitch_, copy_strip_;
-    // From a result to the element's first and last columns, in bytes; to its first row, and from there to its last one.
+    // From a result to the element's first and last columns, in bytes; to its first row, and from there to its last.
     int64_t left_ = 0, right_ = 0, top_ = 0, span_ = 0;
     Run runs_[kNearCells];
     int64_t count_ = 0;
