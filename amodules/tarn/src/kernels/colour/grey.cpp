@@ -17,6 +17,16 @@ inline S16 weights(int a, int b) {
     return (S16)splat(int32_t(uint32_t(of(b)) << 16 | uint32_t(of(a))));
 }
 
+// Sums of three channels' 16-bit elements, of the groups' lower and upper halves.
+struct PairSums {
+    S32 lower, upper;
+    PairSums(Bytes a, Bytes b, Bytes c, S16 weights_ab, S16 weight_c)
+        : lower(mul_add_pairs((S16)interleave_lower16(a, b), weights_ab) +
+                mul_add_pairs((S16)interleave_lower16(c, Bytes{}), weight_c)),
+          upper(mul_add_pairs((S16)interleave_upper16(a, b), weights_ab) +
+                mul_add_pairs((S16)interleave_upper16(c, Bytes{}), weight_c)) {}
+};
+
 template <class T, int kRed>
 struct Grey;
 
@@ -39,8 +49,22 @@ struct Grey<uint8_t, kRed> {
         }
     };
     static constexpr Index kIndex{};
+    static S32 divided(S32 sums) { return nearest_int(__builtin_convertvector(sums, F32) * splat(1.0f / 3000)); }
     template <class Out>
     [[gnu::always_inline]] void operator()(const From<1>& s, const To<1>& d, Out out) const {
+        if constexpr (!kHasLookup) {
+            Bytes v[3];
+            load_pixels(s.p[0], v);
+            deinterleave_groups<uint8_t>(v);
+            const auto half = [](Bytes a, Bytes b, Bytes c) {
+                const PairSums sums(a, b, c, weights<kRed, 3>(0, 1), weights<kRed, 3>(2, 3));
+                return narrow_groups(divided(sums.lower), divided(sums.upper));
+            };
+            const auto lower = [](Bytes v) { return interleave_lower8(v, Bytes{}); };
+            const auto upper = [](Bytes v) { return interleave_upper8(v, Bytes{}); };
+            const S16 ab = half(lower(v[0]), lower(v[1]), lower(v[2]));
+            return out.vector(d.p[0], narrow_groups_u8(ab, half(upper(v[0]), upper(v[1]), upper(v[2]))));
+        }
         const auto grey = [&](int i) {
             const int last = i == 3;
             int64_t from[kGroups];
@@ -48,7 +72,7 @@ struct Grey<uint8_t, kRed> {
             const Bytes v = load_groups(s.p[0], from);
             const S32 sums = mul_add_pairs((S16)lookup(v, every_group(kIndex.pair[last])), weights<kRed, 3>(0, 1)) +
                              mul_add_pairs((S16)lookup(v, every_group(kIndex.single[last])), weights<kRed, 3>(2, 3));
-            return nearest_int(__builtin_convertvector(sums, F32) * splat(1.0f / 3000));
+            return divided(sums);
         };
         const S16 ab = narrow_groups(grey(0), grey(1)), cd = narrow_groups(grey(2), grey(3));
         out.vector(d.p[0], narrow_groups_u8(ab, cd));
@@ -85,10 +109,22 @@ struct Grey16 {
             const Bytes v = load_groups(s.p[0], from) ^ bias;
             return (Bytes)mul_add_pairs((S16)lookup(v, every_group(kIndex.of[last])), all);
         };
+        S32 of_half[2];
+        if constexpr (kHasLookup) {
+            for (int i = 0; i < 2; ++i) {
+                const Bytes a = sums(2 * i), b = sums(2 * i + 1);
+                of_half[i] = (S32)interleave_lower64(a, b) + (S32)interleave_upper64(a, b);
+            }
+        } else {
+            Bytes v[3];
+            load_pixels(s.p[0], v);
+            deinterleave_groups<T>(v);
+            const PairSums both(v[0] ^ bias, v[1] ^ bias, v[2] ^ bias, weights<kRed, 1>(0, 1), weights<kRed, 1>(2, 3));
+            of_half[0] = both.lower, of_half[1] = both.upper;
+        }
         S32 quotient[2], rest[2];
         for (int i = 0; i < 2; ++i) {
-            const Bytes a = sums(2 * i), b = sums(2 * i + 1);
-            const S32 sum = (S32)interleave_lower64(a, b) + (S32)interleave_upper64(a, b);
+            const S32 sum = of_half[i];
             quotient[i] = nearest_int(__builtin_convertvector(sum, F32) * splat(0.001f));
             // Of a quotient in 32 bits the upper half is its sign, which is not wanted.
             rest[i] = sum - mul_add_pairs((S16)quotient[i], (S16)splat<int32_t>(1000));

@@ -1,5 +1,6 @@
 // Pixels whose elements move, are repeated or left out. Each group of a destination's vector has its elements from
-// one or two windows of 16 source bytes, which lie within the block: a load and a look-up each.
+// one or two windows of 16 source bytes, which lie within the block: a load and a look-up each. Without look-up the
+// channels are taken apart and put together anew.
 #include "kernels/colour/blocks.h"
 #include "kernels/colour/colour.h"
 
@@ -62,15 +63,31 @@ struct Move {
     static constexpr int64_t kPixels = kLanes<T>, kInBytes = M::kFrom * sizeof(T), kOutBytes = M::kTo * sizeof(T);
     // Vector i of the block at p.
     [[gnu::always_inline]] Bytes vector(const uint8_t* p, int i) const {
-        static constexpr Windows<M, int(sizeof(T))> k;
-        Bytes v = lookup(load_groups(p, k.from[i][0]), load<Bytes>(k.index[i][0])) | load<Bytes>(k.ones[i]);
-        if constexpr (k.two) v |= lookup(load_groups(p, k.from[i][1]), load<Bytes>(k.index[i][1]));
-        return v;
+        if constexpr (kHasLookup) {
+            static constexpr Windows<M, int(sizeof(T))> k;
+            Bytes v = lookup(load_groups(p, k.from[i][0]), load<Bytes>(k.index[i][0])) | load<Bytes>(k.ones[i]);
+            if constexpr (k.two) v |= lookup(load_groups(p, k.from[i][1]), load<Bytes>(k.index[i][1]));
+            return v;
+        } else {
+            Bytes v[M::kTo];
+            apart_and_together(p, v);
+            return v[i];
+        }
+    }
+    [[gnu::always_inline]] void apart_and_together(const uint8_t* p, Bytes (&v)[M::kTo]) const {
+        Bytes from[M::kFrom];
+        load_pixels(p, from);
+        if constexpr (M::kFrom > 1) deinterleave_groups<T>(from);
+        for (int i = 0; i < M::kTo; ++i) v[i] = M::of[i] < 0 ? ~Bytes{} : from[M::of[i]];
+        interleave_groups<T>(v);
     }
     template <class Out>
     [[gnu::always_inline]] void operator()(const From<1>& s, const To<1>& d, Out out) const {
         Bytes v[M::kTo];
-        for (int i = 0; i < M::kTo; ++i) v[i] = vector(s.p[0], i);
+        if constexpr (kHasLookup)
+            for (int i = 0; i < M::kTo; ++i) v[i] = vector(s.p[0], i);
+        else
+            apart_and_together(s.p[0], v);
         for (int i = 0; i < M::kTo; ++i) out.vector(d.p[0] + i * kVector, v[i]);
     }
 };

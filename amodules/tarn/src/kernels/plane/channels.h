@@ -62,7 +62,49 @@ struct Channels3 {
     Bytes mask(int c, int g) const { return every_group(where[(c + 2 * g * int(16 / sizeof(T))) % 3]); }
 };
 
-// v: in each group pixels one after the other; then a channel each; and back. Without look-up by a plain loop.
+// Without look-up the elements of all vectors are a row, whose halves are dealt out in turn: i goes to 2 i, modulo one less
+// than there are. As many rounds as double 1 to the lanes of a vector bring 3 k + c, and 4 k + c, to lane k of vector c.
+constexpr int rounds_of(int lanes) { return lanes == 4 ? 2 : 1 + rounds_of(lanes / 2); }
+
+template <class T>
+[[gnu::always_inline]] inline void deal_halves(Bytes (&v)[3]) {
+    const auto upper = [](Bytes a) { return interleave_upper64(a, a); };
+    const Bytes first = interleave_lower<T>(v[0], upper(v[1])), second = interleave_lower<T>(upper(v[0]), v[2]);
+    v[2] = interleave_lower<T>(v[1], upper(v[2]));
+    v[0] = first, v[1] = second;
+}
+template <class T>
+[[gnu::always_inline]] inline void deal_halves(Bytes (&v)[4]) {
+    const Bytes lower02 = interleave_lower<T>(v[0], v[2]), upper02 = interleave_upper<T>(v[0], v[2]);
+    const Bytes lower13 = interleave_lower<T>(v[1], v[3]), upper13 = interleave_upper<T>(v[1], v[3]);
+    v[0] = lower02, v[1] = upper02, v[2] = lower13, v[3] = upper13;
+}
+// And back. Of elements below four bytes two pixels are three pairs: those of the first two elements, of the third and
+// the next pixel's first, and of its other two.
+template <int kBytes>
+[[gnu::always_inline]] inline void together(Bytes (&v)[3]) {
+    if constexpr (kBytes == 4) {
+        for (int i = 0; i < 2; ++i) {  // the elements at even places, then those at odd ones
+            const Bytes middle = even32(v[2], (Bytes)((U64)v[0] >> 32)), last = odd32(v[1], v[2]);
+            v[0] = even32(v[0], v[1]), v[1] = middle, v[2] = last;
+        }
+    } else {
+        const auto pairs = [&](auto first) {
+            using Pairs = decltype(first);
+            const Pairs a = (Pairs)v[0], b = (Pairs)v[1], c = (Pairs)v[2];
+            v[0] = (Bytes)((a & first) | b << 8 * kBytes);
+            v[1] = (Bytes)((c & first) | (a & ~first));
+            v[2] = (Bytes)(b >> 8 * kBytes | (c & ~first));
+        };
+        if constexpr (kBytes == 1)
+            pairs(splat(uint16_t(0xff)));
+        else
+            pairs(splat(uint32_t(0xffff)));
+        together<2 * kBytes>(v);
+    }
+}
+
+// v: in each group pixels one after the other; then a channel each; and back.
 template <class T>
 [[gnu::always_inline]] inline void deinterleave_groups(Bytes (&v)[3]) {
     if constexpr (kHasLookup) {
@@ -74,11 +116,7 @@ template <class T>
         const Bytes c0 = channel(0), c1 = channel(1), c2 = channel(2);
         v[0] = c0, v[1] = c1, v[2] = c2;
     } else {
-        T pixels[3 * kLanes<T>], channels[3][kLanes<T>];
-        memcpy(pixels, v, sizeof v);
-        for (int i = 0; i < kLanes<T>; ++i)
-            for (int j = 0; j < 3; ++j) channels[j][i] = pixels[3 * i + j];
-        memcpy(v, channels, sizeof v);
+        for (int i = 0; i < rounds_of(kLanes<T>); ++i) deal_halves<T>(v);
     }
 }
 template <class T>
@@ -90,22 +128,16 @@ template <class T>
         const auto pixels = [=](int g) { return blend(k.mask(0, g), c0, blend(k.mask(1, g), c1, c2)); };
         v[0] = pixels(0), v[1] = pixels(1), v[2] = pixels(2);
     } else {
-        T pixels[3 * kLanes<T>], channels[3][kLanes<T>];
-        memcpy(channels, v, sizeof v);
-        for (int i = 0; i < kLanes<T>; ++i)
-            for (int j = 0; j < 3; ++j) pixels[3 * i + j] = channels[j][i];
-        memcpy(v, pixels, sizeof v);
+        together<int(sizeof(T))>(v);
     }
 }
 
 // Four elements a pixel: channels to pixels by two rounds of pairs; back by elements of 4 bytes, which the same rounds
-// transpose.
+// transpose, or by as many rounds as for three.
 template <class T>
 [[gnu::always_inline]] inline void interleave_groups(Bytes (&v)[4]) {
-    const Bytes lower02 = interleave_lower<T>(v[0], v[2]), upper02 = interleave_upper<T>(v[0], v[2]);
-    const Bytes lower13 = interleave_lower<T>(v[1], v[3]), upper13 = interleave_upper<T>(v[1], v[3]);
-    v[0] = interleave_lower<T>(lower02, lower13), v[1] = interleave_upper<T>(lower02, lower13);
-    v[2] = interleave_lower<T>(upper02, upper13), v[3] = interleave_upper<T>(upper02, upper13);
+    deal_halves<T>(v);
+    deal_halves<T>(v);
 }
 struct Channels4 {
     alignas(16) uint8_t together[16];  // of each channel the elements that make 4 bytes
@@ -116,10 +148,14 @@ struct Channels4 {
 };
 template <class T>
 [[gnu::always_inline]] inline void deinterleave_groups(Bytes (&v)[4]) {
-    static constexpr Channels4 k(sizeof(T));
-    if constexpr (sizeof(T) < 4)
-        for (Bytes& each : v) each = lookup(each, every_group(k.together));
-    interleave_groups<uint32_t>(v);
+    if constexpr (kHasLookup || sizeof(T) == 4) {
+        static constexpr Channels4 k(sizeof(T));
+        if constexpr (sizeof(T) < 4)
+            for (Bytes& each : v) each = lookup(each, every_group(k.together));
+        interleave_groups<uint32_t>(v);
+    } else {
+        for (int i = 0; i < rounds_of(kLanes<T>); ++i) deal_halves<T>(v);
+    }
 }
 
 // a, b, c: pixels of three bytes one after the other; then a channel each.

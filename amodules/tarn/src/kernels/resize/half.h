@@ -29,7 +29,18 @@ inline S16 round_even(U16 v) {
 }
 
 inline float mean(float a, float b) { return mul_add(b, 0.5f, 0.5f * a); }
-inline F32 mean(F32 a, F32 b) { return mul_add_weighted(b, splat(0.5f), splat(0.5f) * a); }
+// Without the instruction a half is rounded before it is added, which is no other sum where it is exact: where it is a
+// normal number, or zero.
+inline F32 mean(F32 a, F32 b) {
+    const F32 half = splat(0.5f), first = half * a;
+    if constexpr (!kHasMulAdd) {
+        constexpr uint32_t kLargest = 0x7fffffff, kTiny = 2u << 24;  // 2^-125, which has a normal half
+        const U32 bits = (U32)b;
+        const Bytes tiny = (Bytes)((S32)(bits + bits + splat(kLargest)) < splat(int32_t(kTiny + kLargest)));
+        if (__builtin_expect(nonzero_bits(tiny) == 0, 1)) return half * b + first;
+    }
+    return mul_add_weighted(b, half, first);
+}
 
 // The elements of the means, as wide as their sums, of vectors whose neighbours go together.
 inline S16 means_of_pairs(U8 upper, U8 lower) {
@@ -58,6 +69,38 @@ inline Vec<T> neighbours(Bytes v) {
         return (Vec<T>)lookup(v, every_group(kChannels == 3 ? k16c3 : k16c4));
 }
 
+// Without look-up: the means of pixels of four channels, one behind the other.
+template <class T>
+inline auto means_of_fours(Bytes upper, Bytes lower) {
+    if constexpr (sizeof(T) == 1) {
+        const Bytes a = (Bytes)widening_add_lower(upper, lower), b = (Bytes)widening_add_upper(upper, lower);
+        return round_even<2>((U16)interleave_lower64(a, b) + (U16)interleave_upper64(a, b));
+    } else {
+        const S16 ones = splat(int16_t(1));
+        return round_even<2>(mul_add_pairs((S16)interleave_lower16(upper, lower), ones) +
+                             mul_add_pairs((S16)interleave_upper16(upper, lower), ones));
+    }
+}
+// Pixels of three channels, 12 bytes from p on, with what is behind them as a fourth.
+template <class T>
+inline Bytes load_threes(const uint8_t* p) {
+    if constexpr (sizeof(T) == 1) {
+        static constexpr int32_t kPixels[] = {0, 3, 6, 9};
+        return load_quarters(p, kPixels);
+    } else {
+        static constexpr int32_t kPixels[] = {0, 6};
+        return load_halves(p, kPixels, 2);
+    }
+}
+// And such pixels, a vector of them, to the first 12 bytes.
+template <class T>
+inline Bytes joined_threes(Bytes v) {
+    const U64 pixels = (U64)v;
+    const U64 whole = sizeof(T) == 1 ? (pixels & 0xffffff) | (pixels >> 8 & 0xffffff000000) : pixels & 0xffffffffffff;
+    const U64 second = (U64)interleave_upper64((Bytes)whole, (Bytes)whole);
+    return interleave_lower64((Bytes)(whole | second << 48), (Bytes)(second >> 16));
+}
+
 // Outputs of one vector: a group of three channels makes 12 bytes of whole pixels.
 template <int kChannels>
 constexpr int kHalfBytes = kChannels == 3 ? kGroups * 12 : kVector;
@@ -81,6 +124,17 @@ inline Bytes half_vector(const uint8_t* upper, const uint8_t* lower) {
         };
         const Bytes v = (Bytes)settle_nan(mean(across(upper), across(lower)));
         return kChannels == 1 ? in_order_once(v) : kChannels == 3 ? join_twelves(v) : v;
+    } else if constexpr (!kHasLookup && kChannels > 1) {
+        const auto means = [&](int64_t from) {
+            if constexpr (kChannels == 3)
+                return means_of_fours<T>(load_threes<T>(upper + from), load_threes<T>(lower + from));
+            else
+                return means_of_fours<T>(load<Bytes>(upper + from), load<Bytes>(lower + from));
+        };
+        if constexpr (kChannels == 3)
+            return joined_threes<T>(narrowed(means(0), means(12)));
+        else
+            return narrowed(means(0), means(kVector));
     } else if constexpr (kChannels == 3) {
         static constexpr int8_t kTogether[] = {0, 1, 2, 3, 4, 5, 8, 9, 10, 11, 12, 13, -1, -1, -1, -1};
         const auto means = [&](const int64_t* from) {
@@ -100,28 +154,17 @@ inline Bytes half_vector(const uint8_t* upper, const uint8_t* lower) {
 // A row of n bytes.
 template <class T, int kChannels, bool kKept>
 void half_row(const uint8_t* upper, const uint8_t* lower, int64_t n, uint8_t* dst) {
+    constexpr int kStep = kHalfBytes<kChannels>;
+    const Bytes mask = colour_mask<T>();
     int64_t i = 0;
-    if constexpr (kHasLookup || kChannels == 1 || sizeof(T) == 4) {
-        constexpr int kStep = kHalfBytes<kChannels>;
-        const Bytes mask = colour_mask<T>();
-        for (; n - i >= kVector; i += kStep)  // of three channels a store overlaps the next
-            store_form_where<kKept>(Whole{}, dst + i, half_vector<T, kChannels>(upper + 2 * i, lower + 2 * i), mask);
-        for (; i < n; i += kStep) {
-            const int64_t count = min<int64_t>(kStep, n - i);
-            uint8_t above[2 * kVector] = {}, below[2 * kVector] = {};
-            memcpy(above, upper + 2 * i, size_t(2 * count));
-            memcpy(below, lower + 2 * i, size_t(2 * count));
-            store_form_where<kKept>(Part{count}, dst + i, half_vector<T, kChannels>(above, below), mask);
-        }
-    } else {
-        const Loose<T>* TARN_RESTRICT a = reinterpret_cast<const Loose<T>*>(upper);
-        const Loose<T>* TARN_RESTRICT b = reinterpret_cast<const Loose<T>*>(lower);
-        Loose<T>* TARN_RESTRICT d = reinterpret_cast<Loose<T>*>(dst);
-        for (n /= sizeof(T); i < n; ++i) {
-            if (kKept && i % 4 == 3) continue;
-            const int64_t at = i / kChannels * 2 * kChannels + i % kChannels;
-            d[i] = T(round_even<2>(a[at] + a[at + kChannels] + b[at] + b[at + kChannels]));
-        }
+    for (; n - i >= kVector; i += kStep)  // of three channels a store overlaps the next
+        store_form_where<kKept>(Whole{}, dst + i, half_vector<T, kChannels>(upper + 2 * i, lower + 2 * i), mask);
+    for (; i < n; i += kStep) {
+        const int64_t count = min<int64_t>(kStep, n - i);
+        uint8_t above[2 * kVector] = {}, below[2 * kVector] = {};
+        memcpy(above, upper + 2 * i, size_t(2 * count));
+        memcpy(below, lower + 2 * i, size_t(2 * count));
+        store_form_where<kKept>(Part{count}, dst + i, half_vector<T, kChannels>(above, below), mask);
     }
 }
 

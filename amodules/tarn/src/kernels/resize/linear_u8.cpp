@@ -9,13 +9,13 @@
 // Errors: of f 255 * 2^-17 and 255 * 2^-16, of the two roundings 2^-8 each: below 1/64 together. Fractions up to 7
 // bits, hence every factor of a power of two to 64, lose nothing.
 //
-// Horizontally 8 outputs find their pixels in one or two windows of the source row; where they reach further, each output
-// loads its own few bytes; without look-ups, pixel by pixel.
+// Horizontally 8 outputs find their pixels in one or two windows of the source row; where they reach further, and
+// without look-ups, each output loads its own few bytes.
 #include "kernels/plane/ring.h"
 #include "kernels/plane/strips.h"
 #include "kernels/plane/taps.h"
 #include "kernels/resize/half.h"
-#include "kernels/resize/windows.h"
+#include "kernels/resize/linear_rows.h"
 
 namespace tarn::k::TARN_LEVEL {
 namespace {
@@ -23,137 +23,6 @@ namespace {
 // Elements of a strip at most: so many that nearly every image is one strip. Tables and ring then come from the
 // second-level cache, one behind the other; rows of several strips would come from a page each, which costs more.
 constexpr int64_t kStripElements = 16128;
-constexpr int kGroup = 8;  // outputs of a group of windows
-
-// Where the bytes of outputs come from: see the loops.
-enum class Fetch { one_window, two_windows, apart, by_pixel };
-
-// What the rows of a strip of columns are made with. A slot is an element, but for three channels of pixels apart, whose
-// groups are two pixels and two slots of no meaning.
-struct StripTables {
-    int64_t pixels, elements, slots;
-    int32_t *near, *other;    // per pixel: the nearer of the source pixels a and b, and the other one
-    int16_t* pixel_fraction;  // per pixel: how far from the nearer one, in -2^-16, since a half must fit
-    int16_t* fraction;        // per slot: the same
-    Fetch fetch;
-    Windows windows;  // 16 per group: the nearer and the other of each output
-    int32_t* at;      // apart: the first byte of each load
-};
-
-// The source bytes of a strip, two of each element; past the end the last again.
-template <int kChannels>
-struct BytesOfPairs {
-    const int32_t *near, *other;
-    int64_t last, x = 0;
-    int32_t c = 0;
-    void next(int32_t* at) {
-        for (int i = 0; i < kWindow; i += 2) {
-            at[i] = near[x] * kChannels + c;
-            at[i + 1] = other[x] * kChannels + c;
-            if (c < kChannels - 1)
-                ++c;
-            else if (x < last)
-                c = 0, ++x;
-        }
-    }
-};
-
-// ---- Rows ---------------------------------------------------------------------------------------------------------
-// Not inlined: constants would be taken out of the loop over rows, and from there to memory.
-
-template <int kChannels>
-void resample_by_pixel(const StripTables& t, const uint8_t* s, int16_t* out) {
-    const int32_t *near = t.near, *other = t.other;
-    const int16_t* fraction = t.pixel_fraction;
-    for (int64_t x = 0, n = t.pixels; x < n; ++x) {
-        const uint8_t *a = s + int64_t(near[x]) * kChannels, *b = s + int64_t(other[x]) * kChannels;
-        const int32_t f = fraction[x];
-        for (int c = 0; c < kChannels; ++c) *out++ = int16_t(a[c] * 128 + ((64 * (a[c] - b[c]) * f + 0x4000) >> 15));
-    }
-}
-
-// The outputs of a vector of slots, of the two bytes of each.
-inline U16 between(Bytes pairs, S16 fraction) {
-    const S8 difference = (S8)splat(int16_t(-64 * 256 + 64)), start = (S8)splat(int16_t(0x80));  // -128 times
-    const S16 more = mul_fixed15(mul_add_pairs(pairs, difference), fraction);
-    return (U16)more - (U16)mul_add_pairs(pairs, start);
-}
-
-// kPeriod: of the vectors that repeat, whose tables stay in registers; 0 without any.
-template <int kPeriod, bool kTwo>
-[[gnu::noinline]] void resample_by_windows(const StripTables& t, const uint8_t* s, int16_t* out) {
-    const StripTables u = t;  // in registers
-    const auto by_tables = [&](int64_t v, int64_t to) {
-        for (; v < to; ++v)
-            store(out + v * kLanes<int16_t>,
-                  between(pick<kTwo>(u.windows, s, v * kGroups), load<S16>(u.fraction + v * kLanes<int16_t>)));
-    };
-    const int64_t vectors = u.slots / kLanes<int16_t>;
-    if constexpr (kPeriod > 0) {
-        const Repeats r = u.windows.repeats;
-        by_tables(0, r.from);
-        const Period<kPeriod, kTwo> period(u.windows);
-        S16 fraction[kPeriod];
-#pragma GCC unroll 3
-        for (int k = 0; k < kPeriod; ++k) fraction[k] = load<S16>(u.fraction + (r.from + k) * kLanes<int16_t>);
-        const uint8_t* from = s;
-        int16_t* to = out + r.from * kLanes<int16_t>;
-        for (int64_t v = r.from; v < r.to; v += kPeriod, from += r.step)
-#pragma GCC unroll 3
-            for (int k = 0; k < kPeriod; ++k, to += kLanes<int16_t>)
-                store(to, between(period.pick(from, k), fraction[k]));
-        by_tables(r.to, vectors);
-    } else {
-        by_tables(0, vectors);
-    }
-}
-template <bool kTwo>
-void resample_by_windows(const StripTables& t, const uint8_t* s, int16_t* out) {
-    switch (t.windows.repeats.period) {
-        case 1:
-            return resample_by_windows<1, kTwo>(t, s, out);
-        case 3:
-            return resample_by_windows<3, kTwo>(t, s, out);
-        default:
-            return resample_by_windows<0, kTwo>(t, s, out);
-    }
-}
-
-// One channel: four bytes of each output, of which two are picked; more: eight bytes of each pixel, two to a group.
-template <int kChannels>
-[[gnu::noinline]] void resample_apart(const StripTables& t, const uint8_t* s, int16_t* out) {
-    constexpr int64_t kStored = kChannels == 3 ? kGroup / 4 * 3 : kGroup;  // of a group
-    const StripTables u = t;                                               // in registers
-    for (int64_t g = 0; g * kGroup < u.slots; g += kGroups) {
-        Bytes pairs;
-        if constexpr (kChannels == 1) {
-            const int32_t* at = u.at + g * kGroup;
-            pairs = lookup(load_quarters(s, at), load<Bytes>(u.windows.low + g * kWindow)) |
-                    lookup(load_quarters(s, at + kLanes<int32_t>), load<Bytes>(u.windows.high + g * kWindow));
-        } else {
-            pairs = lookup(load_halves(s, u.at + 2 * g, 2), load<Bytes>(u.windows.low + g * kWindow));
-        }
-        const U16 v = between(pairs, load<S16>(u.fraction + g * kGroup));
-        if constexpr (kChannels == 3)
-            store(out + g * kStored, join_twelves((Bytes)v));
-        else
-            store(out + g * kStored, v);
-    }
-}
-
-template <int kChannels>
-void resample_row(const StripTables& t, const uint8_t* s, int16_t* out) {
-    switch (t.fetch) {
-        case Fetch::one_window:
-            return resample_by_windows<false>(t, s, out);
-        case Fetch::two_windows:
-            return resample_by_windows<true>(t, s, out);
-        case Fetch::apart:
-            return resample_apart<kChannels>(t, s, out);
-        case Fetch::by_pixel:
-            return resample_by_pixel<kChannels>(t, s, out);
-    }
-}
 
 // The row between two, so far from the nearer one, in 2^-15. kKept: the fourth of four bytes of the destination stays.
 template <bool kKept>
@@ -187,11 +56,35 @@ void fill_slots(StripTables& t, int64_t slots, Pixel slot_pixel) {
     for (int64_t e = 0; e < t.slots; ++e) t.fraction[e] = t.pixel_fraction[min(slot_pixel(e), t.pixels - 1)];
 }
 
+// Prepares loads of both pixels of every output. At an edge of the source, where they are one, it is the first of the two,
+// or the second.
+template <int kChannels>
+bool find_side_by_side(StripTables& t, int32_t src_width) {
+    constexpr int kSlots = kChannels == 1 ? 1 : 4;
+    const int64_t src_row_bytes = int64_t(src_width) * kChannels;
+    if (src_width < 2 || src_row_bytes > INT32_MAX) return false;
+    fill_slots(t, t.pixels * kSlots, [](int64_t e) { return e / kSlots; });
+    t.whole = 0;
+    for (int64_t x = 0; x < t.pixels; ++x) {
+        const int32_t a = min(min(t.near[x], t.other[x]), src_width - 2);
+        // Half-way both are as near, and b's factor would be too large.
+        const bool one = t.near[x] == t.other[x], b_nearer = t.near[x] > a && (one || t.pixel_fraction[x] > -0x8000);
+        t.at[x] = a * kChannels;
+        if (a * kChannels + (kChannels == 1 ? 2 : 8) <= src_row_bytes) t.whole = x + 1;
+        for (int64_t e = x * kSlots; e < (x + 1) * kSlots; ++e) {
+            const int16_t nearer = b_nearer ? -1 : 0;
+            memcpy(t.windows.low + 2 * e, &nearer, 2);
+            t.fraction[e] = one ? int16_t(0) : b_nearer ? int16_t(-t.pixel_fraction[x]) : t.pixel_fraction[x];
+        }
+    }
+    return true;
+}
+
 // Prepares loads for every output; false when rows are too short or too long for them.
 template <int kChannels>
 bool find_apart(StripTables& t, int64_t src_row_bytes) {
     constexpr int kLoaded = kChannels == 1 ? 4 : 8, kPixels = kChannels == 1 ? 8 : 2;  // of a group
-    if (!kHasLookup || src_row_bytes < kLoaded || src_row_bytes > INT32_MAX) return false;
+    if (src_row_bytes < kLoaded || src_row_bytes > INT32_MAX) return false;
     constexpr auto slot_pixel = [](int64_t e) {
         return kChannels == 3 ? e / kGroup * 2 + (e % kGroup >= 3) : e / kChannels;
     };
@@ -238,7 +131,9 @@ void prepare(StripTables& t, const Job& j, int64_t x, int64_t pixels) {
     const int64_t src_row_bytes = int64_t(j.src_size.width) * kChannels;
     const BytesOfPairs<kChannels> bytes{t.near, t.other, pixels - 1};
     if (!find_windows(t.windows, t.slots / kGroup, src_row_bytes, bytes)) {
-        t.fetch = find_apart<kChannels>(t, src_row_bytes) ? Fetch::apart : Fetch::by_pixel;
+        const bool apart =
+            kHasLookup ? find_apart<kChannels>(t, src_row_bytes) : find_side_by_side<kChannels>(t, j.src_size.width);
+        t.fetch = apart ? Fetch::apart : Fetch::by_pixel;
         return;
     }
     t.fetch = t.windows.two ? Fetch::two_windows : Fetch::one_window;

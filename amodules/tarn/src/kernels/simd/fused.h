@@ -47,28 +47,32 @@ inline F32 mul_add_weighted(F32 a, F32 weight, F32 c) { return mul_add_each(a, w
 #elif defined(__FMA__)
 inline F32 mul_add_weighted(F32 a, F32 weight, F32 c) { return mul_add(a, weight, c); }
 #else
-// The plain sums in double, unless one of them is doubtful; kInexact: and not exact.
-template <bool kInexact>
+// The sums in double, unless one of them is doubtful. kWeighted: and not exact.
+template <bool kWeighted>
 inline F32 mul_add_in_double(F32 a, F32 b, F32 c) {
-    const U32 dropped = (U32)splat(uint64_t(0x1fffffff));
-    const U32 half_way = (U32)splat(uint64_t(0x1'10000000));  // the upper half never matches
-    Bytes doubtful = {};
-    const auto sum = [&](F64 x, F64 y, F64 z) {
-        const F64 product = x * y, s = product + z, added = s - product, error = (product - (s - added)) + (z - added);
-        const F64 size = (F64)((U64)s & ~(U64)splat(-0.0));
-        // Not an & of the comparisons themselves, which GCC takes apart into elements.
-        const Bytes tie = (Bytes)(((U32)s & dropped) == half_way), tiny = (Bytes)(size < 0x1p-126);
-        doubtful |= kInexact ? (tie | tiny) & (Bytes)(error != 0) : tie | (tiny & (Bytes)(s != 0));
-        return s;
-    };
-    const F64 lower = sum(widen_lower(a), widen_lower(b), widen_lower(c));
-    const F64 upper = sum(widen_upper(a), widen_upper(b), widen_upper(c));
-    if (__builtin_expect(_mm_movemask_epi8((__m128i)doubtful), 0)) return mul_add_each(a, b, c);
+    const F64 product0 = widen_lower(a) * widen_lower(b), lower = product0 + widen_lower(c);
+    const F64 product1 = widen_upper(a) * widen_upper(b), upper = product1 + widen_upper(c);
+    const U32 low = (U32)even32((Bytes)lower, (Bytes)upper), high = (U32)odd32((Bytes)lower, (Bytes)upper);
+    const Bytes half_way = (Bytes)((low & splat(0x1fffffffu)) == splat(0x10000000u));
+    // Below 2^-126, but not zero, which becomes the largest integer: sums are multiples of 2^-298, so none that is zero
+    // here is another there.
+    constexpr uint32_t kLargest = 0x7fffffff, kTiny = uint32_t(1023 - 126) << 21;
+    const Bytes tiny = (Bytes)((S32)(high + high + splat(kLargest)) < splat(int32_t(kTiny + kLargest)));
+    const Bytes doubtful = half_way | tiny;
+    if (__builtin_expect(nonzero_bits(doubtful) != 0, 0)) {
+        const auto inexact = [](F64 product, F64 sum, F64 z) {
+            const F64 added = sum - product;
+            return (Bytes)((product - (sum - added)) + (z - added) != 0);
+        };
+        if (!kWeighted || nonzero_bits(doubtful & even32(inexact(product0, lower, widen_lower(c)),
+                                                         inexact(product1, upper, widen_upper(c)))) != 0)
+            return mul_add_each(a, b, c);
+    }
     return narrow(lower, upper);
 }
-// Some forty instructions.
+// Some thirty instructions.
 inline F32 mul_add(F32 a, F32 b, F32 c) { return mul_add_in_double<false>(a, b, c); }
-// The same for weights of few bits, with which sums are often exactly half-way: some fifty, but seldom in doubt.
+// The same for weights of few bits, with which sums are often exactly half-way.
 inline F32 mul_add_weighted(F32 a, F32 weight, F32 c) { return mul_add_in_double<true>(a, weight, c); }
 #endif
 
