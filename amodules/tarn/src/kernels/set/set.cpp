@@ -3,6 +3,7 @@
 // say where the destination is blended.
 #include "kernels/set/set.h"
 
+#include "kernels/plane/channels.h"
 #include "kernels/plane/pattern.h"
 #include "kernels/plane/plane.h"
 
@@ -81,19 +82,18 @@ struct PixelIndex {
 };
 
 // Without look-up. The mask bytes of as many pixels as a vector has bytes, spread to the pixels' bytes: doubled by
-// interleaving, or pixel by pixel. Writes up to 4 bytes more.
-template <int kBytes>
+// interleaving until there is a threefold left. kSize: bytes of each by now.
+template <int kBytes, int kSize = 1>
 inline void spread_mask(uint8_t* spread, Bytes mask) {
     if constexpr (kBytes == 1) {
         store(spread, mask);
-    } else if constexpr (kBytes % 3 != 0) {
-        spread_mask<kBytes / 2>(spread, interleave_lower8(mask, mask));
-        spread_mask<kBytes / 2>(spread + kVector * kBytes / 2, interleave_upper8(mask, mask));
+    } else if constexpr (kBytes == 3) {
+        Bytes v[] = {mask, mask, mask};
+        together<kSize>(v);
+        for (int i = 0; i < 3; ++i) store(spread + i * kVector, v[i]);
     } else {
-        constexpr size_t kStore = kBytes == 3 ? 4 : kBytes == 6 ? 8 : 16;
-        alignas(16) static constexpr uint8_t kPixels[2][16] = {
-            {}, {255, 255, 255, 255, 255, 255, 255, 255, 255, 255, 255, 255, 255, 255, 255, 255}};
-        for (int i = 0; i < kVector; ++i) memcpy(spread + i * kBytes, kPixels[mask[i] != 0], kStore);
+        spread_mask<kBytes / 2, 2 * kSize>(spread, interleave_lower8(mask, mask));
+        spread_mask<kBytes / 2, 2 * kSize>(spread + kVector * kBytes / 2, interleave_upper8(mask, mask));
     }
 }
 
@@ -102,7 +102,7 @@ template <class T, Form kForm>
 inline void set_pixels(uint8_t* d, const uint8_t* mask, int64_t n, const Pattern& constant) {
     static constexpr PixelIndex<T, kForm> index;
     constexpr int64_t kBytes = kPixelBytes<T, kForm>;
-    [[maybe_unused]] uint8_t spread[kVector * kBytes + 4];
+    [[maybe_unused]] uint8_t spread[kVector * kBytes];
     if constexpr (!kHasLookup) spread_mask<kBytes>(spread, load<Bytes>(mask));
     each_phase(n * kBytes, [&](auto io, int64_t i, auto phase) {
         Bytes chosen;
