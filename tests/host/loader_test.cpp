@@ -134,6 +134,8 @@ TEST_F(Loader, routes_declared_slots_to_the_companion_by_name) {
     EXPECT_STREQ(err.last.text, "no loaded module serves tarn::gone");
 }
 
+TEST_F(Loader, calls_no_other_first_slot_of_a_companion) { load("other_first/good"); }
+
 TEST_F(Loader, refuses_a_companion_that_is_broken_or_of_another_family) {
     for (const char* folder : {"broken_pair", "other_family"}) {
         err = {};

@@ -259,6 +259,10 @@ TEST(calcthresh_otsu, gives_the_first_of_the_greatest_variances) {
     for (int x = 0; x < 4; ++x)
         even.at<uint8_t>(x, 0, 0) = 50, even.at<uint8_t>(x, 0, 1) = 100, even.at<uint8_t>(x, 0, 2) = 150;
     EXPECT_EQ(otsu(&even, 0, 255, 256), 50.0f);
+    // Two of the same that are made of different numbers.
+    Array tie(u8(1), 16 * 211, 1);
+    for (int x = 0; x < tie.mat.width; ++x) tie.at<uint8_t>(x, 0) = x < 2110 ? 10 : x < 3165 ? 11 : 13;
+    EXPECT_EQ(otsu(&tie, 0, 255, 256), 10.0f);
     // One class, or nothing within the bounds.
     even.set<uint8_t>(90);
     EXPECT_EQ(otsu(&even, 0, 255, 256), 0.0f);
@@ -386,6 +390,9 @@ TEST(threshold, by_neighbourhoods_filters_and_compares_with_copies_of_the_specif
     EXPECT_EQ(spied(&dst, &src, &region, &o, 2, s, -5), "filter 20x10+0 =3, adapt 10x7+45 =3.40282e+38");
     Spies::answer = -105;
     EXPECT_EQ(spied(&dst, &src, &region, &o, 2, s, -105), "filter 20x10+0 =3");
+    // More specifications than memory could hold.
+    Spies::answer = 0;
+    EXPECT_EQ(spied(&dst, &src, &region, &o, UINT64_MAX / 8, s, -1), "filter 20x10+0 =3");
 }
 
 TEST(threshold, refuses_options_out_of_range_and_writes_nothing) {

@@ -6,7 +6,16 @@
 /* Faults of the descriptor, of attaching, and of the interface. */
 enum { NONE, NULL_DESCRIPTOR, WRONG_FORMAT, NO_NAME, NO_ATTACH };
 enum { ATTACH_FAILS = 10, NOT_ATTACHED, NO_CELL, UNREGISTERED };
-enum { WRONG_IFACE_FORMAT = 20, OTHER_FAMILY, NO_FAMILY, WRONG_SLOT_COUNT, UNNAMED_SLOT, NO_INIT, INIT_FAILS };
+enum {
+    WRONG_IFACE_FORMAT = 20,
+    OTHER_FAMILY,
+    NO_FAMILY,
+    WRONG_SLOT_COUNT,
+    UNNAMED_SLOT,
+    NO_INIT,
+    INIT_FAILS,
+    OTHER_FIRST
+};
 #ifndef FAULT
 #define FAULT NONE
 #endif
@@ -91,7 +100,7 @@ static int64_t attach(QuelMODCTX* context, void* unused1, void* unused2, void* p
     (void)unused1, (void)unused2;
     for (int i = 0; i < QUEL_IFACE_SLOTS; ++i) slot(i, "reserved", "tarn::reserved", 0);
     if (HAS(UNNAMED_SLOT)) iface.slots[30].name = 0;
-    if (!HAS(NO_INIT)) slot(0, "init_once", "init-once", (QuelENTRY)init_once);
+    if (!HAS(NO_INIT)) slot(0, HAS(OTHER_FIRST) ? "first" : "init_once", "init-once", (QuelENTRY)init_once);
     slot(1, "fini_once", "fini-once", (QuelENTRY)fini_once);
     if (COMPANION) {
         slot(20, "sum", HAS(OTHER_FAMILY) ? "heron::sum" : "tarn::sum", (QuelENTRY)sum);
