@@ -36,22 +36,22 @@ inline void store_groups(uint8_t* base, const int64_t* to, Bytes v) { store(base
 
 // Elements from addresses of their own, base + at[...], without gathers, which are slow on many processors. Of each group:
 // the 16 bytes at at[step g], and 8 bytes each at at[step g] and the next.
-inline Bytes load_groups(const uint8_t* base, const int32_t* at, int step) {
+[[gnu::always_inline]] inline Bytes load_groups(const uint8_t* base, const int32_t* at, int step) {
     (void)step;  // there is one group
     return load<Bytes>(base + at[0]);
 }
-inline Bytes load_halves(const uint8_t* base, const int32_t* at, int step) {
+[[gnu::always_inline]] inline Bytes load_halves(const uint8_t* base, const int32_t* at, int step) {
     (void)step;
     const auto half = [&](int i) { return _mm_loadl_epi64(reinterpret_cast<const __m128i*>(base + at[i])); };
     return (Bytes)_mm_unpacklo_epi64(half(0), half(1));
 }
 // A vector of 4 bytes each.
-inline Bytes load_quarters(const uint8_t* base, const int32_t* at) {
+[[gnu::always_inline]] inline Bytes load_quarters(const uint8_t* base, const int32_t* at) {
     const auto quarter = [&](int i) { return *reinterpret_cast<const Loose<int32_t>*>(base + at[i]); };
     return (Bytes)S32{quarter(0), quarter(1), quarter(2), quarter(3)};
 }
 // A vector of 2 bytes each, widened.
-inline S16 load_pairs(const uint8_t* base, const int32_t* at) {
+[[gnu::always_inline]] inline S16 load_pairs(const uint8_t* base, const int32_t* at) {
     const auto pair = [&](int i) { return *reinterpret_cast<const Loose<int16_t>*>(base + at[i]); };
     const __m128i v = (__m128i)S16{pair(0), pair(1), pair(2), pair(3), 0, 0, 0, 0};
     return (S16)_mm_unpacklo_epi8(v, _mm_setzero_si128());

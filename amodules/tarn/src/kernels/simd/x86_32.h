@@ -38,22 +38,22 @@ inline V in_register(V v) {
 
 // The 16 bytes at each of kGroups addresses, a group each, read and written. A broadcast from memory and a blend keep off
 // the only unit that inserts.
-inline Bytes load_groups(const uint8_t* base, const int64_t* from) {
+[[gnu::always_inline]] inline Bytes load_groups(const uint8_t* base, const int64_t* from) {
     const auto group = [&](int i) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(base + from[i])); };
     return (Bytes)_mm256_blend_epi32(_mm256_castsi128_si256(group(0)), _mm256_broadcastsi128_si256(group(1)), 0xf0);
 }
-inline void store_groups(uint8_t* base, const int64_t* to, Bytes v) {
+[[gnu::always_inline]] inline void store_groups(uint8_t* base, const int64_t* to, Bytes v) {
     _mm_storeu_si128(reinterpret_cast<__m128i*>(base + to[0]), _mm256_castsi256_si128((__m256i)v));
     _mm_storeu_si128(reinterpret_cast<__m128i*>(base + to[1]), _mm256_extracti128_si256((__m256i)v, 1));
 }
 
 // Elements from addresses of their own, base + at[...], without gathers, which are slow on many processors. Of each group:
 // the 16 bytes at at[step g], and 8 bytes each at at[step g] and the next.
-inline Bytes load_groups(const uint8_t* base, const int32_t* at, int step) {
+[[gnu::always_inline]] inline Bytes load_groups(const uint8_t* base, const int32_t* at, int step) {
     const auto group = [&](int i) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(base + at[i])); };
     return (Bytes)_mm256_inserti128_si256(_mm256_castsi128_si256(group(0)), group(step), 1);
 }
-inline Bytes load_halves(const uint8_t* base, const int32_t* at, int step) {
+[[gnu::always_inline]] inline Bytes load_halves(const uint8_t* base, const int32_t* at, int step) {
     const auto half = [&](int i) { return _mm_loadl_epi64(reinterpret_cast<const __m128i*>(base + at[i])); };
     const auto both = [&](int i) {
         return _mm_castps_si128(
@@ -62,13 +62,13 @@ inline Bytes load_halves(const uint8_t* base, const int32_t* at, int step) {
     return (Bytes)_mm256_inserti128_si256(_mm256_castsi128_si256(both(0)), both(step), 1);
 }
 // A vector of 4 bytes each.
-inline Bytes load_quarters(const uint8_t* base, const int32_t* at) {
+[[gnu::always_inline]] inline Bytes load_quarters(const uint8_t* base, const int32_t* at) {
     const auto quarter = [&](int i) { return *reinterpret_cast<const Loose<int32_t>*>(base + at[i]); };
     const auto four = [&](int i) { return _mm_setr_epi32(quarter(i), quarter(i + 1), quarter(i + 2), quarter(i + 3)); };
     return (Bytes)_mm256_inserti128_si256(_mm256_castsi128_si256(four(0)), four(4), 1);
 }
 // A vector of 2 bytes each, widened.
-inline S16 load_pairs(const uint8_t* base, const int32_t* at) {
+[[gnu::always_inline]] inline S16 load_pairs(const uint8_t* base, const int32_t* at) {
     const auto pair = [&](int i) { return *reinterpret_cast<const Loose<int16_t>*>(base + at[i]); };
     return (S16)_mm256_cvtepu8_epi16(
         _mm_setr_epi16(pair(0), pair(1), pair(2), pair(3), pair(4), pair(5), pair(6), pair(7)));

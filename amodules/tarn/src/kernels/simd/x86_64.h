@@ -37,14 +37,14 @@ inline V in_register(V v) {
 }
 
 // The 16 bytes at each of kGroups addresses, a group each, read and written.
-inline Bytes load_groups(const uint8_t* base, const int64_t* from) {
+[[gnu::always_inline]] inline Bytes load_groups(const uint8_t* base, const int64_t* from) {
     const auto group = [&](int i) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(base + from[i])); };
     __m512i v = _mm512_castsi128_si512(group(0));
     v = _mm512_mask_broadcast_i32x4(v, 0x00f0, group(1));
     v = _mm512_mask_broadcast_i32x4(v, 0x0f00, group(2));
     return (Bytes)_mm512_mask_broadcast_i32x4(v, 0xf000, group(3));
 }
-inline void store_groups(uint8_t* base, const int64_t* to, Bytes v) {
+[[gnu::always_inline]] inline void store_groups(uint8_t* base, const int64_t* to, Bytes v) {
     const auto group = [&](int i) { return reinterpret_cast<__m128i*>(base + to[i]); };
     _mm_storeu_si128(group(0), _mm512_castsi512_si128((__m512i)v));
     _mm_storeu_si128(group(1), _mm512_extracti32x4_epi32((__m512i)v, 1));
@@ -58,11 +58,11 @@ inline __m512i joined(__m128i a, __m128i b, __m128i c, __m128i d) {
     return _mm512_inserti64x4(_mm512_castsi256_si512(_mm256_inserti128_si256(_mm256_castsi128_si256(a), b, 1)),
                               _mm256_inserti128_si256(_mm256_castsi128_si256(c), d, 1), 1);
 }
-inline Bytes load_groups(const uint8_t* base, const int32_t* at, int step) {
+[[gnu::always_inline]] inline Bytes load_groups(const uint8_t* base, const int32_t* at, int step) {
     const int64_t from[] = {at[0], at[step], at[2 * step], at[3 * step]};
     return load_groups(base, from);
 }
-inline Bytes load_halves(const uint8_t* base, const int32_t* at, int step) {
+[[gnu::always_inline]] inline Bytes load_halves(const uint8_t* base, const int32_t* at, int step) {
     const auto half = [&](int i) { return _mm_loadl_epi64(reinterpret_cast<const __m128i*>(base + at[i])); };
     const auto both = [&](int i) {
         return _mm_castps_si128(
@@ -71,13 +71,13 @@ inline Bytes load_halves(const uint8_t* base, const int32_t* at, int step) {
     return (Bytes)joined(both(0), both(step), both(2 * step), both(3 * step));
 }
 // A vector of 4 bytes each.
-inline Bytes load_quarters(const uint8_t* base, const int32_t* at) {
+[[gnu::always_inline]] inline Bytes load_quarters(const uint8_t* base, const int32_t* at) {
     const auto quarter = [&](int i) { return *reinterpret_cast<const Loose<int32_t>*>(base + at[i]); };
     const auto four = [&](int i) { return _mm_setr_epi32(quarter(i), quarter(i + 1), quarter(i + 2), quarter(i + 3)); };
     return (Bytes)joined(four(0), four(4), four(8), four(12));
 }
 // A vector of 2 bytes each, widened.
-inline S16 load_pairs(const uint8_t* base, const int32_t* at) {
+[[gnu::always_inline]] inline S16 load_pairs(const uint8_t* base, const int32_t* at) {
     const auto pair = [&](int i) { return *reinterpret_cast<const Loose<int16_t>*>(base + at[i]); };
     const auto eight = [&](int i) {
         return _mm_setr_epi16(pair(i), pair(i + 1), pair(i + 2), pair(i + 3), pair(i + 4), pair(i + 5), pair(i + 6),

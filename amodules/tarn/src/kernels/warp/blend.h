@@ -20,7 +20,7 @@ inline F32 to_floats(S32 v) { return __builtin_convertvector(v, F32); }
 
 // Of pixels of one channel: two neighbours each.
 template <class T>
-inline void load_neighbours(const uint8_t* p, const int32_t* at, F32& a, F32& b) {
+[[gnu::always_inline]] inline void load_neighbours(const uint8_t* p, const int32_t* at, F32& a, F32& b) {
     if constexpr (sizeof(T) == 2) {
         const S32 v = (S32)load_quarters(p, at);
         a = to_floats(v << 16 >> 16), b = to_floats(v >> 16);
@@ -32,7 +32,7 @@ inline void load_neighbours(const uint8_t* p, const int32_t* at, F32& a, F32& b)
 
 // Of more channels: those at at[4 g], and at the next. Up to one element is loaded too much.
 template <class T>
-inline void load_pixels(const uint8_t* p, const int32_t* at, F32& a, F32& b) {
+[[gnu::always_inline]] inline void load_pixels(const uint8_t* p, const int32_t* at, F32& a, F32& b) {
     if constexpr (sizeof(T) == 2) {
         const Bytes v = load_halves(p, at, 4);
         a = to_floats((S32)interleave_lower16(v, v) >> 16), b = to_floats((S32)interleave_upper16(v, v) >> 16);
@@ -43,7 +43,7 @@ inline void load_pixels(const uint8_t* p, const int32_t* at, F32& a, F32& b) {
 
 // Of 8-bit pixels of kPixel bytes: two neighbours each in 16 bits, channel by channel.
 template <int kPixel>
-inline void load_neighbours_s16(const uint8_t* p, const int32_t* at, S16& a, S16& b) {
+[[gnu::always_inline]] inline void load_neighbours_s16(const uint8_t* p, const int32_t* at, S16& a, S16& b) {
     const Bytes v = load_halves(p, at, 4);
     if constexpr (kHasLookup) {
         constexpr uint8_t n = kPixel;

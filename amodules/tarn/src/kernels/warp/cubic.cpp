@@ -6,7 +6,7 @@ namespace {
 
 struct Cubic {
     static constexpr int kTaps = 4;
-    static void weights(const Place& p, float scale, F32 (&w)[kTaps]) {
+    [[gnu::always_inline]] static void weights(const Place& p, float scale, F32 (&w)[kTaps]) {
         const F32 r = p.q * p.middle, even = p.q * splat(0.25f * scale);
         const F32 outer = r * splat(0.5f * scale), inner = r * splat(1.5f * scale);
         w[0] = outer - even, w[3] = -(outer + even);

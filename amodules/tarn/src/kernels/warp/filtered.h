@@ -45,13 +45,13 @@ inline void transpose_upper(const Bytes (&v)[4], Bytes& third, Bytes& fourth) {
     const Bytes a = interleave_upper32(v[0], v[1]), b = interleave_upper32(v[2], v[3]);
     third = interleave_lower64(a, b), fourth = interleave_upper64(a, b);
 }
-inline void load_each_group(const uint8_t* p, const int32_t* at, Bytes (&v)[4]) {
+[[gnu::always_inline]] inline void load_each_group(const uint8_t* p, const int32_t* at, Bytes (&v)[4]) {
     for (int j = 0; j < 4; ++j) v[j] = load_groups(p, at + j, 4);
 }
 
 // The taps of a vector of pixels of one channel; of 16 bits times 2^16.
 template <class T, int kTaps>
-inline void load_taps(const uint8_t* p, const int32_t* at, F32 (&t)[kTaps]) {
+[[gnu::always_inline]] inline void load_taps(const uint8_t* p, const int32_t* at, F32 (&t)[kTaps]) {
     Bytes v[4], w[kTaps];
     if constexpr (sizeof(T) == 2) {
         if constexpr (kTaps == 4) {
@@ -88,7 +88,8 @@ inline S16 first_two(Bytes v) {
 
 // Of 8-bit pixels of more channels: pairs of neighbours in 16 bits, channel by channel, of pixels 4 g and 4 g + 1.
 template <int kPixel, int kPairs>
-inline void load_neighbours_s16(const uint8_t* p, const int32_t* at, S16 (&a)[kPairs], S16 (&b)[kPairs]) {
+[[gnu::always_inline]] inline void load_neighbours_s16(const uint8_t* p, const int32_t* at, S16 (&a)[kPairs],
+                                                       S16 (&b)[kPairs]) {
     constexpr int kTogether = kHasLookup ? 2 : 0;
     if constexpr (kHasLookup) {
         constexpr uint8_t n = kPixel;
@@ -124,32 +125,32 @@ struct RowWeights {
     F32 w[kTaps];
     Bytes whole = {};
 
-    static RowWeights of(U32 fraction) {
+    [[gnu::always_inline]] static RowWeights of(U32 fraction) {
         RowWeights r;
         Filter::weights(Place(fraction), 1, r.w);
         if constexpr (sizeof(T) == 4) r.whole = (Bytes)(fraction == 0);
         return r;
     }
     template <int kElement>
-    RowWeights one() const {
+    [[gnu::always_inline]] RowWeights one() const {
         RowWeights r;
         for (int k = 0; k < kTaps; ++k) r.w[k] = (F32)repeat32<kElement>((Bytes)w[k]);
         if constexpr (sizeof(T) == 4) r.whole = repeat32<kElement>(whole);
         return r;
     }
-    F32 sum(const F32 (&t)[kTaps]) const {
+    [[gnu::always_inline]] F32 sum(const F32 (&t)[kTaps]) const {
         F32 v = w[0] * t[0];
         for (int i = 1; i < kTaps; ++i) v = add_weighted<T>(v, t[inwards<kTaps>(i)], w[inwards<kTaps>(i)]);
         return sizeof(T) == 4 ? select(whole, t[kTaps / 2 - 1], v) : v;
     }
     // One channel; more: of pixels 4 g + j and 4 g + j + 1, with the second's weights.
-    F32 row(const uint8_t* p, const int32_t* at) const {
+    [[gnu::always_inline]] F32 row(const uint8_t* p, const int32_t* at) const {
         F32 t[kTaps];
         load_taps<T>(p, at, t);
         return sum(t);
     }
     template <Form kForm>
-    void row(const RowWeights& next, const uint8_t* p, const int32_t* at, F32& a, F32& b) const {
+    [[gnu::always_inline]] void row(const RowWeights& next, const uint8_t* p, const int32_t* at, F32& a, F32& b) const {
         F32 t[kTaps], u[kTaps];
         for (int k = 0; k < kTaps; ++k) load_pixels<T>(p + k * kPixelBytes<T, kForm>, at, t[k], u[k]);
         a = sum(t), b = next.sum(u);
@@ -164,7 +165,7 @@ struct RowWeights<Filter, uint8_t> {
     S16 pair[kPairs];
 
     template <bool kOne>
-    static RowWeights of(U32 fraction) {
+    [[gnu::always_inline]] static RowWeights of(U32 fraction) {
         F32 w[kTaps];
         Filter::weights(Place(fraction), -0x1p15f, w);
         // What rounding leaves goes to a tap whose weight is far from what 16 bits hold.
@@ -180,12 +181,12 @@ struct RowWeights<Filter, uint8_t> {
         return r;
     }
     template <int kElement>
-    RowWeights one() const {
+    [[gnu::always_inline]] RowWeights one() const {
         RowWeights r;
         for (int k = 0; k < kPairs; ++k) r.pair[k] = (S16)repeat32<kElement>((Bytes)pair[k]);
         return r;
     }
-    F32 row(const uint8_t* p, const int32_t* at) const {
+    [[gnu::always_inline]] F32 row(const uint8_t* p, const int32_t* at) const {
         U16 four;
         S32 sum{};
         if constexpr (kTaps == 4) {
@@ -199,14 +200,14 @@ struct RowWeights<Filter, uint8_t> {
         return to_floats(sum + mul_add_pairs(even, pair[0]) + mul_add_pairs(odd, pair[1]));
     }
     template <Form kForm>
-    void row(const RowWeights& next, const uint8_t* p, const int32_t* at, F32& a, F32& b) const {
+    [[gnu::always_inline]] void row(const RowWeights& next, const uint8_t* p, const int32_t* at, F32& a, F32& b) const {
         S16 x[kPairs], y[kPairs];
         load_neighbours_s16<kPixelBytes<uint8_t, kForm>>(p, at, x, y);
         a = sum(x), b = next.sum(y);
     }
 
 private:
-    F32 sum(const S16 (&v)[kPairs]) const {
+    [[gnu::always_inline]] F32 sum(const S16 (&v)[kPairs]) const {
         S32 sum = mul_add_pairs(v[0], pair[0]);
         for (int k = 1; k < kPairs; ++k) sum += mul_add_pairs(v[k], pair[k]);
         return to_floats(sum);

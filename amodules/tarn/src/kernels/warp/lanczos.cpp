@@ -16,7 +16,7 @@ struct Lanczos {
         for (int i = 4; i >= 0; --i) v = v * q + splat(c[i]);
         return v;
     }
-    static void weights(const Place& p, float scale, F32 (&w)[kTaps]) {
+    [[gnu::always_inline]] static void weights(const Place& p, float scale, F32 (&w)[kTaps]) {
         constexpr float a[] = {0.1033741684f,   -0.006944601815f, -0.05608386632f,
                                -0.01769018816f, -0.00564536725f,  -0.008424804226f};
         constexpr float b[] = {0.2067483346f,  0.1773859041f,  0.06347704024f,

@@ -13,6 +13,7 @@
 //   Rows, run(rows, ...)        as scale.h tells; int where the sampler has no way of its own for warps that only scale
 #pragma once
 
+#include "kernels/plane/store.h"
 #include "kernels/warp/points.h"
 #include "kernels/warp/whole.h"
 
@@ -26,6 +27,50 @@ inline int64_t strip_columns(const Job& j) {
     const double most = 128 / (magnitude(j.y.step) + 0x1p-10);
     return most >= double(kMostColumns) ? kMostColumns : most >= 128 ? 128 : 64;
 }
+
+// The pixels of the source that the positions of a strip's lines lie among, as far as it has them.
+struct Box {
+    Span across, down;
+
+    // With so many pixels before and behind.
+    Box(const Job& j, Span columns, Span lines, int64_t before, int64_t behind) {
+        const auto reach = [=](const Axis& a, int64_t size) {
+            const double x[] = {a.step * double(columns.from), a.step * double(columns.to - 1)};
+            const double y[] = {a.offset(lines.from), a.offset(lines.to - 1)};
+            const double least = min(x[0], x[1]) + min(y[0], y[1]), most = max(x[0], x[1]) + max(y[0], y[1]);
+            return Span{int64_t(bounded(least - double(before) - 1, 0, double(size))),
+                        int64_t(bounded(most + double(behind) + 2, 0, double(size)))};
+        };
+        across = reach(j.x, j.src_size.width), down = reach(j.y, j.src_size.height);
+    }
+};
+
+// A box of the source, copied to where its rows neither meet in the same cache sets nor lie on pages of their own.
+struct Tile {
+    static constexpr int64_t kBytes = 48 << 10, kLine = 64, kLarge = 1 << 20;
+    alignas(64) uint8_t pixels[kBytes];
+    intptr_t origin;  // where the source's first pixel would be
+    int32_t stride;
+
+    // Where a line of a strip crosses several rows of a source that the cache does not hold: rows that meet in a set are
+    // copied, and small pixels, whose boxes are small, unless each row serves a line of its own anyway.
+    static bool serves(const Job& j, int64_t pixel) {
+        const bool large = magnitude(j.src_stride) * j.src_size.height > double(kLarge);
+        const bool meet = j.src_stride % 1024 == 0, small = pixel <= 2 && magnitude(j.x.step) > 0.5;
+        return large && magnitude(j.y.step) * 64 > 8 && (meet || small);
+    }
+    // False where there is no room.
+    bool take(const Job& j, const Box& box, int64_t pixel) {
+        const int64_t bytes = (box.across.to - box.across.from) * pixel, rows = box.down.to - box.down.from;
+        stride = int32_t(((bytes + kLine - 1) / kLine | 1) * kLine);
+        if (bytes < kVector || rows <= 0 || rows * stride > kBytes) return false;
+        const uint8_t* s = row<uint8_t>(j.src, j.src_stride, box.down.from) + box.across.from * pixel;
+        for (uint8_t* d = pixels; d < pixels + rows * stride; d += stride, s += j.src_stride)
+            each_overlapped(bytes, [=](auto io, int64_t i) { io.store(d + i, io.template load<Bytes>(s + i)); });
+        origin = reinterpret_cast<intptr_t>(pixels) - box.down.from * stride - box.across.from * pixel;
+        return true;
+    }
+};
 
 template <class Sampler>
 class Walk {
@@ -42,7 +87,19 @@ public:
                                 double(kMostColumns)));
     }
 
-    Status operator()() {
+    Status operator()() { return near_ && Tile::serves(j, Sampler::kPixel) ? through_tile() : fill_bands(); }
+
+private:
+    static constexpr int kLead = (Sampler::kTaps - 1) / 2, kTrail = Sampler::kTaps / 2;
+    static constexpr bool kHasRows = sizeof(typename Sampler::Rows) > sizeof(int);
+
+    // With room on the stack that others do without.
+    [[gnu::noinline]] Status through_tile() {
+        Tile tile;
+        tile_ = &tile;
+        return fill_bands();
+    }
+    [[gnu::noinline]] Status fill_bands() {
         const int64_t left = j.to.x, right = left + j.to.width, top = j.to.y, bottom = top + j.to.height;
         const int64_t width = strip_columns(j);
         bool any = false;
@@ -58,6 +115,12 @@ public:
             any |= all.from < all.to;
             for (first_ = all.from; first_ < all.to; first_ += width) {
                 columns_.fill(j, first_, width);
+                origin_ = reinterpret_cast<intptr_t>(j.src), stride_ = j.src_stride;
+                if (tile_) {
+                    const Box box(j, {first_, min(first_ + width, all.to)}, {band, end}, kLead,
+                                  kTrail + Sampler::kBeyond);
+                    if (tile_->take(j, box, Sampler::kPixel)) origin_ = tile_->origin, stride_ = tile_->stride;
+                }
                 if constexpr (kHasRows) rows_.forget();
                 for (int64_t line = band; line < end; ++line) {
                     const Span &m = mapped[line - band], &in = inner[line - band];
@@ -70,10 +133,6 @@ public:
         }
         return any ? kOk : kNothingMapped;
     }
-
-private:
-    static constexpr int kLead = (Sampler::kTaps - 1) / 2, kTrail = Sampler::kTaps / 2;
-    static constexpr bool kHasRows = sizeof(typename Sampler::Rows) > sizeof(int);
 
     // Those of a row's mapped columns whose taps lie in the source, perhaps without the outermost.
     Span inner_of(int64_t line, Span mapped) const {
@@ -101,14 +160,14 @@ private:
                     edge_alone(line, {inner.to, to}, frame);
                     continue;
                 }
-            find_points<Sampler::kPixel, Sampler::kFractions>(columns_, from - first_, to - first_, frame, j.src_stride,
+            find_points<Sampler::kPixel, Sampler::kFractions>(columns_, from - first_, to - first_, frame, stride_,
                                                               points_);
             const Span core{clamp(inner.from, from, to), clamp(inner.to, from, to)};
             if (core.from < core.to) {
                 // Of tap 0; it may lie outside of the source where no pixel's is.
-                const intptr_t base = reinterpret_cast<intptr_t>(j.src) + (corner.y - kLead) * int64_t(j.src_stride) +
-                                      (corner.x - kLead) * Sampler::kPixel;
-                fill(line, core, reinterpret_cast<const uint8_t*>(base), j.src_stride);
+                const intptr_t base =
+                    origin_ + (corner.y - kLead) * int64_t(stride_) + (corner.x - kLead) * Sampler::kPixel;
+                fill(line, core, reinterpret_cast<const uint8_t*>(base), stride_);
             }
             // Behind the inner ones, since runs change the points beside them.
             edge(line, {from, core.from}, frame, corner);
@@ -170,6 +229,9 @@ private:
     const Job& j;
     bool near_;
     bool scales_;  // and does not turn, so that most source rows serve several lines
+    Tile* tile_ = nullptr;
+    intptr_t origin_ = 0;  // of the source or its tile
+    int32_t stride_ = 0;
     int64_t longest_ = kMostColumns, first_ = 0;
     Sampler sampler_;
     Columns columns_;
