@@ -47,9 +47,9 @@ public:
         while (bottom_ > top_ && !run(bottom_ - 1).count) --bottom_;
     }
 
-    // add(step) for every step of the plan, from the mask's corner. near: cells may be steps.
+    // add(step) for every step of the plan, from the mask's corner. cells: they may be the steps of a small element.
     template <class Add>
-    void plan(bool near, Add add) const {
+    void plan(bool cells, Add add) const {
         const bool tower = is_tower();
         if (is_rectangle()) {
             const Run r = run(top_);
@@ -57,7 +57,7 @@ public:
             add(Step{int32_t(r.first), int32_t(bottom_ - 1), int32_t(r.count), int32_t(above), Step::kRectangle});
             return;
         }
-        if (near && is_small(tower ? kNearTower : kNearCells)) {
+        if (cells && is_small(tower ? kNearTower : kNearCells)) {
             each_run([&](Run r, int64_t y) { join(1, r, y, 0, add); });
             return;
         }
