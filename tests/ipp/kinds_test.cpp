@@ -89,7 +89,7 @@ double run_operation(Scene& s) {
     if (is({"cvtvrange-n"})) return s.go<TarnCvtvrangeN>(uint64_t(1), dsts, range);
     if (is({"cvtorigin"})) return s.go<TarnCvtorigin>(d, 0u, 1u);
     if (is({"cvtorigin-n"})) return s.go<TarnCvtoriginN>(uint64_t(1), dsts, 0u, 1u);
-    if (is({"convert-scale"})) return s.go<TarnConvertScale>(d, src, range, ones);
+    if (is({"convert-scale"})) return s.go<TarnConvertScale>(d, src, ones, ones);
     if (is({"reshape"})) return s.go<TarnReshape>(d, src, 0u);
     if (is({"scale-resize"})) return s.go<TarnScaleResize>(d, &s.wide.mat, nullptr, nullptr, uint32_t(TARN_LINEAR));
     if (is({"warp-affine-quad"}))
