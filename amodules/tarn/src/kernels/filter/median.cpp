@@ -1,6 +1,6 @@
-// The median under a rectangular mask: small ones by networks; other masks of bytes by counts of their values, at a cost that
-// does not depend on the mask's size; those of 16-bit elements by counts of their ranks in a tile, at one that grows slowly
-// from masks on that are large beside a tile.
+// The median under a rectangular mask: small ones by networks; other masks of bytes by counts of their values, at a
+// cost that does not depend on the mask's size; those of 16-bit elements by counts of their ranks in a tile, at one
+// that grows slowly from masks on that are large beside a tile.
 #include "kernels/filter/filter.h"
 #include "kernels/filter/median_counts.h"
 #include "kernels/filter/median_ranks.h"

@@ -1,6 +1,7 @@
-// For kernel sources only: medians by networks, column of vectors by column, in bands of rows. Small squares have networks of
-// their own (median_network.h). For other masks of few elements one is made in each call: merge exchange (Batcher 1968; Knuth
-// 1998, 5.2.2 M) sorts any number of elements, and only those of its exchanges are kept that the median depends on.
+// For kernel sources only: medians by networks, column of vectors by column, in bands of rows. Small squares have
+// networks of their own (median_network.h). For other masks of few elements one is made in each call: merge exchange
+// (Batcher 1968; Knuth 1998, 5.2.2 M) sorts any number of elements, and only those of its exchanges are kept that the
+// median depends on.
 #pragma once
 
 #include "kernels/filter/median_network.h"

@@ -1,4 +1,5 @@
-// For the linear resize of 8-bit pixels only: a source row resampled horizontally, to 7 fraction bits; see linear_u8.cpp.
+// For the linear resize of 8-bit pixels only: a source row resampled horizontally, to 7 fraction bits; see
+// linear_u8.cpp.
 #pragma once
 
 #include "kernels/resize/windows.h"
@@ -19,10 +20,9 @@ struct StripTables {
     int16_t* pixel_fraction;  // per pixel: how far from the nearer one, in -2^-16, since a half must fit
     int16_t* fraction;        // per slot: the same
     Fetch fetch;
-    Windows
-        windows;  // 16 per group: the nearer and the other of each output; without look-ups low has, where b is nearer,
-                  // all ones
-    int32_t* at;  // apart: the first byte of each load
+    // 16 per group: the nearer and the other of each output. Without look-ups low has all ones where b is nearer.
+    Windows windows;
+    int32_t* at;    // apart: the first byte of each load
     int64_t whole;  // without look-ups: pixels before those that would be loaded from behind the row
 };
 

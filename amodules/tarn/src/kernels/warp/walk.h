@@ -3,7 +3,8 @@
 // Bands of rows, in them strips of columns, narrow where a row of the destination crosses many rows of the source: so the
 // source's cache lines, each used by many rows, stay where they are near. Of each row the mapped columns are found
 // beforehand, and of those the inner ones, whose taps all lie in the source: loops over them test nothing. The others
-// take their taps from small copies of the source with the edge repeated.
+// take their taps from small copies of the source with the edge repeated. Where a strip crosses rows that the caches bear
+// badly, what it takes is copied first, and read from there (Tile).
 //
 // A sampler is a type with
 //   kKept, kSettled             as in Carry
