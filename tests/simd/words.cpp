@@ -347,13 +347,10 @@ int check_words(test::WrongWord* wrong, const char* at) {
     WORD(bool, all_zero, (Bytes), bits_where(kVector, [&](int j) { return a[j] != 0; }) == 0)
     for (int more = 0; more < 20; ++more) {
         MEMORY("mul_add(F32, F32, F32)", f = mul_add(x, y, z), EACH_FLOAT f[i] = __builtin_fmaf(x[i], y[i], z[i]))
-        MEMORY("mul_add_weighted(F32, F32, F32)", f = mul_add_weighted(x, y, z),
-               EACH_FLOAT f[i] = __builtin_fmaf(x[i], y[i], z[i]))
         MEMORY("mul_add(float, float, float)", EACH_FLOAT f[i] = mul_add(x[i], y[i], z[i]),
                EACH_FLOAT f[i] = __builtin_fmaf(x[i], y[i], z[i]))
     }
     WORD(F32, mul_add, (F32, F32, F32), any_nan(__builtin_fmaf(a[i], b[i], c[i]), r))
-    WORD(F32, mul_add_weighted, (F32, F32, F32), any_nan(__builtin_fmaf(a[i], b[i], c[i]), r))
     WORD(float, mul_add, (float, float, float), any_nan(__builtin_fmaf(a, b, c), r))
     WORD(U8, count_le, (U8, U8, U8), uint8_t(a[i] + (b[i] <= c[i])))
     WORD(U32, count_within, (U32, F32, F32, F32), a[i] + (b[i] >= c[i] && b[i] <= d[i]))

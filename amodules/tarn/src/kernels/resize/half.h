@@ -3,7 +3,6 @@
 #pragma once
 
 #include "kernels/resize/job.h"
-#include "kernels/simd/fused.h"
 
 namespace tarn::k::TARN_LEVEL {
 namespace {
@@ -28,19 +27,7 @@ inline S16 round_even(U16 v) {
         return (S16)(add_and_carry(v, kHalf - 1, 1 << kBits) >> kBits);
 }
 
-inline float mean(float a, float b) { return mul_add(b, 0.5f, 0.5f * a); }
-// Without the instruction a half is rounded before it is added, which is no other sum where it is exact: where it is a
-// normal number, or zero.
-inline F32 mean(F32 a, F32 b) {
-    const F32 half = splat(0.5f), first = half * a;
-    if constexpr (!kHasMulAdd) {
-        constexpr uint32_t kLargest = 0x7fffffff, kTiny = 2u << 24;  // 2^-125, which has a normal half
-        const U32 bits = (U32)b;
-        const Bytes tiny = (Bytes)((S32)(bits + bits + splat(kLargest)) < splat(int32_t(kTiny + kLargest)));
-        if (__builtin_expect(nonzero_bits(tiny) == 0, 1)) return half * b + first;
-    }
-    return mul_add_weighted(b, half, first);
-}
+inline F32 mean(F32 a, F32 b) { return splat(0.5f) * a + splat(0.5f) * b; }
 
 // The elements of the means, as wide as their sums, of vectors whose neighbours go together.
 inline S16 means_of_pairs(U8 upper, U8 lower) {

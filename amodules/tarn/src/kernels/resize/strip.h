@@ -2,7 +2,8 @@
 //
 // The taps of neighbouring outputs are fetched by permutes from a row of floats. Where the image shrinks to less than
 // half and where there are no permutes, each output of one channel loads its own, and those of more channels are gathered
-// one by one into a plane per tap. Sums are chains of fused multiply-adds in one order, so all levels give the same bits.
+// one by one into a plane per tap. Sums are made in one order, products rounded before they are added, so all levels give
+// the same bits on processors without fused sums.
 #pragma once
 
 #include "kernels/plane/border.h"
@@ -25,18 +26,17 @@ constexpr bool kExactSums = sizeof(T) == 1;
 // The i-th tap to be added: from the small outer ones to the inner ones, left and right in turn.
 constexpr int outer_first(int i, int taps) { return i % 2 ? taps - 1 - i / 2 : i / 2; }
 
-// The sum of kTaps products. kExact: nothing is rounded, so without the instruction a product and an addition do as
-// well.
+// The sum of kTaps products. kExact: nothing is rounded, so products may be added by the fused instruction.
 template <int kTaps, bool kExact, class Tap, class Weight>
 inline F32 sum_of(Tap tap, Weight weight) {
     F32 sum = tap(0) * weight(0);
 #pragma GCC unroll 6
     for (int i = 1; i < kTaps; ++i) {
         const int k = outer_first(i, kTaps);
-        if constexpr (kExact && !kHasMulAdd)
-            sum = tap(k) * weight(k) + sum;
+        if constexpr (kExact && kHasMulAdd)
+            sum = mul_add(tap(k), weight(k), sum);
         else
-            sum = mul_add_weighted(tap(k), weight(k), sum);
+            sum = tap(k) * weight(k) + sum;
     }
     return sum;
 }

@@ -43,37 +43,20 @@ inline float mul_add(float a, float b, float c) {
 
 #if !defined(TARN_X86)
 inline F32 mul_add(F32 a, F32 b, F32 c) { return mul_add_each(a, b, c); }
-inline F32 mul_add_weighted(F32 a, F32 weight, F32 c) { return mul_add_each(a, weight, c); }
-#elif defined(__FMA__)
-inline F32 mul_add_weighted(F32 a, F32 weight, F32 c) { return mul_add(a, weight, c); }
-#else
-// The sums in double, unless one of them is doubtful. kWeighted: and not exact.
-template <bool kWeighted>
-inline F32 mul_add_in_double(F32 a, F32 b, F32 c) {
-    const F64 product0 = widen_lower(a) * widen_lower(b), lower = product0 + widen_lower(c);
-    const F64 product1 = widen_upper(a) * widen_upper(b), upper = product1 + widen_upper(c);
+#elif !defined(__FMA__)
+// The sums in double, unless one of them is doubtful: some thirty instructions.
+inline F32 mul_add(F32 a, F32 b, F32 c) {
+    const F64 lower = widen_lower(a) * widen_lower(b) + widen_lower(c);
+    const F64 upper = widen_upper(a) * widen_upper(b) + widen_upper(c);
     const U32 low = (U32)even32((Bytes)lower, (Bytes)upper), high = (U32)odd32((Bytes)lower, (Bytes)upper);
     const Bytes half_way = (Bytes)((low & splat(0x1fffffffu)) == splat(0x10000000u));
     // Below 2^-126, but not zero, which becomes the largest integer: sums are multiples of 2^-298, so none that is zero
     // here is another there.
     constexpr uint32_t kLargest = 0x7fffffff, kTiny = uint32_t(1023 - 126) << 21;
     const Bytes tiny = (Bytes)((S32)(high + high + splat(kLargest)) < splat(int32_t(kTiny + kLargest)));
-    const Bytes doubtful = half_way | tiny;
-    if (__builtin_expect(nonzero_bits(doubtful) != 0, 0)) {
-        const auto inexact = [](F64 product, F64 sum, F64 z) {
-            const F64 added = sum - product;
-            return (Bytes)((product - (sum - added)) + (z - added) != 0);
-        };
-        if (!kWeighted || nonzero_bits(doubtful & even32(inexact(product0, lower, widen_lower(c)),
-                                                         inexact(product1, upper, widen_upper(c)))) != 0)
-            return mul_add_each(a, b, c);
-    }
+    if (__builtin_expect(nonzero_bits(half_way | tiny) != 0, 0)) return mul_add_each(a, b, c);
     return narrow(lower, upper);
 }
-// Some thirty instructions.
-inline F32 mul_add(F32 a, F32 b, F32 c) { return mul_add_in_double<false>(a, b, c); }
-// The same for weights of few bits, with which sums are often exactly half-way.
-inline F32 mul_add_weighted(F32 a, F32 weight, F32 c) { return mul_add_in_double<true>(a, weight, c); }
 #endif
 
 }  // namespace
