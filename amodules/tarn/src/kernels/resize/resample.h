@@ -10,6 +10,7 @@
 #include "kernels/plane/strips.h"
 #include "kernels/resize/strip.h"
 #include "kernels/simd/round.h"
+#include "kernels/simd/stream.h"
 
 namespace tarn::k::TARN_LEVEL {
 namespace {
@@ -52,13 +53,17 @@ Status resample(const Job& j, int channels, bool kept) {
     const int64_t width = j.dst_size.width, height = j.bottom - j.top;
     RowTaps<kTaps>* row_taps;
     float* ring_rows;
+    D* blended;
     StripTables t{};
     t.set_pitch(strip_width(width, kMost / channels, 16) * channels);
+    // Rows go around the cache by way of one that stays in it.
+    const bool streamed = sizeof(D) == 4 && !kept && streams(2 * height * width * channels * int64_t(sizeof(D)));
     Scratch scratch(j.allocator);
     const auto arrays = [&](auto part) {
         part(row_taps, height + kTapBlock);
         t.carve<kTaps>(part);
         part(ring_rows, kTaps * t.pitch + 4 * kLanes<float>);
+        part(blended, streamed ? t.pitch : 0);
     };
     if (!scratch.carve(arrays)) return kNoMemory;
     find_row_taps<Filter>(j.region.height, j.dst_size.height, j.top, height, row_taps);
@@ -68,17 +73,11 @@ Status resample(const Job& j, int channels, bool kept) {
     each_tile(width, height, kMost / channels, 16, [&](Tile tile) {
         prepare<Filter, kExactSums<D>, S>(t, j, tile, channels);
         ring.forget();
-        const Ahead ahead(j, tile.width);
-        const int64_t pixel_bytes = channels * int64_t(sizeof(S));
-        const int64_t from = max<int64_t>(j.region.x + t.first[0], 0) * pixel_bytes;
-        const int64_t to = min<int64_t>(j.region.x + t.first[tile.width - 1] + kTaps, j.src_size.width) * pixel_bytes;
         for (int64_t y = tile.top; y < tile.bottom; ++y) {
             const float* rows[kTaps];
             for (int k = 0; k < kTaps; ++k) {
                 const int64_t source = j.row_within(row_taps[y].first + k);
                 rows[k] = ring.row(source, [&](float* out) {
-                    // Not of floats: a strip of them is longer than a page, and is fetched well enough.
-                    if (sizeof(S) < 4 && t.fetch >= Fetch::one_window) ahead.fetch(source, from, to);
                     const int64_t after = k + 1 < kTaps ? 0 : row_taps[min(y + 1, tile.bottom - 1)].first;
                     const S* next = j.src_row<S>(j.row_within(max(row_taps[y].first + k + 1, after)));
                     const S* row = j.src_row<S>(source);
@@ -86,12 +85,15 @@ Status resample(const Job& j, int channels, bool kept) {
                 });
             }
             D* dst = j.dst_row<D>(j.top + y) + tile.x * channels;
+            const int64_t n = tile.width * channels;
             if (kept)
-                blend_rows<kTaps, true>(rows, row_taps[y].weight, tile.width * channels, dst);
+                blend_rows<kTaps, true>(rows, row_taps[y].weight, n, dst);
             else
-                blend_rows<kTaps, false>(rows, row_taps[y].weight, tile.width * channels, dst);
+                blend_rows<kTaps, false>(rows, row_taps[y].weight, n, streamed ? blended : dst);
+            if (streamed) stream_row(dst, blended, n * int64_t(sizeof(D)));
         }
     });
+    if (streamed) stream_fence();
     return kOk;
 }
 

@@ -240,9 +240,9 @@ template <int kTaps, bool kExact, class T>
                                              [&](int k) { return load<F32>(weight + k * pitch + i); }));
 }
 
-// Vectors of outputs that reach beyond the source row take their taps from a copy of them.
+// Vectors of outputs that reach beyond the source row take their taps from a copy of them. Meanwhile row `next` is fetched.
 template <int kTaps, bool kExact, class T>
-void weigh_apart(const StripTables& t, const T* s, int64_t width, int64_t left, float* out) {
+void weigh_apart(const StripTables& t, const T* s, const T* next, int64_t width, int64_t left, float* out) {
     constexpr int kStep = kLanes<float>, kWords = kTapWords<kTaps, T>, kCopied = kWords * 4 / int(sizeof(T));
     const StripTables u = t;  // in registers
     const auto weigh = [&](const void* base, const int32_t* at, int64_t i) {
@@ -266,19 +266,25 @@ void weigh_apart(const StripTables& t, const T* s, int64_t width, int64_t left, 
     };
     const int64_t from = u.whole_from, to = max(u.whole_to, from);
     copied(0, from);
-    for (int64_t i = from; i < to; i += kStep) weigh(s, u.index + i, i);
+    const uint8_t* ahead = reinterpret_cast<const uint8_t*>(next);
+    for (int64_t i = from; i < to; i += kStep) {
+        if (sizeof(T) > 1)  // of bytes several outputs share a line
+            for (int64_t e = 0; e < kStep; e += kStep / 4) __builtin_prefetch(ahead + u.index[i + e]);
+        weigh(s, u.index + i, i);
+    }
     copied(to, u.elements);
 }
 
 // kWindows: how many vectors of the row of floats hold the taps of a vector of outputs; kShare: for how many taps in
-// turn one load of them serves.
-template <int kTaps, bool kExact, int kWindows, int kShare>
-void weigh_windows(const StripTables& t, int channels, float* out) {
+// turn one load of them serves. next: the source row that will be made a row of floats after this one; it is fetched.
+template <int kTaps, bool kExact, int kWindows, int kShare, class T>
+void weigh_windows(const StripTables& t, int channels, const T* next, float* out) {
     constexpr int kWindow = kLanes<float>;
     const StripTables u = t;  // in registers
     for (int64_t g = 0; g * kWindow < u.elements; ++g) {
         const S32 first = load<S32>(u.index + g * kWindow);
         const float* from = u.row + u.base[g];
+        __builtin_prefetch(next + u.base[g]);
         const float* weight = u.weight + g * kWindow;
         F32 tap[kTaps], low{}, high{};
 #pragma GCC unroll 6
@@ -297,17 +303,17 @@ void weigh_windows(const StripTables& t, int channels, float* out) {
 }
 
 // As many taps from one load as the windows hold.
-template <int kTaps, bool kExact, int kWindows>
-void weigh_windows(const StripTables& t, int channels, float* out) {
+template <int kTaps, bool kExact, int kWindows, class T>
+void weigh_windows(const StripTables& t, int channels, const T* next, float* out) {
     const int more = (kWindows * kLanes<float> - 1 - t.reach) / channels;  // taps beyond the first within the windows
     if (more >= kTaps - 1)
-        weigh_windows<kTaps, kExact, kWindows, kTaps>(t, channels, out);
+        weigh_windows<kTaps, kExact, kWindows, kTaps>(t, channels, next, out);
     else if (kTaps > 2 && more >= kTaps / 2 - 1)
-        weigh_windows<kTaps, kExact, kWindows, kTaps / 2>(t, channels, out);
+        weigh_windows<kTaps, kExact, kWindows, kTaps / 2>(t, channels, next, out);
     else if (kTaps == 6 && more >= 1)
-        weigh_windows<kTaps, kExact, kWindows, 2>(t, channels, out);
+        weigh_windows<kTaps, kExact, kWindows, 2>(t, channels, next, out);
     else
-        weigh_windows<kTaps, kExact, kWindows, 1>(t, channels, out);
+        weigh_windows<kTaps, kExact, kWindows, 1>(t, channels, next, out);
 }
 
 // One source row, resampled. next: the one that will be after it.
@@ -321,13 +327,14 @@ void resample_row(const StripTables& t, const T* s, const T* next, int64_t width
             gather_taps<kTaps, 4>(s, next, width, left, t);
         weigh_planes<kTaps, kExact, T>(t, out);
     } else if (t.fetch == Fetch::apart) {
-        weigh_apart<kTaps, kExact>(t, s, width, left, out);
+        weigh_apart<kTaps, kExact>(t, s, next, width, left, out);
     } else if constexpr (kHasPermute) {
         replicate_row(s, width, channels, left + t.row_from, t.row_pixels, t.row);
+        next += max<int64_t>(left + t.row_from, 0) * channels;
         if (t.fetch == Fetch::one_window)
-            weigh_windows<kTaps, kExact, 1>(t, channels, out);
+            weigh_windows<kTaps, kExact, 1>(t, channels, next, out);
         else
-            weigh_windows<kTaps, kExact, 2>(t, channels, out);
+            weigh_windows<kTaps, kExact, 2>(t, channels, next, out);
     }
 }
 
