@@ -269,7 +269,7 @@ void weigh_apart(const StripTables& t, const T* s, const T* next, int64_t width,
     const uint8_t* ahead = reinterpret_cast<const uint8_t*>(next);
     for (int64_t i = from; i < to; i += kStep) {
         if (sizeof(T) > 1)  // of bytes several outputs share a line
-            for (int64_t e = 0; e < kStep; e += kStep / 4) __builtin_prefetch(ahead + u.index[i + e]);
+            for (int64_t e = 0; e < kStep; e += kStep / 2) __builtin_prefetch(ahead + u.index[i + e]);
         weigh(s, u.index + i, i);
     }
     copied(to, u.elements);
