@@ -153,15 +153,21 @@ TEST(morph, of_images_of_several_strips_and_bands_is_what_it_is_made_of) {
 }
 
 // Rows of more than one strip; floats below zero in some places and not in others; images lower than the element;
-// strides at which rows meet in the cache's sets.
+// strides at which rows meet in the cache's sets; cells all to one side of the anchor.
 TEST(morph, of_small_elements_is_what_it_is_made_of) {
-    const Element elements[] = {
-        {"cross", {3, 3}, {1, 1}}, {"random", {5, 5}, {0, 4}}, {"ring", {7, 9}, {6, 0}}, {"random", {11, 11}, {5, 5}}};
+    Element aside("random", {11, 9}, {10, 8});
+    for (size_t i = 0; i < aside.cells.size(); ++i) aside.cells[i] &= i % 11 < 5 && i < 5 * 11;
+    const Element elements[] = {{"cross", {3, 3}, {1, 1}},
+                                {"random", {5, 5}, {0, 4}},
+                                {"ring", {7, 9}, {6, 0}},
+                                {"random", {11, 11}, {5, 5}},
+                                aside};
+    const Operation operations[] = {kErode, kDilate, kOpen, kComposites[3], kComposites[4]};
     for (const Element& e : elements)
         for (const k::Type type : {k::Type::u8, k::Type::f32})
             for (const auto& [size, form] :
                  {std::pair(Size{2740, 45}, k::Form::c1), {{2800, 9}, k::Form::c3}, {{1024, 20}, k::Form::c4}})
-                for (const Operation& operation : {kErode, kDilate}) {
+                for (const Operation& operation : operations) {
                     Image image(type, form, size, 2), want = image;
                     if (type == k::Type::f32)
                         for (size_t i = 3; i < image.bytes.size(); i += 4)
@@ -216,10 +222,12 @@ TEST(morph, keeps_its_laws) {
 
 TEST(morph, takes_a_state_made_for_floats_for_bytes_too) {
     const Image image(k::Type::u8, k::Form::c3, {300, 50}, 1);
-    std::vector<uint8_t> floats = cases::make_state(k::Type::f32, k::Form::c3, k::kMorphFloats, image.size, kElement);
-    for (const Operation& operation : kComposites)
-        EXPECT_TRUE(apply(operation, image, floats).bytes == apply(operation, image, kElement).bytes)
-            << int(operation.op);
+    for (const Element& e : {kElement, Element("ellipse", {5, 5}, {2, 2})}) {
+        std::vector<uint8_t> floats = cases::make_state(k::Type::f32, k::Form::c3, k::kMorphFloats, image.size, e);
+        for (const Operation& operation : kComposites)
+            EXPECT_TRUE(apply(operation, image, floats).bytes == apply(operation, image, e).bytes)
+                << int(operation.op) << ", " << e.name;
+    }
     std::vector<uint8_t> advanced =
         cases::make_state(k::Type::f32, k::Form::c3, k::kMorphAdvanced, image.size, kElement);
     Image result = image;
@@ -276,7 +284,8 @@ void forge(Operation operation, uint32_t category, Size size, const Element& e, 
 }
 TEST(morph, stays_within_a_forged_state) {
     forge(kOpen, k::kMorphAdvanced, kSize, kElement, 20000);
-    forge(kErode, k::kMorphBasic, {300, 20}, {"random", {5, 5}, {2, 2}}, 10000);
+    for (const auto& [operation, category] : {std::pair(kErode, k::kMorphBasic), {kOpen, k::kMorphAdvanced}})
+        forge(operation, category, {300, 20}, {"random", {5, 5}, {2, 2}}, 10000);
 }
 
 }  // namespace

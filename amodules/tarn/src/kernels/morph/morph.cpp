@@ -136,15 +136,70 @@ Status both_rects(const Call<T>& call) {
     return kOk;
 }
 
+// Small elements, joined as they lie. False: this call's are not.
+template <class Op, class T>
+bool one_near(const Call<T>& call) {
+    const Near<Op, T> pass(call.state, call.picture, call.height);
+    if (!pass.fits()) return false;
+    pass(0, call.height, 0, call.elements * int64_t(sizeof(T)), call.dst, call.dst_stride);
+    return true;
+}
+// f(x, end, y, rows) for every band of strips whose ends are those of rows or a vector off them at least.
+template <class T, class Start, class F>
+void each_near_band(const Call<T>& call, Start start, F f) {
+    const int64_t all = call.elements * int64_t(sizeof(T)), strip = call.state.layout.strip * int64_t(sizeof(T));
+    for (int64_t end = 0; end < all;) {
+        const int64_t x = min(end, all - strip);
+        end = x + strip > all - kVector ? all : x + strip;
+        start(x, end);
+        for (int64_t y = 0; y < call.height; y += kBand) f(x, end, y, min(kBand, call.height - y));
+    }
+}
+template <class First, class Second, class T>
+bool two_near(const Call<T>& call, Last last) {
+    const Near<First, T> first(call.state, call.picture, call.height);
+    const Cells<Second, T> second(call.state, call.channels * int64_t(sizeof(T)));
+    if (!first.fits() || !second.fits()) return false;
+    const Layout& layout = call.state.layout;
+    NearResults<First, Second, T> results(first, second, call.picture, call.height, call.state.scratch + layout.pass,
+                                          layout.pitch);
+    const auto taps = second.taps(layout.pitch);
+    const auto start = [&](int64_t x, int64_t end) { results.start(x, end); };
+    each_near_band(call, start, [&](int64_t x, int64_t end, int64_t y, int64_t rows) {
+        uint8_t* d = call.dst + y * call.dst_stride + x;
+        second.block(taps, results.band(y, rows), layout.pitch, d, call.dst_stride, end - x, rows);
+        if (last == Last::result) return;
+        for (int64_t i = 0; i < rows; ++i)
+            subtract_row<T>(d + i * call.dst_stride, call.picture.at(y + i) + x, (end - x) / int64_t(sizeof(T)),
+                            last == Last::source_less_result);
+    });
+    return true;
+}
+template <class T>
+bool both_near(const Call<T>& call) {
+    const Near<Erosion, T> least(call.state, call.picture, call.height);
+    const Near<Dilation, T> most(call.state, call.picture, call.height);
+    if (!least.fits() || !most.fits()) return false;
+    const int64_t pitch = call.state.layout.pitch;
+    uint8_t* results = call.state.scratch + call.state.layout.pass;
+    each_near_band(
+        call, [](int64_t, int64_t) {},
+        [&](int64_t x, int64_t end, int64_t y, int64_t rows) {
+            uint8_t* d = call.dst + y * call.dst_stride + x;
+            least(y, rows, x, end, results, pitch);
+            most(y, rows, x, end, d, call.dst_stride);
+            for (int64_t i = 0; i < rows; ++i)
+                subtract_row<T>(d + i * call.dst_stride, results + i * pitch, (end - x) / int64_t(sizeof(T)), false);
+        });
+    return true;
+}
+
 template <class Op, class T>
 [[gnu::noinline]] Status one_pass(const Call<T>& call) {
     using V = typename Call<T>::V;
     if (call.status) return call.status;
     if (call.state.extent.rectangle) return one_rect<Op>(call);
-    if (Near<Op, T> near(call.state, call.picture, call.size, call.dst, call.dst_stride); near.fits()) {
-        near();
-        return kOk;
-    }
+    if (call.state.extent.is_near() && one_near<Op>(call)) return kOk;
     auto pass = call.template pass<Op>(0);
     call.each_strip([&](int64_t strip, int64_t width) {
         const auto sink = [&](const Block<V>& u, int64_t x, int64_t y) {
@@ -163,6 +218,7 @@ template <class First, class Second, class T>
     using V = typename Call<T>::V;
     if (call.status) return call.status;
     if (call.state.extent.rectangle) return two_rects<First, Second>(call, last);
+    if (call.state.extent.is_near() && two_near<First, Second>(call, last)) return kOk;
     auto first = call.template pass<First>(0);
     auto second = call.template pass<Second>(1);
     const Layout& layout = call.state.layout;
@@ -203,6 +259,7 @@ template <class T>
     using V = typename Call<T>::V;
     if (call.status) return call.status;
     if (call.state.extent.rectangle) return both_rects(call);
+    if (call.state.extent.is_near() && both_near(call)) return kOk;
     auto least = call.template pass<Erosion>(0);
     auto most = call.template pass<Dilation>(1);
     const int64_t pitch = call.state.layout.pitch;

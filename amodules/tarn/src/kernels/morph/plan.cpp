@@ -19,9 +19,9 @@ struct Pixel {
 
 // Whether cells may be steps: where the operation that joins them as they lie serves (near.h), by the vectors of most
 // processors and an anchor in the middle. Others would take longer by cells.
-bool takes_cells(Pixel pixel, uint32_t category, Size region, Size mask_size) {
+bool takes_cells(Pixel pixel, Size region, Size mask_size) {
     const int64_t bytes = pixel.element_bytes * pixel.channels;
-    return passes_of(category) == 1 && region.width * bytes >= 4 * kLine && mask_size.width / 2 * bytes <= kLine / 2;
+    return region.width * bytes >= 4 * kLine && mask_size.width / 2 * bytes <= kLine / 2;
 }
 
 template <auto kMake, class T, Form kForm, class... Args>
@@ -33,7 +33,7 @@ Status of_pixels(Args... args) {
                                     Size mask_size, uint64_t* bytes) {
     if (Status s = check_making(bytes, category, region, mask, mask_size)) return s;
     Extent extent;
-    const bool cells = takes_cells(pixel, category, region, mask_size);
+    const bool cells = takes_cells(pixel, region, mask_size);
     Element(mask, mask_stride, mask_size).plan(cells, [&](const Step& s) { extent.add(s); });
     const Layout layout(extent, region.width, pixel.channels, pixel.element_bytes, passes_of(category));
     *bytes = uint64_t(layout.all);
@@ -46,7 +46,7 @@ Status of_pixels(Args... args) {
     if (anchor.x < 0 || anchor.x >= mask_size.width || anchor.y < 0 || anchor.y >= mask_size.height) return kBadArg;
     uint8_t* steps = static_cast<uint8_t*>(state) + sizeof(MorphHeader);
     Extent extent;
-    const bool cells = takes_cells(pixel, category, region, mask_size);
+    const bool cells = takes_cells(pixel, region, mask_size);
     Element(mask, mask_stride, mask_size).plan(cells, [&](Step s) {
         if (s.joins()) s.x -= anchor.x, s.row -= anchor.y;
         memcpy(steps + extent.steps * int64_t(sizeof s), &s, sizeof s);

@@ -82,7 +82,7 @@ struct Layout {
         if (e.steps > kMostSteps || e.risen > INT32_MAX || e.history > kMostSteps) return;
         const int64_t reach = (e.columns() - 1) * channels, elements = width * channels;
         tables = count_bits(e.levels);
-        rows = e.rows() + kBand;
+        rows = e.rows() * (e.is_near() ? passes : 1) + kBand;  // near: what a second pass sees of a first one's band
         history_rows = e.history;
         const int64_t fit = kScratchBytes / (element_bytes * (tables * rows + history_rows + 1));
         const int64_t most = max(min(fit, kStripMost) - reach, max(min(reach, kStripMost), kStripLeast));
@@ -95,14 +95,14 @@ struct Layout {
         tables_bytes = (tables * rows + 1) * pitch;  // and a line of those that are made on the way
         history_bytes = history_rows * round_up(widest * element_bytes, kLine);
         results_bytes = passes > 1 ? kBand * pitch : 0;
-        edges_bytes = passes == 1 && e.is_near() ? rows * 6 * kLine : 0;
+        edges_bytes = e.is_near() ? rows * 6 * kLine : 0;
         pass = bound + tables_bytes + history_bytes + results_bytes + edges_bytes;
         all = round_up(int64_t(sizeof(MorphHeader)) + e.steps * int64_t(sizeof(Step)), kLine) + kLine + passes * pass;
     }
     // Copies of rows' ends, of small elements (near.h).
     uint8_t* edges(uint8_t* scratch) const { return scratch + pass - edges_bytes; }
     // A band of the first pass's results, in the scratch.
-    uint8_t* results(uint8_t* scratch) const { return scratch + pass - results_bytes; }
+    uint8_t* results(uint8_t* scratch) const { return scratch + pass - edges_bytes - results_bytes; }
 
 private:
     // A block as high as the rectangle, and of two passes two such blocks of the first one's results.
