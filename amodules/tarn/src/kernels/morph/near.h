@@ -88,33 +88,19 @@ private:
     // need not be read again after every store.
     void copy_ends(int64_t from, int64_t count) const {
         const int64_t stride = stride_, height = height_, row = row_, pixel = pixel_;
-        const int64_t before = min<int64_t>(cells_.left(), 0), behind = cells_.right();
+        const int64_t channels = pixel / int64_t(sizeof(T));
+        const int64_t before = max<int64_t>(-cells_.left(), 0), behind = max<int64_t>(cells_.right(), 0);
         const uint8_t* s = s_;
         uint8_t* left = edges_ + kVector;
         for (int64_t y = from; y < from + count; ++y, left += kPitch) {
             const uint8_t *begin = s + clamp<int64_t>(y, 0, height - 1) * stride, *end = begin + row;
             uint8_t* right = left + 4 * kVector;
-            repeat(left + before, left, begin, pixel);
+            repeat_pixel<T>(left - before, before, begin, channels);
             store(left, load<Bytes>(begin));
             store(left + kVector, load<Bytes>(begin + kVector));
             store(right - 2 * kVector, load<Bytes>(end - 2 * kVector));
             store(right - kVector, load<Bytes>(end - kVector));
-            repeat(right, right + behind, end - pixel, pixel);
-        }
-    }
-    // [to, end) := pixels like this one; behind it less than a vector may change.
-    static void repeat(uint8_t* to, uint8_t* end, const uint8_t* pixel, int64_t bytes) {
-        T v[4];
-        if (bytes == sizeof(T)) {
-            memcpy(v, pixel, sizeof(T));
-            const auto all = splat(*v);
-            for (; to < end; to += kVector) store(to, all);
-        } else if (bytes == 4 * sizeof(T)) {
-            memcpy(v, pixel, sizeof v);
-            for (; to < end; to += sizeof v) memcpy(to, v, sizeof v);
-        } else {
-            memcpy(v, pixel, 3 * sizeof(T));
-            for (; to < end; to += 3 * sizeof(T)) memcpy(to, v, 3 * sizeof(T));
+            repeat_pixel<T>(right, behind, end - pixel, channels);
         }
     }
 
