@@ -67,11 +67,9 @@ struct WarpShape {
     }
 };
 inline const std::vector<WarpShape>& warp_shapes() {
-    static const std::vector<WarpShape> all = {{"17 degrees", 17, 0.9, 0, 0},
-                                               {"89 degrees", 89, 1, 0, 3},
-                                               {"sheared", -3, 1.1, 0.4, 2},
-                                               {"twice", 0, 2, 0, 0},
-                                               {"135 degrees", 135, 0.5, 0, 0}};
+    static const std::vector<WarpShape> all = {{"17 degrees", 17, 0.9, 0, 0}, {"89 degrees", 89, 1, 0, 3},
+                                               {"90 degrees", 90, 1, 0, 0},   {"sheared", -3, 1.1, 0.4, 2},
+                                               {"twice", 0, 2, 0, 0},         {"135 degrees", 135, 0.5, 0, 0}};
     return all;
 }
 

@@ -7,8 +7,10 @@
 #include <limits>
 #include <numeric>
 #include <random>
+#include <utility>
 
 #include "cases/warp.h"
+#include "kernels/base/runtime.h"
 #include "kernels/check.h"
 
 namespace {
@@ -223,6 +225,10 @@ TYPED_TEST(warp_of, whole_positions_give_the_pixels_themselves) {
             for (const Size size : {Size{83, 41}, Size{9, 38}}) expect_moved(size, form, quarter);
         expect_moved({150, 540}, Form::c1, quarter);  // more than one square of tiles
     }
+    const int64_t before = std::exchange(k::stream_bytes, 0);
+    for (const int quarter : {1, 3})
+        for (const Form form : {Form::c1, Form::c3, Form::c4}) expect_moved({704, 704}, form, quarter);
+    k::stream_bytes = before;
 }
 
 // A destination filled in pieces is the same as filled at once, at every level.
