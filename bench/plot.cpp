@@ -8,7 +8,7 @@ namespace tarn::bench {
 
 namespace {
 
-constexpr double kWidth = 960, kHeight = 560, kLeft = 70, kRight = 210, kTop = 50, kBottom = 60;
+constexpr double kWidth = 1000, kHeight = 560, kLeft = 70, kRight = 250, kTop = 50, kBottom = 60;
 
 // An axis: values from low to high at pixels from begin to end.
 struct Axis {
