@@ -56,7 +56,7 @@ Status resample(const Job& j, int channels, bool kept) {
     D* blended;
     StripTables t{};
     t.set_pitch(strip_width(width, kMost / channels, 16) * channels);
-    // Rows go around the cache by way of one that stays in it.
+    // Rows go around the cache by way of one that stays in it: of floats alone, others take longer to make than to store.
     const bool streamed = sizeof(D) == 4 && !kept && streams(2 * height * width * channels * int64_t(sizeof(D)));
     Scratch scratch(j.allocator);
     const auto arrays = [&](auto part) {
