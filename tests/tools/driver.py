@@ -32,7 +32,7 @@ class ProgramTest(unittest.TestCase):
             return file.read()
 
     def run_tarn(self, *arguments, **options):
-        return subprocess.run([TARN, *map(str, arguments)], cwd=self.folder, capture_output=True, text=True, timeout=120,
+        return subprocess.run([TARN, *map(str, arguments)], cwd=self.folder, capture_output=True, text=True, timeout=600,
                               **options)
 
     def piped(self, data, *arguments):

@@ -143,15 +143,16 @@ struct Receiver : TarnCONTOURS {
         release = [](TarnCONTOURS* self, void* handle) { static_cast<Receiver*>(self)->close(handle); };
         deliver = [](TarnCONTOURS* self, TarnCONTOUR* contour, void** handle, QuelERR*) {
             Receiver& r = *static_cast<Receiver*>(self);
-            int64_t sum = 0;
+            uint64_t sum = 0;  // wraps around
             std::vector<int64_t> inside;
-            for (const TarnPOINT* p = contour->points.head; p; p = p->next) sum = sum * 31 + p->x * 1009 + p->y;
+            for (const TarnPOINT* p = contour->points.head; p; p = p->next)
+                sum = sum * 31 + uint64_t(p->x) * 1009 + uint64_t(p->y);
             for (const TarnCONTOURLIST& list : contour->children)
                 for (const TarnCONTOUR* c = list.head; c; c = c->next) {
                     inside.push_back(int64_t(intptr_t(c->handle)));
-                    sum = sum * 31 + inside.back();
+                    sum = sum * 31 + uint64_t(inside.back());
                 }
-            const int64_t status = r.told("contour", sum, contour->flags);
+            const int64_t status = r.told("contour", int64_t(sum), contour->flags);
             if (status) return status;
             *handle = reinterpret_cast<void*>(intptr_t(++r.handles));
             r.open[r.handles] = inside;

@@ -75,7 +75,8 @@ struct Sums16Twice {
     int shift = 0;
 };
 
-// Columns in 16 bits, up to 256 rows of bytes -128 to 127; 32 bits along the row.
+// Columns in 16 bits, up to 256 rows of bytes -128 to 127; 32 bits along the row. Behind a lane's end anything enters,
+// and may wrap around.
 template <class Divide>
 struct Sums16In32 {
     using T = uint8_t;
@@ -87,11 +88,12 @@ struct Sums16In32 {
     Sum first() const { return {S32{}, S32{}}; }
     Sum next(Sum sum, Bytes enters, Bytes leaves) const {
         const S16 change = (S16)splat(uint32_t(0xffff0001));  // 1, -1
-        return {sum.lower + mul_add_pairs((S16)interleave_lower16(enters, leaves), change),
-                sum.upper + mul_add_pairs((S16)interleave_upper16(enters, leaves), change)};
+        const auto moved = [=](S32 v, Bytes pairs) { return (S32)((U32)v + (U32)mul_add_pairs((S16)pairs, change)); };
+        return {moved(sum.lower, interleave_lower16(enters, leaves)),
+                moved(sum.upper, interleave_upper16(enters, leaves))};
     }
     Bytes mean(Sum sum) const {
-        return (Bytes)(narrow_groups(divide(sum.lower), divide(sum.upper)) + splat(int16_t(128)));
+        return (Bytes)((U16)narrow_groups(divide(sum.lower), divide(sum.upper)) + splat(uint16_t(128)));
     }
     Divide divide;
 };
@@ -107,7 +109,7 @@ struct Sums32 {
     // Behind a lane's end anything enters, and may wrap around.
     S32 next(S32 sum, Bytes enters, Bytes leaves) const { return (S32)((U32)sum + ((U32)enters - (U32)leaves)); }
     Bytes mean(S32 sum) const {
-        if constexpr (sizeof(T) == 1) return (Bytes)(divide(sum) + splat(128));
+        if constexpr (sizeof(T) == 1) return (Bytes)((U32)divide(sum) + splat(128u));
         return (Bytes)(divide(sum) & splat(0xffff));
     }
     Divide divide;

@@ -35,20 +35,22 @@ struct Multiply16 {
     S16 reciprocal;
 };
 
-// s / n of 32-bit sums |s| <= 32768 n, 2 <= n <= 65000, or |s| <= 128 n, n <= 16000000.
+// s / n of 32-bit sums |s| <= 32768 n, 2 <= n <= 65000, or |s| <= 128 n, n <= 16000000. Other sums give anything: steps
+// wrap around.
 struct Divide32 {
-    explicit Divide32(int32_t n) : n(splat(n)), half(splat(n / 2)), even(splat(int32_t(n % 2 == 0))) {
+    explicit Divide32(int32_t n)
+        : n(splat(uint32_t(n))), half(splat(uint32_t(n / 2))), even(splat(uint32_t(n % 2 == 0))) {
         reciprocal = splat(1.0f / float(n));
     }
     S32 operator()(S32 s) const {
-        const S32 t = s + half;
+        const S32 t = (S32)((U32)s + half);
         // The product is off by less than 2^-7: rounded it is the floor of t / n, or one more, which the rest tells.
         const S32 above = nearest_int(__builtin_convertvector(t, F32) * reciprocal - splat(0.49f));
-        const S32 rest = t - above * n;
-        const S32 q = above + (rest >> 31);
-        return q - ((rest == S32{}) & q & even);  // no rest: s was halfway, and q is its upper neighbour
+        const S32 rest = (S32)((U32)t - (U32)above * n);
+        const U32 q = (U32)above + (U32)(rest >> 31);
+        return (S32)(q - ((U32)(rest == S32{}) & q & even));  // no rest: s was halfway, and q is its upper neighbour
     }
-    S32 n, half, even;
+    U32 n, half, even;
     F32 reciprocal = {};
 };
 
