@@ -2,8 +2,8 @@
 //
 // The taps of neighbouring outputs are fetched by permutes from a row of floats. Where the image shrinks to less than
 // half and where there are no permutes, each output of one channel loads its own, and those of more channels are gathered
-// one by one into a plane per tap. Sums are made in one order, products rounded before they are added, so all levels give
-// the same bits on processors without fused sums.
+// one by one into a plane per tap. Sums are made in one order, products rounded before they are added: all levels give the
+// same bits, and none emulates fused sums.
 #pragma once
 
 #include "kernels/plane/border.h"
