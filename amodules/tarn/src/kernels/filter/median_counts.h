@@ -17,6 +17,7 @@ struct SmallCounts {
     using Column = uint8_t;
     using Count = uint16_t;
     using Window = U16x16;
+    using Entry = uint32_t;  // for tiles of less than 2^24 elements
     static constexpr int64_t kMostHigh = 255, kMostArea = 65535;
 };
 
@@ -41,6 +42,7 @@ struct LargeCounts {
     using Column = uint32_t;
     using Count = uint64_t;
     using Window = U64x16;
+    using Entry = uint64_t;
 };
 
 // Columns of a strip, those around it included: their counts stay in the second-level cache. Wide masks take wider strips,

@@ -10,14 +10,16 @@
 namespace tarn::k::TARN_LEVEL {
 namespace {
 
-// The order of a tile's elements, by counts of their lower and then of their upper bytes.
+// The order of a tile's elements, by counts of their lower and then of their upper bytes. An Entry holds an
+// element's number and a byte.
+template <class Entry>
 struct Sorting {
-    uint32_t *order, *ranks;  // in the order of the lower bytes: which element; of each element, row by row: its rank
-    uint8_t* upper;           // in the order of the lower bytes: the upper byte
+    Entry* order;     // in the order of the lower bytes: which element, and below it the upper byte
+    uint32_t* ranks;  // of each element, row by row
     int16_t* sorted;
     template <class Part>
     void carve(Part part, int64_t n) {
-        part(order, n), part(ranks, n), part(upper, n), part(sorted, n);
+        part(order, n), part(ranks, n), part(sorted, n);
     }
 
     // size: the tile's; step: bytes from one element to the next.
@@ -38,17 +40,14 @@ struct Sorting {
             lower_before += of_lower[i], of_lower[i] = lower_before - of_lower[i];
             upper_before += of_upper[i], of_upper[i] = upper_before - of_upper[i];
         }
-        each([&](uint32_t i, int low, int high) {
-            const uint32_t place = of_lower[low]++;
-            order[place] = i;
-            upper[place] = uint8_t(high);
-        });
+        each([&](uint32_t i, int low, int high) { order[of_lower[low]++] = Entry(i) << 8 | Entry(high); });
         uint32_t place = 0;
         for (int low = 0; low < 256; ++low)
             for (; place < of_lower[low]; ++place) {
-                const int high = upper[place];
+                const Entry entry = order[place];
+                const int high = int(entry & 255);
                 const uint32_t rank = of_upper[high]++;
-                ranks[order[place]] = rank;
+                ranks[entry >> 8] = rank;
                 sorted[rank] = int16_t((high ^ 128) << 8 | low);
             }
     }
@@ -99,23 +98,21 @@ struct Columns {
     static constexpr Signed kLeast = Signed(Column(1) << (8 * sizeof(Column) - 1));  // from which numbers are compared
     static constexpr int64_t kBlock = 128;                                           // ranks looked through at a time
 
-    // The rank of element `rest` among those from rank `from` on whose columns are x to x + width - 1. How far it lies can't
-    // be foreseen: a block is looked through to its end, and again where the rank was found.
+    // The rank of element `rest` among those from rank `from` on whose columns are x to x + width - 1. In which half of a
+    // block it lies can't be foreseen, and is told without a branch.
     int64_t find(int64_t from, int64_t rest, int64_t x, int64_t width) const {
-        constexpr int kParts = int(kBlock / 64);
         const auto first = splat(Column(x + kLeast));
         const auto end = splat(Signed(width + kLeast));
         for (;; from += kBlock) {
-            int64_t sums[kParts + 1] = {}, part = 0;
-#pragma GCC unroll 2
-            for (int i = 0; i < kParts; ++i) {
-                sums[i + 1] = sums[i] + count_bits(bits_inside(of + from + i * 64, first, end));
-                part += sums[i + 1] <= rest;
+            const uint64_t lower = bits_inside(of + from, first, end);
+            const uint64_t upper = bits_inside(of + from + kBlock / 2, first, end);
+            const int64_t n = count_bits(lower), both = n + count_bits(upper);
+            if (rest >= both) {
+                rest -= both;
+                continue;
             }
-            rest -= sums[part];
-            if (part == kParts) continue;
-            from += part * 64;
-            return from + nth_bit(bits_inside(of + from, first, end), uint64_t(rest));
+            const bool above = rest >= n;
+            return from + (above ? kBlock / 2 : 0) + nth_bit(above ? upper : lower, uint64_t(above ? rest - n : rest));
         }
     }
 
@@ -145,10 +142,10 @@ private:
 // lies around them.
 template <class Column>
 Size tile_size(Size size, Size mask) {
-    constexpr int64_t kElements = sizeof(Column) == 1 ? 32768 : 262144, kWidest = sizeof(Column) == 1 ? 255 : 512;
-    const int64_t most = clamp<int64_t>(kElements / (2 * int64_t(mask.height)), 64, kWidest) - (mask.width - 1);
-    const int64_t width = min<int64_t>(size.width, max<int64_t>(most, mask.width));
-    const int64_t rows = kElements / (width + mask.width - 1) - (mask.height - 1);
+    constexpr int64_t kWidest = sizeof(Column) == 1 ? 255 : 512;
+    const int64_t elements = sizeof(Column) > 1 ? 262144 : mask.height > 64 ? 65536 : 32768;
+    const int64_t width = min<int64_t>(size.width, max<int64_t>(kWidest - (mask.width - 1), mask.width));
+    const int64_t rows = elements / (width + mask.width - 1) - (mask.height - 1);
     return {int32_t(width), int32_t(min<int64_t>(size.height, max<int64_t>(rows, mask.height)))};
 }
 
@@ -230,7 +227,7 @@ private:
     }
 
     MedianCounts<Counts> counts_;
-    Sorting sorting_;
+    Sorting<typename Counts::Entry> sorting_;
     Columns<Column> column_;
     uint8_t *in_, *out_;  // bins of rows that enter and leave the mask
     Found* found_;
