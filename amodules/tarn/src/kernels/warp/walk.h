@@ -4,7 +4,7 @@
 // source's cache lines, each used by many rows, stay where they are near. Of each row the mapped columns are found
 // beforehand, and of those the inner ones, whose taps all lie in the source: loops over them test nothing. The others
 // take their taps from small copies of the source with the edge repeated. Where a strip crosses rows that the caches bear
-// badly, what it takes is copied first, and read from there (Tile).
+// badly, what it takes is copied first, and read from there (Tile), or fetched some lines before.
 //
 // A sampler is a type with
 //   kKept, kSettled             as in Carry
@@ -122,6 +122,7 @@ private:
                                   kTrail + Sampler::kBeyond);
                     if (tile_->take(j, box, Sampler::kPixel)) origin_ = tile_->origin, stride_ = tile_->stride;
                 }
+                ahead_ = stride_ == j.src_stride && fetches() ? ahead() : 0;
                 if constexpr (kHasRows) rows_.forget();
                 for (int64_t line = band; line < end; ++line) {
                     const Span &m = mapped[line - band], &in = inner[line - band];
@@ -133,6 +134,29 @@ private:
             }
         }
         return any ? kOk : kNothingMapped;
+    }
+
+    // Whether the lines to come are fetched: where each crosses many rows, processors don't foresee which pieces of them come
+    // next. What the cache behind gives, pixels that are only moved don't wait for; nor do columns, whose pieces serve many
+    // lines.
+    bool fetches() const {
+        constexpr double kLarge = Sampler::kTaps > 1 ? 1 << 20 : 4 << 20, kHuge = 16 << 20, kTurned = 0.125;
+        const double bytes = magnitude(j.src_stride) * j.src_size.height;
+        return near_ && Sampler::kPixel > 1 && magnitude(j.y.step) > kTurned &&
+               bytes > (magnitude(j.x.step) > kTurned ? kLarge : kHuge);
+    }
+    // From a line's pixels in the source to those of the line that is fetched beside it, in bytes.
+    int64_t ahead() const {
+        constexpr double kLines = 16;
+        return int64_t(j.y.row * kLines) * j.src_stride + int64_t(j.x.row * kLines) * Sampler::kPixel;
+    }
+    // A part of a line's pixels, the next part beside the next line, for a cache line serves several lines. A call that only
+    // fetches is nothing to a compiler and may be left out: inline.
+    [[gnu::always_inline]] void fetch(int64_t line, Span s, const uint8_t* base) {
+        constexpr int64_t kParts = 4;
+        const int32_t* at = points_.at() - first_;
+        const int64_t part = (s.to - s.from + kParts - 1) / kParts, from = s.from + (line & (kParts - 1)) * part;
+        for (int64_t x = from; x < min(from + part, s.to); ++x) __builtin_prefetch(base + at[x]);
     }
 
     // Those of a row's mapped columns whose taps lie in the source, perhaps without the outermost.
@@ -168,6 +192,7 @@ private:
                 // Of tap 0; it may lie outside of the source where no pixel's is.
                 const intptr_t base =
                     origin_ + (corner.y - kLead) * int64_t(stride_) + (corner.x - kLead) * Sampler::kPixel;
+                if (ahead_) fetch(line, core, reinterpret_cast<const uint8_t*>(base + ahead_));
                 fill(line, core, reinterpret_cast<const uint8_t*>(base), stride_);
             }
             // Behind the inner ones, since runs change the points beside them.
@@ -233,6 +258,7 @@ private:
     Tile* tile_ = nullptr;
     intptr_t origin_ = 0;  // of the source or its tile
     int32_t stride_ = 0;
+    int64_t ahead_ = 0;  // bytes, 0: nothing is fetched
     int64_t longest_ = kMostColumns, first_ = 0;
     Sampler sampler_;
     Columns columns_;
