@@ -4,22 +4,10 @@
 #pragma once
 
 #include "kernels/filter/columns.h"
+#include "kernels/filter/running.h"
 
 namespace tarn::k::TARN_LEVEL {
 namespace {
-
-// Elements as they are compared. Floats as integers, which order them as IEEE 754's total order does.
-template <class S>
-struct Ordered {
-    using E = S;
-    static Vec<E> of(Vec<E> v) { return v; }
-};
-template <>
-struct Ordered<float> {
-    using E = int32_t;
-    // Its own inverse: below zero the larger magnitude is the smaller integer.
-    static S32 of(S32 v) { return v ^ ((v >> 31) & splat(INT32_MAX)); }
-};
 
 template <class Op, class S>
 struct ExtremeFold {

@@ -19,8 +19,21 @@ struct Maximum {
     }
 };
 
+// Elements as they are compared. Floats as integers, which order them as IEEE 754's total order does.
+template <class S>
+struct Ordered {
+    using E = S;
+    static Vec<E> of(Vec<E> v) { return v; }
+};
+template <>
+struct Ordered<float> {
+    using E = int32_t;
+    // Its own inverse: below zero the larger magnitude is the smaller integer.
+    static S32 of(S32 v) { return v ^ ((v >> 31) & splat(INT32_MAX)); }
+};
+
 // Extremes in progress.
-template <class Op, class T>
+template <class Op, class T, bool kSingle = kHasMinMax32>
 struct Running {
     using V = Vec<T>;
     static V from(const uint8_t* p) { return load<V>(p); }
@@ -32,7 +45,7 @@ struct Running {
 // zero the order is that of the integers. With both kept, the least and the greatest need no order made of each
 // element.
 template <>
-struct Running<Minimum, float> {
+struct Running<Minimum, float, true> {
     struct V {
         U32 greatest;
         S32 least;
@@ -45,7 +58,7 @@ struct Running<Minimum, float> {
     static U32 result(V v) { return (S32)v.greatest < S32{} ? v.greatest : (U32)v.least; }
 };
 template <>
-struct Running<Maximum, float> {
+struct Running<Maximum, float, true> {
     struct V {
         S32 greatest, least;
     };
@@ -55,6 +68,14 @@ struct Running<Maximum, float> {
     }
     static V join(V a, V b) { return {max(a.greatest, b.greatest), min(a.least, b.least)}; }
     static S32 result(V v) { return v.greatest < S32{} ? v.least : v.greatest; }
+};
+// Where a minimum of integers is made of several steps, one more of them costs more than the order.
+template <class Op>
+struct Running<Op, float, false> {
+    using V = S32;
+    static V from(const uint8_t* p) { return Ordered<float>::of(load<S32>(p)); }
+    static V join(V a, V b) { return Op::join(a, b); }
+    static S32 result(V v) { return Ordered<float>::of(v); }
 };
 
 }  // namespace

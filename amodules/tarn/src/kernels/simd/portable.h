@@ -258,7 +258,7 @@ inline S32 nearest_int(F32 v) {
 // The same saturated: what is above the range is the largest, the smallest's complement.
 inline S32 nearest_int_saturated(F32 v) { return nearest_int(v) ^ (v >= splat(2147483648.0f)); }
 
-constexpr bool kHasLookup = false, kHasPermute = false, kHasMulAdd = false, kHasLaneBits = false;
+constexpr bool kHasLookup = false, kHasPermute = false, kHasMulAdd = false, kHasMinMax32 = false, kHasLaneBits = false;
 
 // ---- Sixteen counts -----------------------------------------------------------------------------------------------
 

@@ -303,6 +303,11 @@ constexpr bool kHasLookup = true;
 #else
 constexpr bool kHasLookup = false;
 #endif
+#if defined(__SSE4_1__)
+constexpr bool kHasMinMax32 = true;
+#else
+constexpr bool kHasMinMax32 = false;
+#endif
 constexpr bool kHasPermute = false, kHasMulAdd = false, kHasLaneBits = false;
 
 // ---- Sixteen counts -----------------------------------------------------------------------------------------------

@@ -253,7 +253,7 @@ inline S32 nearest_int(F32 v) { return (S32)_mm256_cvtps_epi32((__m256)v); }
 // The same saturated: what is above the range is the largest, the smallest's complement.
 inline S32 nearest_int_saturated(F32 v) { return nearest_int(v) ^ (v >= splat(2147483648.0f)); }
 
-constexpr bool kHasLookup = true, kHasPermute = true, kHasMulAdd = true, kHasLaneBits = false;
+constexpr bool kHasLookup = true, kHasPermute = true, kHasMulAdd = true, kHasMinMax32 = true, kHasLaneBits = false;
 
 // ---- Sixteen counts -----------------------------------------------------------------------------------------------
 

@@ -325,7 +325,7 @@ inline S32 nearest_int_saturated(F32 v) {
     return (S32)_mm512_mask_mov_epi32(_mm512_cvtps_epi32((__m512)v), over, _mm512_set1_epi32(INT32_MAX));
 }
 
-constexpr bool kHasLookup = true, kHasPermute = true, kHasMulAdd = true, kHasLaneBits = true;
+constexpr bool kHasLookup = true, kHasPermute = true, kHasMulAdd = true, kHasMinMax32 = true, kHasLaneBits = true;
 
 // ---- Sixteen counts -----------------------------------------------------------------------------------------------
 
