@@ -84,24 +84,37 @@ Status mean_integers(const void* src, int32_t stride, Size size, double* means) 
 
 // 48 lanes: a multiple of each channel count, and enough additions at once to hide their latency. Rows are not joined:
 // each begins with the first lane.
+using Doubles = decltype(load_f64(nullptr));
+constexpr int kSums = 48, kWide = sizeof(Doubles) / sizeof(double), kLaneVectors = kSums / kWide;
+
+// Adds n floats to the lanes, as many vectors of lanes at a time as registers hold beside the floats.
+void add_floats(const Loose<float>* s, int64_t n, Doubles* sums) {
+    constexpr int kTogether = min(kLaneVectors, 12);
+    for (int first = 0; first < kLaneVectors; first += kTogether) {
+        Doubles v[kTogether];
+        memcpy(v, sums + first, sizeof v);
+        const Loose<float>* p = s + first * kWide;
+        int64_t left = n;
+        for (; left >= kSums; left -= kSums, p += kSums)
+            for (int j = 0; j < kTogether; ++j) v[j] += load_f64(p + j * kWide);
+        left -= first * kWide;
+        for (int j = 0; j < kTogether && left > 0; ++j, left -= kWide)
+            v[j] += left >= kWide ? load_f64(p + j * kWide)
+                                  : load_f64_n(p + j * kWide, left);  // adding +0 changes no sum that began with +0
+        memcpy(sums + first, v, sizeof v);
+    }
+}
+
 template <Form kForm>
 Status mean_floats(const void* src, int32_t stride, Size size, double* means) {
-    using Doubles = decltype(load_f64(nullptr));
-    constexpr int kChannels = channels(kForm), kSums = 48, kWide = sizeof(Doubles) / sizeof(double);
+    constexpr int kChannels = channels(kForm);
+    constexpr int64_t kPiece = 64 * kSums;  // stays in the first-level cache for all lanes
     if (Status s = check(size, src, means)) return s;
-    Doubles sums[kSums / kWide] = {};
-    for (int64_t y = 0; y < size.height; ++y) {
-        const Loose<float>* s = row<Loose<float>>(src, stride, y);
-        int64_t left = int64_t(size.width) * kChannels;
-        for (; left >= kSums; left -= kSums, s += kSums)
-            for (int j = 0; j < kSums / kWide; ++j) sums[j] += load_f64(s + j * kWide);
-        for (int j = 0; j < kSums / kWide; ++j, left -= kWide) {
-            if (left >= kWide)
-                sums[j] += load_f64(s + j * kWide);
-            else if (left > 0)
-                sums[j] += load_f64_n(s + j * kWide, left);  // adding +0 changes no sum that began with +0
-        }
-    }
+    Doubles sums[kLaneVectors] = {};
+    const int64_t n = int64_t(size.width) * kChannels;
+    for (int64_t y = 0; y < size.height; ++y)
+        for (int64_t x = 0; x < n; x += kPiece)
+            add_floats(row<Loose<float>>(src, stride, y) + x, min(kPiece, n - x), sums);
     double lanes[kSums], totals[kChannels] = {};
     memcpy(lanes, sums, sizeof lanes);
     for (int e = 0; e < kSums; ++e) totals[e % kChannels] += lanes[e];
