@@ -18,7 +18,9 @@ Status extreme(const void* src, int32_t src_stride, void* dst, int32_t dst_strid
     const Window w = window_of<T, kForm>(src, src_stride, dst, dst_stride, size, mask, anchor);
     if (is_small<3>(w, sizeof(T))) return extreme_small<Op, T, kForm, 3>(w, allocator);
     if (is_small<5>(w, sizeof(T))) return extreme_small<Op, T, kForm, 5>(w, allocator);
-    if (is_small<7>(w, sizeof(T))) return extreme_small<Op, T, kForm, 7>(w, allocator);
+    // Seven joins along a row are many where each is made of several steps.
+    if constexpr (kHasMinMax32 || sizeof(T) < sizeof(float))
+        if (is_small<7>(w, sizeof(T))) return extreme_small<Op, T, kForm, 7>(w, allocator);
     using Fold = ExtremeFold<Op, T>;
     using E = typename Fold::E;
     const int64_t rows = min(w.rows, w.height);  // of a block

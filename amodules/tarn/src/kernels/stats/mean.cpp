@@ -87,20 +87,22 @@ Status mean_integers(const void* src, int32_t stride, Size size, double* means) 
 using Doubles = decltype(load_f64(nullptr));
 constexpr int kSums = 48, kWide = sizeof(Doubles) / sizeof(double), kLaneVectors = kSums / kWide;
 
-// Adds n floats to the lanes, as many vectors of lanes at a time as registers hold beside the floats.
-void add_floats(const Loose<float>* s, int64_t n, Doubles* sums) {
+// Adds rows of n floats to the lanes, as many vectors of lanes at a time as registers hold beside the floats.
+void add_floats(const Loose<float>* s, int32_t stride, int64_t rows, int64_t n, Doubles* sums) {
     constexpr int kTogether = min(kLaneVectors, 12);
     for (int first = 0; first < kLaneVectors; first += kTogether) {
         Doubles v[kTogether];
         memcpy(v, sums + first, sizeof v);
-        const Loose<float>* p = s + first * kWide;
-        int64_t left = n;
-        for (; left >= kSums; left -= kSums, p += kSums)
-            for (int j = 0; j < kTogether; ++j) v[j] += load_f64(p + j * kWide);
-        left -= first * kWide;
-        for (int j = 0; j < kTogether && left > 0; ++j, left -= kWide)
-            v[j] += left >= kWide ? load_f64(p + j * kWide)
-                                  : load_f64_n(p + j * kWide, left);  // adding +0 changes no sum that began with +0
+        for (int64_t y = 0; y < rows; ++y) {
+            const Loose<float>* p = row<Loose<float>>(s, stride, y) + first * kWide;
+            int64_t left = n;
+            for (; left >= kSums; left -= kSums, p += kSums)
+                for (int j = 0; j < kTogether; ++j) v[j] += load_f64(p + j * kWide);
+            left -= first * kWide;
+            for (int j = 0; j < kTogether && left > 0; ++j, left -= kWide)
+                v[j] += left >= kWide ? load_f64(p + j * kWide)
+                                      : load_f64_n(p + j * kWide, left);  // adding +0 changes no sum that began with +0
+        }
         memcpy(sums + first, v, sizeof v);
     }
 }
@@ -108,13 +110,14 @@ void add_floats(const Loose<float>* s, int64_t n, Doubles* sums) {
 template <Form kForm>
 Status mean_floats(const void* src, int32_t stride, Size size, double* means) {
     constexpr int kChannels = channels(kForm);
-    constexpr int64_t kPiece = 64 * kSums;  // stays in the first-level cache for all lanes
+    constexpr int64_t kPiece = 64 * kSums;  // floats that stay in the first-level cache for all lanes
     if (Status s = check(size, src, means)) return s;
     Doubles sums[kLaneVectors] = {};
-    const int64_t n = int64_t(size.width) * kChannels;
-    for (int64_t y = 0; y < size.height; ++y)
+    const int64_t n = int64_t(size.width) * kChannels, rows = max<int64_t>(kPiece / n, 1);
+    for (int64_t y = 0; y < size.height; y += rows)
         for (int64_t x = 0; x < n; x += kPiece)
-            add_floats(row<Loose<float>>(src, stride, y) + x, min(kPiece, n - x), sums);
+            add_floats(row<Loose<float>>(src, stride, y) + x, stride, min(rows, size.height - y), min(kPiece, n - x),
+                       sums);
     double lanes[kSums], totals[kChannels] = {};
     memcpy(lanes, sums, sizeof lanes);
     for (int e = 0; e < kSums; ++e) totals[e % kChannels] += lanes[e];
