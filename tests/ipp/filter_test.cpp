@@ -83,7 +83,8 @@ TEST(filter, of_every_kind_type_and_form_takes_the_pixels_under_the_mask) {
     };
     const Row rows[] = {{{0, 0, 21, 13}, {1, 1, 3, 3}, false},  {{5, 4, 14, 9}, {1, 1, 3, 3}, true},
                         {{8, 4, 13, 9}, {3, 0, 4, 2}, true},    {{7, 3, 14, 11}, {0, 2, 2, 5}, false},
-                        {{12, 0, 21, 13}, {2, 1, 5, 3}, false}, {{3, 3, 4, 5}, {30, 8, 50, 9}, false}};
+                        {{12, 0, 21, 13}, {2, 1, 5, 3}, false}, {{3, 3, 4, 5}, {30, 8, 50, 9}, false},
+                        {{13, 4, 21, 9}, {0, 1, 1, 3}, false}};
     for (const uint32_t kind : {2, 3, 4, 5, 6})
         each_type({LUMO_U8, LUMO_S16, LUMO_F32}, {1, 2, 3, 4}, [&](LumoELEMTYPE type) {
             if (kind == TARN_FILTER_MEDIAN && (type & 0xf00) == (LUMO_F32 & 0xf00)) return;

@@ -81,7 +81,9 @@ int64_t op_filter(const QuelCALL* call, QuelERR* err, KaSMEMSTG* storage, LumoMA
         return report(context, k::kBadSize);
 
     const Reach reach{channels_of(type) == 2 ? columns.border_of_pairs() : columns.border(), rows.border()};
-    const bool fits = reach.x <= from.left && reach.y <= from.top && reach.x <= source.width - from.right &&
+    // Neighbours are looked for as far as of one channel, also where a mask of one pair does not reach so far.
+    const int64_t room = reach.x > columns.border() ? reach.x : columns.border();
+    const bool fits = room <= from.left && reach.y <= from.top && room <= source.width - from.right &&
                       reach.y <= source.height - from.bottom;
     const LumoMAT written{dst->cls, type, size.width, size.height, dst->stride, dst->data};
     int64_t result = 0;

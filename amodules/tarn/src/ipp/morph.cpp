@@ -118,11 +118,11 @@ int64_t op_initmorphstate(const QuelCALL* call, QuelERR* err, KaSMEMSTG* storage
     if (element) plan.element = *element;
     const TarnANCHOR at = anchor ? *anchor : TarnANCHOR{TARN_ANCHOR_CENTRE, TARN_ANCHOR_CENTRE};
     plan.anchor = {anchor_at(at.x, plan.element.width), anchor_at(at.y, plan.element.height)};
-    if (!same_type(plan.element.elemtype, cells)) return report(context, k::kBadArg, kTextState);
 
     const bool sized = !state || is_empty(*state);
     if (sized && (category < TARN_MORPH_BASIC || category > TARN_MORPH_FLOATS))
         return refuse(context, QUEL_E_OPTION, QUEL_C_ARGUMENT, 3, "@morph-category");
+    if (!same_type(plan.element.elemtype, cells)) return report(context, k::kBadArg, kTextState);
     // A state that is there is made for its region's own kind, and for all operations unless it is a basic one.
     if (!sized && category != TARN_MORPH_BASIC) plan.category = TARN_MORPH_ADVANCED;
     if (plan.category == TARN_MORPH_FLOATS) plan.type = (plan.type & ~0xf00u) | (LUMO_F32 & 0xf00);
