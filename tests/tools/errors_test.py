@@ -127,6 +127,7 @@ class Errors(driver.ProgramTest):
                 ("--output", "is missing", ["copy", "a.png"]),
                 ("--output", "required", ["copy", "a.png", "-o"]),
                 ("--frob", "is not an option of copy", ["copy", "a.png", "--frob", "-o", "o.png"]),
+                ("-j", "is not an option of minmax; see", ["minmax", "a.png", "-j", "3"]),
                 ("--frob", "is not an option of tarn", ["--frob"]),
                 ("--quality", "from 1 to 100", ["copy", "a.png", "-o", "o.jpg", "--quality", "101"]),
                 ("--compression", "none, lzw or deflate", ["copy", "a.png", "-o", "o.tif", "--compression", "zip"]),

@@ -1,5 +1,6 @@
 // The program `tarn`: real picture files in, an operation of the module, real picture files out.
 #include <algorithm>
+#include <cctype>
 #include <cstdio>
 #include <cstring>
 #include <iostream>
@@ -45,12 +46,15 @@ using namespace tarn::tool;
 // follow from it.
 void blame_unknown_option(const CLI::App& command, const std::string& see, int argc, char** argv) {
     std::vector<std::string> names = {"--then"};
-    for (const CLI::Option* option : command.get_options())
+    for (const CLI::Option* option : command.get_options()) {
         for (const std::string& name : option->get_lnames()) names.push_back("--" + name);
+        for (const std::string& name : option->get_snames()) names.push_back("-" + name);
+    }
     for (int i = 2; i < argc && std::strcmp(argv[i], "--") != 0; ++i) {
         const std::string word(argv[i], std::strcspn(argv[i], "="));
-        if (!word.starts_with("--") || std::count(names.begin(), names.end(), word)) continue;
-        const std::string meant = nearest_word(word, names);
+        const bool letter = word.size() == 2 && word[0] == '-' && std::isalpha(static_cast<unsigned char>(word[1]));
+        if (!(letter || word.starts_with("--")) || std::count(names.begin(), names.end(), word)) continue;
+        const std::string meant = letter ? "" : nearest_word(word, names);
         usage(word, "is not an option of " + command.get_name(),
               meant.empty() ? see : "did you mean " + meant + "? " + see);
     }
