@@ -92,8 +92,8 @@ Case histogram_case(const Listed<k::Histogram>& k, k::Bins bins, const char* var
         uint64_t* counted = v[1].row<uint64_t>(0);
         std::fill_n(counted, bins.count, 0);
         std::vector<double> first;  // of each interval
-        const double width = (double(bins.upper) - bins.lower) / bins.count;
-        for (int b = 1; b < bins.count; ++b) first.push_back(bins.lower + b * width);
+        const double width = double(bins.upper) - bins.lower;
+        for (int b = 1; b < bins.count; ++b) first.push_back(bins.lower + b * width / bins.count);
         k.each_element(n, [&](int y, int i, int) {
             const double value = v->row<T>(y)[i];
             if (value >= bins.lower && value <= bins.upper)
@@ -142,6 +142,7 @@ void threshold_cases(Visit&& visit) {
     });
     each_kernel<uint8_t, int16_t, float>("histogram", k::histogram_kernels, [&]<class T>(T, const auto& k) {
         visit(histogram_case<T>(k, {0, 255, 256}, ""));
+        visit(histogram_case<T>(k, {0, 255, 310}, " with values on bounds"));
         visit(histogram_case<T>(k, {-1, 1, 384}, " of fractions"));
         visit(histogram_case<T>(k, {0, 0x1p127f, 8}, " of large values"));
     });

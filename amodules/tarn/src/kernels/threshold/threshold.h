@@ -41,8 +41,8 @@ struct Bins {
 // values outside of the bounds and NaN.
 static inline int32_t bin_of(const Bins& bins, double value) {
     if (!(value >= double(bins.lower) && value <= double(bins.upper))) return -1;
-    const int32_t bin =
-        int32_t((value - double(bins.lower)) * (bins.count / (double(bins.upper) - double(bins.lower))));
+    // Not by the quotient of both, whose rounding takes what lies on a bound to the interval below.
+    const int32_t bin = int32_t((value - double(bins.lower)) * bins.count / (double(bins.upper) - double(bins.lower)));
     return bin < bins.count ? bin : bins.count - 1;
 }
 
