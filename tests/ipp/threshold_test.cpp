@@ -470,14 +470,17 @@ TEST(threshold, without_the_companion_says_who_lacks) {
     ASSERT_EQ(QuelHOSTfind(alone, "threshold", &op, &err), 0);
     Array dst = Array(u8(1), 9, 9).filled(1);
     const Array before = dst;
-    for (const TarnTHROPTIONS& o : {otsu_options(0, 0, 0, 0), adaptive_options(1, 1, 3, 3), TarnTHROPTIONS{}}) {
-        err = {};
-        TarnTHRSPEC s = kBinary;
-        EXPECT_EQ(reinterpret_cast<TarnThreshold>(op.entry)(&op.call, &err, nullptr, &dst, nullptr, nullptr, &o, 1, &s),
-                  -1);
-        EXPECT_EQ(err.last.code, uint32_t(QUEL_E_UNSERVED));
-        EXPECT_NE(std::string(err.last.text).find("tarn-c"), std::string::npos) << err.last.text;
-    }
+    QuelCALL unrouted = op.call;  // by a host that leaves the module's table as it is
+    unrouted.iface = QuelHOSTiface(alone);
+    for (const auto& [call, words] : {std::pair(&op.call, "tarn-c"), std::pair(&unrouted, "no loaded module serves")})
+        for (const TarnTHROPTIONS& o : {otsu_options(0, 0, 0, 0), adaptive_options(1, 1, 3, 3), TarnTHROPTIONS{}}) {
+            err = {};
+            TarnTHRSPEC s = kBinary;
+            const auto threshold = reinterpret_cast<TarnThreshold>(op.entry);
+            EXPECT_EQ(threshold(call, &err, nullptr, &dst, nullptr, nullptr, &o, 1, &s), -1);
+            EXPECT_EQ(err.last.code, uint32_t(QUEL_E_UNSERVED));
+            EXPECT_NE(std::string(err.last.text).find(words), std::string::npos) << err.last.text;
+        }
     EXPECT_TRUE(dst.same_pixels(before));
     QuelHOSTclose(alone);
     std::filesystem::remove_all(folder);

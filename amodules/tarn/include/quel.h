@@ -122,7 +122,7 @@ enum {
     QUEL_E_OPTION = 259,    /* option or shape out of range */
     QUEL_E_TYPE = 1029,     /* element type or channel count not supported, or a kernel failed */
     QUEL_E_NOMEM = 32773,   /* out of memory */
-    QUEL_E_UNSERVED = 1030, /* made by the host: no loaded module serves the operation */
+    QUEL_E_UNSERVED = 1030, /* no loaded module serves the operation, or another that it is made of */
     QUEL_E_MODULE = 1031,   /* made by the host: a module can't be loaded */
     QUEL_C_NOMEM = 12,
     QUEL_C_ARGUMENT = 22,

@@ -52,6 +52,11 @@ int64_t refuse(const Context& context, uint32_t code, uint32_t cls, uint32_t for
     return -1;
 }
 
+void refuse_unserved(const Context& context, const QuelSLOT& sibling) {
+    QuelMkerr_u(context.err, 0, 0, 0, interface_code(context.call), QUEL_E_UNSERVED, QUEL_C_UNSUPPORTED,
+                "no loaded module serves %s", sibling.qualified);
+}
+
 void unsupported(const QuelCALL* call, LumoELEMTYPE type) {
     LumoLOGprintf(_G_Lumo_default_logger, 1, "%s: unsupported %s x %d", call->iface->slots[call->slot].qualified,
                   LumoELEMTYPEshow(type), channels_of(type));

@@ -104,10 +104,26 @@ struct Slot {
     int number;
 };
 
-// Calls another operation through the table that this call came by, with this call's record, errors and storage.
+// Makes the error value of a table that has no function in the sibling's slot.
+void refuse_unserved(const Context& context, const QuelSLOT& sibling);
+
+// What an operation returns that failed: -1, or no number.
+template <class T>
+constexpr T kFailed = T(-1);
+template <>
+inline constexpr float kFailed<float> = __builtin_nanf("");
+
+// Calls another operation through the table that this call came by, with this call's record, errors and storage. A host that
+// routes declared slots has put functions there; other tables hold this module's own marks.
 template <class Fn, class... Args>
 auto call_sibling(Context& context, Slot<Fn> slot, Args... args) {
-    const auto operation = reinterpret_cast<Fn>(context.call->iface->slots[slot.number].entry);
+    const QuelSLOT& sibling = context.call->iface->slots[slot.number];
+    const auto operation = reinterpret_cast<Fn>(sibling.entry);
+    using Result = decltype(operation(context.call, context.err, context.storage(), args...));
+    if (!sibling.entry || sibling.entry == QUEL_ENTRY_DECLARED) {
+        refuse_unserved(context, sibling);
+        return kFailed<Result>;
+    }
     return operation(context.call, context.err, context.storage(), args...);
 }
 
