@@ -1,6 +1,7 @@
 """What is told of modules that keep their promises, and of those with one fault each (wrong/module.cpp)."""
 import json
 import os
+import shutil
 import subprocess
 
 import driver
@@ -65,6 +66,15 @@ class Check(driver.ProgramTest):
         self.assertEqual([p for p in told if told[p]["kept"] is False], ["exports", "load", "init"])
         self.refused(1, "nowhere.so", "is no file", "check", "nowhere.so")
         self.refused(1, ".", "is no file", "check", ".")
+
+    def test_numbers_of_calls_that_are_none(self):
+        for option, value in (("--calls", "0"), ("--calls", "-1"), ("--seed", "-1"), ("--seed", "one")):
+            self.refused(2, option, "not a whole number", "check", os.path.join(LIBRARY, "tarn-c.so"), option, value)
+
+    def test_a_name_that_is_not_utf_8_is_told_in_json(self):
+        name = os.fsdecode(b"\xff.so")
+        shutil.copy(os.path.join(LIBRARY, "wrong/NONE.so"), self.path(name))
+        self.check(0, name, "--calls", "1")
 
 
 if driver.SANITIZED:

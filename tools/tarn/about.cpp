@@ -53,7 +53,7 @@ void print_types(const Ops& options) {
             std::cout << std::left << std::setw(28) << row.operation << std::setw(28) << array << kinds_text(row)
                       << "\n";
     }
-    if (options.json) std::cout << list.dump(2) << "\n";
+    if (options.json) print_json(list);
 }
 
 void run_ops(const Ops& options) {
@@ -69,7 +69,7 @@ void run_ops(const Ops& options) {
         if (options.kind == "all" || record["kind"] == options.kind) list.push_back(std::move(record));
     }
     if (options.json) {
-        std::cout << list.dump(2) << "\n";
+        print_json(list);
         return;
     }
     if (options.markdown) std::cout << "| slot | name | operation | kind | what it does |\n|---:|---|---|---|---|\n";

@@ -19,9 +19,13 @@
 
 namespace tarn::tool {
 namespace {
+// The calls of a seed have numbers of their own.
+constexpr int kSeedShift = 40, kMostSeeds = (1 << 24) - 1;
+
 struct Options {
     std::string module;
-    uint64_t calls = 150, seed = 1;
+    std::string calls_text = "150", seed_text = "1";
+    uint64_t calls = 0, seed = 0;
     bool json = false;
 };
 
@@ -50,7 +54,7 @@ void operation_promise(const Options& options, const play::Operation& operation,
     for (uint64_t n = 0; n < options.calls; ++n) {
         const std::string call = "call " + std::to_string(n) + " of seed " + std::to_string(options.seed);
         trial.step(call);
-        const uint64_t begins = (options.seed << 40) + n * 2 + 1;
+        const uint64_t begins = (options.seed << kSeedShift) + n * 2 + 1;
         std::vector<uint32_t> choices;
         const std::string what = wrong(operation, play::draw_setting(begins), choices, begins + 1, &plays);
         if (!what.empty()) return trial.fault(call + ": " + what);
@@ -180,10 +184,7 @@ void run_check(Options options) {
         }
         if (!called) break;
     }
-    if (options.json)
-        std::cout << nlohmann::ordered_json{{"module", options.module}, {"promises", all}, {"broken", counts[1]}}.dump(
-                         2)
-                  << "\n";
+    if (options.json) print_json({{"module", options.module}, {"promises", all}, {"broken", counts[1]}});
     if (counts[1])
         fail(subject,
              "breaks " + std::to_string(counts[1]) + " of " + std::to_string(counts[0] + counts[1]) + " promises",
@@ -201,10 +202,14 @@ void Trial::send(char kind, std::string text) {
 Run setup_check(CLI::App& app) {
     const auto options = std::make_shared<Options>();
     app.add_option("MODULE", options->module, "the module's library")->type_name("")->required();
-    app.add_option("--calls", options->calls, "random calls of each operation (default: 150)")->type_name("N");
-    app.add_option("--seed", options->seed, "other calls (default: 1)")->type_name("N");
+    app.add_option("--calls", options->calls_text, "random calls of each operation (default: 150)")->type_name("N");
+    app.add_option("--seed", options->seed_text, "other calls (default: 1)")->type_name("N");
     add_json(app, options->json);
-    return [options] { run_check(*options); };
+    return [options] {
+        options->calls = uint64_t(parse_integer(options->calls_text, "--calls", 1, 1000000000));
+        options->seed = uint64_t(parse_integer(options->seed_text, "--seed", 0, kMostSeeds));
+        run_check(*options);
+    };
 }
 
 }  // namespace tarn::tool

@@ -324,11 +324,12 @@ void write_text(const Files& files, const std::string& text) {
     file.commit();
 }
 
+void print_json(const nlohmann::ordered_json& value) {
+    std::cout << value.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) << "\n";
+}
+
 void print_values(const nlohmann::ordered_json& values, bool json) {
-    if (json) {
-        std::cout << values.dump(2) << "\n";
-        return;
-    }
+    if (json) return print_json(values);
     size_t widest = 0;
     for (const auto& [name, value] : values.items()) widest = std::max(widest, name.size());
     for (const auto& [name, value] : values.items()) {

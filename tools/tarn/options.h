@@ -104,6 +104,8 @@ private:
 
 // Writes to the -o file, whole or not at all, or to standard output.
 void write_text(const Files& files, const std::string& text);
+// Prints JSON. File names need not be UTF-8, which JSON is: other bytes become U+FFFD.
+void print_json(const nlohmann::ordered_json& value);
 // Prints lines of "name value", underscores as spaces, or, with --json, the object itself.
 void print_values(const nlohmann::ordered_json& values, bool json);
 // Prints what --time asks for.

@@ -312,7 +312,7 @@ void run_selfcheck(const Options& options) {
         std::cout << line << (result.different.empty() ? "the same bits" : "DIFFERENT") << "\n";
         for (const std::string& text : result.different) std::cout << "    " << text << "\n";
     }
-    if (options.json) std::cout << told.dump(2) << "\n";
+    if (options.json) print_json(told);
     if (different)
         fail("selfcheck", std::to_string(different) + " results depend on the level", "please report what was printed");
 }

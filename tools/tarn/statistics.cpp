@@ -50,7 +50,7 @@ void print_table(const Options& options, const Image& image, const std::vector<C
             }
             all.push_back(row);
         }
-        std::cout << all.dump(2) << "\n";
+        print_json(all);
         return;
     }
     std::cout << "channel";
