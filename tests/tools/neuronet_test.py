@@ -75,7 +75,7 @@ class Neuronet(driver.ProgramTest):
                 (npy("()", [0]), "not a matrix"), (npy("(0, 3)", []), "holds no values"), (npy("(-1, 3)", zeros[:3]), "no shape"),
                 (npy("(2, 3)", zeros[:5]), "ends too early"), (npy("(1, 3)", zeros[:3])[:40], "ends too early"),
                 (npy("(2147483647, 500000000)", zeros[:3]), "ends too early"), (npy("(1, 3)", zeros[:4]), "goes on behind"),
-                (npy("(99999999999, 3)", zeros[:3]), "too large")):
+                (npy("(99999999999, 3)", zeros[:3]), "too large (99999999999 x 3)")):
             self.put("x.npy", data)
             self.no_net(1, "x.npy", words, "x.npy", "--layer", "w.npy", "-o", "y.npy")
         self.no_net(1, "none.npy", "no such file", "none.npy", "--layer", "w.npy", "-o", "y.npy")

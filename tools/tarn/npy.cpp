@@ -40,7 +40,7 @@ std::vector<int64_t> parse_shape(const std::string& text, const std::string& pat
         if (text[i] == ' ' || text[i] == ',') continue;
         int64_t n = 0;
         const size_t first = i;
-        for (; i < end && text[i] >= '0' && text[i] <= '9' && n <= INT32_MAX; ++i) n = n * 10 + (text[i] - '0');
+        for (; i < end && text[i] >= '0' && text[i] <= '9' && n < INT64_MAX / 100; ++i) n = n * 10 + (text[i] - '0');
         if (i == first) fail(path, "has no shape in its header", kRemedy);
         shape.push_back(n);
     }
