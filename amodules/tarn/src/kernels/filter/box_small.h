@@ -40,7 +40,9 @@ template <int kColumns>
     return sum;
 }
 
-constexpr int64_t kSmallSums = 12288;  // bytes of the kept rows, for the first-level cache
+// Bytes of the kept rows, for the second-level cache. Narrow strips would spare it, but each of their rows lies on a page
+// of its own, where the source comes late: of large images they took two to four times as long.
+constexpr int64_t kSmallSums = 128 << 10;
 
 // Masks of two rows and more; kThree: of three. The region is at least a vector wide.
 template <bool kKept, int kColumns, bool kThree, class Divide>

@@ -8,7 +8,7 @@
 namespace tarn::k::TARN_LEVEL {
 namespace {
 
-constexpr int64_t kBlockBytes = 128 << 10;  // of a strip's block of rows, for the second-level cache
+constexpr int64_t kBlockBytes = 256 << 10;  // of a strip's block of rows, for the second-level cache
 constexpr int64_t kStripMost = 8192, kStripLeast = 576, kStripUnit = 192;  // elements
 
 template <class Op, class T, Form kForm>
