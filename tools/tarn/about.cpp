@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <iomanip>
 #include <iostream>
+#include <nlohmann/json.hpp>
 
 #include "commands.h"
 #include "error.h"
@@ -163,14 +164,13 @@ void run_info(bool json) {
     print_values(info, json);
 }
 
-void run_help(CLI::App& program, const std::string& topic) {
+void run_help(CLI::App& app, const std::string& topic) {
     if (topic.empty()) {
-        program.clear();  // else it would be the help of the command that was chosen
-        std::cout << program.help();
+        std::cout << help_text(app, "");
         return;
     }
     if (const Command* command = find_command(topic)) {
-        std::cout << program.get_subcommand(command->name)->help("tarn");
+        std::cout << help_text(app, command->name);
         return;
     }
     const Module module;
@@ -190,11 +190,11 @@ void run_help(CLI::App& program, const std::string& topic) {
 Run setup_ops(CLI::App& app) {
     const auto options = std::make_shared<Ops>();
     add_json(app, options->json);
-    app.add_flag("--markdown", options->markdown, "print a Markdown table");
-    app.add_option("--kind", options->kind, "all (default), implemented, declared, reserved or empty")
-        ->type_name("KIND");
-    app.add_flag("--types", options->types,
-                 "list the element types and channels that each operation takes, and what it does with others");
+    add_flag(app, "--markdown", options->markdown, "print a Markdown table");
+    add_option(app, "--kind", options->kind, "all (default), implemented, declared, reserved or empty")
+        .type_name("KIND");
+    add_flag(app, "--types", options->types,
+             "list the element types and channels that each operation takes, and what it does with others");
     return [options] { run_ops(*options); };
 }
 
@@ -206,9 +206,8 @@ Run setup_info(CLI::App& app) {
 
 Run setup_help(CLI::App& app) {
     const auto topic = std::make_shared<std::string>();
-    app.add_option("OPERATION", *topic, "command or operation to tell about (default: the program)")->type_name("");
-    CLI::App* program = app.get_parent();
-    return [topic, program] { run_help(*program, *topic); };
+    add_option(app, "OPERATION", *topic, "command or operation to tell about (default: the program)").type_name("");
+    return [topic, &app] { run_help(app, *topic); };
 }
 
 }  // namespace tarn::tool

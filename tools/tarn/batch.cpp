@@ -321,20 +321,19 @@ void run_batch(Files& files, const std::function<void()>& run) {
 }  // namespace
 
 void add_batch(CLI::App& app, Files& files) {
-    app.add_option("--out-dir", files.out_dir,
-                   "folder for the results of several pictures, or of a folder of them; made when missing")
-        ->type_name("DIR");
-    app.add_option("--name", files.name,
-                   "names in that folder: {stem}, {ext}, {page} and {number} are the input's (default: {stem}.{ext})")
-        ->type_name("PATTERN");
-    app.add_option("-j,--jobs", files.jobs, "worker processes (default 1; 0: as many as processors)")->type_name("N");
-    app.add_flag("--resume", files.resume, "leave pictures out whose result is there and no older than they are");
+    add_option(app, "--out-dir", files.out_dir,
+               "folder for the results of several pictures, or of a folder of them; made when missing")
+        .type_name("DIR");
+    add_option(app, "--name", files.name,
+               "names in that folder: {stem}, {ext}, {page} and {number} are the input's (default: {stem}.{ext})")
+        .type_name("PATTERN");
+    add_option(app, "-j,--jobs", files.jobs, "worker processes (default 1; 0: as many as processors)").type_name("N");
+    add_flag(app, "--resume", files.resume, "leave pictures out whose result is there and no older than they are");
 }
 
 void add_pictures(CLI::App& app, Files& files) {
     add_inputs(app, files, 1, 0);
-    add_image_output(app, files);
-    app.get_option("--output")->required(false);
+    add_image_output(app, files).required(false);
     add_batch(app, files);
 }
 

@@ -11,6 +11,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <nlohmann/json.hpp>
 
 #include "commands.h"
 #include "error.h"
@@ -201,9 +202,9 @@ void Trial::send(char kind, std::string text) {
 
 Run setup_check(CLI::App& app) {
     const auto options = std::make_shared<Options>();
-    app.add_option("MODULE", options->module, "the module's library")->type_name("")->required();
-    app.add_option("--calls", options->calls_text, "random calls of each operation (default: 150)")->type_name("N");
-    app.add_option("--seed", options->seed_text, "other calls (default: 1)")->type_name("N");
+    add_option(app, "MODULE", options->module, "the module's library").type_name("").required();
+    add_option(app, "--calls", options->calls_text, "random calls of each operation (default: 150)").type_name("N");
+    add_option(app, "--seed", options->seed_text, "other calls (default: 1)").type_name("N");
     add_json(app, options->json);
     return [options] {
         options->calls = uint64_t(parse_integer(options->calls_text, "--calls", 1, 1000000000));

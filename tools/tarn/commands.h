@@ -3,11 +3,15 @@
 #ifndef TARN_TOOLS_COMMANDS_H
 #define TARN_TOOLS_COMMANDS_H
 
-#include <CLI/CLI.hpp>
 #include <functional>
 #include <span>
 #include <string>
 #include <type_traits>
+#include <vector>
+
+namespace CLI {
+class App;
+}
 
 namespace tarn::tool {
 

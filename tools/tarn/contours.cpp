@@ -2,6 +2,7 @@
 #include <png.h>
 
 #include <algorithm>
+#include <nlohmann/json.hpp>
 
 #include "batch.h"
 #include "commands.h"
@@ -261,20 +262,19 @@ void run_contour_find(const ContourFind& options) {
 Run setup_contour_find(CLI::App& app) {
     const auto options = std::make_shared<ContourFind>();
     add_inputs(app, options->files, 1, 0);
-    app.add_option(
-           "-o,--output", options->files.output,
-           ".svg: the outlines over the picture; .json: nested polygons (default: the latter to standard output)")
-        ->type_name("OUT");
-    app.add_option("--format", options->files.format, "svg or json, where the name does not tell")->type_name("FORMAT");
+    add_option(app, "-o,--output", options->files.output,
+               ".svg: the outlines over the picture; .json: nested polygons (default: the latter to standard output)")
+        .type_name("OUT");
+    add_option(app, "--format", options->files.format, "svg or json, where the name does not tell").type_name("FORMAT");
     add_batch(app, options->files);
-    app.add_option("--threshold", options->threshold, "pixels above this luminance are ones (default 0)")
-        ->type_name("V");
-    app.add_flag("--otsu", options->otsu, "choose the threshold from the picture's histogram");
-    app.add_option("--values", options->values, "outlines of the regions of ones (default), zeros or both")
-        ->type_name("WHICH");
-    app.add_option("--diagonal", options->diagonal,
-                   "values whose pixels connect at corners: none (default), zeros, ones or both")
-        ->type_name("WHICH");
+    add_option(app, "--threshold", options->threshold, "pixels above this luminance are ones (default 0)")
+        .type_name("V");
+    add_flag(app, "--otsu", options->otsu, "choose the threshold from the picture's histogram");
+    add_option(app, "--values", options->values, "outlines of the regions of ones (default), zeros or both")
+        .type_name("WHICH");
+    add_option(app, "--diagonal", options->diagonal,
+               "values whose pixels connect at corners: none (default), zeros, ones or both")
+        .type_name("WHICH");
     return each_picture(options->files, [options] { run_contour_find(*options); });
 }
 

@@ -146,21 +146,21 @@ std::shared_ptr<Options> add_common(CLI::App& app) {
 }
 
 void add_range(CLI::App& app, Options& options) {
-    app.add_option("--range", options.range, "what the smallest and the largest value become")
-        ->type_name("LO,HI")
-        ->required();
+    add_option(app, "--range", options.range, "what the smallest and the largest value become")
+        .type_name("LO,HI")
+        .required();
 }
 
 }  // namespace
 
 Run setup_convert_scale(CLI::App& app) {
     const auto options = add_common(app);
-    app.add_option("--depth", options->depth,
-                   "samples of the result: same (default), u8, u16, s16, s32 or f32; values saturate")
-        ->type_name("TYPE");
-    app.add_option("--scale", options->scale, "factor, one for all colour channels or one for each (default: 1)")
-        ->type_name("F[,F,F]");
-    app.add_option("--offset", options->offset, "what is added after that (default: 0)")->type_name("V[,V,V]");
+    add_option(app, "--depth", options->depth,
+               "samples of the result: same (default), u8, u16, s16, s32 or f32; values saturate")
+        .type_name("TYPE");
+    add_option(app, "--scale", options->scale, "factor, one for all colour channels or one for each (default: 1)")
+        .type_name("F[,F,F]");
+    add_option(app, "--offset", options->offset, "what is added after that (default: 0)").type_name("V[,V,V]");
     return each_picture(options->files, [options] { run_convert_scale(*options); });
 }
 
@@ -210,9 +210,9 @@ Run setup_cvtorigin_n(CLI::App& app) {
 
 Run setup_reshape(CLI::App& app) {
     const auto options = add_common(app);
-    app.add_option("--size", options->size, "new width and height, as many pixels as before")
-        ->type_name("WxH")
-        ->required();
+    add_option(app, "--size", options->size, "new width and height, as many pixels as before")
+        .type_name("WxH")
+        .required();
     return each_picture(options->files, [options] { run_reshape(*options); });
 }
 

@@ -129,9 +129,9 @@ std::vector<uint32_t> words(const std::vector<double>& values) {
 }
 
 void add_constants(CLI::App& app, Options& options, const char* text) {
-    app.add_option("-c,--constants", options.constants, text)->type_name("V[,V,V]");
-    app.add_flag("--wrap", options.wrap,
-                 "take constants that the samples don't hold by their low bits, as the module does");
+    add_option(app, "-c,--constants", options.constants, text).type_name("V[,V,V]");
+    add_flag(app, "--wrap", options.wrap,
+             "take constants that the samples don't hold by their low bits, as the module does");
 }
 
 Run setup_logic(CLI::App& app, const char* name) {
@@ -188,10 +188,10 @@ uint32_t comparison_code(const std::string& text) {
 }
 
 void add_comparison(CLI::App& app, Options& options) {
-    app.add_option("--comparison", options.comparison,
-                   "less, less-equal, equal, greater-equal or greater; has to hold in every colour channel")
-        ->required()
-        ->type_name("HOW");
+    add_option(app, "--comparison", options.comparison,
+               "less, less-equal, equal, greater-equal or greater; has to hold in every colour channel")
+        .required()
+        .type_name("HOW");
 }
 
 }  // namespace
@@ -285,9 +285,9 @@ Run setup_set(CLI::App& app) {
         app, *options,
         "one value or one for each colour channel (default: 0); integer pictures take whole numbers (with --wrap "
         "the floor, of which the low 8, 16 or 32 bits count)");
-    app.add_option("--mask", options->mask,
-                   "grey u8 picture of the same size: only where it is not 0 is the picture filled")
-        ->type_name("FILE");
+    add_option(app, "--mask", options->mask,
+               "grey u8 picture of the same size: only where it is not 0 is the picture filled")
+        .type_name("FILE");
     return each_picture(options->files, [options] {
         const Takes takes{"set", Wide::order};
         Image mask;

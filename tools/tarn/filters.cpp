@@ -113,40 +113,40 @@ void run_filter(const Filter& options) {
 Run setup_copymkb(CLI::App& app) {
     const auto options = std::make_shared<Copymkb>();
     add_pictures(app, options->files);
-    app.add_option("--border", options->border,
-                   "widths of the border in pixels: left, top, right, bottom; a right or bottom of -1 is as wide as "
-                   "left or top")
-        ->required()
-        ->type_name("L,T,R,B");
-    app.add_option("--kind", options->kind,
-                   "replicate (default): repeat the picture's edge pixels; constant: fill with --value")
-        ->type_name("KIND");
-    app.add_option("--value", options->values,
-                   "of a constant border: one for all colour channels or one for each (default: 0), then one for "
-                   "alpha (default: opaque); integer pictures take the floor")
-        ->type_name("V[,V,V,A]");
+    add_option(app, "--border", options->border,
+               "widths of the border in pixels: left, top, right, bottom; a right or bottom of -1 is as wide as "
+               "left or top")
+        .required()
+        .type_name("L,T,R,B");
+    add_option(app, "--kind", options->kind,
+               "replicate (default): repeat the picture's edge pixels; constant: fill with --value")
+        .type_name("KIND");
+    add_option(app, "--value", options->values,
+               "of a constant border: one for all colour channels or one for each (default: 0), then one for "
+               "alpha (default: opaque); integer pictures take the floor")
+        .type_name("V[,V,V,A]");
     return each_picture(options->files, [options] { run_copymkb(*options); });
 }
 
 Run setup_filter(CLI::App& app) {
     const auto options = std::make_shared<Filter>();
     add_pictures(app, options->files);
-    app.add_option("--kind", options->kind,
-                   "what a pixel becomes of those under the mask: box (the mean), min, max or median (of an even "
-                   "number the lower in the middle; not of f32)")
-        ->required()
-        ->type_name("KIND");
-    app.add_option("--size", options->size, "width and height of the mask in pixels, at least 1x1")
-        ->required()
-        ->type_name("WxH");
-    app.add_option("--anchor", options->anchor,
-                   "column and row of the mask that lie on the pixel, from 0 on (default: the middle, the left or "
-                   "upper of two)")
-        ->type_name("X,Y");
-    app.add_option("--region", options->region,
-                   "part of the picture to filter, which is the result (default: all); the mask sees the pixels "
-                   "around it where there are enough on every side, else the region's edge pixels repeat")
-        ->type_name("L,T,WxH");
+    add_option(app, "--kind", options->kind,
+               "what a pixel becomes of those under the mask: box (the mean), min, max or median (of an even "
+               "number the lower in the middle; not of f32)")
+        .required()
+        .type_name("KIND");
+    add_option(app, "--size", options->size, "width and height of the mask in pixels, at least 1x1")
+        .required()
+        .type_name("WxH");
+    add_option(app, "--anchor", options->anchor,
+               "column and row of the mask that lie on the pixel, from 0 on (default: the middle, the left or "
+               "upper of two)")
+        .type_name("X,Y");
+    add_option(app, "--region", options->region,
+               "part of the picture to filter, which is the result (default: all); the mask sees the pixels "
+               "around it where there are enough on every side, else the region's edge pixels repeat")
+        .type_name("L,T,WxH");
     return each_picture(options->files, [options] { run_filter(*options); });
 }
 

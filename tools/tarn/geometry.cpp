@@ -101,24 +101,24 @@ void run_scale_resize(const ScaleResize& options) {
 Run setup_scale_resize(CLI::App& app) {
     const auto options = std::make_shared<ScaleResize>();
     add_pictures(app, options->files);
-    app.add_option("--size", options->size, "new width and height in pixels; for smaller ones see --antialias")
-        ->type_name("WxH");
-    app.add_option("--scale", options->scale,
-                   "new size as a multiple of the region's, at least 1 pixel (1 where a region is all that is given)")
-        ->type_name("F");
-    app.add_option("--region", options->region, "part of the picture to resample (default: all)")->type_name("L,T,WxH");
-    app.add_option("--interpolation", options->interpolation,
-                   "nearest, linear (default), cubic or lanczos; these look at the 1, 2, 4 or 6 pixels nearest to a "
-                   "place on each axis and leave out others: to shrink, add --antialias")
-        ->type_name("MODE");
-    app.add_flag("--antialias", options->antialias,
-                 "where the picture shrinks, make each pixel the mean of all that it covers, so that fine patterns "
-                 "become even and edges smooth, as in a thumbnail");
-    app.add_option("--depth", options->depth,
-                   "samples of the result: same (default), u8, u16, s16 or f32; values saturate")
-        ->type_name("TYPE");
-    app.add_option("--value-range", options->value_range, "stretch the result's values to this range")
-        ->type_name("LO,HI");
+    add_option(app, "--size", options->size, "new width and height in pixels; for smaller ones see --antialias")
+        .type_name("WxH");
+    add_option(app, "--scale", options->scale,
+               "new size as a multiple of the region's, at least 1 pixel (1 where a region is all that is given)")
+        .type_name("F");
+    add_option(app, "--region", options->region, "part of the picture to resample (default: all)").type_name("L,T,WxH");
+    add_option(app, "--interpolation", options->interpolation,
+               "nearest, linear (default), cubic or lanczos; these look at the 1, 2, 4 or 6 pixels nearest to a "
+               "place on each axis and leave out others: to shrink, add --antialias")
+        .type_name("MODE");
+    add_flag(app, "--antialias", options->antialias,
+             "where the picture shrinks, make each pixel the mean of all that it covers, so that fine patterns "
+             "become even and edges smooth, as in a thumbnail");
+    add_option(app, "--depth", options->depth,
+               "samples of the result: same (default), u8, u16, s16 or f32; values saturate")
+        .type_name("TYPE");
+    add_option(app, "--value-range", options->value_range, "stretch the result's values to this range")
+        .type_name("LO,HI");
     return each_picture(options->files, [options] { run_scale_resize(*options); });
 }
 

@@ -1,6 +1,7 @@
 #include "kinds.h"
 
 #include <algorithm>
+#include <nlohmann/json.hpp>
 
 namespace tarn::tool {
 namespace {

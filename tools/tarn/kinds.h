@@ -2,7 +2,7 @@
 #ifndef TARN_TOOLS_KINDS_H
 #define TARN_TOOLS_KINDS_H
 
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 #include <span>
 #include <string>
 #include <vector>

@@ -167,25 +167,25 @@ Run setup_morph(CLI::App& app) {
     add_image_output(
         app, options->files,
         "picture to write, .png, .jpg or .tiff; of several inputs a folder that gets files of their names");
-    app.add_option(
-           "--operation", options->operation,
-           "erode (the minimum under the element), dilate (the maximum under the reflected one), open (eroded, then "
-           "dilated), close (dilated, then eroded), tophat (the picture less its opening), blackhat (the closing less "
-           "the picture) or gradient (dilated less eroded); the picture's edge pixels repeat around it")
-        ->required()
-        ->type_name("OP");
-    app.add_option("--element", options->element,
-                   "the structuring element: rect, ellipse or cross, of --size; or a grey picture of 8 bits, whose "
-                   "pixels above 0 "
-                   "are its members")
-        ->required()
-        ->type_name("SHAPE|FILE");
-    app.add_option("--size", options->size, "width and height of the element in pixels, at least 1x1")
-        ->type_name("WxH");
-    app.add_option("--anchor", options->anchor,
-                   "column and row of the element that lie on the pixel, from 0 on (default: the middle, the right or "
-                   "lower of two)")
-        ->type_name("X,Y");
+    add_option(
+        app, "--operation", options->operation,
+        "erode (the minimum under the element), dilate (the maximum under the reflected one), open (eroded, then "
+        "dilated), close (dilated, then eroded), tophat (the picture less its opening), blackhat (the closing less "
+        "the picture) or gradient (dilated less eroded); the picture's edge pixels repeat around it")
+        .required()
+        .type_name("OP");
+    add_option(app, "--element", options->element,
+               "the structuring element: rect, ellipse or cross, of --size; or a grey picture of 8 bits, whose "
+               "pixels above 0 "
+               "are its members")
+        .required()
+        .type_name("SHAPE|FILE");
+    add_option(app, "--size", options->size, "width and height of the element in pixels, at least 1x1")
+        .type_name("WxH");
+    add_option(app, "--anchor", options->anchor,
+               "column and row of the element that lie on the pixel, from 0 on (default: the middle, the right or "
+               "lower of two)")
+        .type_name("X,Y");
     return [options] { run_morph(*options); };
 }
 

@@ -2,6 +2,7 @@
 // they mean.
 #include <algorithm>
 #include <iostream>
+#include <nlohmann/json.hpp>
 
 #include "commands.h"
 #include "error.h"
@@ -156,25 +157,25 @@ void run_neuronet(const Neuronet& options) {
 
 Run setup_neuronet(CLI::App& app) {
     const auto options = std::make_shared<Neuronet>();
-    app.add_option("IN", options->files.inputs,
-                   "samples to read: a .npy file of 32-bit floats, a sample per row; - is standard input")
-        ->required()
-        ->type_name("")
-        ->expected(1);
-    app.add_option("--layer", options->layers,
-                   "a layer, the first one first: weights (a row per neuron), if wanted a bias (a value per neuron) "
-                   "and an activation: "
-                   "none (default), sigmoid, mirrored-sigmoid, rectifier, leaky-rectifier or softmax")
-        ->required()
-        ->allow_extra_args(false)
-        ->type_name("W.npy[,B.npy][,ACT]");
-    app.add_option("-o,--output", options->files.output, "results to write, a row per sample; - is standard output")
-        ->type_name("OUT.npy");
-    app.add_flag("--classes", options->classes, "print each sample's class: the column of its largest result, from 0");
-    app.add_option("--labels", options->labels, "the samples' true classes; prints how many were found")
-        ->type_name("L.npy");
-    app.add_flag("--time", options->files.time,
-                 "print the milliseconds of the operation's call, best of several repeats");
+    add_option(app, "IN", options->files.inputs,
+               "samples to read: a .npy file of 32-bit floats, a sample per row; - is standard input")
+        .required()
+        .type_name("")
+        .expected(1, 1);
+    add_option(app, "--layer", options->layers,
+               "a layer, the first one first: weights (a row per neuron), if wanted a bias (a value per neuron) "
+               "and an activation: "
+               "none (default), sigmoid, mirrored-sigmoid, rectifier, leaky-rectifier or softmax")
+        .required()
+        .one_each()
+        .type_name("W.npy[,B.npy][,ACT]");
+    add_option(app, "-o,--output", options->files.output, "results to write, a row per sample; - is standard output")
+        .type_name("OUT.npy");
+    add_flag(app, "--classes", options->classes, "print each sample's class: the column of its largest result, from 0");
+    add_option(app, "--labels", options->labels, "the samples' true classes; prints how many were found")
+        .type_name("L.npy");
+    add_flag(app, "--time", options->files.time,
+             "print the milliseconds of the operation's call, best of several repeats");
     add_json(app, options->json);
     return [options] { run_neuronet(*options); };
 }

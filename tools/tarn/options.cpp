@@ -7,6 +7,7 @@
 #include <iostream>
 #include <limits>
 #include <map>
+#include <nlohmann/json.hpp>
 
 #include "error.h"
 #include "progress.h"
@@ -185,38 +186,38 @@ std::optional<Sample> parse_depth(const std::string& text) {
 }
 
 void add_inputs(CLI::App& app, Files& files, size_t least, size_t most) {
-    app.add_option("IN", files.inputs,
-                   std::string(most == 1 ? "picture" : "pictures") +
-                       " to read (PNG, JPEG, TIFF, PNM or PFM, told by content); - is standard input")
-        ->required()
-        ->type_name("")
-        ->expected(static_cast<int>(least), most ? static_cast<int>(most) : CLI::detail::expected_max_vector_size);
-    app.add_option("--page", files.page, "which picture of a TIFF of several, from 1 on; all with --out-dir")
-        ->type_name("N");
-    app.add_flag(
-        "--autorotate,!--no-autorotate", files.autorotate,
-        "turn pictures as their orientation tag says (default); --no-autorotate takes them as they are stored");
-    app.add_flag("--time", files.time, "print the milliseconds of the operation's call, best of several repeats");
+    add_option(app, "IN", files.inputs,
+               std::string(most == 1 ? "picture" : "pictures") +
+                   " to read (PNG, JPEG, TIFF, PNM or PFM, told by content); - is standard input")
+        .required()
+        .type_name("")
+        .expected(least, most);
+    add_option(app, "--page", files.page, "which picture of a TIFF of several, from 1 on; all with --out-dir")
+        .type_name("N");
+    add_flag(app, "--autorotate,!--no-autorotate", files.autorotate,
+             "turn pictures as their orientation tag says (default); --no-autorotate takes them as they are stored");
+    add_flag(app, "--time", files.time, "print the milliseconds of the operation's call, best of several repeats");
 }
 
-void add_image_output(CLI::App& app, Files& files, const char* text) {
-    app.add_option("-o,--output", files.output, text)->required()->type_name("OUT");
-    app.add_option("--format", files.format,
-                   "of the picture, where its name does not tell: png, jpeg, tiff, pnm or pfm")
-        ->type_name("FORMAT");
-    app.add_option("--quality", files.quality, "JPEG quality, 1 to 100 (default 92)")->type_name("N");
-    app.add_option("--subsampling", files.subsampling, "of JPEG's colours: 444 (none), 422 or 420 (default)")
-        ->type_name("KIND");
-    app.add_option("--compression", files.compression, "of TIFF: none, lzw (default) or deflate")->type_name("KIND");
-    app.add_option("--effort", files.png_effort, "in compressing PNG, 0 (none) to 9 (smallest; default 6)")
-        ->type_name("N");
+Option add_image_output(CLI::App& app, Files& files, const char* text) {
+    const Option output = add_option(app, "-o,--output", files.output, text).required().type_name("OUT");
+    add_option(app, "--format", files.format,
+               "of the picture, where its name does not tell: png, jpeg, tiff, pnm or pfm")
+        .type_name("FORMAT");
+    add_option(app, "--quality", files.quality, "JPEG quality, 1 to 100 (default 92)").type_name("N");
+    add_option(app, "--subsampling", files.subsampling, "of JPEG's colours: 444 (none), 422 or 420 (default)")
+        .type_name("KIND");
+    add_option(app, "--compression", files.compression, "of TIFF: none, lzw (default) or deflate").type_name("KIND");
+    add_option(app, "--effort", files.png_effort, "in compressing PNG, 0 (none) to 9 (smallest; default 6)")
+        .type_name("N");
+    return output;
 }
 
 void add_text_output(CLI::App& app, Files& files) {
-    app.add_option("-o,--output", files.output, "file to write (default: standard output)")->type_name("OUT");
+    add_option(app, "-o,--output", files.output, "file to write (default: standard output)").type_name("OUT");
 }
 
-void add_json(CLI::App& app, bool& json) { app.add_flag("--json", json, "print JSON"); }
+void add_json(CLI::App& app, bool& json) { add_flag(app, "--json", json, "print JSON"); }
 
 namespace {
 std::map<std::string, std::optional<Image>> in_memory;

@@ -2,13 +2,13 @@
 #ifndef TARN_TOOLS_OPTIONS_H
 #define TARN_TOOLS_OPTIONS_H
 
-#include <CLI/CLI.hpp>
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "call.h"
+#include "command_line.h"
 #include "image.h"
 #include "output.h"
 
@@ -64,9 +64,9 @@ struct Files {
 };
 // Positional IN (several where most > 1; most 0: any number), and --time.
 void add_inputs(CLI::App& app, Files& files, size_t least = 1, size_t most = 1);
-// -o OUT, --format, --quality and --compression for commands that write a picture.
-void add_image_output(CLI::App& app, Files& files,
-                      const char* text = "picture to write: .png, .jpg or .tiff; - is standard output");
+// -o OUT, --format, --quality and --compression for commands that write a picture; the first is returned.
+Option add_image_output(CLI::App& app, Files& files,
+                        const char* text = "picture to write: .png, .jpg or .tiff; - is standard output");
 // -o OUT for commands that write text (SVG, JSON), optional: without it the text goes to standard output.
 void add_text_output(CLI::App& app, Files& files);
 void add_json(CLI::App& app, bool& json);

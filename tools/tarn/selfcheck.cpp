@@ -7,6 +7,7 @@
 #include <iostream>
 #include <map>
 #include <sstream>
+#include <nlohmann/json.hpp>
 
 #include "commands.h"
 #include "error.h"
@@ -180,10 +181,7 @@ Outcome run_command(const std::vector<std::string>& words, const std::string& ou
     std::streambuf* const before = std::cout.rdbuf(printed.rdbuf());
     outcome.status = status_of(
         [&] {
-            CLI::App app;
-            const Run run = find_command(words[0])->setup(app);
-            app.parse(std::vector<std::string>(words.rbegin(), words.rend() - 1));
-            run();
+            parse_words(*find_command(words[0]), {words.begin() + 1, words.end()})();
         },
         outcome.text);
     std::cout.rdbuf(before);
@@ -320,9 +318,9 @@ void run_selfcheck(const Options& options) {
 
 Run setup_selfcheck(CLI::App& app) {
     const auto options = std::make_shared<Options>();
-    app.add_option("IN", options->inputs, "pictures to try it on (default: made ones of every kind)")
-        ->type_name("")
-        ->expected(0, CLI::detail::expected_max_vector_size);
+    add_option(app, "IN", options->inputs, "pictures to try it on (default: made ones of every kind)")
+        .type_name("")
+        .expected(0, 0);
     add_json(app, options->json);
     return [options] { run_selfcheck(*options); };
 }

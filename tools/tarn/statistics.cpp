@@ -1,6 +1,7 @@
 // Commands of the statistics: a small table, a row a colour channel. Alpha is passed over.
 #include <iomanip>
 #include <iostream>
+#include <nlohmann/json.hpp>
 
 #include "commands.h"
 #include "error.h"
@@ -148,12 +149,12 @@ Run setup_mean(CLI::App& app) {
 
 Run setup_count_in_range(CLI::App& app) {
     const auto options = add_common(app);
-    app.add_option("--lower", options->lower,
-                   "smallest value that counts, one for all channels or one for each "
-                   "(default: the smallest there is)")
-        ->type_name("V[,V,V]");
-    app.add_option("--upper", options->upper, "largest value that counts (default: the largest there is)")
-        ->type_name("V[,V,V]");
+    add_option(app, "--lower", options->lower,
+               "smallest value that counts, one for all channels or one for each "
+               "(default: the smallest there is)")
+        .type_name("V[,V,V]");
+    add_option(app, "--upper", options->upper, "largest value that counts (default: the largest there is)")
+        .type_name("V[,V,V]");
     return [options] { run_count(*options); };
 }
 

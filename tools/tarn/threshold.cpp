@@ -2,6 +2,7 @@
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <nlohmann/json.hpp>
 
 #include "batch.h"
 #include "commands.h"
@@ -164,27 +165,28 @@ void run_threshold(const Threshold& options) {
 Run setup_threshold(CLI::App& app) {
     const auto options = std::make_shared<Threshold>();
     add_pictures(app, options->files);
-    app.add_option("--method", options->method,
-                   "fixed: one threshold; otsu: the one that parts the picture's values best, which is printed; "
-                   "adaptive: each pixel against the mean of its surroundings. Pixels above it become white, the "
-                   "others black")
-        ->required()
-        ->type_name("METHOD");
-    app.add_option("--value", options->value, "fixed: the threshold, one for all colour channels or one for each")
-        ->type_name("V[,V,V]");
-    app.add_option("--size", options->size, "adaptive: width and height of the surroundings (default: 15x15)")
-        ->type_name("WxH");
-    app.add_option("--offset", options->offset,
-                   "adaptive: added to the mean; below 0 keeps the noise of an even paper white (default: 0)")
-        ->type_name("D");
-    app.add_option("--tiles", options->tiles, "otsu: a threshold for each tile of this size, 3x3 at least")
-        ->type_name("WxH");
-    app.add_option("--tile-weight", options->tile_weight, "otsu: how much the tile's own threshold counts (default: 1)")
-        ->type_name("A");
-    app.add_option("--whole-weight", options->whole_weight,
-                   "otsu: how much the whole picture's counts beside it (default: 0 with tiles)")
-        ->type_name("B");
-    app.add_flag("--invert", options->invert, "black above the threshold, white below");
+    add_option(app, "--method", options->method,
+               "fixed: one threshold; otsu: the one that parts the picture's values best, which is printed; "
+               "adaptive: each pixel against the mean of its surroundings. Pixels above it become white, the "
+               "others black")
+        .required()
+        .type_name("METHOD");
+    add_option(app, "--value", options->value, "fixed: the threshold, one for all colour channels or one for each")
+        .type_name("V[,V,V]");
+    add_option(app, "--size", options->size, "adaptive: width and height of the surroundings (default: 15x15)")
+        .type_name("WxH");
+    add_option(app, "--offset", options->offset,
+               "adaptive: added to the mean; below 0 keeps the noise of an even paper white (default: 0)")
+        .type_name("D");
+    add_option(app, "--tiles", options->tiles, "otsu: a threshold for each tile of this size, 3x3 at least")
+        .type_name("WxH");
+    add_option(app, "--tile-weight", options->tile_weight,
+               "otsu: how much the tile's own threshold counts (default: 1)")
+        .type_name("A");
+    add_option(app, "--whole-weight", options->whole_weight,
+               "otsu: how much the whole picture's counts beside it (default: 0 with tiles)")
+        .type_name("B");
+    add_flag(app, "--invert", options->invert, "black above the threshold, white below");
     return each_picture(options->files, [options] { run_threshold(*options); });
 }
 

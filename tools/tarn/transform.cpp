@@ -262,27 +262,27 @@ Run setup_copy_transform(CLI::App& app) {
         app, options->files,
         "what to write: .npy, or a picture: .png, .jpg or .tiff; - is standard output, with --format npy for an "
         "array");
-    app.add_option("--size", options->size, "width and height of the result (default: the input's)")->type_name("WxH");
-    app.add_option("--interpolation", options->interpolation, "nearest, linear (default) or cubic")->type_name("MODE");
-    app.add_option(
-           "--type", options->type,
-           "elements of the result: same (default; f32 in a .npy of 16-bit pictures), u8, s16 or f32; values saturate")
-        ->type_name("TYPE");
-    app.add_option("--colour", options->colour,
-                   "colours of the result: grey, rgb, bgr or bgra, which has alpha (default: the input's)")
-        ->type_name("COLOUR");
-    app.add_option("--layout", options->layout, "axes of a .npy result: nchw (default) or hwc")->type_name("LAYOUT");
-    app.add_option("--range", options->range,
-                   "stretch each channel of each picture so that its smallest value becomes LO, its largest HI; after "
-                   "--type, so first stretch floats of 0 to 1 and then make them u8, with --then")
-        ->type_name("LO,HI");
-    app.add_flag("--per-channel", options->per_channel,
-                 "hand the range over as bounds for each channel; the values are the same");
-    app.add_option("--input-layout", options->input_layout, "axes of a .npy input: nchw (default) or hwc")
-        ->type_name("LAYOUT");
-    app.add_option("--input-colour", options->input_colour,
-                   "colours of a .npy input (default by its channels: grey, rgb, bgra)")
-        ->type_name("COLOUR");
+    add_option(app, "--size", options->size, "width and height of the result (default: the input's)").type_name("WxH");
+    add_option(app, "--interpolation", options->interpolation, "nearest, linear (default) or cubic").type_name("MODE");
+    add_option(
+        app, "--type", options->type,
+        "elements of the result: same (default; f32 in a .npy of 16-bit pictures), u8, s16 or f32; values saturate")
+        .type_name("TYPE");
+    add_option(app, "--colour", options->colour,
+               "colours of the result: grey, rgb, bgr or bgra, which has alpha (default: the input's)")
+        .type_name("COLOUR");
+    add_option(app, "--layout", options->layout, "axes of a .npy result: nchw (default) or hwc").type_name("LAYOUT");
+    add_option(app, "--range", options->range,
+               "stretch each channel of each picture so that its smallest value becomes LO, its largest HI; after "
+               "--type, so first stretch floats of 0 to 1 and then make them u8, with --then")
+        .type_name("LO,HI");
+    add_flag(app, "--per-channel", options->per_channel,
+             "hand the range over as bounds for each channel; the values are the same");
+    add_option(app, "--input-layout", options->input_layout, "axes of a .npy input: nchw (default) or hwc")
+        .type_name("LAYOUT");
+    add_option(app, "--input-colour", options->input_colour,
+               "colours of a .npy input (default by its channels: grey, rgb, bgra)")
+        .type_name("COLOUR");
     return [options] {
         const Files& files = options->files;
         is_npy(files.output) || files.format == "npy" ? to_npy(*options) : to_picture(*options);

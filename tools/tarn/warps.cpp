@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <iostream>
+#include <utility>
 
 #include "batch.h"
 #include "commands.h"
@@ -21,16 +22,16 @@ struct WarpOptions {
 
 void add_warp_options(CLI::App& app, WarpOptions& options) {
     add_pictures(app, options.files);
-    app.add_option("--size", options.size, "width and height of the result (default: the picture's)")->type_name("WxH");
-    app.add_option("--background", options.background,
-                   "where nothing lands: one value for all colour channels or one for each, then one for alpha "
-                   "(default: opaque); without it all are 0, so that alpha is transparent there")
-        ->type_name("V[,V,V,A]");
-    app.add_option("--interpolation", options.interpolation, "nearest, linear (default), cubic or lanczos")
-        ->type_name("MODE");
-    app.add_option("--depth", options.depth,
-                   "samples of the result: same (default), u8, u16, s16 or f32; values saturate")
-        ->type_name("TYPE");
+    add_option(app, "--size", options.size, "width and height of the result (default: the picture's)").type_name("WxH");
+    add_option(app, "--background", options.background,
+               "where nothing lands: one value for all colour channels or one for each, then one for alpha "
+               "(default: opaque); without it all are 0, so that alpha is transparent there")
+        .type_name("V[,V,V,A]");
+    add_option(app, "--interpolation", options.interpolation, "nearest, linear (default), cubic or lanczos")
+        .type_name("MODE");
+    add_option(app, "--depth", options.depth,
+               "samples of the result: same (default), u8, u16, s16 or f32; values saturate")
+        .type_name("TYPE");
 }
 
 // Reads the picture, gives its size to frame(width, height), which says the result's shape and may choose the warp by
@@ -229,30 +230,30 @@ void run_warp_affine_quad(const WarpAffineQuad& options) {
 Run setup_warp_affine(CLI::App& app) {
     const auto options = std::make_shared<WarpAffine>();
     add_warp_options(app, *options);
-    app.add_option("--matrix", options->matrix,
-                   "where the picture's pixel x,y goes: x' = a x + b y + tx, y' = c x + d y + ty; the centre of the "
-                   "first pixel is 0,0")
-        ->type_name("A,B,TX,C,D,TY");
-    app.add_option("--rotate", options->rotate, "turn counter-clockwise by so many degrees")->type_name("DEG");
-    app.add_option("--scale", options->scale, "enlarge by a factor, also with --rotate")->type_name("F");
-    app.add_option("--center", options->center,
-                   "pixel that --rotate and --scale leave where it is (default: the picture's middle comes to the "
-                   "result's)")
-        ->type_name("X,Y");
-    app.add_flag("--fit", options->fit, "the result holds the whole picture, no more and no less");
+    add_option(app, "--matrix", options->matrix,
+               "where the picture's pixel x,y goes: x' = a x + b y + tx, y' = c x + d y + ty; the centre of the "
+               "first pixel is 0,0")
+        .type_name("A,B,TX,C,D,TY");
+    add_option(app, "--rotate", options->rotate, "turn counter-clockwise by so many degrees").type_name("DEG");
+    add_option(app, "--scale", options->scale, "enlarge by a factor, also with --rotate").type_name("F");
+    add_option(app, "--center", options->center,
+               "pixel that --rotate and --scale leave where it is (default: the picture's middle comes to the "
+               "result's)")
+        .type_name("X,Y");
+    add_flag(app, "--fit", options->fit, "the result holds the whole picture, no more and no less");
     return each_picture(options->files, [options] { run_warp_affine(*options); });
 }
 
 Run setup_warp_affine_quad(CLI::App& app) {
     const auto options = std::make_shared<WarpAffineQuad>();
     add_warp_options(app, *options);
-    app.add_option("--from", options->from,
-                   "corners in the picture: top left, top right, bottom right, bottom left; the first three count "
-                   "(default: the picture's corner pixels)")
-        ->type_name("X,Y,X,Y,X,Y,X,Y");
-    app.add_option("--to", options->to,
-                   "the same in the result: where these corners go (default: the result's corner pixels)")
-        ->type_name("X,Y,X,Y,X,Y,X,Y");
+    add_option(app, "--from", options->from,
+               "corners in the picture: top left, top right, bottom right, bottom left; the first three count "
+               "(default: the picture's corner pixels)")
+        .type_name("X,Y,X,Y,X,Y,X,Y");
+    add_option(app, "--to", options->to,
+               "the same in the result: where these corners go (default: the result's corner pixels)")
+        .type_name("X,Y,X,Y,X,Y,X,Y");
     return each_picture(options->files, [options] { run_warp_affine_quad(*options); });
 }
 
