@@ -291,15 +291,18 @@ TYPED_TEST(warp_of, a_power_of_two_between_rows_changes_no_bit) {
         for (const Mode mode : kModes)
             for (const double degrees : {30.0, 89.0, -120.0}) {
                 const Affine m = cases::turn(degrees, 1, 60, 1020, 140, 90);  // to the source's corner
-                const auto warped = [&](const void* pixels, int32_t stride) {
+                // As wide as it is, and a pixel wider than a line of the cache.
+                const auto warped = [&](const void* pixels, int32_t stride, int32_t width) {
                     Pixels<TypeParam> dst{{300, 200}, channels};
-                    EXPECT_EQ(k::kOk, kernel_of<TypeParam>(mode, form)(pixels, stride, src.size, src.region(),
-                                                                       dst.all.data(), dst.stride(), dst.region(), m));
+                    EXPECT_EQ(k::kOk,
+                              kernel_of<TypeParam>(mode, form)(pixels, stride, {width, 1100}, {0, 0, width, 1100},
+                                                               dst.all.data(), dst.stride(), dst.region(), m));
                     return dst.all;
                 };
                 test::at_every_level([&](int level) {
-                    EXPECT_EQ(warped(src.all.data(), packed), warped(apart.data(), padded))
-                        << kModeNames[mode] << " " << degrees << " degrees, level " << level;
+                    for (const int32_t width : {1024, 65})
+                        EXPECT_EQ(warped(src.all.data(), packed, width), warped(apart.data(), padded, width))
+                            << kModeNames[mode] << " " << degrees << " degrees, width " << width << ", level " << level;
                 });
             }
     }
