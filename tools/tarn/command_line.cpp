@@ -37,10 +37,6 @@ Option add_option(CLI::App& app, const char* names, std::string& value, const st
     return Option(app.add_option(names, value, text));
 }
 
-Option add_option(CLI::App& app, const char* names, uint64_t& value, const std::string& text) {
-    return Option(app.add_option(names, value, text));
-}
-
 Option add_option(CLI::App& app, const char* names, std::vector<std::string>& values, const std::string& text) {
     return Option(app.add_option(names, values, text));
 }

@@ -3,7 +3,6 @@
 #ifndef TARN_TOOLS_COMMAND_LINE_H
 #define TARN_TOOLS_COMMAND_LINE_H
 
-#include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
@@ -31,7 +30,6 @@ private:
 
 // Names separated by commas: "-o,--output", or one without dashes for an argument. The value must live until it was read.
 Option add_option(CLI::App& app, const char* names, std::string& value, const std::string& text);
-Option add_option(CLI::App& app, const char* names, uint64_t& value, const std::string& text);
 Option add_option(CLI::App& app, const char* names, std::vector<std::string>& values, const std::string& text);
 void add_flag(CLI::App& app, const char* names, bool& value, const char* text);
 
