@@ -241,11 +241,13 @@ private:
             for (int64_t x = from; x < to; ++x, patch += kPatch) {
                 const Corner whole = frame.whole(j, x);
                 points_.at()[x - first_] = int32_t(patch - patches);
-                for (int t = 0; t < kTaps * kTaps; ++t) {
-                    const int64_t sx = clamp<int64_t>(corner.x + whole.x + t % kTaps - kLead, 0, j.src_size.width - 1);
-                    const int64_t sy = clamp<int64_t>(corner.y + whole.y + t / kTaps - kLead, 0, j.src_size.height - 1);
-                    memcpy(patch + t / kTaps * kLine + t % kTaps * kPixel,
-                           row<uint8_t>(j.src, j.src_stride, sy) + sx * kPixel, kPixel);
+                int64_t across[kTaps];
+                for (int t = 0; t < kTaps; ++t)
+                    across[t] = clamp<int64_t>(corner.x + whole.x + t - kLead, 0, j.src_size.width - 1) * kPixel;
+                for (int t = 0; t < kTaps; ++t) {
+                    const int64_t sy = clamp<int64_t>(corner.y + whole.y + t - kLead, 0, j.src_size.height - 1);
+                    const uint8_t* taps = row<uint8_t>(j.src, j.src_stride, sy);
+                    for (int i = 0; i < kTaps; ++i) memcpy(patch + t * kLine + i * kPixel, taps + across[i], kPixel);
                 }
             }
             fill(line, {from, to}, patches, kLine);
