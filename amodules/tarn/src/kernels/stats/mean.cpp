@@ -88,7 +88,8 @@ using Doubles = decltype(load_f64(nullptr));
 constexpr int kSums = 48, kWide = sizeof(Doubles) / sizeof(double), kLaneVectors = kSums / kWide;
 
 // Adds rows of n floats to the lanes, as many vectors of lanes at a time as registers hold beside the floats.
-void add_floats(const Loose<float>* s, int32_t stride, int64_t rows, int64_t n, Doubles* sums) {
+[[gnu::always_inline]] inline void add_floats(const Loose<float>* s, int32_t stride, int64_t rows, int64_t n,
+                                              Doubles* sums) {
     constexpr int kTogether = min(kLaneVectors, 12);
     for (int first = 0; first < kLaneVectors; first += kTogether) {
         Doubles v[kTogether];
@@ -99,9 +100,14 @@ void add_floats(const Loose<float>* s, int32_t stride, int64_t rows, int64_t n, 
             for (; left >= kSums; left -= kSums, p += kSums)
                 for (int j = 0; j < kTogether; ++j) v[j] += load_f64(p + j * kWide);
             left -= first * kWide;
-            for (int j = 0; j < kTogether && left > 0; ++j, left -= kWide)
-                v[j] += left >= kWide ? load_f64(p + j * kWide)
-                                      : load_f64_n(p + j * kWide, left);  // adding +0 changes no sum that began with +0
+            // All of them, so that the lanes stay in registers.
+#pragma GCC unroll 12
+            for (int j = 0; j < kTogether; ++j, left -= kWide) {
+                if (left >= kWide)
+                    v[j] += load_f64(p + j * kWide);
+                else if (left > 0)
+                    v[j] += load_f64_n(p + j * kWide, left);  // adding +0 changes no sum that began with +0
+            }
         }
         memcpy(sums + first, v, sizeof v);
     }
