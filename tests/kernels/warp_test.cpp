@@ -315,6 +315,11 @@ TEST(warp, reaches_every_part_of_a_very_wide_source) {
                             Affine{-0.001, 0, 2000, 0, 4, 1}, Affine{0, 3, 0, -0.00002, 0, 60}})
         for (const Mode mode : kModes)
             expect_each<uint8_t>(mode, Form::c1, src, src.region(), {300, 62}, {0, 0, 300, 62}, m);
+    // And of one so large that lines are fetched before: these lie further apart than 64 bits of bytes reach.
+    const auto large = noise<float>({1100, 1000}, 1, 1);
+    for (const Mode mode : kModes)
+        expect_each<float>(mode, Form::c1, large, large.region(), {300, 4}, {0, 0, 300, 4},
+                           {4, -2, 0, -1e-19, 1e-19, 0});
 }
 
 TEST(warp, takes_any_coefficients) {

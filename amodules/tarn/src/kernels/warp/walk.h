@@ -147,16 +147,18 @@ private:
     }
     // From a line's pixels in the source to those of the line that is fetched beside it, in bytes.
     int64_t ahead() const {
-        constexpr double kLines = 16;
-        return int64_t(j.y.row * kLines) * j.src_stride + int64_t(j.x.row * kLines) * Sampler::kPixel;
+        constexpr double kLines = 16, kFar = 1 << 20;  // beyond is nothing to fetch
+        const auto pixels = [](double v) { return int64_t(bounded(v * kLines, -kFar, kFar)); };
+        return pixels(j.y.row) * j.src_stride + pixels(j.x.row) * Sampler::kPixel;
     }
     // A part of a line's pixels, the next part beside the next line, for a cache line serves several lines. A call that only
     // fetches is nothing to a compiler and may be left out: inline.
-    [[gnu::always_inline]] void fetch(int64_t line, Span s, const uint8_t* base) {
+    [[gnu::always_inline]] void fetch(int64_t line, Span s, intptr_t base) {
         constexpr int64_t kParts = 4;
-        const int32_t* at = points_.at() - first_;
+        const int32_t* at = points_.at();
         const int64_t part = (s.to - s.from + kParts - 1) / kParts, from = s.from + (line & (kParts - 1)) * part;
-        for (int64_t x = from; x < min(from + part, s.to); ++x) __builtin_prefetch(base + at[x]);
+        for (int64_t x = from; x < min(from + part, s.to); ++x)
+            __builtin_prefetch(reinterpret_cast<const void*>(base + at[x - first_]));
     }
 
     // Those of a row's mapped columns whose taps lie in the source, perhaps without the outermost.
@@ -192,7 +194,7 @@ private:
                 // Of tap 0; it may lie outside of the source where no pixel's is.
                 const intptr_t base =
                     origin_ + (corner.y - kLead) * int64_t(stride_) + (corner.x - kLead) * Sampler::kPixel;
-                if (ahead_) fetch(line, core, reinterpret_cast<const uint8_t*>(base + ahead_));
+                if (ahead_) fetch(line, core, base + ahead_);
                 fill(line, core, reinterpret_cast<const uint8_t*>(base), stride_);
             }
             // Behind the inner ones, since runs change the points beside them.
