@@ -95,8 +95,10 @@ inline void fill_to(uint8_t* d, int64_t n, const Pattern& p, Bytes colours) {
             store_form<kKept>(Whole{}, d - i - (v + 1) * kVector, p.v[2 - v], colours);
 }
 
-// What there is to do in rows: everything, in vectors that stand over, or byte for byte; or all but the middle.
-enum class Way { standing_over, exact, streamed, border };
+// What there is to do in rows: everything, in vectors that stand over, or byte for byte, or by way of a line where a row is
+// made as a whole; or all but the middle.
+enum class Way { standing_over, exact, by_line, streamed, border };
+constexpr int64_t kLine = 4 * kVector;  // bytes of a row that is made in a line, at most
 
 // A middle of a vector at least. The first vector and the last stand over the others, which are stored aligned; where a
 // channel is kept they begin with a pixel.
@@ -114,13 +116,22 @@ inline void copy_middle(uint8_t* d, const uint8_t* s, int64_t n, Bytes colours) 
 template <Way kWay, bool kKept, class Edge>
 void extend_rows(uint8_t* d, int64_t dst_step, const uint8_t* s, int64_t src_step, int64_t count, Span n,
                  const Edge& edge, Bytes colours) {
-    for (; count > 0; --count, d += dst_step, s += src_step) {
+    uint8_t line[kWay == Way::by_line ? kLine + kVector : 1];
+    for (int64_t y = 0; y < count; ++y, d += dst_step, s += src_step) {
         uint8_t* middle = d + n.left;
         uint8_t* right = middle + n.middle;
         if constexpr (kWay == Way::standing_over) {
             fill_from<kKept>(d, n.left, edge.left(s, n.middle), colours);
             fill_to<kKept>(right + n.right, n.right, edge.right(s, n.middle), colours);
             copy_middle<kKept>(middle, s, n.middle, colours);
+        } else if constexpr (kWay == Way::by_line) {
+            if (y == 0 || src_step) {
+                fill_from<false>(line, n.left, edge.left(s, n.middle), colours);
+                copy_bytes(line + n.left, s, n.middle);
+                fill_from<false>(line + n.left + n.middle, n.right, edge.right(s, n.middle), colours);
+            }
+            each_vector(n.all(),
+                        [&](auto io, int64_t i) { store_form<kKept>(io, d + i, load<Bytes>(line + i), colours); });
         } else {
             fill<kKept>(d, n.left, edge.left(s, n.middle), colours);
             if constexpr (kWay == Way::streamed)
@@ -154,6 +165,7 @@ Status extend(const void* src, int32_t src_stride, Size src_size, void* dst, int
     const bool streamed = !kKept && n.middle >= kLeastStreamed && streams(2 * n.all() * dst_size.height);
     const auto make = streamed              ? extend_rows<Way::streamed, kKept, Edge>
                       : n.middle >= kVector ? extend_rows<Way::standing_over, kKept, Edge>
+                      : n.all() <= kLine    ? extend_rows<Way::by_line, kKept, Edge>
                                             : extend_rows<Way::exact, kKept, Edge>;
     const auto make_outside = [&](int64_t y, int64_t count, int64_t nearest) {
         uint8_t* d = row<uint8_t>(dst, dst_stride, y);

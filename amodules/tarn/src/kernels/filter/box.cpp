@@ -79,8 +79,7 @@ Status box_large(const Window& w, const Allocator& allocator) {
 template <bool kKept, int kChannels, bool kOdd>
 Status box_bytes(const Window& w, int32_t area, const Allocator& allocator) {
     const Divide16<kOdd> divide(area);
-    if (w.width < kVector || w.columns > 7 || w.rows < 2)
-        return box_lanes<kKept, kChannels>(w, Sums16<kOdd>{divide}, allocator);
+    if (w.columns > 7 || w.rows < 2) return box_lanes<kKept, kChannels>(w, Sums16<kOdd>{divide}, allocator);
     if (w.columns == 3 && w.rows == 3) return box_small<kKept, 3, true>(w, Multiply16(area), allocator);
     if constexpr (kOdd) {
         if (w.columns == 5) return box_small<kKept, 5, false>(w, divide, allocator);

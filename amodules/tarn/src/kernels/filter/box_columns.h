@@ -74,32 +74,53 @@ struct GroupOfRows {
     double* groups;  // sums of the next block's groups so far
 };
 
+// A line's worth of columns at a time: of rows whole pages apart, lines at the same place share one place in the
+// first-level cache, which holds fewer of them than a group has rows, and would come again for each of its parts.
 template <int kGroup, bool kMiddle, bool kWhole>
 [[gnu::noinline]] void sum_group(const GroupOfRows& group, int64_t n, double* out, int64_t pitch) {
     const GroupOfRows g = group;
-    each_doubles(n, [=](auto load, int64_t i) {
-        Doubles ends[kGroup], sum = kNothing;
-        if constexpr (kMiddle) sum = TARN_LEVEL::load<Doubles>(g.end + i) + TARN_LEVEL::load<Doubles>(g.groups + i);
+    constexpr int64_t kStep = sizeof(Doubles) / sizeof(double);
+    constexpr int kLine = int(min<int64_t>(16 / kStep, 4));  // as many as there are registers for
+    const auto sum_columns = [=]<int kVectors>(auto load, int64_t x) {
+        const auto each = [](auto f) {
 #pragma GCC unroll 8
-        for (int j = kGroup - 1; j >= 0; --j) ends[j] = sum += load(g.leaves + j * g.stride + i * 4);
-        Doubles beginning = TARN_LEVEL::load<Doubles>(g.begun + i), begun = beginning, complete = {};
+            for (int v = 0; v < kVectors; ++v) f(v, v * kStep);
+        };
+        const auto kept = [x](const double* p, int64_t at) { return TARN_LEVEL::load<Doubles>(p + x + at); };
+        Doubles sum[kVectors], begun[kVectors], complete[kVectors] = {};
+        each([&](int v, int64_t at) { sum[v] = kMiddle ? kept(g.end, at) + kept(g.groups, at) : kNothing; });
+        const uint8_t* leaves = g.leaves + x * 4;
+#pragma GCC unroll 8
+        for (int j = kGroup - 1; j >= 0; --j)
+            each([&](int v, int64_t at) {
+                store(out + j * pitch + x + at, sum[v] += load(leaves + j * g.stride + at * 4));
+            });
+        each([&](int v, int64_t at) { sum[v] = begun[v] = kept(g.begun, at); });
+        const uint8_t* enters = g.enters + x * 4;
 #pragma GCC unroll 8
         for (int j = 0; j < kGroup; ++j) {
             if (!kWhole && j == g.count) break;
-            const uint8_t* p = g.enters + j * g.stride + i * 4;
-            const Doubles enters = load(p);
-            __builtin_prefetch(p + kFetchAhead);
-            beginning += enters;
-            begun += enters;
-            store(out + j * pitch + i, ends[j] + beginning);
-            if (j == g.last) complete = begun, begun = kNothing;
+            __builtin_prefetch(enters + j * g.stride + kFetchAhead);
+            each([&](int v, int64_t at) {
+                const Doubles entering = load(enters + j * g.stride + at * 4);
+                sum[v] += entering;
+                begun[v] += entering;
+                store(out + j * pitch + x + at, kept(out + j * pitch, at) + sum[v]);
+            });
+            if (j == g.last) each([&](int v, int64_t) { complete[v] = begun[v], begun[v] = kNothing; });
         }
-        store(g.begun + i, begun);
-        if constexpr (kMiddle) {
-            store(g.end + i, complete);
-            store(g.groups + i, TARN_LEVEL::load<Doubles>(g.groups + i) + complete);
-        }
-    });
+        each([&](int v, int64_t at) {
+            store(g.begun + x + at, begun[v]);
+            if constexpr (kMiddle) {
+                store(g.end + x + at, complete[v]);
+                store(g.groups + x + at, kept(g.groups, at) + complete[v]);
+            }
+        });
+    };
+    int64_t x = 0;
+    for (; x + kLine * kStep <= n; x += kLine * kStep)
+        sum_columns.template operator()<kLine>([](const uint8_t* p) { return load_f64(p); }, x);
+    each_doubles(n - x, [=](auto load, int64_t i) { sum_columns.template operator()<1>(load, x + i); });
 }
 
 // The sums of a strip's columns, for bands of kBandSums rows in turn, and in each for runs of columns.

@@ -44,10 +44,18 @@ template <int kColumns>
 // of its own, where the source comes late: of large images they took two to four times as long.
 constexpr int64_t kSmallSums = 128 << 10;
 
-// Masks of two rows and more; kThree: of three. The region is at least a vector wide.
+// Masks of two rows and more; kThree: of three. A region narrower than a vector is read and written by way of lines that
+// are as wide as one.
 template <bool kKept, int kColumns, bool kThree, class Divide>
-Status box_small(const Window& w, const Divide& how, const Allocator& allocator) {
+Status box_small(const Window& given, const Divide& how, const Allocator& allocator) {
     const Divide divide = how;
+    Window w = given;
+    const bool narrow = given.width < kVector;
+    if (narrow) w.width = kVector;
+    uint8_t line[kVector + 32] = {}, means_line[kVector];
+    const auto source = [&](const uint8_t* s) -> const uint8_t* {
+        return narrow ? static_cast<const uint8_t*>(memcpy(line, s, size_t(given.width + given.reach))) : s;
+    };
     const int64_t slots = w.rows - 1;
     const int64_t most = max<int64_t>(kSmallSums / 2 / (slots + 1), 256) / 192 * 192,
                   strip = strip_width(w.width, most, 192);
@@ -64,25 +72,30 @@ Status box_small(const Window& w, const Divide& how, const Allocator& allocator)
             for (int64_t i = 0; i < count; ++i) f(i, min(i * kVector, width - kVector));
         };
         const uint8_t* s = w.src + x;
-        for (int64_t y = 0; y < slots; ++y, s += w.src_stride)
+        for (int64_t y = 0; y < slots; ++y, s += w.src_stride) {
+            const uint8_t* from = source(s);
             each([&](int64_t i, int64_t at) {
-                const Halves sum = sum_pixels<kColumns>(s + at, w.columns, w.channels);
+                const Halves sum = sum_pixels<kColumns>(from + at, w.columns, w.channels);
                 store_halves(rows + y * vectors + i, sum);
                 if (!kThree) store_halves(sums + i, y ? load_halves(sums + i) + sum : sum);
             });
+        }
         uint8_t* d = w.dst + x;
         for (int64_t y = 0, slot = 0; y < w.height; ++y, s += w.src_stride, d += w.dst_stride) {
             Halves *oldest = rows + slot * vectors, *other = rows + (1 - slot) * vectors;
+            const uint8_t* from = source(s);
+            uint8_t* to = narrow ? means_line : d;
             each([&](int64_t i, int64_t at) {
-                const Halves enters = sum_pixels<kColumns>(s + at, w.columns, w.channels);
+                const Halves enters = sum_pixels<kColumns>(from + at, w.columns, w.channels);
                 const Halves leaves = load_halves(oldest + i);
                 const Halves before = kThree ? leaves + load_halves(other + i) : load_halves(sums + i);
                 const Halves sum = before + enters;
                 store_halves(oldest + i, enters);
                 if (!kThree) store_halves(sums + i, sum - leaves);
                 const Bytes means = narrow_groups_u8((S16)divide(sum.lower), (S16)divide(sum.upper));
-                store_form<kKept>(Whole{}, d + at, means, mask);
+                store_form<kKept>(Whole{}, to + at, means, mask);
             });
+            if (narrow) store_form<kKept>(Part{given.width}, d, load<Bytes>(means_line), mask);
             slot = slot + 1 == slots ? 0 : slot + 1;
         }
     }

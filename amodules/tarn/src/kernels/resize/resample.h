@@ -36,9 +36,13 @@ template <int kTaps, bool kKept, class T>
     const auto blend = [&](int64_t i, int64_t count) {
         F32 v[4];
 #pragma GCC unroll 4
-        for (int part = 0; part < 4; ++part)
-            v[part] = sum_of<kTaps, false>([&](int k) { return load<F32>(r[k] + i + part * kLanes<float>); },
-                                           [&](int k) { return w[k]; });
+        for (int part = 0; part < 4; ++part) {
+            // Short rows of floats take fewer vectors; of others all are packed together.
+            const bool any = sizeof(T) < 4 || part * kLanes<float> < count;
+            v[part] = any ? sum_of<kTaps, false>([&](int k) { return load<F32>(r[k] + i + part * kLanes<float>); },
+                                                 [&](int k) { return w[k]; })
+                          : F32{};
+        }
         store_form_where<kKept>(reinterpret_cast<uint8_t*>(dst + i), rounded<T>(v).v, mask, count * int(sizeof(T)));
     };
     int64_t i = 0;
@@ -54,7 +58,7 @@ Status resample(const Job& j, int channels, bool kept) {
     RowTaps<kTaps>* row_taps;
     float* ring_rows;
     D* blended;
-    StripTables t{};
+    StripTables t;
     t.set_pitch(strip_width(width, kMost / channels, 16) * channels);
     // Rows go around the cache by way of one that stays in it: of floats alone, others take longer to make than to store.
     const bool streamed = sizeof(D) == 4 && !kept && streams(2 * height * width * channels * int64_t(sizeof(D)));

@@ -68,6 +68,7 @@ struct StripTables {
     int32_t* base;                 // per vector of outputs: where its window begins in the row of floats
     int32_t* index;                // per output: tap 0 in the window; apart, planes: its first byte in the source row
     int32_t reach;                 // the largest index
+    int more;                      // permutes: taps beyond the first that the windows hold
     int64_t whole_from, whole_to;  // apart: the outputs, whole vectors, that may load from the source row
     bool indexed;                  // planes: there is an index
 
@@ -121,7 +122,9 @@ void find_windows(StripTables& t, int channels) {
     // only.
     const int all = t.reach + (kTaps - 1) * channels;
     const bool worth_two = kVector == 64 && all >= kWindow && all < 2 * kWindow;
-    if (t.reach < 2 * kWindow) t.fetch = t.reach < kWindow && !worth_two ? Fetch::one_window : Fetch::two_windows;
+    if (t.reach >= 2 * kWindow) return;
+    t.fetch = t.reach < kWindow && !worth_two ? Fetch::one_window : Fetch::two_windows;
+    t.more = ((t.fetch == Fetch::one_window ? 1 : 2) * kWindow - 1 - t.reach) / channels;
 }
 
 // Prepares loads of every output's own taps of T, for a source row of so many elements.
@@ -280,12 +283,14 @@ void weigh_apart(const StripTables& t, const T* s, const T* next, int64_t width,
 template <int kTaps, bool kExact, int kWindows, int kShare, class T>
 void weigh_windows(const StripTables& t, int channels, const T* next, float* out) {
     constexpr int kWindow = kLanes<float>;
-    const StripTables u = t;  // in registers
-    for (int64_t g = 0; g * kWindow < u.elements; ++g) {
-        const S32 first = load<S32>(u.index + g * kWindow);
-        const float* from = u.row + u.base[g];
-        __builtin_prefetch(next + u.base[g]);
-        const float* weight = u.weight + g * kWindow;
+    const int64_t elements = t.elements, pitch = t.pitch;
+    const int32_t *index = t.index, *base = t.base;
+    const float *row = t.row, *weights = t.weight;
+    for (int64_t g = 0; g * kWindow < elements; ++g) {
+        const S32 first = load<S32>(index + g * kWindow);
+        const float* from = row + base[g];
+        __builtin_prefetch(next + base[g]);
+        const float* weight = weights + g * kWindow;
         F32 tap[kTaps], low{}, high{};
 #pragma GCC unroll 6
         for (int k = 0; k < kTaps; ++k) {
@@ -296,8 +301,8 @@ void weigh_windows(const StripTables& t, int channels, const T* next, float* out
             const S32 at = k % kShare ? first + splat(k % kShare * channels) : first;
             tap[k] = kWindows == 2 ? permute(low, high, at) : permute(low, at);
         }
-        const F32 sum = sum_of<kTaps, kExact>([&](int k) { return tap[k]; },
-                                              [&](int k) { return load<F32>(weight + k * u.pitch); });
+        const F32 sum =
+            sum_of<kTaps, kExact>([&](int k) { return tap[k]; }, [&](int k) { return load<F32>(weight + k * pitch); });
         store(out + g * kWindow, sum);
     }
 }
@@ -305,12 +310,11 @@ void weigh_windows(const StripTables& t, int channels, const T* next, float* out
 // As many taps from one load as the windows hold.
 template <int kTaps, bool kExact, int kWindows, class T>
 void weigh_windows(const StripTables& t, int channels, const T* next, float* out) {
-    const int more = (kWindows * kLanes<float> - 1 - t.reach) / channels;  // taps beyond the first within the windows
-    if (more >= kTaps - 1)
+    if (t.more >= kTaps - 1)
         weigh_windows<kTaps, kExact, kWindows, kTaps>(t, channels, next, out);
-    else if (kTaps > 2 && more >= kTaps / 2 - 1)
+    else if (kTaps > 2 && t.more >= kTaps / 2 - 1)
         weigh_windows<kTaps, kExact, kWindows, kTaps / 2>(t, channels, next, out);
-    else if (kTaps == 6 && more >= 1)
+    else if (kTaps == 6 && t.more >= 1)
         weigh_windows<kTaps, kExact, kWindows, 2>(t, channels, next, out);
     else
         weigh_windows<kTaps, kExact, kWindows, 1>(t, channels, next, out);
