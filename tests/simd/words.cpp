@@ -86,7 +86,7 @@ struct State {
     Bytes v, mask;
     F32 f, x, y, z;
     int64_t n, at[kGroups];
-    int32_t each[kLanes<float>];
+    int32_t each[kLanes<uint16_t>];
 };
 void fill(State& s) {
     for (uint8_t& byte : s.p) byte = uint8_t(random());
@@ -301,6 +301,8 @@ int check_words(test::WrongWord* wrong, const char* at) {
            for (int i = 0; i < kVector; ++i) v[i] = p[1 + each[i / 16 * step + i / 8 % 2] + i % 8])
     MEMORY("load_quarters(const uint8_t*, const int32_t*)", v = load_quarters(p + 1, each),
            for (int i = 0; i < kVector; ++i) v[i] = p[1 + each[i / 4] + i % 4])
+    MEMORY("load_eighths(const uint8_t*, const int32_t*)", v = load_eighths(p + 1, each),
+           for (int i = 0; i < kVector; ++i) v[i] = p[1 + each[i / 2] + i % 2])
     MEMORY("load_pairs(const uint8_t*, const int32_t*)", v = (Bytes)load_pairs(p + 1, each),
            for (int i = 0; i < kVector; ++i) v[i] = i % 2 ? 0 : p[1 + each[i / 4] + i / 2 % 2])
     MEMORY("every_group(const void*)", v = every_group(p + 1), for (int i = 0; i < kVector; ++i) v[i] = p[1 + i % 16])
@@ -334,9 +336,11 @@ int check_words(test::WrongWord* wrong, const char* at) {
     WORD(F64, max, (F64, F64), a[i] > b[i] ? a[i] : b[i])
     WORD(F32, add_ordered, (F32, F32), a[i] != a[i] ? a[i] + a[i] : a[i] + b[i])
     WORD(F32, mul_ordered, (F32, F32), a[i] != a[i] ? a[i] + a[i] : a[i] * b[i])
+    WORD(U8, average, (U8, U8), uint8_t((a[i] + b[i] + 1) >> 1))
     WORD(S16, mul_high, (S16, S16), int16_t(a[i] * b[i] >> 16))
     WORD(U16, mul_high, (U16, U16), uint16_t(uint32_t(a[i]) * b[i] >> 16))
     WORD(S16, mul_fixed15, (S16, S16), int16_t((a[i] * b[i] + 0x4000) >> 15))
+    WORD(S16, mul_fixed16, (S16, S16), int16_t((a[i] * b[i] + 0x8000) >> 16))
     WORD(S16, mul_add_pairs, (U8, S8), cut<int16_t>(a[2 * i] * b[2 * i] + a[2 * i + 1] * b[2 * i + 1]))
     WORD(S32, mul_add_pairs, (S16, S16), int32_t(uint32_t(a[2 * i] * b[2 * i]) + uint32_t(a[2 * i + 1] * b[2 * i + 1])))
     WORD(U16, widening_add_lower, (U8, U8), uint16_t(a[i / 8 * 16 + i % 8] + b[i / 8 * 16 + i % 8]))

@@ -56,28 +56,42 @@ inline Vec<T> neighbours(Bytes v) {
         return (Vec<T>)lookup(v, every_group(kChannels == 3 ? k16c3 : k16c4));
 }
 
-// Without look-up: the means of pixels of four channels, one behind the other.
-template <class T>
-inline auto means_of_fours(Bytes upper, Bytes lower) {
-    if constexpr (sizeof(T) == 1) {
-        const Bytes a = (Bytes)widening_add_lower(upper, lower), b = (Bytes)widening_add_upper(upper, lower);
-        return round_even<2>((U16)interleave_lower64(a, b) + (U16)interleave_upper64(a, b));
-    } else {
-        const S16 ones = splat(int16_t(1));
-        return round_even<2>(mul_add_pairs((S16)interleave_lower16(upper, lower), ones) +
-                             mul_add_pairs((S16)interleave_upper16(upper, lower), ones));
-    }
+// (a + b + c + d) / 4: a mean of means rounded up, less one where it came out too large, or odd at a half. Of pairs
+// that differ in their last bit a half has been added.
+inline Bytes mean_of_4(U8 a, U8 b, U8 c, U8 d) {
+    const U8 ab = average(a, b), cd = average(c, d), mean = average(ab, cd);
+    const U8 ab_odd = a ^ b, cd_odd = c ^ d, either = ab_odd | cd_odd, both = ab_odd & cd_odd;
+    return mean - ((((ab ^ cd) & (either | mean)) | (both & mean)) & splat(uint8_t(1)));
 }
-// Pixels of three channels, 12 bytes from p on, with what is behind them as a fourth.
-template <class T>
+
+// Without look-up: the means of a vector of pixels of four channels, of two vectors from each row, or of pixels of
+// three with what is behind them as a fourth.
+template <int kChannels>
+inline Bytes means_of_bytes(const uint8_t* upper, const uint8_t* lower) {
+    const auto pixels = [](const uint8_t* p, Bytes& even, Bytes& odd) {
+        if constexpr (kChannels == 3) {
+            static constexpr int32_t kPairs[] = {0, 6, 12, 18};
+            const U64 first = (U64)load_halves(p, kPairs, 2), second = (U64)load_halves(p, kPairs + 2, 2);
+            even = even32((Bytes)first, (Bytes)second), odd = even32((Bytes)(first >> 24), (Bytes)(second >> 24));
+        } else {
+            const Bytes first = load<Bytes>(p), second = load<Bytes>(p + kVector);
+            even = even32(first, second), odd = odd32(first, second);
+        }
+    };
+    Bytes a, b, c, d;
+    pixels(upper, a, b), pixels(lower, c, d);
+    return mean_of_4(a, b, c, d);
+}
+// The same of 16-bit elements, from a vector of each row, widened.
+inline S32 means_of_fours(Bytes upper, Bytes lower) {
+    const S16 ones = splat(int16_t(1));
+    return round_even<2>(mul_add_pairs((S16)interleave_lower16(upper, lower), ones) +
+                         mul_add_pairs((S16)interleave_upper16(upper, lower), ones));
+}
+// Pixels of three such elements, 12 bytes from p on, with what is behind them as a fourth.
 inline Bytes load_threes(const uint8_t* p) {
-    if constexpr (sizeof(T) == 1) {
-        static constexpr int32_t kPixels[] = {0, 3, 6, 9};
-        return load_quarters(p, kPixels);
-    } else {
-        static constexpr int32_t kPixels[] = {0, 6};
-        return load_halves(p, kPixels, 2);
-    }
+    static constexpr int32_t kPixels[] = {0, 6};
+    return load_halves(p, kPixels, 2);
 }
 // And such pixels, a vector of them, to the first 12 bytes.
 template <class T>
@@ -111,12 +125,15 @@ inline Bytes half_vector(const uint8_t* upper, const uint8_t* lower) {
         };
         const Bytes v = (Bytes)settle_nan(mean(across(upper), across(lower)));
         return kChannels == 1 ? in_order_once(v) : kChannels == 3 ? join_twelves(v) : v;
+    } else if constexpr (!kHasLookup && kChannels > 1 && sizeof(T) == 1) {
+        const Bytes means = means_of_bytes<kChannels>(upper, lower);
+        return kChannels == 3 ? joined_threes<T>(means) : means;
     } else if constexpr (!kHasLookup && kChannels > 1) {
         const auto means = [&](int64_t from) {
             if constexpr (kChannels == 3)
-                return means_of_fours<T>(load_threes<T>(upper + from), load_threes<T>(lower + from));
+                return means_of_fours(load_threes(upper + from), load_threes(lower + from));
             else
-                return means_of_fours<T>(load<Bytes>(upper + from), load<Bytes>(lower + from));
+                return means_of_fours(load<Bytes>(upper + from), load<Bytes>(lower + from));
         };
         if constexpr (kChannels == 3)
             return joined_threes<T>(narrowed(means(0), means(12)));

@@ -18,10 +18,9 @@ struct StripTables {
     int64_t pixels, elements, slots;
     int32_t *near, *other;    // per pixel: the nearer of the source pixels a and b, and the other one
     int16_t* pixel_fraction;  // per pixel: how far from the nearer one, in -2^-16, since a half must fit
-    int16_t* fraction;        // per slot: the same
+    int16_t* fraction;        // per slot: the same; of pairs without look-ups from their middle towards the second, in 2^-16
     Fetch fetch;
-    // 16 per group: the nearer and the other of each output. Without look-ups low has all ones where b is nearer.
-    Windows windows;
+    Windows windows;  // 16 per group: the nearer and the other of each output
     int32_t* at;    // apart: the first byte of each load
     int64_t whole;  // without look-ups: pixels before those that would be loaded from behind the row
 };
@@ -128,31 +127,24 @@ template <int kChannels>
     }
 }
 
-// Without look-ups: of each output, or pixel, a and b side by side, which are taken apart as 16-bit elements. The factor is
-// that of a - b.
+// Without look-ups: of each output, or pixel, a and b side by side, which are taken apart as 16-bit elements. From the
+// middle between both the fraction fits a signed factor; half their sum is an integer, so that the roundings are the same.
 template <int kChannels>
 [[gnu::noinline]] void resample_pairs(const StripTables& t, const uint8_t* s, int16_t* out) {
     constexpr int kPixels = kChannels == 1 ? kLanes<int16_t> : kLanes<int16_t> / 4;
     const StripTables u = t;  // in registers
     int64_t x = 0;
-    for (const int16_t* tables = u.fraction; x + kPixels <= u.whole; x += kPixels, tables += kLanes<int16_t>) {
-        S16 a, difference;
+    for (const int16_t* factors = u.fraction; x + kPixels <= u.whole; x += kPixels, factors += kLanes<int16_t>) {
+        S16 a, b;
         if constexpr (kChannels == 1) {
-            const S16 lower = load_pairs(s, u.at + x), upper = load_pairs(s, u.at + x + kPixels / 2);
-            const S16 minus = (S16)splat(int32_t(-65536 + 1));
-            difference = narrow_groups(mul_add_pairs(lower, minus), mul_add_pairs(upper, minus));
-            a = narrow_groups((S32)lower & 0xffff, (S32)upper & 0xffff);
+            const U16 pairs = (U16)load_eighths(s, u.at + x);
+            a = (S16)(pairs & 0xff), b = (S16)(pairs >> 8);
         } else {
             const Bytes pixels = load_halves(s, u.at + x, 2);
             const Bytes pairs = even32(pixels, (Bytes)((U64)pixels >> 8 * kChannels));
-            a = (S16)interleave_lower8(pairs, Bytes{});
-            difference = a - (S16)interleave_upper8(pairs, Bytes{});
+            a = (S16)interleave_lower8(pairs, Bytes{}), b = (S16)interleave_upper8(pairs, Bytes{});
         }
-        const S16 b_nearer = load<S16>(u.windows.low + (tables - u.fraction) * 2), factor = load<S16>(tables);
-        // The product with 64 times the difference, of 15 fraction bits, rounded.
-        const S16 twice = difference << 7;
-        const S16 more = mul_high(twice, factor) + (S16)((U16)twice * (U16)factor >> 15);
-        const S16 v = ((a - (difference & b_nearer)) << 7) + more;
+        const S16 v = ((a + b) << 6) + mul_fixed16((b - a) << 7, load<S16>(factors));
         if constexpr (kChannels == 3) {
             for (int i = 0; i < kPixels; ++i) {
                 const uint64_t pixel = ((U64)v)[i];

@@ -28,12 +28,14 @@ constexpr int64_t kStripElements = 16128;
 template <bool kKept>
 [[gnu::noinline]] void blend_rows(const int16_t* near, const int16_t* other, int32_t fraction, int64_t n,
                                   uint8_t* dst) {
-    const S16 factor = splat(int16_t(fraction));
+    // Twice the factor fits if it is negative.
+    const S16 factor = splat(int16_t(-fraction)), twice = splat(int16_t(-2 * fraction));
     const Bytes mask = colour_mask<uint8_t>();
     // Behind a row stands anything: what comes of that is not kept, and may wrap around.
     const auto rounded = [&](int64_t i) {
         const U16 start = load<U16>(near + i);
-        return round_even<7>(start + (U16)mul_fixed15((S16)(load<U16>(other + i) - start), factor));
+        const S16 back = (S16)(start - load<U16>(other + i));
+        return round_even<7>(start + (U16)(kHasLookup ? mul_fixed15(back, factor) : mul_fixed16(back, twice)));
     };
     each_overlapped(n, [&](auto io, int64_t i) {
         const Bytes v = in_order_once((Bytes)narrow_groups_u8(rounded(i), rounded(i + kLanes<int16_t>)));
@@ -63,19 +65,16 @@ bool find_side_by_side(StripTables& t, int32_t src_width) {
     constexpr int kSlots = kChannels == 1 ? 1 : 4;
     const int64_t src_row_bytes = int64_t(src_width) * kChannels;
     if (src_width < 2 || src_row_bytes > INT32_MAX) return false;
-    fill_slots(t, t.pixels * kSlots, [](int64_t e) { return e / kSlots; });
     t.whole = 0;
     for (int64_t x = 0; x < t.pixels; ++x) {
         const int32_t a = min(min(t.near[x], t.other[x]), src_width - 2);
-        // Half-way both are as near, and b's factor would be too large.
-        const bool one = t.near[x] == t.other[x], b_nearer = t.near[x] > a && (one || t.pixel_fraction[x] > -0x8000);
+        const bool one = t.near[x] == t.other[x], b_nearer = t.near[x] > a;
+        const int32_t from_a = (one ? 0 : t.pixel_fraction[x]) * (b_nearer ? 1 : -1) + (b_nearer ? 0x10000 : 0);
         t.at[x] = a * kChannels;
         if (a * kChannels + (kChannels == 1 ? 2 : 8) <= src_row_bytes) t.whole = x + 1;
-        for (int64_t e = x * kSlots; e < (x + 1) * kSlots; ++e) {
-            const int16_t nearer = b_nearer ? -1 : 0;
-            memcpy(t.windows.low + 2 * e, &nearer, 2);
-            t.fraction[e] = one ? int16_t(0) : b_nearer ? int16_t(-t.pixel_fraction[x]) : t.pixel_fraction[x];
-        }
+        // All the way to the second is a last place too far, which no product shows.
+        const int16_t factor = int16_t(min(from_a, 0xffff) - 0x8000);
+        for (int i = 0; i < kSlots; ++i) t.fraction[x * kSlots + i] = factor;
     }
     return true;
 }
@@ -127,13 +126,15 @@ void prepare(StripTables& t, const Job& j, int64_t x, int64_t pixels) {
     t.pixels = pixels;
     t.elements = pixels * kChannels;
     find_pairs(t, j, x);
+    if constexpr (!kHasLookup) {
+        t.fetch = find_side_by_side<kChannels>(t, j.src_size.width) ? Fetch::apart : Fetch::by_pixel;
+        return;
+    }
     fill_slots(t, t.elements, [](int64_t e) { return e / kChannels; });
     const int64_t src_row_bytes = int64_t(j.src_size.width) * kChannels;
     const BytesOfPairs<kChannels> bytes{t.near, t.other, pixels - 1};
     if (!find_windows(t.windows, t.slots / kGroup, src_row_bytes, bytes)) {
-        const bool apart =
-            kHasLookup ? find_apart<kChannels>(t, src_row_bytes) : find_side_by_side<kChannels>(t, j.src_size.width);
-        t.fetch = apart ? Fetch::apart : Fetch::by_pixel;
+        t.fetch = find_apart<kChannels>(t, src_row_bytes) ? Fetch::apart : Fetch::by_pixel;
         return;
     }
     t.fetch = t.windows.two ? Fetch::two_windows : Fetch::one_window;
@@ -174,7 +175,10 @@ Status in_strips(const Job& j) {
         Walk line(j.region.height, height, height, j.top + tile.top);
         int32_t f = fraction_of<15>(line);
         for (int64_t y = j.top + tile.top; y < j.top + tile.bottom; ++y) {
-            const int16_t *upper = resampled(line.whole), *lower = resampled(line.whole + 1);
+            // A row that has no part in the result is not made.
+            const int16_t* upper = f < 0x8000 ? resampled(line.whole) : nullptr;
+            const int16_t* lower = f > 0 ? resampled(line.whole + 1) : upper;
+            if (!upper) upper = lower;
             uint8_t* dst = j.dst_row<uint8_t>(y) + tile.x * kChannels;
             line.next();
             const int32_t next = fraction_of<15>(line);  // before the row: the division's wait is over when it is done

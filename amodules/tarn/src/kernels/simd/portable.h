@@ -70,6 +70,7 @@ TARN_LANEWISE(saturated_add, U8, uint8_t, clamp(x + y, 0, 255))
 TARN_LANEWISE(saturated_add, S16, int16_t, clamp(x + y, -32768, 32767))
 TARN_LANEWISE(saturated_sub, U8, uint8_t, clamp(x - y, 0, 255))
 TARN_LANEWISE(saturated_sub, S16, int16_t, clamp(x - y, -32768, 32767))
+TARN_LANEWISE(average, U8, uint8_t, (x + y + 1) >> 1)
 TARN_LANEWISE(mul_high, S16, int16_t, x* y >> 16)
 TARN_LANEWISE(mul_fixed15, S16, int16_t, (x * y + 0x4000) >> 15)  // of fractions, rounded
 TARN_LANEWISE(mul_high, U16, uint16_t, uint32_t(x) * uint32_t(y) >> 16)

@@ -138,6 +138,16 @@ inline V load_n(const void* p, int64_t n) {
     return load_n(p, n, V{});
 }
 
+// A vector of 2 bytes each, from addresses of their own, base + at[...].
+[[gnu::always_inline]] inline Bytes load_eighths(const uint8_t* base, const int32_t* at) {
+    U16 v = {};
+    for (int i = 0; i < kLanes<uint16_t>; ++i) v[i] = *reinterpret_cast<const Loose<uint16_t>*>(base + at[i]);
+    return (Bytes)v;
+}
+
+// Products with fractions of 16 bits, rounded: (a * b + 0x8000) >> 16.
+inline S16 mul_fixed16(S16 a, S16 b) { return mul_high(a, b) + (S16)((U16)a * (U16)b >> 15); }
+
 // As many elements as a vector has, from elements of any type.
 inline S32 load_s32(const int32_t* p) { return load<S32>(p); }
 template <class S>

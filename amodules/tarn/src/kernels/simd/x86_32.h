@@ -115,6 +115,8 @@ inline F32 mul_ordered(F32 a, F32 b) {
     asm("vmulps %2, %1, %0" : "=v"(r) : "v"(a), "v"(b));
     return r;
 }
+// (a + b + 1) / 2.
+inline U8 average(U8 a, U8 b) { return (U8)_mm256_avg_epu8((__m256i)a, (__m256i)b); }
 // The upper halves of the products.
 inline S16 mul_high(S16 a, S16 b) { return (S16)_mm256_mulhi_epi16((__m256i)a, (__m256i)b); }
 inline U16 mul_high(U16 a, U16 b) { return (U16)_mm256_mulhi_epu16((__m256i)a, (__m256i)b); }
