@@ -432,6 +432,9 @@ int check_words(test::WrongWord* wrong, const char* at) {
     MEMORY("load_s32(const uint8_t*)", v = (Bytes)load_s32(p + 1), (widen<int32_t, uint8_t>(v, p + 1)))
     MEMORY("load_s32(const int16_t*)", v = (Bytes)load_s32(reinterpret_cast<const int16_t*>(p + 1)),
            (widen<int32_t, int16_t>(v, p + 1)))
+    MEMORY("load_difference(const int16_t*, const int16_t*)",
+           v = (Bytes)load_difference(reinterpret_cast<const int16_t*>(p + 1), reinterpret_cast<const int16_t*>(q + 1)),
+           (widen<int32_t, int16_t>(v, p + 1)); Bytes w; widen<int32_t, int16_t>(w, q + 1); v = (Bytes)((S32)v - (S32)w))
     MEMORY("load_s32(const int32_t*)", v = (Bytes)load_s32(reinterpret_cast<const int32_t*>(p + 1)),
            memcpy(&v, p + 1, kVector))
     MEMORY("load_f32(const uint8_t*)", f = load_f32(p + 1), for (int i = 0; i < kLanes<float>; ++i) f[i] = p[1 + i])

@@ -104,9 +104,13 @@ Status box_integers(const Window& w, const Allocator& allocator) {
         if (area % 2 == 0 && even.fit(w.columns, w.rows)) return lanes(even);
         if (w.rows <= 256)
             return area % 2 && area < 43000 ? lanes(Sums16In32<MultiplyFloat>{MultiplyFloat(area)})
-                                            : lanes(Sums16In32<Divide32>{Divide32(area)});
+                                            : lanes(Sums16In32<Divide32<>>{Divide32<>(area)});
     }
-    return lanes(Sums32<T, Divide32>{Divide32(area)});
+    if constexpr (sizeof(T) == 2) {
+        if (area % 2 && area < 170) return lanes(Sums32<T, MultiplyFloat>{MultiplyFloat(area)});
+        if (area < 32768) return lanes(Sums32<T, Divide32<true>>{Divide32<true>(area)});
+    }
+    return lanes(Sums32<T, Divide32<>>{Divide32<>(area)});
 }
 
 template <class T, Form kForm>

@@ -125,25 +125,23 @@ template <class T, class E>
         for (int64_t i = 0; i < n; ++i) sums[i] = E(sums[i] + row[i]);
     }
 }
-// As many of T at p as a vector has of E.
-template <class E>
-inline Vec<E> load_widened(const uint8_t* p, uint8_t) {
-    if constexpr (sizeof(E) == 2)
-        return (Vec<E>)load_s16(p);
+// Of as many of T at a and b as a vector has of E: the differences.
+template <class T, class E>
+inline Vec<E> load_difference(const uint8_t* a, const uint8_t* b) {
+    if constexpr (sizeof(T) == 2)
+        return TARN_LEVEL::load_difference(reinterpret_cast<const int16_t*>(a), reinterpret_cast<const int16_t*>(b));
+    else if constexpr (sizeof(E) == 2)
+        return (Vec<E>)(load_s16(a) - load_s16(b));
     else
-        return (Vec<E>)load_s32(p);
-}
-template <class E>
-inline Vec<E> load_widened(const uint8_t* p, int16_t) {
-    return load_s32(reinterpret_cast<const int16_t*>(p));
+        return load_s32(a) - load_s32(b);
 }
 template <class T, class E>
 [[gnu::noinline]] void move_columns(const E* before, const uint8_t* enters, const uint8_t* leaves, int64_t n,
                                     E* TARN_RESTRICT sums) {
     constexpr int64_t kStep = kLanes<E>, kElement = sizeof(T);
     const auto move = [=](int64_t i) {
-        const Vec<E> change = load_widened<E>(enters + i * kElement, T{}) - load_widened<E>(leaves + i * kElement, T{});
-        store(sums + i, load<Vec<E>>(before + i) + change);
+        store(sums + i,
+              load<Vec<E>>(before + i) + load_difference<T, E>(enters + i * kElement, leaves + i * kElement));
     };
     if (n < kStep) {
         const Loose<T>*in = reinterpret_cast<const Loose<T>*>(enters), *out = reinterpret_cast<const Loose<T>*>(leaves);

@@ -37,6 +37,10 @@ struct Multiply16 {
 
 // s / n of 32-bit sums |s| <= 32768 n, 2 <= n <= 65000, or |s| <= 128 n, n <= 16000000. Other sums give anything: steps
 // wrap around.
+//
+// kTo16: quotients have 16 bits and n < 32768. Then the product is one of 16 bits, of which those of 32 are slow, or
+// missing: of a quotient in 32 bits the upper half is its sign, which is not wanted.
+template <bool kTo16 = false>
 struct Divide32 {
     explicit Divide32(int32_t n)
         : n(splat(uint32_t(n))), half(splat(uint32_t(n / 2))), even(splat(uint32_t(n % 2 == 0))) {
@@ -46,7 +50,8 @@ struct Divide32 {
         const S32 t = (S32)((U32)s + half);
         // The product is off by less than 2^-7: rounded it is the floor of t / n, or one more, which the rest tells.
         const S32 above = nearest_int(__builtin_convertvector(t, F32) * reciprocal - splat(0.49f));
-        const S32 rest = (S32)((U32)t - (U32)above * n);
+        const U32 product = kTo16 ? (U32)mul_add_pairs((S16)above, (S16)n) : (U32)above * n;
+        const S32 rest = (S32)((U32)t - product);
         const U32 q = (U32)above + (U32)(rest >> 31);
         return (S32)(q - ((U32)(rest == S32{}) & q & even));  // no rest: s was halfway, and q is its upper neighbour
     }

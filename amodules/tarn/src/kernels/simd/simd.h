@@ -155,6 +155,9 @@ inline F32 load_f32(const S* p) {
     return __builtin_convertvector(load_s32(p), F32);
 }
 inline F32 load_f32(const float* p) { return load<F32>(p); }
+#if !defined(TARN_X86) || defined(__SSE4_1__)
+inline S32 load_difference(const int16_t* a, const int16_t* b) { return load_s32(a) - load_s32(b); }
+#endif
 
 }  // namespace
 }  // namespace tarn::k::TARN_LEVEL
