@@ -44,14 +44,16 @@ struct MapFloats {
     // The block's first vector meets entry phase of the line, and the next block's the entry after that.
     template <class S, class P>
     Block<D> operator()(const S* s, P phase) const {
-        const auto mapped = [&](int v) {
-            const int at = (phase.index + v) % 3;
-            return load_f32(s + v * kLanes<float>) * line.scale[at] + line.offset[at];
-        };
+        F32 v[4];
+        load_f32_four(s, v);
+        for (int i = 0; i < 4; ++i) {
+            const int at = (phase.index + i) % 3;
+            v[i] = v[i] * line.scale[at] + line.offset[at];
+        }
         if constexpr (kFit)
-            return round_to_within32<D>(mapped(0), mapped(1), mapped(2), mapped(3));
+            return round_to_within32<D>(v[0], v[1], v[2], v[3]);
         else
-            return round_to<D>(mapped(0), mapped(1), mapped(2), mapped(3));
+            return round_to<D>(v[0], v[1], v[2], v[3]);
     }
 };
 

@@ -49,7 +49,7 @@ inline int64_t first_strip(const void* d, int64_t element_bytes, int64_t channel
 // Whether a mapped plane goes around the cache.
 template <bool kKept, class S, class D>
 inline bool streams_blocks(const void* src, const void* dst, Size size, int64_t channels) {
-    return !kKept && src != dst && streams(size.height * (size.width * channels) * int64_t(sizeof(S) + sizeof(D)));
+    return kVector > 16 && !kKept && src != dst && streams(size.height * (size.width * channels) * int64_t(sizeof(S) + sizeof(D)));
 }
 
 // dst := f of src, by map_row. kKept: the fourth channel of the destination stays. strip: room for kStrip elements where the

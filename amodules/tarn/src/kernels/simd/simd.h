@@ -155,6 +155,10 @@ inline F32 load_f32(const S* p) {
     return __builtin_convertvector(load_s32(p), F32);
 }
 inline F32 load_f32(const float* p) { return load<F32>(p); }
+template <class S>
+inline void load_f32_four(const S* p, F32 (&v)[4]) {
+    for (int i = 0; i < 4; ++i) v[i] = load_f32(p + i * kLanes<float>);
+}
 #if !defined(TARN_X86) || defined(__SSE4_1__)
 inline S32 load_difference(const int16_t* a, const int16_t* b) { return load_s32(a) - load_s32(b); }
 #endif

@@ -286,6 +286,23 @@ inline S32 load_s32(const int16_t* p) {
 #endif
 }
 #if !defined(__SSE4_1__)
+// Four vectors of floats from as many elements one behind the other. Those beyond 8 bits under the bits of 2^23: what is
+// to be taken off then tells them apart from integers, and takes no conversion.
+inline void load_f32_four(const uint8_t* p, F32 (&v)[4]) {
+    const Bytes bytes = load<Bytes>(p), exponents = (Bytes)splat(uint16_t(0x4b00));
+    const Bytes lower = interleave_lower8(bytes, Bytes{}), upper = interleave_upper8(bytes, Bytes{});
+    v[0] = (F32)interleave_lower16(lower, exponents), v[1] = (F32)interleave_upper16(lower, exponents);
+    v[2] = (F32)interleave_lower16(upper, exponents), v[3] = (F32)interleave_upper16(upper, exponents);
+    for (F32& each : v) each -= splat(8388608.0f);
+}
+inline void load_f32_four(const int16_t* p, F32 (&v)[4]) {
+    const Bytes exponents = (Bytes)splat(uint16_t(0x4b00));
+    for (int i = 0; i < 2; ++i) {
+        const Bytes biased = (Bytes)(load<U16>(p + i * kLanes<int16_t>) ^ splat(uint16_t(0x8000)));
+        v[2 * i] = (F32)interleave_lower16(biased, exponents) - splat(8388608.0f + 32768.0f);
+        v[2 * i + 1] = (F32)interleave_upper16(biased, exponents) - splat(8388608.0f + 32768.0f);
+    }
+}
 // The differences of as many: a product of both, where each alone would be widened in two steps.
 inline S32 load_difference(const int16_t* a, const int16_t* b) {
     const auto half = [](const int16_t* p) { return _mm_loadl_epi64(reinterpret_cast<const __m128i*>(p)); };
