@@ -140,8 +140,7 @@ template <class T, class E>
                                     E* TARN_RESTRICT sums) {
     constexpr int64_t kStep = kLanes<E>, kElement = sizeof(T);
     const auto move = [=](int64_t i) {
-        store(sums + i,
-              load<Vec<E>>(before + i) + load_difference<T, E>(enters + i * kElement, leaves + i * kElement));
+        store(sums + i, load<Vec<E>>(before + i) + load_difference<T, E>(enters + i * kElement, leaves + i * kElement));
     };
     if (n < kStep) {
         const Loose<T>*in = reinterpret_cast<const Loose<T>*>(enters), *out = reinterpret_cast<const Loose<T>*>(leaves);
