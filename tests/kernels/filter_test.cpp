@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <numeric>
 #include <random>
 #include <vector>
@@ -68,6 +69,24 @@ TEST(filter, box_sums_beyond_32_bits) {
 
 // Rows that begin a mask's width on from each other are one: the sums under the mask are those of so many neighbours. Of values
 // that stay for as many, every sum there is.
+template <class T>
+void check_every_sum(const k::Kernel<k::Filter>& box, k::Size mask) {
+    constexpr int kLeast = std::numeric_limits<T>::min(), kMost = std::numeric_limits<T>::max();
+    const int area = mask.width * mask.height, width = (kMost - kLeast) * area + 1;
+    std::vector<T> src(size_t(width + area)), wanted(size_t(width), 0), out(wanted);
+    for (size_t i = 0; i < src.size(); ++i) src[i] = T(std::min(kLeast + int64_t(i) / area, int64_t(kMost)));
+    for (int sum = 0; sum < width; ++sum) {
+        const int rest = sum % area * 2, lower = kLeast + sum / area;
+        wanted[size_t(sum)] = T(lower + (rest > area || (rest == area && lower % 2)));
+    }
+    test::at_every_level([&](int level) {
+        ASSERT_EQ(box(src.data(), mask.width * int32_t(sizeof(T)), out.data(), 0, k::Size{width, 1}, mask,
+                      k::Offset{0, 0}, cases::heap()),
+                  k::kOk);
+        EXPECT_TRUE(out == wanted) << mask.width << " x " << mask.height << " at level " << level;
+    });
+}
+
 TEST(filter, box_means_of_every_sum) {
     for (const k::Size mask : {k::Size{8, 23},
                                {17, 11},
@@ -81,21 +100,9 @@ TEST(filter, box_means_of_every_sum) {
                                {63, 257},
                                {65, 254},
                                {127, 129},
-                               {128, 128}}) {
-        const int area = mask.width * mask.height, width = 255 * area + 1;
-        std::vector<uint8_t> src(size_t(width + area)), wanted(size_t(width), 0), out(wanted);
-        for (size_t i = 0; i < src.size(); ++i) src[i] = uint8_t(std::min(i / size_t(area), size_t(255)));
-        for (int sum = 0; sum < width; ++sum) {
-            const int rest = sum % area * 2, lower = sum / area;
-            wanted[size_t(sum)] = uint8_t(lower + (rest > area || (rest == area && lower % 2)));
-        }
-        test::at_every_level([&](int level) {
-            ASSERT_EQ(k::box_u8_c1(src.data(), mask.width, out.data(), 0, k::Size{width, 1}, mask, k::Offset{0, 0},
-                                   cases::heap()),
-                      k::kOk);
-            EXPECT_TRUE(out == wanted) << mask.width << " x " << mask.height << " at level " << level;
-        });
-    }
+                               {128, 128}})
+        check_every_sum<uint8_t>(k::box_u8_c1, mask);
+    for (const k::Size mask : {k::Size{13, 13}, {2, 85}, {57, 3}}) check_every_sum<int16_t>(k::box_s16_c1, mask);
 }
 
 // Rows of values that go up by steps: the median is the middle column's.

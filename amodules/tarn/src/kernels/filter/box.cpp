@@ -1,4 +1,4 @@
-// Means under a mask, by the way that its type and size take. Integers are summed exactly: bytes under small masks in 16 bits
+// Means under a mask, by the way that its type and size take. Integers are summed exactly: under small masks in twice their bits
 // (box_small.h), others in as many as they need by sums brought from place to place (box_lanes.h). Where 32 bits do not hold
 // them, plainly, in 64. Floats: box_floats.h.
 #include "kernels/filter/box_floats.h"
@@ -75,17 +75,39 @@ Status box_large(const Window& w, const Allocator& allocator) {
     return kOk;
 }
 
-// Areas from 2 to kMostDivisor16.
+bool is_small(const Window& w) { return w.columns <= 7 && w.rows >= 2; }
+
+// Small masks of odd areas, the usual widths of them by loops of their own.
+template <class T, bool kKept, class Divide>
+Status box_odd(const Window& w, const Divide& divide, const Allocator& allocator) {
+    if (w.columns == 5) return box_small<T, kKept, 5, false>(w, divide, allocator);
+    if (w.columns == 7) return box_small<T, kKept, 7, false>(w, divide, allocator);
+    return box_small<T, kKept, 0, false>(w, divide, allocator);
+}
+
+// Bytes, areas from 2 to kMostDivisor16.
 template <bool kKept, int kChannels, bool kOdd>
 Status box_bytes(const Window& w, int32_t area, const Allocator& allocator) {
     const Divide16<kOdd> divide(area);
-    if (w.columns > 7 || w.rows < 2) return box_lanes<kKept, kChannels>(w, Sums16<kOdd>{divide}, allocator);
-    if (w.columns == 3 && w.rows == 3) return box_small<kKept, 3, true>(w, Multiply16(area), allocator);
-    if constexpr (kOdd) {
-        if (w.columns == 5) return box_small<kKept, 5, false>(w, divide, allocator);
-        if (w.columns == 7) return box_small<kKept, 7, false>(w, divide, allocator);
-    }
-    return box_small<kKept, 0, false>(w, divide, allocator);
+    if (!is_small(w)) return box_lanes<kKept, kChannels>(w, Sums16<kOdd>{divide}, allocator);
+    if (w.columns == 3 && w.rows == 3) return box_small<uint8_t, kKept, 3, true>(w, Multiply16(area), allocator);
+    if constexpr (kOdd)
+        return box_odd<uint8_t, kKept>(w, divide, allocator);
+    else
+        return box_small<uint8_t, kKept, 0, false>(w, divide, allocator);
+}
+
+// 16-bit elements, areas below 32768.
+template <bool kKept, int kChannels>
+Status box_words(const Window& w, int32_t area, const Allocator& allocator) {
+    const auto lanes = [&](const auto& divide) {
+        return box_lanes<kKept, kChannels>(w, Sums32<int16_t, std::decay_t<decltype(divide)>>{divide}, allocator);
+    };
+    if (area % 2 == 0 || area >= 170) return lanes(Divide32<true>(area));
+    const MultiplyFloat divide(area);
+    if (!is_small(w)) return lanes(divide);
+    return w.columns == 3 && w.rows == 3 ? box_small<int16_t, kKept, 3, true>(w, divide, allocator)
+                                         : box_odd<int16_t, kKept>(w, divide, allocator);
 }
 
 template <class T, bool kKept, int kChannels>
@@ -106,10 +128,8 @@ Status box_integers(const Window& w, const Allocator& allocator) {
             return area % 2 && area < 43000 ? lanes(Sums16In32<MultiplyFloat>{MultiplyFloat(area)})
                                             : lanes(Sums16In32<Divide32<>>{Divide32<>(area)});
     }
-    if constexpr (sizeof(T) == 2) {
-        if (area % 2 && area < 170) return lanes(Sums32<T, MultiplyFloat>{MultiplyFloat(area)});
-        if (area < 32768) return lanes(Sums32<T, Divide32<true>>{Divide32<true>(area)});
-    }
+    if constexpr (sizeof(T) == 2)
+        if (area < 32768) return box_words<kKept, kChannels>(w, area, allocator);
     return lanes(Sums32<T, Divide32<>>{Divide32<>(area)});
 }
 

@@ -46,11 +46,10 @@ inline int64_t first_strip(const void* d, int64_t element_bytes, int64_t channel
     return n % channels ? kStrip : n;
 }
 
-// Whether a mapped plane goes around the cache. Not by vectors of 16 bytes, which take longer to compute than to store.
+// Whether a mapped plane goes around the cache.
 template <bool kKept, class S, class D>
 inline bool streams_blocks(const void* src, const void* dst, Size size, int64_t channels) {
-    return kVector > 16 && !kKept && src != dst &&
-           streams(size.height * (size.width * channels) * int64_t(sizeof(S) + sizeof(D)));
+    return !kKept && src != dst && streams(size.height * (size.width * channels) * int64_t(sizeof(S) + sizeof(D)));
 }
 
 // dst := f of src, by map_row. kKept: the fourth channel of the destination stays. strip: room for kStrip elements where the
