@@ -116,11 +116,18 @@ struct Grey16 {
                 of_half[i] = (S32)interleave_lower64(a, b) + (S32)interleave_upper64(a, b);
             }
         } else {
-            Bytes v[3];
-            load_pixels(s.p[0], v);
-            deinterleave_groups<T>(v);
-            const PairSums both(v[0] ^ bias, v[1] ^ bias, v[2] ^ bias, weights<kRed, 1>(0, 1), weights<kRed, 1>(2, 3));
-            of_half[0] = both.lower, of_half[1] = both.upper;
+            // Two pixels at a time, each with what is behind it as a fourth element; of the last ones with what is before.
+            const Bytes each = interleave_lower32((Bytes)weights<kRed, 1>(0, 1), (Bytes)weights<kRed, 1>(2, 3));
+            const Bytes last = interleave_lower64(each, (Bytes)((U64)each << 16));
+            const auto two = [&](int i) {
+                const int32_t at[] = {12 * i, 12 * i + 6 - 2 * (i == 3)};
+                const S16 v = (S16)(load_halves(s.p[0], at, 2) ^ bias);
+                return (Bytes)mul_add_pairs(v, (S16)(i == 3 ? last : each));
+            };
+            for (int i = 0; i < 2; ++i) {
+                const Bytes a = two(2 * i), b = two(2 * i + 1);
+                of_half[i] = (S32)even32(a, b) + (S32)odd32(a, b);
+            }
         }
         S32 quotient[2], rest[2];
         for (int i = 0; i < 2; ++i) {
