@@ -127,6 +127,13 @@ void map_plane(const void* src, int32_t src_stride, void* dst, int32_t dst_strid
                 fill<D>(dst, dst_stride, size, channels, c, __builtin_nanf(""));
 }
 
+// Whether a mapped plane goes around the cache. Narrow vectors take longer to map integers than memory does to move them, and
+// the strip would come on top.
+template <bool kKept, class S, class D>
+bool streams_map(const void* src, const void* dst, Size size, int channels) {
+    return (kVector > 16 || sizeof(S) == 4) && streams_blocks<kKept, S, D>(src, dst, size, channels);
+}
+
 // A strip of scratch, or null.
 template <class D>
 D* take_strip(Scratch& scratch) {
@@ -140,7 +147,7 @@ Status scale_map(const void* src, int32_t src_stride, void* dst, int32_t dst_str
     if (Status s = check(size, src, dst, scale, offset)) return s;
     Scratch scratch(allocator);
     D* strip = nullptr;
-    if (streams_blocks<kept(kForm), S, D>(src, dst, size, channels(kForm)) && !(strip = take_strip<D>(scratch)))
+    if (streams_map<kept(kForm), S, D>(src, dst, size, channels(kForm)) && !(strip = take_strip<D>(scratch)))
         return kNoMemory;
     float scales[4], offsets[4];
     read_constants<float, kForm>(scale, scales);
@@ -183,7 +190,7 @@ Status range_map(const void* src, int32_t src_stride, void* dst, int32_t dst_str
     D* strip = take_strip<D>(scratch);
     if (!strip) return kNoMemory;
     constexpr int kChannels = channels(kForm);
-    if (!streams_blocks<kept(kForm), S, D>(src, dst, size, kChannels)) strip = nullptr;
+    if (!streams_map<kept(kForm), S, D>(src, dst, size, kChannels)) strip = nullptr;
     float smallest[4], largest[4], scale[4], offset[4];
     find_extremes(MinMaxOf<S>::of[kChannels], src, src_stride, size, kForm == Form::c2, smallest, largest);
     if (range_constants(smallest, largest, kChannels, lo, hi, scale, offset))
