@@ -434,13 +434,20 @@ int check_words(test::WrongWord* wrong, const char* at) {
            (widen<int32_t, int16_t>(v, p + 1)))
     MEMORY("load_difference(const int16_t*, const int16_t*)",
            v = (Bytes)load_difference(reinterpret_cast<const int16_t*>(p + 1), reinterpret_cast<const int16_t*>(q + 1)),
-           (widen<int32_t, int16_t>(v, p + 1)); Bytes w; widen<int32_t, int16_t>(w, q + 1); v = (Bytes)((S32)v - (S32)w))
+           (widen<int32_t, int16_t>(v, p + 1));
+           Bytes w; (widen<int32_t, int16_t>(w, q + 1)); v = (Bytes)((S32)v - (S32)w))
     MEMORY("load_s32(const int32_t*)", v = (Bytes)load_s32(reinterpret_cast<const int32_t*>(p + 1)),
            memcpy(&v, p + 1, kVector))
     MEMORY("load_f32(const uint8_t*)", f = load_f32(p + 1), for (int i = 0; i < kLanes<float>; ++i) f[i] = p[1 + i])
     MEMORY("load_f32(const int16_t*)", f = load_f32(reinterpret_cast<const int16_t*>(p + 1)), int16_t e[kLanes<float>];
            memcpy(e, p + 1, sizeof e); for (int i = 0; i < kLanes<float>; ++i) f[i] = e[i])
     MEMORY("load_f32(const float*)", f = load_f32(reinterpret_cast<const float*>(p + 1)), memcpy(&f, p + 1, kVector))
+    MEMORY("load_f32_four(const uint8_t*, F32 (&)[4])", F32 four[4]; load_f32_four(p + 1, four);
+           memcpy(q, four, sizeof four), for (int i = 0; i < kVector; ++i) reinterpret_cast<float*>(q)[i] = p[1 + i])
+    MEMORY("load_f32_four(const int16_t*, F32 (&)[4])", F32 four[4];
+           load_f32_four(reinterpret_cast<const int16_t*>(p + 1), four);
+           memcpy(q, four, sizeof four), int16_t e[kVector]; memcpy(e, p + 1, sizeof e);
+           for (int i = 0; i < kVector; ++i) reinterpret_cast<float*>(q)[i] = e[i])
     WORD(S32, nearest_int, (F32), nearest(a[i]))
     WORD(S32, nearest_int_saturated, (F32), rounded<int32_t>(a[i]))
 

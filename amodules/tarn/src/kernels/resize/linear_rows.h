@@ -18,11 +18,11 @@ struct StripTables {
     int64_t pixels, elements, slots;
     int32_t *near, *other;    // per pixel: the nearer of the source pixels a and b, and the other one
     int16_t* pixel_fraction;  // per pixel: how far from the nearer one, in -2^-16, since a half must fit
-    int16_t* fraction;        // per slot: the same; of pairs without look-ups from their middle towards the second, in 2^-16
+    int16_t* fraction;  // per slot: the same; of pairs without look-ups from their middle towards the second, in 2^-16
     Fetch fetch;
     Windows windows;  // 16 per group: the nearer and the other of each output
-    int32_t* at;    // apart: the first byte of each load
-    int64_t whole;  // without look-ups: pixels before those that would be loaded from behind the row
+    int32_t* at;      // apart: the first byte of each load
+    int64_t whole;    // without look-ups: pixels before those that would be loaded from behind the row
 };
 
 // The source bytes of a strip, two of each element; past the end the last again.
