@@ -116,7 +116,7 @@ struct Grey16 {
                 of_half[i] = (S32)interleave_lower64(a, b) + (S32)interleave_upper64(a, b);
             }
         } else {
-            // Two pixels at a time, each with what is behind it as a fourth element; of the last ones with what is before.
+            // Two pixels at a time, each with what is behind it as a fourth element; the last with what is before it.
             const Bytes each = interleave_lower32((Bytes)weights<kRed, 1>(0, 1), (Bytes)weights<kRed, 1>(2, 3));
             const Bytes last = interleave_lower64(each, (Bytes)((U64)each << 16));
             const auto two = [&](int i) {

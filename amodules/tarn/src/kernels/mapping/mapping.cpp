@@ -127,8 +127,8 @@ void map_plane(const void* src, int32_t src_stride, void* dst, int32_t dst_strid
                 fill<D>(dst, dst_stride, size, channels, c, __builtin_nanf(""));
 }
 
-// Whether a mapped plane goes around the cache. Narrow vectors take longer to map integers than memory does to move them, and
-// the strip would come on top.
+// Whether a mapped plane goes around the cache. Narrow vectors take longer to map integers than memory does to move
+// them, and the strip would come on top.
 template <bool kKept, class S, class D>
 bool streams_map(const void* src, const void* dst, Size size, int channels) {
     return (kVector > 16 || sizeof(S) == 4) && streams_blocks<kKept, S, D>(src, dst, size, channels);

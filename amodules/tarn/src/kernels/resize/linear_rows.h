@@ -128,7 +128,8 @@ template <int kChannels>
 }
 
 // Without look-ups: of each output, or pixel, a and b side by side, which are taken apart as 16-bit elements. From the
-// middle between both the fraction fits a signed factor; half their sum is an integer, so that the roundings are the same.
+// middle between both the fraction fits a signed factor; 64 times their sum is an integer, so the roundings are the
+// same.
 template <int kChannels>
 [[gnu::noinline]] void resample_pairs(const StripTables& t, const uint8_t* s, int16_t* out) {
     constexpr int kPixels = kChannels == 1 ? kLanes<int16_t> : kLanes<int16_t> / 4;
