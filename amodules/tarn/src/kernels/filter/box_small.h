@@ -72,7 +72,7 @@ inline Bytes means_of(Halves<T> sum, const Divide& divide) {
 
 // Bytes of the kept rows, for the second-level cache. Narrow strips would spare it, but each of their rows lies on a page
 // of its own, where the source comes late: of large images they took two to four times as long.
-constexpr int64_t kSmallSums = 128 << 10;
+constexpr int64_t kSmallSums = 256 << 10;
 
 // Masks of up to seven columns and two rows and more; kThree: of three. A region narrower than a vector is read and written
 // by way of lines that are as wide as one.
