@@ -95,8 +95,8 @@ inline void fill_to(uint8_t* d, int64_t n, const Pattern& p, Bytes colours) {
             store_form<kKept>(Whole{}, d - i - (v + 1) * kVector, p.v[2 - v], colours);
 }
 
-// What there is to do in rows: everything, in vectors that stand over, or byte for byte, or by way of a line where a row is
-// made as a whole; or all but the middle.
+// What there is to do in rows: everything, in vectors that stand over, or byte for byte, or by way of a line where a row
+// is made as a whole; or all but the middle.
 enum class Way { standing_over, exact, by_line, streamed, border };
 constexpr int64_t kLine = 4 * kVector;  // bytes of a row that is made in a line, at most
 

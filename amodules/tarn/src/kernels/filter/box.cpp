@@ -1,6 +1,6 @@
-// Means under a mask, by the way that its type and size take. Integers are summed exactly: under small masks in twice their bits
-// (box_small.h), others in as many as they need by sums brought from place to place (box_lanes.h). Where 32 bits do not hold
-// them, plainly, in 64. Floats: box_floats.h.
+// Means under a mask, by the way that its type and size take. Integers are summed exactly: under small masks in twice
+// their bits (box_small.h), others in as many as they need by sums brought from place to place (box_lanes.h). Where 32
+// bits do not hold them, plainly, in 64. Floats: box_floats.h.
 #include "kernels/filter/box_floats.h"
 #include "kernels/filter/box_lanes.h"
 #include "kernels/filter/box_small.h"

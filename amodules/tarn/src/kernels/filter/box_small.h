@@ -1,5 +1,5 @@
-// For box.cpp only: means of integers under small masks, in sums twice as wide. Each row's pixels are summed as they lie, by
-// a few shifted loads; the sums of the last rows are kept, and the mask's are brought from row to row by the row that
+// For box.cpp only: means of integers under small masks, in sums twice as wide. Each row's pixels are summed as they lie,
+// by a few shifted loads; the sums of the last rows are kept, and the mask's are brought from row to row by the row that
 // enters and the one that leaves. Three rows are added afresh, which takes fewer steps.
 #pragma once
 
@@ -74,8 +74,8 @@ inline Bytes means_of(Halves<T> sum, const Divide& divide) {
 // of its own, where the source comes late: of large images they took two to four times as long.
 constexpr int64_t kSmallSums = 256 << 10;
 
-// Masks of up to seven columns and two rows and more; kThree: of three. A region narrower than a vector is read and written
-// by way of lines that are as wide as one.
+// Masks of up to seven columns and two rows and more; kThree: of three. A region narrower than a vector is read and
+// written by way of lines that are as wide as one.
 template <class T, bool kKept, int kColumns, bool kThree, class Divide>
 Status box_small(const Window& w, const Divide& how, const Allocator& allocator) {
     constexpr int64_t kBytes = sizeof(T), kMostReach = 6 * 4 * kBytes;

@@ -286,8 +286,8 @@ inline S32 load_s32(const int16_t* p) {
 #endif
 }
 #if !defined(__SSE4_1__)
-// Four vectors of floats from as many elements one behind the other. Under the bits of 2^23 an element is a float as much
-// larger: a difference takes the place of widening further and converting.
+// Four vectors of floats from as many elements one behind the other. Under the bits of 2^23 an element is a float as
+// much larger: a difference takes the place of widening further and converting.
 inline void load_f32_four(const uint8_t* p, F32 (&v)[4]) {
     const Bytes bytes = load<Bytes>(p), exponents = (Bytes)splat(uint16_t(0x4b00));
     const Bytes lower = interleave_lower8(bytes, Bytes{}), upper = interleave_upper8(bytes, Bytes{});
