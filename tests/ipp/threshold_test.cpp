@@ -288,6 +288,7 @@ TEST(calcthresh_otsu, parts_16_bit_and_float_elements_by_the_last_number_of_an_i
     const double end_of_interval = -1 + (std::floor((-0.4f + 1.0) * 192) + 1) / 192;
     EXPECT_LT(double(t), end_of_interval);
     EXPECT_GE(double(std::nextafter(t, 1.0f)), end_of_interval);
+    EXPECT_EQ(otsu(&floats, -1, 0.75f, 1), 0.75f);  // the upper bound is part of the last interval
 }
 
 TEST(calcthresh_otsu, refuses_and_reports) {
