@@ -12,7 +12,6 @@ copymkb --border 1,2,3,4 --kind replicate / filter --kind box --size 3x3 / filte
 threshold --method otsu / morph --operation open --element rect --size 3x3 / copy-transform --size 4x4 /
 copy-transform --colour grey"""
 TOLD = "minmax / mean / count-in-range --lower 3 --upper 90 / contour-find --otsu"
-FILLS = ["3"] if driver.SANITIZED else ["3", "200"]  # the sanitizers' memory is filled by themselves
 TWO = "and / or / xor / cmp --comparison less / add-n / mul-n / avgarith-n"
 
 
@@ -27,11 +26,11 @@ class Samples(driver.ProgramTest):
                 self.put("other.tif", tiff(6, 5, channels, rows[::-1], sample))
                 for files, (command, *options) in calls:
                     results = []
-                    for byte in FILLS:
+                    for byte in "3", "200":
                         done = self.run_tarn(command, *files, *options, env={**os.environ, "MALLOC_PERTURB_": byte})
                         self.assertIn(done.returncode, (0, 1, 2), (sample, channels, command, done.stderr))
                         results.append(done.stderr if done.returncode else self.get("out.tif") if "-o" in files else done.stdout)
-                    self.assertEqual(results[0], results[-1], (sample, channels, command, options))
+                    self.assertEqual(*results, (sample, channels, command, options))
 
 
 driver.main()

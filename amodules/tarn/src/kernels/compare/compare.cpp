@@ -118,8 +118,16 @@ template <class T, int kComparison, Form kForm, class B>
 template <class T, int kComparison, Form kForm, class B>
 void compare_row(uint8_t* d, const uint8_t* a, B b, int64_t n) {
     constexpr int64_t kBytes = kPixelBytes<T, kForm>;
+    const auto at = [=](int64_t x) { return block<T, kComparison, kForm>(a + x * kBytes, b.at(x * kBytes)); };
     int64_t x = 0;
-    for (; x + kVector <= n; x += kVector) store(d + x, block<T, kComparison, kForm>(a + x * kBytes, b.at(x * kBytes)));
+    // Blocks of few steps four at a time, which costs the loop less and reads before it writes.
+    if constexpr (kBytes <= 2)
+        for (; x + 4 * kVector <= n; x += 4 * kVector) {
+            Bytes r[4];
+            for (int i = 0; i < 4; ++i) r[i] = at(x + i * kVector);
+            for (int i = 0; i < 4; ++i) store(d + x + i * kVector, r[i]);
+        }
+    for (; x + kVector <= n; x += kVector) store(d + x, at(x));
     if (x == n) return;
     // The rest through buffers of a whole block.
     uint8_t rest[2][kVector * kBytes] = {};
