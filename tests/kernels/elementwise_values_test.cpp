@@ -1,5 +1,5 @@
 // Values of the arithmetic kernels that random planes may miss: every pair of 8-bit values, the corners of 16 bits,
-// every sum and count of the 8-bit mean, NaN in both operands, planes that reach beyond 4 GiB.
+// every sum and count of the 8-bit mean, NaN in both operands, planes that reach beyond 4 GiB, rows copied by any distance.
 #include <gtest/gtest.h>
 #include <sys/mman.h>
 
@@ -9,6 +9,7 @@
 
 #include "cases/arith.h"
 #include "cases/compare.h"
+#include "cases/copy.h"
 #include "cases/logic.h"
 #include "cases/set.h"
 #include "cases/threshold.h"
@@ -161,6 +162,24 @@ TEST(elementwise_values, rows_beyond_four_gigabytes) {
         EXPECT_EQ(last[70], 0) << level;
     });
     munmap(both, 2 * bytes);
+}
+
+TEST(elementwise_values, rows_copied_by_any_distance) {
+    // Long rows a few bytes ahead of their source within a page go another way, whether they overlap or not.
+    std::vector<uint8_t> before(42000);
+    for (size_t i = 0; i < before.size(); ++i) before[i] = uint8_t(i * i >> 5);
+    at_every_level([&](int level) {
+        for (const int n : {2047, 2048, 2049, 2500, 4111, 9000})
+            for (const int pages : {-4, -3, -1, 0, 1, 3, 4})
+                for (const int ahead : {-1, 1, 5, 31, 32, 63, 64}) {
+                    const int distance = pages * 4096 + ahead;
+                    std::vector<uint8_t> memory = before, want = before;
+                    uint8_t* source = memory.data() + 16500;
+                    memmove(want.data() + 16500 + distance, want.data() + 16500, size_t(n));
+                    ASSERT_EQ(k::copy_u8_c1(source, 0, source + distance, 0, {n, 1}), k::kOk);
+                    ASSERT_EQ(memory, want) << n << " bytes by " << distance << " at level " << level;
+                }
+    });
 }
 
 // What the cases have no plane for; sizes and planes are theirs.

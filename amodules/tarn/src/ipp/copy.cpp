@@ -1,8 +1,6 @@
 // Copies of planes, and of all pixels into another shape. Elements count only by their size.
 #include "ipp/copy.h"
 
-#include <string.h>
-
 #include "ipp/operations.h"
 #include "kernels/copy/copy.h"
 
@@ -37,11 +35,11 @@ struct RowStream {
     }
 };
 
-// Moves bytes from one stream to another, in the longest runs that both have.
+// Moves bytes from one stream to another, in the longest runs that both have and a kernel takes.
 void move_bytes(RowStream to, RowStream from, int64_t bytes) {
     while (bytes > 0) {
-        const int64_t n = min(bytes, min(to.left(), from.left()));
-        memmove(to.row + to.at, from.row + from.at, size_t(n));
+        const int64_t n = min(min(bytes, int64_t(1) << 30), min(to.left(), from.left()));
+        k::copy_u8_c1(from.row + from.at, 0, to.row + to.at, 0, {int32_t(n), 1});
         to.advance(n);
         from.advance(n);
         bytes -= n;
@@ -80,7 +78,7 @@ int64_t op_reshape(const QuelCALL* call, QuelERR* err, KaSMEMSTG* storage, LumoM
     if (dst_row <= 0 || src_row <= 0 || dst->height <= 0 || src->height <= 0) return 0;
     const int64_t bytes = min(dst->height * dst_row, src->height * src_row);
     if (dst->stride == dst_row && src->stride == src_row)
-        memmove(dst->data, src->data, size_t(bytes));
+        move_bytes({row_at(*dst, 0), 0, bytes}, {row_at(*src, 0), 0, bytes}, bytes);
     else
         move_bytes({row_at(*dst, 0), dst->stride, dst_row}, {row_at(*src, 0), src->stride, src_row}, bytes);
     return 0;

@@ -31,6 +31,33 @@ struct Extent {
     bool apart_from(Extent other) const { return to <= other.from || other.to <= from; }
 };
 
+// Moves n bytes of a row, which may overlap. Beyond some 2 KiB libraries leave this to the processor's string move, which
+// goes byte by byte where the destination lies less than a line behind the source, whole pages not counted: 10 to 20 times
+// as long. Such rows go by vectors.
+inline void move_row(uint8_t* d, const uint8_t* s, int64_t n) {
+    constexpr int64_t kBlock = 4 * kVector, kLeast = 2048;
+    constexpr uintptr_t kLine = 64, kPage = 4096;
+    const uintptr_t ahead = (reinterpret_cast<uintptr_t>(d) - reinterpret_cast<uintptr_t>(s)) % kPage;
+    if (n < kLeast || ahead == 0 || ahead >= kLine) {
+        memmove(d, s, size_t(n));
+        return;
+    }
+    const auto move_block = [=](int64_t i) {
+        Bytes v[4];
+        for (int k = 0; k < 4; ++k) v[k] = load<Bytes>(s + i + k * kVector);
+        for (int k = 0; k < 4; ++k) store(d + i + k * kVector, v[k]);
+    };
+    // The block that overlaps its neighbour is read before others write over it, and written last.
+    const int64_t last = d < s || d - s >= n ? n - kBlock : 0;
+    Bytes rest[4];
+    for (int k = 0; k < 4; ++k) rest[k] = load<Bytes>(s + last + k * kVector);
+    if (last > 0)
+        for (int64_t i = 0; i < last; i += kBlock) move_block(i);
+    else
+        for (int64_t i = n - kBlock; i > 0; i -= kBlock) move_block(i);
+    for (int k = 0; k < 4; ++k) store(d + last + k * kVector, rest[k]);
+}
+
 [[maybe_unused]] Status copy_rows(const void* src, int32_t src_stride, void* dst, int32_t dst_stride, Size size,
                                   int64_t pixel_bytes) {
     if (Status s = check(size, src, dst)) return s;
@@ -47,7 +74,7 @@ struct Extent {
     const bool reverse = from_the_end(src, src_stride, dst, dst_stride);
     for (int64_t i = 0; i < rows.count; ++i) {
         const int64_t y = reverse ? rows.count - 1 - i : i;
-        memmove(row<uint8_t>(dst, dst_stride, y), row<uint8_t>(src, src_stride, y), size_t(row_bytes));
+        move_row(row<uint8_t>(dst, dst_stride, y), row<uint8_t>(src, src_stride, y), row_bytes);
     }
     return kOk;
 }

@@ -1,9 +1,8 @@
 // For the resize sources only: what a call is made of, and the door that all kernels go through.
 #pragma once
 
-#include "kernels/plane/plane.h"
+#include "kernels/plane/move.h"
 #include "kernels/plane/scratch.h"
-#include "kernels/plane/store.h"
 #include "kernels/resize/resize.h"
 
 namespace tarn::k::TARN_LEVEL {
@@ -74,17 +73,14 @@ inline bool halves(const Job& j) { return halves_width(j) && j.region.height == 
 
 template <class T, Form kForm>
 Status copy_region(const Job& j) {
-    const int64_t pixel_bytes = channels(kForm) * sizeof(T), n = j.dst_size.width * pixel_bytes;
-    const Bytes mask = colour_mask<T>();
-    for (int64_t y = j.top; y < j.bottom; ++y) {
-        const uint8_t* s = j.src_row<uint8_t>(j.region.y + y) + j.region.x * pixel_bytes;
-        uint8_t* d = j.dst_row<uint8_t>(y);
-        if constexpr (kept(kForm))
-            each_vector(n, [=](auto io, int64_t i) { store_form<true>(io, d + i, io.load(s + i), mask); });
-        else
-            memcpy(d, s, size_t(n));
-    }
-    return kOk;
+    constexpr int64_t kBytes = kPixelBytes<T, kForm>;
+    const uint8_t* s = j.src_row<uint8_t>(j.region.y + j.top) + j.region.x * kBytes;
+    uint8_t* d = j.dst_row<uint8_t>(j.top);
+    const Size size{j.dst_size.width, int32_t(j.bottom - j.top)};
+    if constexpr (kept(kForm))
+        return copy_rows_c3x(s, j.src_stride, d, j.dst_stride, size, kBytes, colour_mask<T>());
+    else
+        return copy_rows(s, j.src_stride, d, j.dst_stride, size, kBytes);
 }
 
 // A kernel: checks its arguments, and leaves the rest to kBody.

@@ -161,7 +161,7 @@ Status nearest(const Job& j) {
         const uint8_t* s = j.src_row<uint8_t>(j.region.y + line.whole);
         uint8_t* d = j.dst_row<uint8_t>(y);
         if (!kKept && line.whole == last)
-            memcpy(d, j.dst_row<uint8_t>(y - 1), size_t(row_bytes));
+            move_row(d, j.dst_row<uint8_t>(y - 1), row_bytes);
         else if (!c.in_windows)
             row_by_pixel<kPixel, kKept>(s, c, d);
         else if (c.windows.two)
