@@ -21,25 +21,30 @@ void average_strip(uint8_t* d, const uint8_t* const* sources, uint8_t* sums, int
     const uint8_t* p[kCount];
     for (int j = 0; j < kCount; ++j) p[j] = sources[j];
     const Divide16<> divide = by;
-    const Bytes mask = colour_mask<uint8_t>();
-    each_vector(n, [=](auto io, int64_t i) {
-        U16 low = {}, high = {};
-        if constexpr (!kFirst) {
-            low = load<U16>(sums + 2 * i);
-            high = load<U16>(sums + 2 * i + kVector);
-        }
+    struct Halves {
+        U16 low, high;
+    };
+    const auto sum = [=](auto io, int64_t i) {
+        Halves v{};
+        if constexpr (!kFirst) v = {load<U16>(sums + 2 * i), load<U16>(sums + 2 * i + kVector)};
         for (int j = 0; j < kCount; j += 2) {
             const Bytes a = io.load(p[j] + i), b = j + 1 < kCount ? io.load(p[j + 1] + i) : Bytes{};
-            low += widening_add_lower(a, b);
-            high += widening_add_upper(a, b);
+            v.low += widening_add_lower(a, b);
+            v.high += widening_add_upper(a, b);
         }
-        if constexpr (kLast) {
-            store_form<kKept>(io, d + i, narrow_groups_u8((S16)divide(low), (S16)divide(high)), mask);
-        } else {
-            store(sums + 2 * i, low);
-            store(sums + 2 * i + kVector, high);
-        }
-    });
+        return v;
+    };
+    if constexpr (kLast)
+        store_each<kKept, 2>(d, n, colour_mask<uint8_t>(), [=](auto io, int64_t i) {
+            const Halves v = sum(io, i);
+            return narrow_groups_u8((S16)divide(v.low), (S16)divide(v.high));
+        });
+    else
+        each_vector(n, [=](auto io, int64_t i) {
+            const Halves v = sum(io, i);
+            store(sums + 2 * i, v.low);
+            store(sums + 2 * i + kVector, v.high);
+        });
 }
 
 // The first planes of a list, as many as `count`, 1 to 4; only a longer list begins with one.

@@ -73,12 +73,11 @@ template <class Op, class T, bool kKept, int kMore>
 void fold_strip(uint8_t* d, const uint8_t* first, const uint8_t* const* more, int64_t n) {
     const uint8_t* p[kMore + 1] = {};
     for (int j = 0; j < kMore; ++j) p[j] = more[j];
-    const Bytes mask = colour_mask<T>();
-    each_vector(n, [=](auto io, int64_t i) {
+    store_each<kKept, kMore >= 2 ? 2 : 4>(d, n, colour_mask<T>(), [=](auto io, int64_t i) {
         using V = Vec<T>;
         V r = io.template load<V>(first + i);
         for (int j = 0; j < kMore; ++j) r = Op{}(r, io.template load<V>(p[j] + i));
-        store_form<kKept>(io, d + i, r, mask);
+        return r;
     });
 }
 

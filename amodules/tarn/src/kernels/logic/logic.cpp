@@ -25,10 +25,8 @@ Status binary_rows(const void* b, int32_t b_stride, const void* a, int32_t a_str
         rows_of(size, Pitch{a_stride, pixel_bytes}, Pitch{b_stride, pixel_bytes}, Pitch{dst_stride, pixel_bytes});
     for (int64_t y = 0; y < rows.count; ++y) {
         const uint8_t *pa = row<uint8_t>(a, a_stride, y), *pb = row<uint8_t>(b, b_stride, y);
-        uint8_t* pd = row<uint8_t>(dst, dst_stride, y);
-        each_phase(rows.pixels * pixel_bytes, [=](auto io, int64_t i, auto) {
-            store_form<kKept>(io, pd + i, Op{}(io.load(pa + i), io.load(pb + i)), mask);
-        });
+        store_each<kKept>(row<uint8_t>(dst, dst_stride, y), rows.pixels * pixel_bytes, mask,
+                          [=](auto io, int64_t i) { return Op{}(io.load(pa + i), io.load(pb + i)); });
     }
     return kOk;
 }

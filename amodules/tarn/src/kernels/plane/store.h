@@ -101,5 +101,19 @@ inline void each_vector(int64_t n, F f) {
     if (i < n) f(Part{n - i}, i);
 }
 
+// Stores f(io, offset), a vector, for every vector of a row of n bytes, four made before the first is stored: a load waits
+// for a store before it that seems to have its address, of which processors compare the place within a page first.
+template <bool kKept, int kTogether = 4, class F>
+inline void store_each(uint8_t* d, int64_t n, Bytes mask, F f) {
+    int64_t i = 0;
+    for (; i + kTogether * kVector <= n; i += kTogether * kVector) {
+        Bytes v[kTogether];
+        for (int k = 0; k < kTogether; ++k) v[k] = (Bytes)f(Whole{}, i + k * kVector);
+        for (int k = 0; k < kTogether; ++k) store_form<kKept>(Whole{}, d + i + k * kVector, v[k], mask);
+    }
+    for (; i + kVector <= n; i += kVector) store_form<kKept>(Whole{}, d + i, (Bytes)f(Whole{}, i), mask);
+    if (i < n) store_form<kKept>(Part{n - i}, d + i, (Bytes)f(Part{n - i}, i), mask);
+}
+
 }  // namespace
 }  // namespace tarn::k::TARN_LEVEL
