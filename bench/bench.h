@@ -29,6 +29,7 @@ struct Options {
     bool levels = false;                  // every level a column
     bool quick = false;                   // 256 x 256 only, short
     std::string addresses = "staggered";  // where planes begin within their pages: see Buffer
+    int padding = 0;                      // bytes behind every row
     std::vector<cases::Size> sizes;       // instead of the usual ones
     bool write = false;                   // tables and plots into folder()
     // docs/bench/<level>, for the level that is measured.

@@ -140,11 +140,11 @@ void Bench::row(const Case& c, std::vector<Size> sizes, bool alone) {
         std::vector<Stream> in, out;
         for (const cases::Plane& p : c.planes) {
             const Size s = p.size(n);
-            const int64_t row_bytes = int64_t(s.width) * p.elements * cases::bytes_of(p.type),
-                          bytes = row_bytes * s.height;
+            const int64_t stride = int64_t(s.width) * p.elements * cases::bytes_of(p.type) + options_.padding,
+                          bytes = stride * s.height;
             buffers.push_back(std::make_unique<Buffer>(bytes, int(buffers.size()), options_.addresses));
             fill(buffers.back()->data, bytes, p.type);
-            views.push_back({buffers.back()->data, int32_t(row_bytes), s});
+            views.push_back({buffers.back()->data, int32_t(stride), s});
             if (p.role != cases::Role::out) in.push_back({views.back().data, bytes});
             // Results of a few bytes are no stream.
             if (p.role != cases::Role::in && bytes > 4096) out.push_back({views.back().data, bytes});
@@ -244,6 +244,8 @@ int main(int argc, char** argv) {
     app.add_flag("--quick", options.quick, "256 x 256 only, few rounds");
     app.add_option("--addresses", options.addresses, "where planes begin within their pages (default: staggered)")
         ->check(CLI::IsMember({"staggered", "aligned", "unlucky"}));
+    app.add_option("--padding", options.padding, "bytes behind every row of a plane: rows are no longer one run of bytes")
+        ->check(CLI::Range(0, 1 << 20));
     std::vector<std::string> sizes;
     app.add_option("--size", sizes, "WxH instead of a row's usual sizes; may be given again")->type_name("WxH");
     app.add_flag("--write", options.write, "write the tables to docs/bench/<level>/<family>.md");

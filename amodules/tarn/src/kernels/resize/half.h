@@ -155,19 +155,30 @@ inline Bytes half_vector(const uint8_t* upper, const uint8_t* lower) {
     }
 }
 
-// A row of n bytes.
+// A row of n bytes. Of three channels a store overlaps the next; of others the last vector overlaps the one before.
 template <class T, int kChannels, bool kKept>
 void half_row(const uint8_t* upper, const uint8_t* lower, int64_t n, uint8_t* dst) {
     constexpr int kStep = kHalfBytes<kChannels>;
     const Bytes mask = colour_mask<T>();
-    int64_t i = 0;
-    for (; n - i >= kVector; i += kStep)  // of three channels a store overlaps the next
+    const auto whole = [=](int64_t i) {
         store_form_where<kKept>(Whole{}, dst + i, half_vector<T, kChannels>(upper + 2 * i, lower + 2 * i), mask);
+    };
+    int64_t i = 0;
+    for (; n - i >= kVector; i += kStep) whole(i);
+    if (kChannels != 3 && 0 < i && i < n) return whole(n - kVector);
     for (; i < n; i += kStep) {
         const int64_t count = min<int64_t>(kStep, n - i);
         uint8_t above[2 * kVector] = {}, below[2 * kVector] = {};
-        memcpy(above, upper + 2 * i, size_t(2 * count));
-        memcpy(below, lower + 2 * i, size_t(2 * count));
+        const auto copy = [=](const uint8_t* from, uint8_t* to) {
+            if (kChannels == 3) {  // is read again by pieces, which would wait for whole vectors
+                memcpy(to, from, size_t(2 * count));
+                return;
+            }
+            const int64_t first = min(2 * count, kVector);
+            store(to, load_n<Vec<T>>(from, first));
+            store(to + kVector, load_n<Vec<T>>(from + first, 2 * count - first));
+        };
+        copy(upper + 2 * i, above), copy(lower + 2 * i, below);
         store_form_where<kKept>(Part{count}, dst + i, half_vector<T, kChannels>(above, below), mask);
     }
 }

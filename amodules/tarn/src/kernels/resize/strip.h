@@ -1,9 +1,8 @@
 // For the resize sources only: a source row resampled horizontally, as floats, for a strip of outputs.
 //
-// The taps of neighbouring outputs are fetched by permutes from a row of floats. Where the image shrinks to less than
-// half and where there are no permutes, each output of one channel loads its own, and those of more channels are gathered
-// one by one into a plane per tap. Sums are made in one order, products rounded before they are added: all levels give the
-// same bits, and none emulates fused sums.
+// The taps of neighbouring outputs are fetched by permutes from a row of floats where that pays. Else each output of one
+// channel loads its own, and pixels of more are made one by one, a channel to a lane. Sums are made in one order, products
+// rounded before they are added: all levels give the same bits, and none emulates fused sums.
 #pragma once
 
 #include "kernels/plane/border.h"
@@ -52,7 +51,7 @@ constexpr int64_t kStripElements = sizeof(S) < 4 ? 12288
                                    : kTaps == 4  ? 3840
                                                  : 4992;
 
-enum class Fetch { planes, apart, one_window, two_windows };
+enum class Fetch { by_pixel, apart, one_window, two_windows };
 
 // What a strip's rows are made with. Elements: outputs times channels, then up to a whole vector more of no meaning, for
 // which whatever stands in the scratch is read.
@@ -61,26 +60,26 @@ struct StripTables {
     int64_t pitch;   // elements of a plane or row, and how far the next one is
     float* weight;   // plane after plane: the taps' weights per element
     int64_t* first;  // source pixel of tap 0 per pixel, from the region's left
-    float* row;      // the row of floats, or the planes
+    float* row;      // the row of floats; or bytes by pixel, a plane per tap
     Fetch fetch;
     int64_t row_from;              // permutes: first source pixel of the row of floats, from the region's left
     int64_t row_pixels;            // and how many it has
     int32_t* base;                 // per vector of outputs: where its window begins in the row of floats
-    int32_t* index;                // per output: tap 0 in the window; apart, planes: its first byte in the source row
+    int32_t* index;                // per output: tap 0 in the window; apart, by pixel: its first byte in the source row
     int32_t reach;                 // the largest index
     int more;                      // permutes: taps beyond the first that the windows hold
     int64_t whole_from, whole_to;  // apart: the outputs, whole vectors, that may load from the source row
-    bool indexed;                  // planes: there is an index
+    bool indexed;                  // by pixel: there is an index
 
     // For strips of so many elements. Rows as far apart as pages are would share their places in the first-level cache.
     void set_pitch(int64_t most) {
         pitch = (most + 15) / 16 * 16;
         if (pitch % 256 == 0) pitch += 16;
     }
-    // Room for the planes of the taps; or for a row of floats: twice a strip, the taps, and two windows more.
+    // Room for a row of floats: twice a strip, the taps, and two windows more.
     template <int kTaps, class Part>
     void carve(Part part) {
-        part(weight, kTaps * pitch), part(row, kTaps * pitch + 256), part(first, pitch);
+        part(weight, kTaps * pitch), part(row, 2 * pitch + 256), part(first, pitch);
         part(index, pitch), part(base, pitch / kLanes<float> + 1);
     }
 };
@@ -98,7 +97,16 @@ void repeat_channels(const T* from, int64_t n, int channels, T* to) {
     }
 }
 
-// Prepares the permutes of a strip; leaves it to planes when an output lies beyond two windows of its vector.
+// Whether permutes fetch the taps of outputs faster than loads of each pixel do. Eight floats hold two pixels, seldom with all
+// of their taps.
+template <int kTaps>
+constexpr bool permutes_pay(int channels, int64_t from, int64_t to) {
+    if (!kHasPermute || from > 2 * to) return false;
+    if (kVector > 32 || channels == 1) return true;
+    return channels == 3 && (kTaps == 2 ? 2 * from <= 3 * to : from <= to);
+}
+
+// Prepares the permutes of a strip; leaves it when an output lies beyond two windows of its vector.
 template <int kTaps>
 void find_windows(StripTables& t, int channels) {
     constexpr int kWindow = kLanes<float>;
@@ -166,12 +174,12 @@ void prepare(StripTables& t, const Job& j, const Tile& tile, int channels) {
     }
     for (int k = 0; k < kTaps; ++k)
         for (int64_t i = pixels * channels; i < t.elements; ++i) t.weight[k * t.pitch + i] = 0;
-    t.fetch = Fetch::planes;
-    if (kHasPermute && j.region.width <= 2 * width) find_windows<kTaps>(t, channels);
+    t.fetch = Fetch::by_pixel;
+    if (permutes_pay<kTaps>(channels, j.region.width, width)) find_windows<kTaps>(t, channels);
     const int64_t pixel_bytes = channels * int64_t(sizeof(S));
-    if (t.fetch == Fetch::planes && channels == 1)
+    if (t.fetch == Fetch::by_pixel && channels == 1)
         find_apart<kTaps, S>(t, j.src_size.width, j.region.x);
-    else if (t.fetch == Fetch::planes && kTaps * pixel_bytes <= 8)
+    else if (t.fetch == Fetch::by_pixel && kTaps * pixel_bytes <= 8)
         find_pixels(t, j.src_size.width * pixel_bytes, j.region.x, pixel_bytes);
     t.row_pixels = t.first[pixels - 1] - t.first[0] + kTaps;
 }
@@ -205,42 +213,63 @@ int64_t gather_pairs(const uint8_t* s, const uint8_t* next, const StripTables& t
     return begin;
 }
 
-// Gathers the taps of every output of a strip as they are, a plane per tap. Within the source a pixel is copied as four
-// elements, of which one too many is overwritten by the next. Meanwhile the same pixels of row `next` are fetched.
-template <int kTaps, int kChannels, class T>
-[[gnu::noinline]] void gather_taps(const T* s, const T* next, int64_t width, int64_t left, const StripTables& t) {
-    const int64_t *first = t.first, n = t.pixels, pitch = t.pitch;
-    T* planes = reinterpret_cast<T*>(t.row);
-    int64_t begin = 0, end = n - 1;
-    while (begin < n && left + first[begin] < 0) ++begin;
-    while (end > begin && left + first[end - 1] + kTaps >= width) --end;
-    const auto at_edge = [&](int64_t x) {
-        for (int k = 0; k < kTaps; ++k)
-            memcpy(planes + k * pitch + x * kChannels,
-                   s + clamp<int64_t>(left + first[x] + k, 0, width - 1) * kChannels, kChannels * sizeof(T));
-    };
-    for (int64_t x = 0; x < begin; ++x) at_edge(x);
-    int64_t x = begin;
-    if constexpr (kHasLookup && kTaps == 2 && sizeof(T) == 1)
-        if (t.indexed) x = gather_pairs<kChannels>(s, next, t, begin, end);
-    for (; x < end; ++x) {
-        const int64_t at = (left + first[x]) * kChannels;
-        const T* pixel = s + at;
-        __builtin_prefetch(next + at);
-        for (int k = 0; k < kTaps; ++k)
-            memcpy(planes + k * pitch + x * kChannels, pixel + k * kChannels, 4 * sizeof(T));
-    }
-    for (x = max(begin, end); x < n; ++x) at_edge(x);
-}
-
-template <int kTaps, bool kExact, class T>
-[[gnu::noinline]] void weigh_planes(const StripTables& t, float* out) {
-    const T* planes = reinterpret_cast<const T*>(t.row);
+// Two taps of bytes of all pixels in [begin, end) but the last few, whole vectors of them: gathered as they are, a plane per
+// tap, and weighed. Returns the first pixel that is left; of the others some outputs have no meaning.
+template <bool kExact, int kChannels>
+int64_t weigh_pairs(const uint8_t* s, const uint8_t* next, const StripTables& t, int64_t begin, int64_t end,
+                    float* out) {
+    const int64_t left = gather_pairs<kChannels>(s, next, t, begin, end);
+    const uint8_t* planes = reinterpret_cast<const uint8_t*>(t.row);
     const float* weight = t.weight;
     const int64_t pitch = t.pitch;
     for (int64_t i = 0, n = t.elements; i < n; i += kLanes<float>)
-        store(out + i, sum_of<kTaps, kExact>([&](int k) { return load_f32(planes + k * pitch + i); },
-                                             [&](int k) { return load<F32>(weight + k * pitch + i); }));
+        store(out + i, sum_of<2, kExact>([&](int k) { return load_f32(planes + k * pitch + i); },
+                                         [&](int k) { return load<F32>(weight + k * pitch + i); }));
+    return left;
+}
+
+// Pixels of several channels, each by itself. Within the source a pixel is four elements, of which one too many is
+// overwritten by the next. Meanwhile the same pixels of row `next` are fetched.
+template <int kTaps, bool kExact, int kChannels, class T>
+[[gnu::noinline]] void weigh_pixels(const StripTables& t, const T* s, const T* next, int64_t width, int64_t left,
+                                    float* out) {
+    const int64_t *first = t.first, n = t.pixels, pitch = t.pitch;
+    const float* weights = t.weight;
+    int64_t begin = 0, end = n - 1;
+    while (begin < n && left + first[begin] < 0) ++begin;
+    while (end > begin && left + first[end - 1] + kTaps >= width) --end;
+    int64_t x = begin;
+    if constexpr (kHasLookup && kTaps == 2 && sizeof(T) == 1)
+        if (t.indexed) x = weigh_pairs<kExact, kChannels>(s, next, t, begin, end, out);
+
+    const auto weigh = [=](int64_t pixel, auto tap) {
+        Four sum{};
+#pragma GCC unroll 6
+        for (int i = 0; i < kTaps; ++i) {
+            const int k = outer_first(i, kTaps);
+            const Four product = tap(k) * load<Four>(weights + k * pitch + pixel * kChannels);
+            sum = i ? product + sum : product;
+        }
+        return sum;
+    };
+    // Behind the source's last pixel of three channels nothing may be read.
+    const T* end_of_row = s + width * kChannels;
+    const Four last = kChannels == 4 ? load_four(end_of_row - 4)
+                                     : Four{float(end_of_row[-3]), float(end_of_row[-2]), float(end_of_row[-1]), 0};
+    const auto at_edge = [&](int64_t pixel) {
+        const Four sum = weigh(pixel, [&](int k) {
+            const int64_t at = clamp<int64_t>(left + first[pixel] + k, 0, width - 1);
+            return at < width - 1 ? load_four(s + at * kChannels) : last;
+        });
+        memcpy(out + pixel * kChannels, &sum, kChannels * sizeof(float));
+    };
+    for (int64_t i = 0; i < begin; ++i) at_edge(i);
+    for (; x < end; ++x) {
+        const int64_t at = (left + first[x]) * kChannels;
+        __builtin_prefetch(next + at);
+        store(out + x * kChannels, weigh(x, [=](int k) { return load_four(s + at + k * kChannels); }));
+    }
+    for (x = max(begin, end); x < n; ++x) at_edge(x);
 }
 
 // Vectors of outputs that reach beyond the source row take their taps from a copy of them. Meanwhile row `next` is fetched.
@@ -324,12 +353,11 @@ void weigh_windows(const StripTables& t, int channels, const T* next, float* out
 template <int kTaps, bool kExact, class T>
 void resample_row(const StripTables& t, const T* s, const T* next, int64_t width, int64_t left, int channels,
                   float* out) {
-    if (t.fetch == Fetch::planes) {
+    if (t.fetch == Fetch::by_pixel) {
         if (channels == 3)
-            gather_taps<kTaps, 3>(s, next, width, left, t);
+            weigh_pixels<kTaps, kExact, 3>(t, s, next, width, left, out);
         else
-            gather_taps<kTaps, 4>(s, next, width, left, t);
-        weigh_planes<kTaps, kExact, T>(t, out);
+            weigh_pixels<kTaps, kExact, 4>(t, s, next, width, left, out);
     } else if (t.fetch == Fetch::apart) {
         weigh_apart<kTaps, kExact>(t, s, next, width, left, out);
     } else if constexpr (kHasPermute) {

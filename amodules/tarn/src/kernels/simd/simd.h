@@ -39,7 +39,8 @@ using S32 = Vec<int32_t>;
 using U64 = Vec<uint64_t>;
 using F32 = Vec<float>;
 using F64 = Vec<double>;
-using Bytes = U8;  // of elements of any type
+using Bytes = U8;                                     // of elements of any type
+typedef float Four __attribute__((vector_size(16)));  // a pixel of several channels, as floats
 
 // ---- Memory -------------------------------------------------------------------------------------------------------
 
@@ -155,6 +156,13 @@ inline F32 load_f32(const S* p) {
     return __builtin_convertvector(load_s32(p), F32);
 }
 inline F32 load_f32(const float* p) { return load<F32>(p); }
+inline Four load_four(const float* p) { return load<Four>(p); }
+#if !defined(TARN_X86) || !defined(__AVX2__)
+template <class S>
+inline Four load_four(const S* p) {
+    return load_f32(p);
+}
+#endif
 template <class S>
 inline void load_f32_four(const S* p, F32 (&v)[4]) {
     for (int i = 0; i < 4; ++i) v[i] = load_f32(p + i * kLanes<float>);

@@ -244,6 +244,15 @@ inline S32 load_s32(const uint8_t* p) {
 inline S32 load_s32(const int16_t* p) {
     return (S32)_mm256_cvtepi16_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p)));
 }
+// Four elements as floats.
+inline Four load_four(const uint8_t* p) {
+    int32_t bytes;
+    memcpy(&bytes, p, 4);
+    return (Four)_mm_cvtepi32_ps(_mm_cvtepu8_epi32(_mm_cvtsi32_si128(bytes)));
+}
+inline Four load_four(const int16_t* p) {
+    return (Four)_mm_cvtepi32_ps(_mm_cvtepi16_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p))));
+}
 // Doubles from the floats at p, a vector of them, and from the first n of fewer with zeros behind.
 inline F64 load_f64_n(const void* p, int64_t n) {
     const __m128i first = _mm_cmpgt_epi32(_mm_set1_epi32(int(n)), _mm_setr_epi32(0, 1, 2, 3));

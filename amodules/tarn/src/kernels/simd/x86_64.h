@@ -311,6 +311,15 @@ inline S32 load_s32(const uint8_t* p) {
 inline S32 load_s32(const int16_t* p) {
     return (S32)_mm512_cvtepi16_epi32(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(p)));
 }
+// Four elements as floats.
+inline Four load_four(const uint8_t* p) {
+    int32_t bytes;
+    memcpy(&bytes, p, 4);
+    return (Four)_mm_cvtepi32_ps(_mm_cvtepu8_epi32(_mm_cvtsi32_si128(bytes)));
+}
+inline Four load_four(const int16_t* p) {
+    return (Four)_mm_cvtepi32_ps(_mm_cvtepi16_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p))));
+}
 // Doubles from the floats at p, half a vector of them: widening into a whole one takes twice the work. And from the first n
 // of fewer with zeros behind.
 typedef double HalfF64 __attribute__((vector_size(32)));
