@@ -244,7 +244,8 @@ int main(int argc, char** argv) {
     app.add_flag("--quick", options.quick, "256 x 256 only, few rounds");
     app.add_option("--addresses", options.addresses, "where planes begin within their pages (default: staggered)")
         ->check(CLI::IsMember({"staggered", "aligned", "unlucky"}));
-    app.add_option("--padding", options.padding, "bytes behind every row of a plane: rows are no longer one run of bytes")
+    app.add_option("--padding", options.padding,
+                   "bytes behind every row of a plane: rows are no longer one run of bytes")
         ->check(CLI::Range(0, 1 << 20));
     std::vector<std::string> sizes;
     app.add_option("--size", sizes, "WxH instead of a row's usual sizes; may be given again")->type_name("WxH");

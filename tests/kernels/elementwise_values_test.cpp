@@ -10,7 +10,9 @@
 #include "cases/arith.h"
 #include "cases/compare.h"
 #include "cases/copy.h"
+#include "cases/heap.h"
 #include "cases/logic.h"
+#include "cases/mapping.h"
 #include "cases/set.h"
 #include "cases/threshold.h"
 #include "kernels/check.h"
@@ -162,6 +164,57 @@ TEST(elementwise_values, rows_beyond_four_gigabytes) {
         EXPECT_EQ(last[70], 0) << level;
     });
     munmap(both, 2 * bytes);
+}
+
+TEST(elementwise_values, planes_are_their_rows_and_the_destination_may_be_a_source) {
+    // Where rows are no whole number of vectors, their last one is made of pixels that are already done; narrow rows are
+    // brought together, many at a time.
+    for (int width = 1; width < 140; ++width) {
+        const int height = width < 20 ? 120 : 3, stride = width * 4 + 4;
+        std::vector<uint8_t> a(size_t(stride * height)), b(a.size());
+        for (size_t i = 0; i < a.size(); ++i) a[i] = uint8_t(i * i >> 3), b[i] = uint8_t(i * 37);
+        const float scale = 0.7f, offset = 20;
+        // run(source, other source, destination, size)
+        const auto same = [&](const char* name, auto run) {
+            at_every_level([&](int level) {
+                std::vector<uint8_t> apart = a, in_place = a, by_rows = a;
+                const k::Size size{width, height};
+                ASSERT_EQ(run(a.data(), b.data(), apart.data(), size), k::kOk);
+                ASSERT_EQ(run(in_place.data(), b.data(), in_place.data(), size), k::kOk);
+                for (size_t at = 0; at < a.size(); at += size_t(stride))
+                    ASSERT_EQ(run(&a[at], &b[at], &by_rows[at], k::Size{width, 1}), k::kOk);
+                ASSERT_EQ(apart, by_rows) << name << " of " << width << " pixels at level " << level;
+                ASSERT_EQ(in_place, by_rows) << name << " of " << width << " pixels at level " << level;
+            });
+        };
+        same("scale_u8_u8", [&](uint8_t* s, uint8_t*, uint8_t* d, k::Size size) {
+            return k::scale_u8_u8_c1(s, stride, d, stride, size, &scale, &offset, cases::heap());
+        });
+        same("scale_f32_f32", [&](uint8_t* s, uint8_t*, uint8_t* d, k::Size size) {
+            return k::scale_f32_f32_c1(s, stride, d, stride, size, &scale, &offset, cases::heap());
+        });
+        same("cmp_u8", [&](uint8_t* s, uint8_t* other, uint8_t* d, k::Size size) {
+            return k::cmp_u8_c1(s, stride, other, stride, d, stride, size, k::kLess);
+        });
+        for (const int planes : {2, 3, 6}) {
+            const auto list_of = [&](uint8_t* first, uint8_t* other) {
+                std::vector<View> views(size_t(planes), View{other, stride, {width, height}});
+                views[0].data = first;
+                return views;
+            };
+            same("add_n_u8", [&](uint8_t* s, uint8_t* other, uint8_t* d, k::Size size) {
+                const auto views = list_of(s, other);
+                const cases::ViewList list(views.data(), planes);
+                return k::add_n_u8_c1(&list.sources, d, stride, size);
+            });
+            same("avg_n_u8", [&](uint8_t* s, uint8_t* other, uint8_t* d, k::Size size) {
+                const auto views = list_of(s, other);
+                std::vector<uint8_t> scratch(k::kAverageScratch);
+                const cases::ViewList list(views.data(), planes);
+                return k::avg_n_u8_c1(&list.sources, planes, d, stride, size, scratch.data());
+            });
+        }
+    }
 }
 
 TEST(elementwise_values, rows_copied_by_any_distance) {

@@ -442,6 +442,11 @@ int check_words(test::WrongWord* wrong, const char* at) {
     MEMORY("load_f32(const int16_t*)", f = load_f32(reinterpret_cast<const int16_t*>(p + 1)), int16_t e[kLanes<float>];
            memcpy(e, p + 1, sizeof e); for (int i = 0; i < kLanes<float>; ++i) f[i] = e[i])
     MEMORY("load_f32(const float*)", f = load_f32(reinterpret_cast<const float*>(p + 1)), memcpy(&f, p + 1, kVector))
+    MEMORY("load_four(const uint8_t*)", store(q, load_four(p + 1)),
+           for (int i = 0; i < 4; ++i) reinterpret_cast<float*>(q)[i] = p[1 + i])
+    MEMORY("load_four(const int16_t*)", store(q, load_four(reinterpret_cast<const int16_t*>(p + 1))), int16_t e[4];
+           memcpy(e, p + 1, sizeof e); for (int i = 0; i < 4; ++i) reinterpret_cast<float*>(q)[i] = e[i])
+    MEMORY("load_four(const float*)", store(q, load_four(reinterpret_cast<const float*>(p + 1))), memcpy(q, p + 1, 16))
     MEMORY("load_f32_four(const uint8_t*, F32 (&)[4])", F32 four[4]; load_f32_four(p + 1, four);
            memcpy(q, four, sizeof four), for (int i = 0; i < kVector; ++i) reinterpret_cast<float*>(q)[i] = p[1 + i])
     MEMORY("load_f32_four(const int16_t*, F32 (&)[4])", F32 four[4];

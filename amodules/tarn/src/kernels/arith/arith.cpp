@@ -14,9 +14,9 @@ Status constant_rows(Pattern constant, void* dst, int32_t dst_stride, Size size,
     const Rows rows = rows_of(size, Pitch{dst_stride, pixel_bytes});
     for (int64_t y = 0; y < rows.count; ++y) {
         uint8_t* d = row<uint8_t>(dst, dst_stride, y);
-        each_phase(rows.pixels * pixel_bytes, [=, &constant](auto io, int64_t i, auto phase) {
+        store_each_phase<kKept>(d, rows.pixels * pixel_bytes, mask, [=, &constant](auto io, int64_t i, auto phase) {
             using V = Vec<T>;
-            store_form<kKept>(io, d + i, Op{}(io.template load<V>(d + i), (V)constant.v[phase.index]), mask);
+            return Op{}(io.template load<V>(d + i), (V)constant.v[phase.index]);
         });
     }
     return kOk;
@@ -39,11 +39,28 @@ Status with_constant(const void* constant, void* dst, int32_t dst_stride, Size s
            kept(kForm) && !kInteger > (pattern_of<T, kForm>(pixel), dst, dst_stride, size, kPixelBytes<T, kForm>);
 }
 
+// Lists of few planes, 1 + kMore: whole rows at a time.
+template <class Op, class T, bool kKept, int kMore>
+void fold_few(const Planes& planes, void* dst, int32_t dst_stride, Rows rows, int64_t row_bytes) {
+    for (int64_t y = 0; y < rows.count; ++y) {
+        const uint8_t* more[3];
+        for (int j = 0; j < kMore; ++j) more[j] = planes.row(j + 1, y, 0);
+        fold_strip<Op, T, kKept, kMore>(row<uint8_t>(dst, dst_stride, y), planes.row(0, y, 0), more, row_bytes);
+    }
+}
+
 template <class Op, class T, bool kKept>
 Status fold_rows(const Sources* sources, void* dst, int32_t dst_stride, Size size, int64_t pixel_bytes) {
     if (Status s = check_sources(size, sources, dst)) return s;
-    each_strip(*sources, dst_stride, size, pixel_bytes, kStripBytes, [=](int64_t y, int64_t x, int64_t n) {
-        fold_sources<Op, T, kKept>(*sources, row<uint8_t>(dst, dst_stride, y) + x, y, x, n);
+    const Planes planes(*sources);
+    if (planes.count == 2 || planes.count == 3) {
+        const Rows rows = rows_of_list(*sources, dst_stride, size, pixel_bytes);
+        const auto few = planes.count == 2 ? fold_few<Op, T, kKept, 1> : fold_few<Op, T, kKept, 2>;
+        few(planes, dst, dst_stride, rows, rows.pixels * pixel_bytes);
+        return kOk;
+    }
+    each_strip(*sources, dst_stride, size, pixel_bytes, kStripBytes, [=, &planes](int64_t y, int64_t x, int64_t n) {
+        fold_sources<Op, T, kKept>(planes, row<uint8_t>(dst, dst_stride, y) + x, y, x, n);
     });
     return kOk;
 }

@@ -34,16 +34,17 @@ void average_strip(uint8_t* d, const uint8_t* const* sources, uint8_t* sums, int
         }
         return v;
     };
-    if constexpr (kLast)
-        store_each<kKept, 2>(d, n, colour_mask<uint8_t>(), [=](auto io, int64_t i) {
-            const Halves v = sum(io, i);
-            return narrow_groups_u8((S16)divide(v.low), (S16)divide(v.high));
-        });
+    const auto divided = [=](Halves v) { return narrow_groups_u8((S16)divide(v.low), (S16)divide(v.high)); };
+    const Bytes mask = colour_mask<uint8_t>();
+    if constexpr (kFirst && kLast)
+        store_each<kKept, 2>(d, n, mask, [=](auto io, int64_t i) { return divided(sum(io, i)); });
     else
-        each_vector(n, [=](auto io, int64_t i) {
+        each_vector(n, [=](auto io, int64_t i) {  // sums lie as vectors do, each at its place
             const Halves v = sum(io, i);
-            store(sums + 2 * i, v.low);
-            store(sums + 2 * i + kVector, v.high);
+            if constexpr (kLast)
+                store_form<kKept>(io, d + i, divided(v), mask);
+            else
+                store(sums + 2 * i, v.low), store(sums + 2 * i + kVector, v.high);
         });
 }
 
@@ -64,12 +65,12 @@ void average_first(uint8_t* d, const uint8_t* const* sources, int32_t count, uin
 // One plane, or more than Divide16 takes: float sums in the order of the list (exact up to 65793 planes) and a float
 // division.
 template <bool kKept>
-void average_of_many(const Sources& sources, int32_t divisor, uint8_t* d, int64_t y, int64_t x, int64_t n,
+void average_of_many(const Planes& sources, int32_t divisor, uint8_t* d, int64_t y, int64_t x, int64_t n,
                      void* scratch) {
     float* sums = static_cast<float*>(scratch);
     uint8_t* averages = reinterpret_cast<uint8_t*>(sums + kStripSums);
     for (int32_t i = 0; i < sources.count; ++i) {
-        const uint8_t* s = source_row(sources, i, y, x);
+        const uint8_t* s = sources.row(i, y, x);
         if (i == 0)
             for (int64_t j = 0; j < n; ++j) sums[j] = float(s[j]);
         else
@@ -81,8 +82,7 @@ void average_of_many(const Sources& sources, int32_t divisor, uint8_t* d, int64_
             sums[j] / by + 8388608.0f - 8388608.0f;  // above 2^23 floats are whole: nearest, ties to even
         averages[j] = uint8_t(int32_t(min(rounded, 255.0f)));
     }
-    const Bytes mask = colour_mask<uint8_t>();
-    each_vector(n, [=](auto io, int64_t i) { store_form<kKept>(io, d + i, io.load(averages + i), mask); });
+    store_each<kKept>(d, n, colour_mask<uint8_t>(), [=](auto io, int64_t i) { return io.load(averages + i); });
 }
 
 template <bool kKept>
@@ -94,13 +94,14 @@ Status average_u8(const Sources* sources, int32_t divisor, void* dst, int32_t ds
     const bool many = count < 2 || count > kMostSums16;
     const Divide16<> by(many ? 2 : count);
     uint8_t* sums = static_cast<uint8_t*>(scratch);
-    each_strip(*sources, dst_stride, size, pixel_bytes, kStripSums, [=](int64_t y, int64_t x, int64_t n) {
+    const Planes planes(*sources);
+    each_strip(*sources, dst_stride, size, pixel_bytes, kStripSums, [=, &planes](int64_t y, int64_t x, int64_t n) {
         uint8_t* d = row<uint8_t>(dst, dst_stride, y) + x;
-        if (many) return average_of_many<kKept>(*sources, divisor, d, y, x, n, scratch);
+        if (many) return average_of_many<kKept>(planes, divisor, d, y, x, n, scratch);
         // All groups are of four planes but the first.
         for (int32_t i = 0, group = (count - 1) % 4 + 1; i < count; i += group, group = 4) {
             const uint8_t* p[4];
-            for (int32_t j = 0; j < group; ++j) p[j] = source_row(*sources, i + j, y, x);
+            for (int32_t j = 0; j < group; ++j) p[j] = planes.row(i + j, y, x);
             if (count <= 4)
                 average_first<kKept, true>(d, p, group, sums, n, by);
             else if (i == 0)
@@ -123,8 +124,7 @@ void divide_strip_s16(uint8_t* d, int64_t n, int16_t divisor) {
     const U16 by = splat(uint16_t(size)), half = splat(uint16_t(size / 2)), even = splat(uint16_t(size % 2 == 0));
     const U16 most = splat(uint16_t(32767)), sign = splat(uint16_t(divisor < 0 ? 65535 : 0));
     const U16 reciprocal = splat(uint16_t(size == 1 ? 65535 : 65536 / size));
-    const Bytes mask = colour_mask<int16_t>();
-    each_vector(n, [=](auto io, int64_t i) {
+    store_each<kKept, 2>(d, n, colour_mask<int16_t>(), [=](auto io, int64_t i) {
         const U16 v = io.template load<U16>(d + i);
         const U16 negative = (U16)((S16)v < S16{}), flip = negative ^ sign;
         const U16 t = ((v ^ negative) - negative) + half;  // at most 32768 + 16384
@@ -135,7 +135,7 @@ void divide_strip_s16(uint8_t* d, int64_t n, int16_t divisor) {
         rest -= more & by;
         q -= (U16)(rest == U16{}) & q & even;  // no rest behind the added half: it was halfway
         q = min(q, most - flip);               // 32768 has no positive twin
-        store_form<kKept>(io, d + i, (q ^ flip) - flip, mask);
+        return (q ^ flip) - flip;
     });
 }
 
@@ -144,9 +144,10 @@ Status average_s16(const Sources* sources, int32_t divisor, void* dst, int32_t d
                    int64_t pixel_bytes) {
     if (Status s = check_sources(size, sources, dst)) return s;
     const int16_t by = int16_t(divisor);
-    each_strip(*sources, dst_stride, size, pixel_bytes, kStripBytes, [=](int64_t y, int64_t x, int64_t n) {
+    const Planes planes(*sources);
+    each_strip(*sources, dst_stride, size, pixel_bytes, kStripBytes, [=, &planes](int64_t y, int64_t x, int64_t n) {
         uint8_t* d = row<uint8_t>(dst, dst_stride, y) + x;
-        fold_sources<Add, int16_t, kKept>(*sources, d, y, x, n);
+        fold_sources<Add, int16_t, kKept>(planes, d, y, x, n);
         if (by != 0) divide_strip_s16<kKept>(d, n, by);
     });
     return by == 0 ? kBadArg : kOk;
@@ -158,11 +159,11 @@ Status average_f32(const Sources* sources, int32_t divisor, void* dst, int32_t d
     if (Status s = check_sources(size, sources, dst)) return s;
     const F32 by = splat(float(divisor));
     const Bytes mask = colour_mask<float>();
-    each_strip(*sources, dst_stride, size, pixel_bytes, kStripBytes, [=](int64_t y, int64_t x, int64_t n) {
+    const Planes planes(*sources);
+    each_strip(*sources, dst_stride, size, pixel_bytes, kStripBytes, [=, &planes](int64_t y, int64_t x, int64_t n) {
         uint8_t* d = row<uint8_t>(dst, dst_stride, y) + x;
-        fold_sources<Add, float, kKept>(*sources, d, y, x, n);
-        each_vector(n,
-                    [=](auto io, int64_t i) { store_form<kKept>(io, d + i, io.template load<F32>(d + i) / by, mask); });
+        fold_sources<Add, float, kKept>(planes, d, y, x, n);
+        store_each<kKept>(d, n, mask, [=](auto io, int64_t i) { return io.template load<F32>(d + i) / by; });
     });
     return kOk;
 }

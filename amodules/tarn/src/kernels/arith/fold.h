@@ -43,11 +43,24 @@ struct Mul {
 
 constexpr int64_t kStripBytes = 8192;  // of the destination
 
-// Source i from byte x of row y.
-inline const uint8_t* source_row(const Sources& sources, int32_t i, int64_t y, int64_t x) {
-    const Source s = sources.at(sources.list, i);
-    return row<uint8_t>(s.data, s.stride, y) + x;
-}
+// The planes of a list, of which the first, most often all, are asked for once and not for every row.
+class Planes {
+public:
+    explicit Planes(const Sources& sources) : count(sources.count), sources_(sources) {
+        for (int32_t i = 0; i < min(count, kFirst); ++i) first_[i] = sources.at(sources.list, i);
+    }
+    // Plane i from byte x of row y.
+    const uint8_t* row(int32_t i, int64_t y, int64_t x) const {
+        const Source s = i < kFirst ? first_[i] : sources_.at(sources_.list, i);
+        return TARN_LEVEL::row<uint8_t>(s.data, s.stride, y) + x;
+    }
+    const int32_t count;
+
+private:
+    static constexpr int32_t kFirst = 4;
+    const Sources& sources_;
+    Source first_[kFirst];
+};
 
 inline Status check_sources(Size size, const Sources* sources, const void* dst) {
     if (Status s = check(size, sources, dst)) return s;
@@ -57,20 +70,25 @@ inline Status check_sources(Size size, const Sources* sources, const void* dst) 
     return kOk;
 }
 
-// f(y, x, n) for every strip of the destination: n bytes, at most `most`, from byte x of row y.
-template <class F>
-void each_strip(const Sources& sources, int32_t dst_stride, Size size, int64_t pixel_bytes, int64_t most, F f) {
+// The rows of a list and its destination, joined where all of them are packed.
+inline Rows rows_of_list(const Sources& sources, int32_t dst_stride, Size size, int64_t pixel_bytes) {
     bool packed = is_packed(size, {dst_stride, pixel_bytes});
     for (int32_t i = 0; i < sources.count; ++i)
         packed &= is_packed(size, {sources.at(sources.list, i).stride, pixel_bytes});
-    const Rows rows = packed ? joined_rows(size) : separate_rows(size);
+    return packed ? joined_rows(size) : separate_rows(size);
+}
+
+// f(y, x, n) for every strip of the destination: n bytes, at most `most`, from byte x of row y.
+template <class F>
+void each_strip(const Sources& sources, int32_t dst_stride, Size size, int64_t pixel_bytes, int64_t most, F f) {
+    const Rows rows = rows_of_list(sources, dst_stride, size, pixel_bytes);
     for (int64_t y = 0; y < rows.count; ++y)
         for (int64_t x = 0; x < rows.pixels * pixel_bytes; x += most) f(y, x, min(most, rows.pixels * pixel_bytes - x));
 }
 
 // d := first op more[0] op ... over n bytes.
 template <class Op, class T, bool kKept, int kMore>
-void fold_strip(uint8_t* d, const uint8_t* first, const uint8_t* const* more, int64_t n) {
+inline void fold_strip(uint8_t* d, const uint8_t* first, const uint8_t* const* more, int64_t n) {
     const uint8_t* p[kMore + 1] = {};
     for (int j = 0; j < kMore; ++j) p[j] = more[j];
     store_each<kKept, kMore >= 2 ? 2 : 4>(d, n, colour_mask<T>(), [=](auto io, int64_t i) {
@@ -83,13 +101,13 @@ void fold_strip(uint8_t* d, const uint8_t* first, const uint8_t* const* more, in
 
 // d := the fold of all sources over n bytes from byte x of row y.
 template <class Op, class T, bool kKept>
-void fold_sources(const Sources& sources, uint8_t* d, int64_t y, int64_t x, int64_t n) {
-    const uint8_t* first = source_row(sources, 0, y, x);
+void fold_sources(const Planes& sources, uint8_t* d, int64_t y, int64_t x, int64_t n) {
+    const uint8_t* first = sources.row(0, y, x);
     int32_t i = 1;
     do {
         const uint8_t* more[3];
         const int32_t count = min(3, sources.count - i);
-        for (int32_t j = 0; j < count; ++j) more[j] = source_row(sources, i + j, y, x);
+        for (int32_t j = 0; j < count; ++j) more[j] = sources.row(i + j, y, x);
         if (count == 3)
             fold_strip<Op, T, kKept, 3>(d, first, more, n);
         else if (count == 2)

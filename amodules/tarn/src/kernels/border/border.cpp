@@ -78,7 +78,7 @@ struct Constant {
 // n bytes of a pattern.
 template <bool kKept>
 inline void fill(uint8_t* d, int64_t n, const Pattern& p, Bytes colours) {
-    each_phase(n, [&](auto io, int64_t i, auto phase) { store_form<kKept>(io, d + i, p.v[phase.index], colours); });
+    store_each_phase<kKept>(d, n, colours, [&](auto, int64_t, auto phase) { return p.v[phase.index]; });
 }
 
 // The same in whole vectors, of which the last stands over by less than a vector: from d on, or up to d.
@@ -130,15 +130,13 @@ void extend_rows(uint8_t* d, int64_t dst_step, const uint8_t* s, int64_t src_ste
                 copy_bytes(line + n.left, s, n.middle);
                 fill_from<false>(line + n.left + n.middle, n.right, edge.right(s, n.middle), colours);
             }
-            each_vector(n.all(),
-                        [&](auto io, int64_t i) { store_form<kKept>(io, d + i, load<Bytes>(line + i), colours); });
+            store_each<kKept>(d, n.all(), colours, [&](auto, int64_t i) { return load<Bytes>(line + i); });
         } else {
             fill<kKept>(d, n.left, edge.left(s, n.middle), colours);
             if constexpr (kWay == Way::streamed)
                 stream_row(middle, s, n.middle);
             else if constexpr (kWay == Way::exact)
-                each_vector(n.middle,
-                            [=](auto io, int64_t i) { store_form<kKept>(io, middle + i, io.load(s + i), colours); });
+                store_each<kKept>(middle, n.middle, colours, [=](auto io, int64_t i) { return io.load(s + i); });
             fill<kKept>(right, n.right, edge.right(s, n.middle), colours);
         }
     }

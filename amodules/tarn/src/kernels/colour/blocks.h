@@ -26,7 +26,7 @@ using From = Places<const uint8_t, kCount>;
 template <int kCount>
 using To = Places<uint8_t, kCount>;
 
-// What is left of a row, less than a block, by way of buffers.
+// A row of less than a block, by way of buffers.
 template <class Op>
 [[gnu::noinline]] void map_rest(const From<Op::kIn>& s, const To<Op::kOut>& d, int64_t pixels, const Op& op) {
     alignas(64) uint8_t in[Op::kIn][Op::kPixels * Op::kInBytes] = {}, out[Op::kOut][Op::kPixels * Op::kOutBytes];
@@ -41,16 +41,51 @@ template <class Op>
     for (int i = 0; i < Op::kOut; ++i) memcpy(d.p[i], out[i], size_t(pixels * Op::kOutBytes));
 }
 
-// n pixels, by whole blocks in the way of `out`. The last block overlaps the one before it, unless source and
-// destination are one.
+// What makes the end of a row: an operator of smaller blocks where there is one.
+template <class Op>
+inline auto rest_of(const Op& op) {
+    if constexpr (requires { op.rest(); })
+        return op.rest();
+    else
+        return op;
+}
+
+// n pixels that are no whole blocks. The last block overlaps the one before it; where source and destination are one it is
+// made first, in a buffer.
+template <class Op, class Out>
+[[gnu::noinline]] void map_uneven(const From<Op::kIn>& s, const To<Op::kOut>& d, int64_t n, bool in_place, const Op& op,
+                                  Out out) {
+    const auto rest = rest_of(op);
+    using Rest = decltype(rest_of(op));
+    static_assert(Op::kPixels % Rest::kPixels == 0);
+    if (n < Rest::kPixels) return map_rest(s, d, n, rest);
+    const int64_t last = n - Rest::kPixels;
+    const From<Op::kIn> last_in = s.moved(last * Op::kInBytes);
+    const To<Op::kOut> last_out = d.moved(last * Op::kOutBytes);
+    const auto whole_blocks = [&] {
+        int64_t x = 0;
+        for (; x + Op::kPixels <= n; x += Op::kPixels) op(s.moved(x * Op::kInBytes), d.moved(x * Op::kOutBytes), out);
+        if constexpr (Rest::kPixels < Op::kPixels)
+            for (; x <= last; x += Rest::kPixels) rest(s.moved(x * Op::kInBytes), d.moved(x * Op::kOutBytes), Cached{});
+    };
+    if (!in_place || n % Rest::kPixels == 0) {
+        whole_blocks();
+        if (n % Rest::kPixels) rest(last_in, last_out, Cached{});
+        return;
+    }
+    alignas(64) uint8_t made[Op::kOut][Rest::kPixels * Op::kOutBytes];
+    To<Op::kOut> to;
+    for (int i = 0; i < Op::kOut; ++i) to.p[i] = made[i];
+    rest(last_in, to, Cached{});
+    whole_blocks();
+    for (int i = 0; i < Op::kOut; ++i) memcpy(last_out.p[i], made[i], sizeof made[i]);
+}
+
+// n pixels, by whole blocks in the way of `out`.
 template <class Op, class Out>
 inline void map_run(const From<Op::kIn>& s, const To<Op::kOut>& d, int64_t n, bool in_place, const Op& op, Out out) {
-    int64_t x = 0;
-    for (; x + Op::kPixels <= n; x += Op::kPixels) op(s.moved(x * Op::kInBytes), d.moved(x * Op::kOutBytes), out);
-    if (x == n) return;
-    if (in_place || n < Op::kPixels) return map_rest(s.moved(x * Op::kInBytes), d.moved(x * Op::kOutBytes), n - x, op);
-    x = n - Op::kPixels;
-    op(s.moved(x * Op::kInBytes), d.moved(x * Op::kOutBytes), Cached{});
+    if (n % Op::kPixels != 0) return map_uneven(s, d, n, in_place, op, out);
+    for (int64_t x = 0; x < n; x += Op::kPixels) op(s.moved(x * Op::kInBytes), d.moved(x * Op::kOutBytes), out);
 }
 
 // Pixels before those that begin with a cache line in every plane; -1 where there are none.

@@ -106,6 +106,7 @@ struct Reversed {
         }
     };
     static constexpr Masks kMasks{};
+    Move<Reverse, T> rest() const { return {}; }
     template <class Out>
     [[gnu::always_inline]] void operator()(const From<1>& s, const To<1>& d, Out out) const {
         const uint8_t* p = s.p[0];

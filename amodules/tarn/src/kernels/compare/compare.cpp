@@ -119,28 +119,21 @@ template <class T, int kComparison, Form kForm, class B>
 void compare_row(uint8_t* d, const uint8_t* a, B b, int64_t n) {
     constexpr int64_t kBytes = kPixelBytes<T, kForm>;
     const auto at = [=](int64_t x) { return block<T, kComparison, kForm>(a + x * kBytes, b.at(x * kBytes)); };
-    int64_t x = 0;
-    // Blocks of few steps four at a time, which costs the loop less and reads before it writes.
-    if constexpr (kBytes <= 2)
-        for (; x + 4 * kVector <= n; x += 4 * kVector) {
-            Bytes r[4];
-            for (int i = 0; i < 4; ++i) r[i] = at(x + i * kVector);
-            for (int i = 0; i < 4; ++i) store(d + x + i * kVector, r[i]);
+    if (n < kVector) {  // through buffers of a whole block
+        uint8_t rest[2][kVector * kBytes] = {};
+        const size_t bytes = size_t(n * kBytes);
+        memcpy(rest[0], a, bytes);
+        if constexpr (B::kMemory) {
+            memcpy(rest[1], b.p, bytes);
+            store_n(d, block<T, kComparison, kForm>(rest[0], FromMemory{rest[1]}), n);
+        } else {
+            store_n(d, block<T, kComparison, kForm>(rest[0], b), n);
         }
-    for (; x + kVector <= n; x += kVector) store(d + x, at(x));
-    if (x == n) return;
-    // The rest through buffers of a whole block.
-    uint8_t rest[2][kVector * kBytes] = {};
-    const size_t bytes = size_t((n - x) * kBytes);
-    memcpy(rest[0], a + x * kBytes, bytes);
-    Bytes r;
-    if constexpr (B::kMemory) {
-        memcpy(rest[1], b.p + x * kBytes, bytes);
-        r = block<T, kComparison, kForm>(rest[0], FromMemory{rest[1]});
-    } else {
-        r = block<T, kComparison, kForm>(rest[0], b);
+        return;
     }
-    store_n(d + x, r, n - x);
+    // Blocks of few steps four at a time, which costs the loop less; and the last one first: see store_each.
+    constexpr int kTogether = kBytes <= 2 ? 4 : 1;
+    store_each<false, kTogether>(d, n, Bytes{}, [=](auto, int64_t x) { return at(x); });
 }
 
 template <class T, int kComparison, Form kForm>

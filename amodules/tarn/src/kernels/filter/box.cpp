@@ -16,10 +16,9 @@ constexpr int64_t kLargeStrip = 1536;  // elements
 // d := n results. The fourth of every four elements stays where it is kept.
 template <class T, bool kKept>
 void put_row(uint8_t* d, const T* results, int64_t n) {
-    const Bytes mask = colour_mask<T>();
     const uint8_t* from = reinterpret_cast<const uint8_t*>(results);
-    each_vector(n * int64_t(sizeof(T)),
-                [=](auto io, int64_t i) { store_form<kKept>(io, d + i, io.load(from + i), mask); });
+    store_each<kKept>(d, n * int64_t(sizeof(T)), colour_mask<T>(),
+                      [=](auto io, int64_t i) { return io.load(from + i); });
 }
 
 // ---- Integers -----------------------------------------------------------------------------------------------------

@@ -37,10 +37,9 @@ Status constant_rows(const void* src, int32_t src_stride, Pattern constant, void
     const Rows rows = rows_of(size, Pitch{src_stride, pixel_bytes}, Pitch{dst_stride, pixel_bytes});
     for (int64_t y = 0; y < rows.count; ++y) {
         const uint8_t* ps = row<uint8_t>(src, src_stride, y);
-        uint8_t* pd = row<uint8_t>(dst, dst_stride, y);
-        each_phase(rows.pixels * pixel_bytes, [=, &constant](auto io, int64_t i, auto phase) {
-            store_form<kKept>(io, pd + i, Op{}(io.load(ps + i), constant.v[phase.index]), mask);
-        });
+        store_each_phase<kKept>(
+            row<uint8_t>(dst, dst_stride, y), rows.pixels * pixel_bytes, mask,
+            [=, &constant](auto io, int64_t i, auto phase) { return Op{}(io.load(ps + i), constant.v[phase.index]); });
     }
     return kOk;
 }

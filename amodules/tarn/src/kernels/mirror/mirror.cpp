@@ -9,11 +9,16 @@ namespace tarn::k::TARN_LEVEL {
 namespace {
 
 void swap_rows(uint8_t* a, uint8_t* b, int64_t n) {
-    each_vector(n, [=](auto io, int64_t i) {
+    const auto swap = [=](auto io, int64_t i) {
         const Bytes v = io.load(a + i);
         io.store(a + i, io.load(b + i));
         io.store(b + i, v);
-    });
+    };
+    if (n < kVector) return swap(Part{n}, 0);
+    // The last vectors overlap those before them, which must not have changed places yet.
+    const Bytes last_a = load<Bytes>(a + n - kVector), last_b = load<Bytes>(b + n - kVector);
+    each_vector(before_last(n), swap);
+    store(a + n - kVector, last_b), store(b + n - kVector, last_a);
 }
 
 Status mirror_rows(void* data, int32_t stride, Size size, int32_t axis, int64_t pixel_bytes) {

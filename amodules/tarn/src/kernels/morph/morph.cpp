@@ -65,9 +65,9 @@ enum class Last { result, source_less_result, result_less_source };
 template <class T>
 void subtract_row(uint8_t* d, const uint8_t* s, int64_t width, bool s_less) {
     using V = Vec<typename Ordered<T>::E>;
-    each_vector(width * int64_t(sizeof(T)), [=](auto io, int64_t i) {
+    store_each<false, 1>(d, width * int64_t(sizeof(T)), Bytes{}, [=](auto io, int64_t i) {
         const V a = io.template load<V>(d + i), b = io.template load<V>(s + i);
-        io.store(d + i, s_less ? less(b, a) : less(a, b));
+        return s_less ? less(b, a) : less(a, b);
     });
 }
 

@@ -13,30 +13,73 @@ namespace {
 // Elements of a strip: whole pixels of any form, whole cache lines, and little enough for the first-level cache.
 constexpr int64_t kStrip = 1536;
 
-// A block from s to d, or its first n elements by way of buffers. f(s, phase) makes the block of the kVector elements at s.
-template <bool kKept, class S, class D, class F, class P>
-inline void map_block(Whole whole, const S* s, D* d, const F& f, P phase) {
-    const Block<D> block = f(s, phase);
-    for (int v = 0; v < int(sizeof(D)); ++v) store_form<kKept>(whole, d + v * kLanes<D>, block.v[v], colour_mask<D>());
-}
-template <bool kKept, class S, class D, class F, class P>
-inline void map_block(Part part, const S* s, D* d, const F& f, P phase) {
-    S from[kVector] = {};
-    D to[kVector];
-    memcpy(from, s, size_t(part.n) * sizeof(S));
-    if constexpr (kKept) memcpy(to, d, size_t(part.n) * sizeof(D));
-    map_block<kKept>(Whole{}, from, to, f, phase);
-    memcpy(d, to, size_t(part.n) * sizeof(D));
+// The vectors of a block from `first` on.
+template <bool kKept, class D>
+inline void store_block(D* d, const Block<D>& block, int64_t first = 0) {
+    for (int v = 0; v < int(sizeof(D)); ++v)
+        if (v >= first) store_form<kKept>(Whole{}, d + v * kLanes<D>, block.v[v], colour_mask<D>());
 }
 
-// n elements from s to d. A map that is not the same for every block has a period of three.
+// Whole blocks of n elements, a multiple of kVector, from s to d. f(s, phase) makes the block of the kVector elements at s; a
+// map that is not the same for every block has a period of three.
 template <bool kKept, class S, class D, class F>
-inline void map_row(const S* s, D* d, int64_t n, const F& map) {
+inline void map_even(const S* s, D* d, int64_t n, const F& map) {
     const F f = map;  // in registers
     if constexpr (F::kPeriod == 3)
-        each_phase(n, [&](auto io, int64_t i, auto phase) { map_block<kKept>(io, s + i, d + i, f, phase); });
+        each_phase(n, [&](auto, int64_t i, auto phase) { store_block<kKept>(d + i, f(s + i, phase)); });
     else
-        each_vector(n, [&](auto io, int64_t i) { map_block<kKept>(io, s + i, d + i, f, Phase<0>{}); });
+        for (int64_t i = 0; i < n; i += kVector) store_block<kKept>(d + i, f(s + i, Phase<0>{}));
+}
+
+// n elements, whole pixels, but no whole blocks: the last one overlaps the one before it, and is made first where the
+// destination is the source. What is less than a block goes by way of buffers.
+template <bool kKept, class S, class D, class F>
+[[gnu::noinline]] void map_uneven(const S* s, D* d, int64_t n, const F& f) {
+    if (n < kVector) {
+        S from[kVector] = {};
+        D to[kVector];
+        memcpy(from, s, size_t(n) * sizeof(S));
+        if constexpr (kKept) memcpy(to, d, size_t(n) * sizeof(D));
+        store_block<kKept>(to, f(from, Phase<0>{}));
+        memcpy(d, to, size_t(n) * sizeof(D));
+        return;
+    }
+    const int64_t last = n - kVector, whole = n / kVector * kVector;
+    if constexpr (sizeof(S) == sizeof(D))
+        if (static_cast<const void*>(s) == d) {
+            const Block<D> made = f(s + last, LastPhase{});
+            map_even<kKept>(s, d, whole, f);
+            return store_block<kKept>(d + last, made);
+        }
+    map_even<kKept>(s, d, whole, f);
+    store_block<kKept>(d + last, f(s + last, LastPhase{}), (whole - last) / kLanes<D>);
+}
+
+template <bool kKept, class S, class D, class F>
+inline void map_row(const S* s, D* d, int64_t n, const F& f) {
+    if (n % kVector == 0)
+        map_even<kKept>(s, d, n, f);
+    else
+        map_uneven<kKept>(s, d, n, f);
+}
+
+// Rows of less than a block, n elements each: many of them brought together.
+template <bool kKept, class S, class D, class F>
+[[gnu::noinline]] void map_narrow(const void* src, int32_t src_stride, void* dst, int32_t dst_stride, int64_t rows,
+                                  int64_t n, const F& f) {
+    S from[kStrip];
+    D to[kStrip];
+    const auto place = [&](int64_t y) { return row<uint8_t>(dst, dst_stride, y); };
+    const auto made = [&](int64_t i) { return reinterpret_cast<uint8_t*>(to + i * n); };
+    for (int64_t y = 0, count; y < rows; y += count) {
+        count = min(kStrip / n, rows - y);
+        for (int64_t i = 0; i < count; ++i) {
+            copy_short(reinterpret_cast<uint8_t*>(from + i * n), row<uint8_t>(src, src_stride, y + i), n * sizeof(S));
+            if constexpr (kKept) copy_short(made(i), place(y + i), n * sizeof(D));
+        }
+        map_row<kKept>(from, to, count * n, f);
+        for (int64_t i = 0; i < count; ++i) copy_short(place(y + i), made(i), n * sizeof(D));
+    }
 }
 
 // Elements of a row's first strip, so that the others begin with a cache line: whole pixels, where there are such.
@@ -61,6 +104,8 @@ void map_blocks(const void* src, int32_t src_stride, void* dst, int32_t dst_stri
                               Pitch{dst_stride, channels * int64_t(sizeof(D))});
     const int64_t n = rows.pixels * channels;
     const bool streamed = strip;
+    if (n < kVector && rows.count > 1)
+        return map_narrow<kKept, S, D>(src, src_stride, dst, dst_stride, rows.count, n, f);
     for (int64_t y = 0; y < rows.count; ++y) {
         const S* s = row<S>(src, src_stride, y);
         D* d = row<D>(dst, dst_stride, y);

@@ -17,6 +17,9 @@ inline bool from_the_end(const void* src, int32_t src_stride, const void* dst, i
     return src_stride == dst_stride && shift != 0 && (shift > 0) == (dst_stride > 0);
 }
 
+// Bytes of a row that is moved sooner than a library's move is called.
+constexpr int64_t kMostShort = 512;
+
 // Bytes of a row that are worth stores around the cache: the lines at its ends are stored into the cache even so.
 constexpr int64_t kLeastStreamed = 1024;
 
@@ -65,7 +68,13 @@ inline void move_row(uint8_t* d, const uint8_t* s, int64_t n) {
     const Rows rows = rows_of(size, Pitch{src_stride, pixel_bytes}, Pitch{dst_stride, pixel_bytes});
     const int64_t row_bytes = rows.pixels * pixel_bytes;
     const Extent source(src, src_stride, size, pixel_bytes), destination(dst, dst_stride, size, pixel_bytes);
-    if (row_bytes >= kLeastStreamed && streams(2 * rows.count * row_bytes) && destination.apart_from(source)) {
+    const bool apart = destination.apart_from(source);
+    if (apart && row_bytes <= kMostShort) {
+        for (int64_t y = 0; y < rows.count; ++y)
+            copy_short(row<uint8_t>(dst, dst_stride, y), row<uint8_t>(src, src_stride, y), row_bytes);
+        return kOk;
+    }
+    if (apart && row_bytes >= kLeastStreamed && streams(2 * rows.count * row_bytes)) {
         for (int64_t y = 0; y < rows.count; ++y)
             stream_row(row<uint8_t>(dst, dst_stride, y), row<uint8_t>(src, src_stride, y), row_bytes);
         stream_fence();
@@ -81,7 +90,7 @@ inline void move_row(uint8_t* d, const uint8_t* s, int64_t n) {
 
 // Three channels of four: n bytes.
 inline void copy_row_c3x(uint8_t* d, const uint8_t* s, int64_t n, Bytes colours) {
-    each_vector(n, [=](auto io, int64_t i) { store_form<true>(io, d + i, io.load(s + i), colours); });
+    store_each<true>(d, n, colours, [=](auto io, int64_t i) { return io.load(s + i); });
 }
 
 // The same where source and destination overlap: through a buffer, piece by piece, in the order that reads before it

@@ -68,5 +68,27 @@ inline void each_phase(int64_t n, F f) {
     }
 }
 
+// A row of whole pixels ends with a pattern's last vector, as three of them are whole pixels too.
+using LastPhase = Phase<2>;
+
+// Stores f(io, offset, phase), a vector, for every vector of a row of n bytes, three made before the first is stored. The
+// last one overlaps the one before it and is made first: see store_each.
+template <bool kKept, class F>
+inline void store_each_phase(uint8_t* d, int64_t n, Bytes mask, F f) {
+    const Whole whole;
+    if (n < kVector) return store_form<kKept>(Part{n}, d, (Bytes)f(Part{n}, 0, Phase<0>{}), mask);
+    const Bytes last = (Bytes)f(whole, n - kVector, LastPhase{});
+    const int64_t to = before_last(n);
+    int64_t i = 0;
+    for (; i + 3 * kVector <= to; i += 3 * kVector) {
+        const Bytes v[] = {(Bytes)f(whole, i, Phase<0>{}), (Bytes)f(whole, i + kVector, Phase<1>{}),
+                           (Bytes)f(whole, i + 2 * kVector, Phase<2>{})};
+        for (int k = 0; k < 3; ++k) store_form<kKept>(whole, d + i + k * kVector, v[k], mask);
+    }
+    if (i < to) store_form<kKept>(whole, d + i, (Bytes)f(whole, i, Phase<0>{}), mask);
+    if (i + kVector < to) store_form<kKept>(whole, d + i + kVector, (Bytes)f(whole, i + kVector, Phase<1>{}), mask);
+    store_form<kKept>(whole, d + n - kVector, last, mask);
+}
+
 }  // namespace
 }  // namespace tarn::k::TARN_LEVEL

@@ -101,18 +101,32 @@ inline void each_vector(int64_t n, F f) {
     if (i < n) f(Part{n - i}, i);
 }
 
+// Copies n bytes of a short row, which must be apart.
+inline void copy_short(uint8_t* d, const uint8_t* s, int64_t n) {
+    if (n < kVector) return copy_bytes(d, s, n);
+    for (int64_t i = 0; i < n - kVector; i += kVector) store(d + i, load<Bytes>(s + i));
+    store(d + n - kVector, load<Bytes>(s + n - kVector));
+}
+
+// Bytes of a row's vectors before the last one, which ends with the row and may overlap them. n: at least a vector.
+inline int64_t before_last(int64_t n) { return (n - 1) / kVector * kVector; }
+
 // Stores f(io, offset), a vector, for every vector of a row of n bytes, four made before the first is stored: a load waits
-// for a store before it that seems to have its address, of which processors compare the place within a page first.
+// for a store before it that seems to have its address, of which processors compare the place within a page first. The
+// last vector overlaps the one before it; it is made first, since the destination may be a source.
 template <bool kKept, int kTogether = 4, class F>
 inline void store_each(uint8_t* d, int64_t n, Bytes mask, F f) {
+    if (n < kVector) return store_form<kKept>(Part{n}, d, (Bytes)f(Part{n}, 0), mask);
+    const Bytes last = (Bytes)f(Whole{}, n - kVector);
+    const int64_t to = before_last(n);
     int64_t i = 0;
-    for (; i + kTogether * kVector <= n; i += kTogether * kVector) {
+    for (; i + kTogether * kVector <= to; i += kTogether * kVector) {
         Bytes v[kTogether];
         for (int k = 0; k < kTogether; ++k) v[k] = (Bytes)f(Whole{}, i + k * kVector);
         for (int k = 0; k < kTogether; ++k) store_form<kKept>(Whole{}, d + i + k * kVector, v[k], mask);
     }
-    for (; i + kVector <= n; i += kVector) store_form<kKept>(Whole{}, d + i, (Bytes)f(Whole{}, i), mask);
-    if (i < n) store_form<kKept>(Part{n - i}, d + i, (Bytes)f(Part{n - i}, i), mask);
+    for (; i < to; i += kVector) store_form<kKept>(Whole{}, d + i, (Bytes)f(Whole{}, i), mask);
+    store_form<kKept>(Whole{}, d + n - kVector, last, mask);
 }
 
 }  // namespace

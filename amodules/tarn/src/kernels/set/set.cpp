@@ -14,10 +14,8 @@ template <bool kKept>
 Status set_rows(Pattern constant, void* dst, int32_t dst_stride, Size size, int64_t pixel_bytes, Bytes colours) {
     const Rows rows = rows_of(size, Pitch{dst_stride, pixel_bytes});
     for (int64_t y = 0; y < rows.count; ++y) {
-        uint8_t* d = row<uint8_t>(dst, dst_stride, y);
-        each_phase(rows.pixels * pixel_bytes, [=, &constant](auto io, int64_t i, auto phase) {
-            store_form<kKept>(io, d + i, constant.v[phase.index], colours);
-        });
+        store_each_phase<kKept>(row<uint8_t>(dst, dst_stride, y), rows.pixels * pixel_bytes, colours,
+                                [&constant](auto, int64_t, auto phase) { return constant.v[phase.index]; });
     }
     return kOk;
 }
@@ -120,15 +118,20 @@ inline void set_pixels(uint8_t* d, const uint8_t* mask, int64_t n, const Pattern
 }
 template <class T, Form kForm, class Mask>
 void set_row_by_bytes(uint8_t* d, const Mask* mask, int64_t n, const Pattern& constant) {
+    constexpr int64_t kBytes = kPixelBytes<T, kForm>, kRead = kBytes == 1 || !kHasLookup ? kVector : kVector + 16;
     int64_t x = 0;
-    for (; n - x >= kVector + 16; x += kVector)
-        if (!all_zero(load<Vec<Mask>>(mask + x)))
-            set_pixels<T, kForm>(d + x * kPixelBytes<T, kForm>, mask + x, kVector, constant);
-    for (; x < n; x += kVector) {
-        const int64_t left = min(kVector, n - x);
+    for (; n - x >= kRead; x += kVector)
+        if (!all_zero(load<Vec<Mask>>(mask + x))) set_pixels<T, kForm>(d + x * kBytes, mask + x, kVector, constant);
+    for (; x < n; x += kVector) {  // the last vector overlaps the one before it
+        const int64_t from = overlapped(x, n);
+        if (n >= kRead && kRead == kVector)
+            return set_pixels<T, kForm>(d + from * kBytes, mask + from, kVector, constant);
         uint8_t rest[kVector + 16] = {};
-        memcpy(rest, mask + x, size_t(left));
-        set_pixels<T, kForm>(d + x * kPixelBytes<T, kForm>, rest, left, constant);
+        if (n >= kVector)
+            memcpy(rest, mask + from, kVector);
+        else
+            memcpy(rest, mask, size_t(n));
+        set_pixels<T, kForm>(d + from * kBytes, rest, min(kVector, n), constant);
     }
 }
 

@@ -56,20 +56,26 @@ inline void store(void* p, V v) {
     memcpy(p, &v, sizeof v);
 }
 
-// Moves n bytes, 0 <= n < kVector, in at most one step per power of two.
+// Moves n bytes, 0 <= n < kVector, in two pieces that may overlap, as may source and destination.
 [[maybe_unused, gnu::noinline]] void copy_bytes(void* to, const void* from, int64_t n) {
     uint8_t* d = static_cast<uint8_t*>(to);
     const uint8_t* s = static_cast<const uint8_t*>(from);
-#define TARN_PIECE(bytes)          \
-    if constexpr (bytes < kVector) \
-        if (n & bytes) memcpy(d, s, bytes), d += bytes, s += bytes;
-    TARN_PIECE(32)
-    TARN_PIECE(16)
-    TARN_PIECE(8)
-    TARN_PIECE(4)
-    TARN_PIECE(2)
-    TARN_PIECE(1)
-#undef TARN_PIECE
+#define TARN_PIECES(bytes)                  \
+    if (bytes < kVector && n >= bytes) {    \
+        uint8_t first[bytes], last[bytes];  \
+        memcpy(first, s, bytes);            \
+        memcpy(last, s + n - bytes, bytes); \
+        memcpy(d, first, bytes);            \
+        memcpy(d + n - bytes, last, bytes); \
+        return;                             \
+    }
+    TARN_PIECES(32)
+    TARN_PIECES(16)
+    TARN_PIECES(8)
+    TARN_PIECES(4)
+    TARN_PIECES(2)
+#undef TARN_PIECES
+    if (n) *d = *s;
 }
 
 // ---- Values -------------------------------------------------------------------------------------------------------

@@ -141,11 +141,11 @@ void choose_rows(const uint8_t* src, int32_t src_stride, uint8_t* dst, int32_t d
         const uint8_t* s = src + y * src_stride;
         uint8_t* d = dst + y * dst_stride;
         const auto& here = test.at(y);
-        each_phase(row_bytes, [=, &here, &yes, &no](auto io, int64_t i, auto phase) {
+        store_each_phase<kKept>(d, row_bytes, mask, [=, &here, &yes, &no](auto io, int64_t i, auto phase) {
             const Bytes v = io.load(s + i);
             Bytes a = yes.value.v[phase.index], b = no.value.v[phase.index];
             if constexpr (kKeeps) a |= v & yes.keep.v[phase.index], b |= v & no.keep.v[phase.index];
-            store_form<kKept>(io, d + i, select(here(io, (Vec<T>)v, i, phase.index), a, b), mask);
+            return select(here(io, (Vec<T>)v, i, phase.index), a, b);
         });
     }
 }

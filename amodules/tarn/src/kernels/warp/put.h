@@ -52,9 +52,9 @@ public:
 private:
     template <bool kKept, bool kSettled>
     void put(uint8_t* d, const uint8_t* s, int64_t n) const {
-        each_vector(n, [=, this](auto io, int64_t i) {
+        store_each<kKept>(d, n, colours_, [=](auto io, int64_t i) {
             const Bytes v = io.load(s + i);
-            store_form<kKept>(io, d + i, kSettled ? (Bytes)settle_nan((F32)v) : v, colours_);
+            return kSettled ? (Bytes)settle_nan((F32)v) : v;
         });
     }
 
