@@ -14,7 +14,7 @@ template <class D>
 struct Convert {
     static constexpr int kPeriod = 1;
     template <class S, class P>
-    Block<D> operator()(const S* s, P) const {
+    [[gnu::always_inline]] Block<D> operator()(const S* s, P) const {
         const auto at = [=](int vector) { return s + vector * kLanes<float>; };
         if constexpr (kIsFloat<S> || kIsFloat<D>)
             return round_to<D>(load_f32(at(0)), load_f32(at(1)), load_f32(at(2)), load_f32(at(3)));

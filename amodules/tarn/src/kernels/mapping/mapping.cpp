@@ -43,7 +43,7 @@ struct MapFloats {
     const ChannelLine line;
     // The block's first vector meets entry phase of the line, and the next block's the entry after that.
     template <class S, class P>
-    Block<D> operator()(const S* s, P phase) const {
+    [[gnu::always_inline]] Block<D> operator()(const S* s, P phase) const {
         F32 v[4];
         load_f32_four(s, v);
         for (int i = 0; i < 4; ++i) {
@@ -79,7 +79,7 @@ struct MapBytes {
             }
     }
     template <class S, class P>
-    Block<S> operator()(const S* s, P phase) const {
+    [[gnu::always_inline]] Block<S> operator()(const S* s, P phase) const {
         alignas(16) static constexpr uint32_t kIndex[4] = {0x80808000, 0x80808001, 0x80808002, 0x80808003};
         const auto v = load<Vec<S>>(s);
         const auto mapped = [&](int part) {

@@ -15,20 +15,29 @@ constexpr int64_t kStrip = 1536;
 
 // The vectors of a block from `first` on.
 template <bool kKept, class D>
-inline void store_block(D* d, const Block<D>& block, int64_t first = 0) {
+[[gnu::always_inline]] inline void store_block(D* d, const Block<D>& block, int64_t first = 0) {
     for (int v = 0; v < int(sizeof(D)); ++v)
         if (v >= first) store_form<kKept>(Whole{}, d + v * kLanes<D>, block.v[v], colour_mask<D>());
 }
 
 // Whole blocks of n elements, a multiple of kVector, from s to d. f(s, phase) makes the block of the kVector elements at s; a
-// map that is not the same for every block has a period of three.
+// map that is not the same for every block has a period of three. By itself, and with all of it inlined: within its several
+// callers compilers leave a call per block, and the constants in memory.
 template <bool kKept, class S, class D, class F>
-inline void map_even(const S* s, D* d, int64_t n, const F& map) {
+[[gnu::noinline]] void map_even(const S* s, D* d, int64_t n, const F& map) {
     const F f = map;  // in registers
-    if constexpr (F::kPeriod == 3)
-        each_phase(n, [&](auto, int64_t i, auto phase) { store_block<kKept>(d + i, f(s + i, phase)); });
-    else
-        for (int64_t i = 0; i < n; i += kVector) store_block<kKept>(d + i, f(s + i, Phase<0>{}));
+    const auto block = [&](int64_t i, auto phase) __attribute__((always_inline)) {
+        store_block<kKept>(d + i, f(s + i, phase));
+    };
+    int64_t i = 0;
+    if constexpr (F::kPeriod == 3) {
+        for (; i + 3 * kVector <= n; i += 3 * kVector)
+            block(i, Phase<0>{}), block(i + kVector, Phase<1>{}), block(i + 2 * kVector, Phase<2>{});
+        if (i < n) block(i, Phase<0>{});
+        if (i + kVector < n) block(i + kVector, Phase<1>{});
+    } else {
+        for (; i < n; i += kVector) block(i, Phase<0>{});
+    }
 }
 
 // n elements, whole pixels, but no whole blocks: the last one overlaps the one before it, and is made first where the
