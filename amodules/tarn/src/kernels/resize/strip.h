@@ -253,9 +253,9 @@ template <int kTaps, bool kExact, int kChannels, class T>
         return sum;
     };
     // Behind the source's last pixel of three channels nothing may be read.
-    const T* end_of_row = s + width * kChannels;
-    const Four last = kChannels == 4 ? load_four(end_of_row - 4)
-                                     : Four{float(end_of_row[-3]), float(end_of_row[-2]), float(end_of_row[-1]), 0};
+    const T* last_pixel = s + (width - 1) * kChannels;
+    const auto* e = reinterpret_cast<const Loose<T>*>(last_pixel);
+    const Four last = kChannels == 4 ? load_four(last_pixel) : Four{float(e[0]), float(e[1]), float(e[2]), 0};
     const auto at_edge = [&](int64_t pixel) {
         const Four sum = weigh(pixel, [&](int k) {
             const int64_t at = clamp<int64_t>(left + first[pixel] + k, 0, width - 1);
