@@ -242,6 +242,7 @@ template <int kTaps, bool kExact, int kChannels, class T>
     if constexpr (kHasLookup && kTaps == 2 && sizeof(T) == 1)
         if (t.indexed) x = weigh_pairs<kExact, kChannels>(s, next, t, begin, end, out);
 
+    // Of three channels the fourth weight is the next pixel's, or what stands behind the weights.
     const auto weigh = [=](int64_t pixel, auto tap) {
         Four sum{};
 #pragma GCC unroll 6
