@@ -29,14 +29,20 @@ struct Walk {
     }
 };
 
-// The taps of kTapBlock outputs: first[i] is the source pixel of tap 0, weight[k][i] the weight of tap k. kExact:
-// weights are multiples of 2^-15 whose sum is exactly 1.
+// The taps of kTapBlock outputs: first[i] is the source pixel of tap 0, weight[k][i] the weight of tap k.
+template <int kTaps>
+struct TapBlock {
+    int64_t first[kTapBlock];
+    float weight[kTaps][kTapBlock];
+};
+
+// The next ones of a walk. kExact: weights are multiples of 2^-15 whose sum is exactly 1.
 template <class Filter, bool kExact>
-void find_taps(Walk& walk, int64_t* first, float (*weight)[kTapBlock]) {
+void find_taps(Walk& walk, TapBlock<Filter::kTaps>& taps) {
     constexpr int kTaps = Filter::kTaps;
     double f[kTapBlock], w[kTaps][kTapBlock];
     for (int i = 0; i < kTapBlock; ++i, walk.next()) {
-        first[i] = walk.whole - (kTaps / 2 - 1);
+        taps.first[i] = walk.whole - (kTaps / 2 - 1);
         f[i] = double(walk.rest);
     }
     const double denominator = double(walk.denominator);
@@ -56,29 +62,7 @@ void find_taps(Walk& walk, int64_t* first, float (*weight)[kTapBlock]) {
         }
     }
     for (int k = 0; k < kTaps; ++k)
-        for (int i = 0; i < kTapBlock; ++i) weight[k][i] = float(kExact ? w[k][i] / 32768.0 : w[k][i]);
-}
-
-// The source rows that an output row is made of: kTaps from `first` on, counted from the region's top.
-template <int kTaps>
-struct RowTaps {
-    int64_t first;
-    float weight[kTaps];
-};
-
-// The taps of so many output rows from `top` on. There must be room for a multiple of kTapBlock.
-template <class Filter>
-void find_row_taps(int64_t from, int64_t to, int64_t top, int64_t count, RowTaps<Filter::kTaps>* taps) {
-    Walk walk(from, to, to, top);
-    for (int64_t y = 0; y < count; y += kTapBlock) {
-        int64_t first[kTapBlock];
-        float weight[Filter::kTaps][kTapBlock];
-        find_taps<Filter, false>(walk, first, weight);
-        for (int i = 0; i < kTapBlock; ++i) {
-            taps[y + i].first = first[i];
-            for (int k = 0; k < Filter::kTaps; ++k) taps[y + i].weight[k] = weight[k][i];
-        }
-    }
+        for (int i = 0; i < kTapBlock; ++i) taps.weight[k][i] = float(kExact ? w[k][i] / 32768.0 : w[k][i]);
 }
 
 }  // namespace

@@ -84,13 +84,12 @@ struct StripTables {
     }
 };
 
-// Each of n values as many times as there are channels.
-template <class T>
-void repeat_channels(const T* from, int64_t n, int channels, T* to) {
+// Each weight of a block as many times as there are channels.
+inline void repeat_channels(const float* from, int channels, float* to) {
     if (channels == 1) {
-        memcpy(to, from, size_t(n) * sizeof(T));
+        memcpy(to, from, kTapBlock * sizeof *to);
     } else {
-        for (int64_t i = 0; i < n; ++i, to += channels) {
+        for (int i = 0; i < kTapBlock; ++i, to += channels) {
             for (int c = 0; c < 3; ++c) to[c] = from[i];
             if (channels == 4) to[3] = from[i];
         }
@@ -163,17 +162,13 @@ void prepare(StripTables& t, const Job& j, const Tile& tile, int channels) {
     Walk walk(j.region.width, width, width, tile.x);
     t.pixels = pixels;
     t.elements = (pixels * channels + kLanes<float> - 1) / kLanes<float> * kLanes<float>;
-    for (int64_t done = 0; done < pixels; done += kTapBlock) {
-        int64_t first[kTapBlock];
-        float weight[kTaps][kTapBlock];
-        find_taps<Filter, kExact>(walk, first, weight);
-        const int64_t n = min<int64_t>(kTapBlock, pixels - done);
-        memcpy(t.first + done, first, size_t(n) * sizeof first[0]);
+    for (int64_t done = 0; done * channels < t.elements; done += kTapBlock) {
+        TapBlock<kTaps> taps;
+        find_taps<Filter, kExact>(walk, taps);
+        memcpy(t.first + done, taps.first, sizeof taps.first);
         for (int k = 0; k < kTaps; ++k)
-            repeat_channels(weight[k], n, channels, t.weight + k * t.pitch + done * channels);
+            repeat_channels(taps.weight[k], channels, t.weight + k * t.pitch + done * channels);
     }
-    for (int k = 0; k < kTaps; ++k)
-        for (int64_t i = pixels * channels; i < t.elements; ++i) t.weight[k * t.pitch + i] = 0;
     t.fetch = Fetch::by_pixel;
     if (permutes_pay<kTaps>(channels, j.region.width, width)) find_windows<kTaps>(t, channels);
     const int64_t pixel_bytes = channels * int64_t(sizeof(S));
