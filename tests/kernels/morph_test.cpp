@@ -158,6 +158,8 @@ TEST(morph, of_small_elements_is_what_it_is_made_of) {
     Element aside("random", {11, 9}, {10, 8});
     for (size_t i = 0; i < aside.cells.size(); ++i) aside.cells[i] &= i % 11 < 5 && i < 5 * 11;
     const Element elements[] = {{"cross", {3, 3}, {1, 1}},
+                                {"rect", {3, 3}, {1, 1}},
+                                {"rect", {5, 5}, {0, 3}},
                                 {"random", {5, 5}, {0, 4}},
                                 {"ring", {7, 9}, {6, 0}},
                                 {"random", {11, 11}, {5, 5}},

@@ -1,6 +1,6 @@
 // For the morphology sources only: small elements of few cells, joined from rows as they lie in memory. Several result
 // rows stand in registers at a time; down a column the element's cells are runs, and what they read is loaded once for
-// all of these rows.
+// all of these rows; a square's rows are joined along themselves first.
 #pragma once
 
 #include "kernels/filter/running.h"
@@ -14,10 +14,11 @@ template <class Op, class T>
 class Cells {
 public:
     static constexpr int kLongest = 5;
-    // Where runs begin, the longest first, and how many there are of a length.
+    // Where runs begin, the longest first, and how many there are of a length. square: the side of an element that is nothing
+    // but a small square, else 0.
     struct Taps {
-        int64_t at[kNearCells];
-        int32_t count[kLongest + 1], longest;
+        int64_t at[kNearCells], pixel;
+        int32_t count[kLongest + 1], longest, square;
     };
 
     Cells(const State& state, int64_t pixel) {
@@ -39,13 +40,17 @@ public:
             cells[x - first] |= bit;
             cells[x - first + (Op::kReflected ? -s.second : s.second)] |= bit;
         }
-        for (int64_t x = 0; x < columns; ++x)
+        pixel_ = pixel;
+        square_ = columns == 3 || columns == 5 ? int32_t(columns) : 0;
+        for (int64_t x = 0; x < columns; ++x) {
+            if (cells[x] != (1 << columns) - 1) square_ = 0;
             for (uint32_t left = cells[x]; left;) {
                 const int y = __builtin_ctz(left);
                 const int all = __builtin_ctz(~(left >> y)), n = all > kLongest ? (all + 1) / 2 : all;
                 runs_[count_++] = {int32_t(x * pixel), y, min(n, kLongest)};
                 left &= ~(((1u << runs_[count_ - 1].length) - 1) << y);
             }
+        }
         fits_ = true;
     }
 
@@ -58,6 +63,7 @@ public:
 
     Taps taps(int64_t stride) const {
         Taps t = {};
+        t.pixel = pixel_, t.square = square_;
         int64_t n = 0;
         for (int length = kLongest; length; --length)
             for (int64_t i = 0; i < count_; ++i)
@@ -112,11 +118,17 @@ private:
         int32_t y, length;
     };
 
-    // Joins kCount results below each other with a run each.
-    template <class By, int kLength, bool kFirst, int kCount>
-    [[gnu::always_inline]] static void join(typename By::V (&u)[kCount], const uint8_t* p, int64_t stride) {
+    // Joins kCount results below each other with a run each, or with kColumns of them side by side.
+    template <class By, int kLength, bool kFirst, int kColumns = 1, int kCount>
+    [[gnu::always_inline]] static void join(typename By::V (&u)[kCount], const uint8_t* p, int64_t stride,
+                                            int64_t pixel = 0) {
         using V = typename By::V;
-        const auto row = [=](int i) { return By::from(p + i * stride); };
+        const auto row = [=](int i) __attribute__((always_inline)) {
+            V v = By::from(p + i * stride);
+#pragma GCC unroll 8
+            for (int k = 1; k < kColumns; ++k) v = By::join(v, By::from(p + i * stride + k * pixel));
+            return v;
+        };
         const auto take = [&](int i, V v) { u[i] = kFirst ? v : By::join(u[i], v); };
         if constexpr (kLength == 1) {
 #pragma GCC unroll 8
@@ -142,6 +154,12 @@ private:
     [[gnu::always_inline]] static void join_all(typename By::V (&u)[kCount], const Taps& taps, const uint8_t* p,
                                                 int64_t stride) {
         const int64_t* at = taps.at;
+        switch (taps.square) {
+            case 3:
+                return join<By, 3, true, 3>(u, p + *at, stride, taps.pixel);
+            case 5:
+                return join<By, 5, true, 5>(u, p + *at, stride, taps.pixel);
+        }
         switch (taps.longest) {
             case 1:
                 join<By, 1, true>(u, p + *at, stride);
@@ -219,7 +237,8 @@ private:
 
     int64_t left_ = 0, right_ = 0, top_ = 0, span_ = 0;
     Run runs_[kNearCells];
-    int64_t count_ = 0;
+    int64_t count_ = 0, pixel_ = 0;  // pixel: bytes
+    int32_t square_ = 0;
     bool fits_ = false;
 };
 

@@ -47,11 +47,12 @@ public:
         while (bottom_ > top_ && !run(bottom_ - 1).count) --bottom_;
     }
 
-    // add(step) for every step of the plan, from the mask's corner. cells: they may be the steps of a small element.
+    // add(step) for every step of the plan, from the mask's corner. cells: they may be the steps of a small element, among
+    // rectangles of squares up to a side of `square`.
     template <class Add>
-    void plan(bool cells, Add add) const {
+    void plan(bool cells, int64_t square, Add add) const {
         const bool tower = is_tower();
-        if (is_rectangle()) {
+        if (is_rectangle() && !(cells && is_square(square))) {
             const Run r = run(top_);
             const int64_t above = bottom_ - 1 - top_;
             add(Step{int32_t(r.first), int32_t(bottom_ - 1), int32_t(r.count), int32_t(above), Step::kRectangle});
@@ -126,6 +127,11 @@ private:
         int64_t cells = 0;
         each_run([&](Run r, int64_t) { cells += r.count; });
         return cells <= most;
+    }
+    // Of a rectangle: whether it is a square of 3 or 5, as far as so many are wanted.
+    bool is_square(int64_t most) const {
+        const int64_t side = bottom_ - top_;
+        return (side == 3 || side == 5) && side <= most && run(top_).count == side;
     }
     bool is_rectangle() const {
         for (int64_t y = top_; y < bottom_; ++y)

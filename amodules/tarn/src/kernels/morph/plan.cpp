@@ -24,6 +24,9 @@ bool takes_cells(Pixel pixel, Size region, Size mask_size) {
     return region.width * bytes >= 4 * kLine && mask_size.width / 2 * bytes <= kLine / 2;
 }
 
+// The largest square whose cells are joined faster as they lie than down its columns and along its rows.
+int64_t largest_square(Pixel pixel) { return pixel.element_bytes == 1 ? 5 : 3; }
+
 template <auto kMake, class T, Form kForm, class... Args>
 Status of_pixels(Args... args) {
     return kMake(Pixel{sizeof(T), channels(kForm)}, args...);
@@ -34,7 +37,7 @@ Status of_pixels(Args... args) {
     if (Status s = check_making(bytes, category, region, mask, mask_size)) return s;
     Extent extent;
     const bool cells = takes_cells(pixel, region, mask_size);
-    Element(mask, mask_stride, mask_size).plan(cells, [&](const Step& s) { extent.add(s); });
+    Element(mask, mask_stride, mask_size).plan(cells, largest_square(pixel), [&](const Step& s) { extent.add(s); });
     const Layout layout(extent, region.width, pixel.channels, pixel.element_bytes, passes_of(category));
     *bytes = uint64_t(layout.all);
     return layout.all ? kOk : kBadSize;
@@ -47,7 +50,7 @@ Status of_pixels(Args... args) {
     uint8_t* steps = static_cast<uint8_t*>(state) + sizeof(MorphHeader);
     Extent extent;
     const bool cells = takes_cells(pixel, region, mask_size);
-    Element(mask, mask_stride, mask_size).plan(cells, [&](Step s) {
+    Element(mask, mask_stride, mask_size).plan(cells, largest_square(pixel), [&](Step s) {
         if (s.joins()) s.x -= anchor.x, s.row -= anchor.y;
         memcpy(steps + extent.steps * int64_t(sizeof s), &s, sizeof s);
         extent.add(s);
