@@ -109,17 +109,18 @@ constexpr int64_t kManyBytes = 2048;
 template <bool kKept, class S, class D>
 void map_plane(const void* src, int32_t src_stride, void* dst, int32_t dst_stride, Size size, int channels,
                const float* scale, const float* offset, D* strip) {
-    const ChannelLine line(scale, offset, channels);
+    // Made where it stays: a copy by parts would have to reach the cache before whole vectors of it can be loaded.
+    const auto line = [=] { return ChannelLine(scale, offset, channels); };
     const auto map = [&](const auto& f) {
         map_blocks<kKept, S>(src, src_stride, dst, dst_stride, size, channels, strip, f);
     };
     if constexpr (sizeof(S) < 4 && sizeof(D) < 4)
         if (results_fit<S>(scale, offset, channels)) {
             if constexpr (kHasMulAdd && sizeof(S) == 1 && sizeof(D) == 1)
-                if (int64_t(size.width) * size.height * channels >= kManyBytes) return map(MapBytes<F32>(line));
-            return map(MapFloats<D, true>{line});
+                if (int64_t(size.width) * size.height * channels >= kManyBytes) return map(MapBytes<F32>(line()));
+            return map(MapFloats<D, true>{line()});
         }
-    map(MapFloats<D, false>{line});
+    map(MapFloats<D, false>{line()});
     // Where a constant is NaN, so is every result; which NaN would depend on the operands' order, so it is set.
     if constexpr (sizeof(D) == 4)
         for (int c = 0; c < channels - kKept; ++c)

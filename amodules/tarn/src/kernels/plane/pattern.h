@@ -3,6 +3,8 @@
 // taken apart.
 #pragma once
 
+#include <type_traits>
+
 #include "kernels/plane/store.h"
 
 namespace tarn::k::TARN_LEVEL {
@@ -17,6 +19,17 @@ inline Pattern pattern_of(const T* pixel) {
     constexpr int kChannels = channels(kForm);
     if constexpr (kChannels == 1) {
         const Bytes all = (Bytes)splat<T>(*pixel);
+        return {{all, all, all}};
+    } else if constexpr (kChannels == 4) {  // a vector's bytes hold whole pixels
+        Bytes all;
+        if constexpr (sizeof(T) == 4) {
+            all = (Bytes)every_group(pixel);
+        } else {
+            using Pixel = std::conditional_t<sizeof(T) == 1, int32_t, int64_t>;
+            Pixel bits;
+            memcpy(&bits, pixel, sizeof bits);
+            all = (Bytes)splat<Pixel>(bits);
+        }
         return {{all, all, all}};
     }
     T buffer[3 * kLanes<T>];
