@@ -6,8 +6,8 @@
 // element whose rows are single runs, each within the next towards a middle (rectangle, ellipse, cross, diamond), is a
 // tower of rectangles: the outermost run's extremes are spread over as many rows as that rectangle is higher than the
 // next one, joined with the next run's, and so on, so that each run is looked up once, however many rows it stands in.
-// Other elements join run by run. A single rectangle is one step, of its own kind. Small elements of few cells need
-// neither tables nor towers: their steps are their cells (near.h).
+// Other elements join run by run. A single rectangle is one step, of its own kind. Small elements of few cells, and the
+// smallest squares, need neither tables nor towers: their steps are their cells (near.h).
 #pragma once
 
 #include "kernels/plane/plane.h"
