@@ -157,13 +157,10 @@ TEST(morph, of_images_of_several_strips_and_bands_is_what_it_is_made_of) {
 TEST(morph, of_small_elements_is_what_it_is_made_of) {
     Element aside("random", {11, 9}, {10, 8});
     for (size_t i = 0; i < aside.cells.size(); ++i) aside.cells[i] &= i % 11 < 5 && i < 5 * 11;
-    const Element elements[] = {{"cross", {3, 3}, {1, 1}},
-                                {"rect", {3, 3}, {1, 1}},
-                                {"rect", {5, 5}, {0, 3}},
-                                {"random", {5, 5}, {0, 4}},
-                                {"ring", {7, 9}, {6, 0}},
-                                {"random", {11, 11}, {5, 5}},
-                                aside};
+    const Element elements[] = {{"cross", {3, 3}, {1, 1}},    {"rect", {3, 3}, {1, 1}},
+                                {"rect", {5, 5}, {0, 3}},     {"random", {5, 5}, {0, 4}},
+                                {"random", {40, 3}, {20, 0}}, {"ring", {7, 9}, {6, 0}},
+                                {"random", {11, 11}, {5, 5}}, aside};
     const Operation operations[] = {kErode, kDilate, kOpen, kComposites[3], kComposites[4]};
     for (const Element& e : elements)
         for (const k::Type type : {k::Type::u8, k::Type::f32})

@@ -43,7 +43,7 @@ public:
         pixel_ = pixel;
         square_ = columns == 3 || columns == 5 ? int32_t(columns) : 0;
         for (int64_t x = 0; x < columns; ++x) {
-            if (cells[x] != (1 << columns) - 1) square_ = 0;
+            if (cells[x] != (1 << square_) - 1) square_ = 0;
             for (uint32_t left = cells[x]; left;) {
                 const int y = __builtin_ctz(left);
                 const int all = __builtin_ctz(~(left >> y)), n = all > kLongest ? (all + 1) / 2 : all;
