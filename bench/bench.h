@@ -57,6 +57,8 @@ public:
     void row(const std::string& name, const std::string& size, double units, const std::vector<Contender>& contenders);
 
     const Options& options() const { return options_; }
+    // The sizes that a family measures: its usual ones, or those that were asked for; of a quick run the first alone.
+    std::vector<Size> sizes_of(std::vector<Size> usual) const;
     bool wants(const std::string& name) const { return name.find(options_.filter) != std::string::npos; }
     // Nanoseconds per unit of a contender in the last row of this name; 0 where there is none.
     double figure(const std::string& name, const std::string& contender) const;

@@ -25,11 +25,11 @@ void run(Bench& b) {
                           {"s16_c1", k::Type::s16, k::Form::c1, CV_16SC1},
                           {"s32_c3", k::Type::s32, k::Form::c3, CV_32SC3}};
     for (const Form& f : forms)
-        for (const Size n : {Size{256, 256}, Size{1920, 1080}, Size{4096, 4096}}) {
-            if (b.options().quick && n.width > 256) continue;
+        for (const Size n : b.sizes_of({{256, 256}, {1920, 1080}, {4096, 4096}})) {
             const Size larger{n.width + 2 * kWidth, n.height + 2 * kWidth};
             const int64_t pixel = CV_ELEM_SIZE(f.cv_type);
-            const int32_t src_row = int32_t(n.width * pixel), dst_row = int32_t(larger.width * pixel);
+            const int32_t src_row = int32_t(n.width * pixel) + b.options().padding,
+                          dst_row = int32_t(larger.width * pixel) + b.options().padding;
             std::vector<uint8_t> from(size_t(dst_row) * larger.height, 3), to(size_t(dst_row) * larger.height, 1);
             const View src{from.data(), src_row, n}, dst{to.data(), dst_row, larger};
             const int32_t values[4] = {9, 4, 251, 0};

@@ -127,14 +127,18 @@ void Bench::row(const std::string& name, const std::string& size, double units,
     rows_.push_back(line);
 }
 
+std::vector<Size> Bench::sizes_of(std::vector<Size> usual) const {
+    if (!options_.sizes.empty()) usual = options_.sizes;
+    usual.resize(options_.quick ? 1 : usual.size(), {256, 256});
+    return usual;
+}
+
 void Bench::row(const Case& c, std::vector<Size> sizes, bool alone) {
     if (!wants(c.name)) return;
     const auto peers = peers_.find(c.name);
     if (peers == peers_.end() && options_.filter.empty() && !alone) return;
-    if (!options_.sizes.empty()) sizes = options_.sizes;
     if (sizes.empty() && !options_.quick) sizes = {{64, 64}, {256, 256}, {1920, 1080}, {4096, 4096}};
-    sizes.resize(options_.quick ? 1 : sizes.size(), {256, 256});
-    for (const Size n : sizes) {
+    for (const Size n : sizes_of(sizes)) {
         std::vector<std::unique_ptr<Buffer>> buffers;
         std::vector<View> views;
         std::vector<Stream> in, out;
@@ -245,10 +249,13 @@ int main(int argc, char** argv) {
     app.add_option("--addresses", options.addresses, "where planes begin within their pages (default: staggered)")
         ->check(CLI::IsMember({"staggered", "aligned", "unlucky"}));
     app.add_option("--padding", options.padding,
-                   "bytes behind every row of a plane: rows are no longer one run of bytes")
+                   "bytes behind every row of a kernel's plane: rows are no longer one run of bytes")
         ->check(CLI::Range(0, 1 << 20));
     std::vector<std::string> sizes;
-    app.add_option("--size", sizes, "WxH instead of a row's usual sizes; may be given again")->type_name("WxH");
+    app.add_option("--size", sizes,
+                   "WxH instead of a row's usual sizes; may be given again (contours, copy-transforms, nets and calls "
+                   "keep theirs)")
+        ->type_name("WxH");
     app.add_flag("--write", options.write, "write the tables to docs/bench/<level>/<family>.md");
     std::string level;
     app.add_option("--level", level, "a lower processor level, with OpenCV held to the same instructions")

@@ -86,7 +86,8 @@ void rows(Bench& b, Host& host, const char* what, const cv::Mat& src) {
 
 void run(Bench& b) {
     Host host;
-    for (const cv::Size size : {cv::Size(256, 256), cv::Size(1920, 1080)}) {
+    for (const Size n : b.sizes_of({{256, 256}, {1920, 1080}})) {
+        const cv::Size size(n.width, n.height);
         rows(b, host, "photograph", photograph(size));
         rows(b, host, "noise", noise(size));
     }
