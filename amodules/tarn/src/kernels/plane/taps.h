@@ -36,6 +36,19 @@ struct TapBlock {
     float weight[kTaps][kTapBlock];
 };
 
+// The source rows that an output row is made of: kTaps from first() on, counted from the region's top.
+template <int kTaps>
+class RowTaps {
+public:
+    RowTaps(const TapBlock<kTaps>* blocks, int64_t y) : block_(blocks + y / kTapBlock), at_(y % kTapBlock) {}
+    int64_t first() const { return block_->first[at_]; }
+    float weight(int k) const { return block_->weight[k][at_]; }
+
+private:
+    const TapBlock<kTaps>* block_;
+    int64_t at_;
+};
+
 // The next ones of a walk. kExact: weights are multiples of 2^-15 whose sum is exactly 1.
 template <class Filter, bool kExact>
 void find_taps(Walk& walk, TapBlock<Filter::kTaps>& taps) {

@@ -1,4 +1,4 @@
-// For kernel sources only: columns turned into rows within the registers, in groups of 16 bytes.
+// For kernel sources only: columns turned into rows within the registers.
 #pragma once
 
 #include "kernels/simd/simd.h"
@@ -35,6 +35,19 @@ template <class E>
             next[2 * i + 1] = interleave_upper<E>(v[i], v[i + kHalf]);
         }
         for (int i = 0; i < kGroupLanes<E>; ++i) v[i] = next[i];
+    }
+}
+
+// Element j of v[i] changes places with element i of v[j]; at most two groups.
+template <class E>
+[[gnu::always_inline]] inline void transpose(Bytes (&v)[kLanes<E>]) {
+    constexpr int kSide = kGroupLanes<E>;
+    for (int g = 0; g < kGroups; ++g) transpose_groups<E>(reinterpret_cast<Bytes(&)[kSide]>(v[g * kSide]));
+    if constexpr (kLanes<E> == 2 * kSide) {
+        for (int i = 0; i < kSide; ++i) {
+            const Vec<E> a = (Vec<E>)v[i], b = (Vec<E>)v[i + kSide];
+            v[i] = (Bytes)lower_halves(a, b), v[i + kSide] = (Bytes)upper_halves(a, b);
+        }
     }
 }
 

@@ -8,6 +8,7 @@
 
 #include "kernels/plane/ring.h"
 #include "kernels/plane/strips.h"
+#include "kernels/resize/batch.h"
 #include "kernels/resize/strip.h"
 #include "kernels/simd/round.h"
 #include "kernels/simd/stream.h"
@@ -23,19 +24,6 @@ inline Block<T> rounded(const F32 (&v)[4]) {
     else
         return round_to_within32<T>(v[0], v[1], v[2], v[3]);
 }
-
-// The source rows that an output row is made of: kTaps from first() on, counted from the region's top.
-template <int kTaps>
-class RowTaps {
-public:
-    RowTaps(const TapBlock<kTaps>* blocks, int64_t y) : block_(blocks + y / kTapBlock), at_(y % kTapBlock) {}
-    int64_t first() const { return block_->first[at_]; }
-    float weight(int k) const { return block_->weight[k][at_]; }
-
-private:
-    const TapBlock<kTaps>* block_;
-    int64_t at_;
-};
 
 // An output row of n elements. Rows must be readable up to a multiple of four vectors. Inlined: handed over in memory,
 // the rows' addresses would be read before they have got there.
@@ -63,54 +51,89 @@ template <int kTaps, bool kKept, class T>
     if (i < n) blend(overlapped(i, n), min(n, kStep));
 }
 
-template <class Filter, class S, class D>
+// The resampled rows of a tile, made one by one, and kept until no output needs them.
+template <class Filter, bool kExact, class S>
+class Singly {
+public:
+    static constexpr int kTaps = Filter::kTaps;
+    static constexpr int64_t kMost = kStripElements<kTaps, S>;
+
+    // For strips of so many pixels.
+    Singly(const Job& j, int channels, int64_t strip) : job_(j), channels_(channels), ring_(nullptr, 0) {
+        tables_.set_pitch(strip * channels);
+    }
+    template <class Part>
+    void carve(Part part) {
+        tables_.carve<kTaps>(part);
+        part(rows_, kTaps * tables_.pitch + 4 * kLanes<float>);
+    }
+
+    // Before another tile.
+    void begin(const Tile& tile, const TapBlock<kTaps>* row_taps) {
+        row_taps_ = row_taps, bottom_ = tile.bottom;
+        prepare<Filter, kExact, S>(tables_, job_, tile, channels_);
+        ring_ = Ring<float, kTaps>(rows_, tables_.pitch);
+    }
+
+    // The kTaps rows of output row y.
+    void find(int64_t y, const float* (&rows)[kTaps]) {
+        const int64_t first = RowTaps<kTaps>(row_taps_, y).first();
+        const int64_t after = RowTaps<kTaps>(row_taps_, min(y + 1, bottom_ - 1)).first();
+        for (int k = 0; k < kTaps; ++k) {
+            const int64_t source = job_.row_within(first + k);
+            rows[k] = ring_.row(source, [&](float* out) {
+                const int64_t next = job_.row_within(k + 1 < kTaps ? first + k + 1 : max(first + k + 1, after));
+                resample_row<kTaps, kExact>(tables_, job_.src_row<S>(source), job_.src_row<S>(next),
+                                            job_.src_size.width, job_.region.x, channels_, out);
+            });
+        }
+    }
+
+private:
+    const Job& job_;
+    int channels_;
+    const TapBlock<kTaps>* row_taps_;
+    int64_t bottom_;
+    StripTables tables_;
+    float* rows_;
+    Ring<float, kTaps> ring_;
+};
+
+template <class Rows, class Filter, class D>
 Status resample(const Job& j, int channels, bool kept) {
     constexpr int kTaps = Filter::kTaps;
-    constexpr int64_t kMost = kStripElements<kTaps, S>;
+    constexpr int64_t kMost = Rows::kMost;
     const int64_t width = j.dst_size.width, height = j.bottom - j.top;
     const int64_t blocks = (height + kTapBlock - 1) / kTapBlock;
-    TapBlock<kTaps>* row_taps;
-    float* ring_rows;
-    D* blended;
-    StripTables t;
-    t.set_pitch(strip_width(width, kMost / channels, 16) * channels);
+    const int64_t strip = strip_width(width, kMost / channels, 16);
     // Rows go around the cache by way of one that stays in it: of floats alone, others take longer to make than to store.
     const bool streamed = sizeof(D) == 4 && !kept && streams(2 * height * width * channels * int64_t(sizeof(D)));
+    TapBlock<kTaps>* row_taps;
+    D* blended;
+    Rows rows(j, channels, strip);
     Scratch scratch(j.allocator);
     const auto arrays = [&](auto part) {
         part(row_taps, blocks);
-        t.carve<kTaps>(part);
-        part(ring_rows, kTaps * t.pitch + 4 * kLanes<float>);
-        part(blended, streamed ? t.pitch : 0);
+        rows.carve(part);
+        part(blended, streamed ? strip * channels + 4 * kLanes<float> : 0);
     };
     if (!scratch.carve(arrays)) return kNoMemory;
     Walk walk(j.region.height, j.dst_size.height, j.dst_size.height, j.top);
     for (int64_t b = 0; b < blocks; ++b) find_taps<Filter, false>(walk, row_taps[b]);
-    Ring<float, kTaps> ring(ring_rows, t.pitch);
 
     // In steps that leave no vector half used in the inner strips.
     each_tile(width, height, kMost / channels, 16, [&](Tile tile) {
-        prepare<Filter, kExactSums<D>, S>(t, j, tile, channels);
-        ring.forget();
+        rows.begin(tile, row_taps);
         for (int64_t y = tile.top; y < tile.bottom; ++y) {
+            const float* of_y[kTaps];
+            rows.find(y, of_y);
             const RowTaps<kTaps> taps(row_taps, y);
-            const int64_t after = RowTaps<kTaps>(row_taps, min(y + 1, tile.bottom - 1)).first();
-            const float* rows[kTaps];
-            for (int k = 0; k < kTaps; ++k) {
-                const int64_t source = j.row_within(taps.first() + k);
-                rows[k] = ring.row(source, [&](float* out) {
-                    const int64_t following = taps.first() + k + 1;
-                    const S* next = j.src_row<S>(j.row_within(k + 1 < kTaps ? following : max(following, after)));
-                    const S* row = j.src_row<S>(source);
-                    resample_row<kTaps, kExactSums<D>>(t, row, next, j.src_size.width, j.region.x, channels, out);
-                });
-            }
             D* dst = j.dst_row<D>(j.top + y) + tile.x * channels;
             const int64_t n = tile.width * channels;
             if (kept)
-                blend_rows<kTaps, true>(rows, taps, n, dst);
+                blend_rows<kTaps, true>(of_y, taps, n, dst);
             else
-                blend_rows<kTaps, false>(rows, taps, n, streamed ? blended : dst);
+                blend_rows<kTaps, false>(of_y, taps, n, streamed ? blended : dst);
             if (streamed) stream_row(dst, blended, n * int64_t(sizeof(D)));
         }
     });
@@ -120,7 +143,11 @@ Status resample(const Job& j, int channels, bool kept) {
 
 template <class Filter, class S, class D, Form kForm>
 Status resampled(const Job& j) {
-    return resample<Filter, S, D>(j, channels(kForm), kept(kForm));
+    constexpr bool kExact = kExactSums<D>;
+    if constexpr (!kHasPermute)
+        if (batches_pay<Filter::kTaps, S>(channels(kForm), j.region.width, j.dst_size.width))
+            return resample<Batches<Filter, kExact, S>, Filter, D>(j, channels(kForm), kept(kForm));
+    return resample<Singly<Filter, kExact, S>, Filter, D>(j, channels(kForm), kept(kForm));
 }
 
 }  // namespace

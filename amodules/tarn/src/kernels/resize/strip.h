@@ -1,8 +1,7 @@
 // For the resize sources only: a source row resampled horizontally, as floats, for a strip of outputs.
 //
-// The taps of neighbouring outputs are fetched by permutes from a row of floats where that pays. Else each output of one
-// channel loads its own, and pixels of more are made one by one, a channel to a lane. Sums are made in one order, products
-// rounded before they are added: all levels give the same bits, and none emulates fused sums.
+// The taps of neighbouring outputs are fetched by permutes from a row of floats where the processor has those of two
+// registers. Else each output of one channel loads its own, and pixels of more are made one by one, a channel to a lane.
 #pragma once
 
 #include "kernels/plane/border.h"
@@ -10,35 +9,10 @@
 #include "kernels/plane/taps.h"
 #include "kernels/resize/apart.h"
 #include "kernels/resize/job.h"
-#include "kernels/simd/fused.h"
+#include "kernels/resize/sums.h"
 
 namespace tarn::k::TARN_LEVEL {
 namespace {
-
-// ---- Sums ---------------------------------------------------------------------------------------------------------
-
-// For 8-bit results the horizontal weights are multiples of 2^-15 whose sum is exactly 1: with 9 bits of pixel sums the
-// result fits the 24 bits of a float and nothing is ever rounded.
-template <class T>
-constexpr bool kExactSums = sizeof(T) == 1;
-
-// The i-th tap to be added: from the small outer ones to the inner ones, left and right in turn.
-constexpr int outer_first(int i, int taps) { return i % 2 ? taps - 1 - i / 2 : i / 2; }
-
-// The sum of kTaps products. kExact: nothing is rounded, so products may be added by the fused instruction.
-template <int kTaps, bool kExact, class Tap, class Weight>
-inline F32 sum_of(Tap tap, Weight weight) {
-    F32 sum = tap(0) * weight(0);
-#pragma GCC unroll 6
-    for (int i = 1; i < kTaps; ++i) {
-        const int k = outer_first(i, kTaps);
-        if constexpr (kExact && kHasMulAdd)
-            sum = mul_add(tap(k), weight(k), sum);
-        else
-            sum = tap(k) * weight(k) + sum;
-    }
-    return sum;
-}
 
 // ---- Tables -------------------------------------------------------------------------------------------------------
 
@@ -96,15 +70,6 @@ inline void repeat_channels(const float* from, int channels, float* to) {
     }
 }
 
-// Whether permutes fetch the taps of outputs faster than loads of each pixel do. Eight floats hold two pixels, seldom with all
-// of their taps.
-template <int kTaps>
-constexpr bool permutes_pay(int channels, int64_t from, int64_t to) {
-    if (!kHasPermute || from > 2 * to) return false;
-    if (kVector > 32 || channels == 1) return true;
-    return channels == 3 && (kTaps == 2 ? 2 * from <= 3 * to : from <= to);
-}
-
 // Prepares the permutes of a strip; leaves it when an output lies beyond two windows of its vector.
 template <int kTaps>
 void find_windows(StripTables& t, int channels) {
@@ -125,10 +90,9 @@ void find_windows(StripTables& t, int channels) {
         t.base[g] = least;
         t.reach = max(t.reach, most - least);
     }
-    // Two windows may hold all taps where one does not. Picking from two is one instruction in the widest registers
-    // only.
+    // Two windows may hold all taps where one does not.
     const int all = t.reach + (kTaps - 1) * channels;
-    const bool worth_two = kVector == 64 && all >= kWindow && all < 2 * kWindow;
+    const bool worth_two = all >= kWindow && all < 2 * kWindow;
     if (t.reach >= 2 * kWindow) return;
     t.fetch = t.reach < kWindow && !worth_two ? Fetch::one_window : Fetch::two_windows;
     t.more = ((t.fetch == Fetch::one_window ? 1 : 2) * kWindow - 1 - t.reach) / channels;
@@ -170,7 +134,7 @@ void prepare(StripTables& t, const Job& j, const Tile& tile, int channels) {
             repeat_channels(taps.weight[k], channels, t.weight + k * t.pitch + done * channels);
     }
     t.fetch = Fetch::by_pixel;
-    if (permutes_pay<kTaps>(channels, j.region.width, width)) find_windows<kTaps>(t, channels);
+    if (kHasPermute && j.region.width <= 2 * width) find_windows<kTaps>(t, channels);
     const int64_t pixel_bytes = channels * int64_t(sizeof(S));
     if (t.fetch == Fetch::by_pixel && channels == 1)
         find_apart<kTaps, S>(t, j.src_size.width, j.region.x);

@@ -203,6 +203,15 @@ inline Bytes in_order_twice(Bytes v) {
 inline Bytes join_twelves(Bytes v) {
     return (Bytes)_mm256_permutevar8x32_epi32((__m256i)v, _mm256_setr_epi32(0, 1, 2, 4, 5, 6, 3, 7));
 }
+// a's half, then b's.
+template <class V>
+inline V lower_halves(V a, V b) {
+    return (V)_mm256_permute2x128_si256((__m256i)a, (__m256i)b, 0x20);
+}
+template <class V>
+inline V upper_halves(V a, V b) {
+    return (V)_mm256_permute2x128_si256((__m256i)a, (__m256i)b, 0x31);
+}
 
 // Three vectors' groups dealt out one by one, as deinterleave3 wants them: 0 3, 1 4, 2 5.
 template <class V>
@@ -264,7 +273,7 @@ inline S32 nearest_int(F32 v) { return (S32)_mm256_cvtps_epi32((__m256)v); }
 // The same saturated: what is above the range is the largest, the smallest's complement.
 inline S32 nearest_int_saturated(F32 v) { return nearest_int(v) ^ (v >= splat(2147483648.0f)); }
 
-constexpr bool kHasLookup = true, kHasPermute = true, kHasMulAdd = true, kHasMinMax32 = true, kHasLaneBits = false;
+constexpr bool kHasLookup = true, kHasPermute = false, kHasMulAdd = true, kHasMinMax32 = true, kHasLaneBits = false;
 
 // ---- Sixteen counts -----------------------------------------------------------------------------------------------
 
