@@ -45,6 +45,13 @@ inline Pattern repeat(const uint8_t* p, int64_t before) {
         const Bytes group = every_group(p - before), shift = splat(uint8_t(before));
         const auto vector = [&](int i) { return lookup(group, load<Bytes>(place.v[i]) + shift); };
         return {{vector(0), vector(1), vector(2)}};
+    } else if constexpr (kBytes == 3) {
+        // Words of eight bytes: what overlaps in them is equal.
+        uint64_t first = 0;
+        memcpy(&first, p, kBytes);
+        first *= 0x1000001000001;
+        const uint64_t second = first >> 16 | first << 32, third = first >> 8 | first << 40;
+        return {{(Bytes)U64{first, second}, (Bytes)U64{third, first}, (Bytes)U64{second, third}}};
     } else {
         return pattern_of_constants<T, kForm>(p);
     }

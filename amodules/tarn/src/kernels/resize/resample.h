@@ -1,9 +1,9 @@
 // For the resize sources only: the separable resampling with a fixed number of taps that linear, cubic and Lanczos
 // share.
 //
-// A strip of columns at a time, in bands of rows. Per strip a ring holds the last kTaps source rows, resampled
-// horizontally, as floats; an output row is their weighted sum, rounded once. Source rows that no output needs are
-// never read.
+// A strip of columns at a time, in bands of rows. Source rows are resampled horizontally, as floats, one by one or by the
+// batch, and kept until no output needs them; an output row is the weighted sum of kTaps of them, rounded once. Source
+// rows that no output needs are never read.
 #pragma once
 
 #include "kernels/plane/ring.h"
