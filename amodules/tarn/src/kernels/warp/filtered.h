@@ -9,7 +9,6 @@
 //   weights(place, scale, w)   their weights, times a power of two
 #pragma once
 
-#include "kernels/simd/fused.h"
 #include "kernels/warp/scale.h"
 
 namespace tarn::k::TARN_LEVEL {
@@ -111,15 +110,9 @@ template <int kTaps>
 constexpr int inwards(int i) {
     return i % 2 ? kTaps - 1 - i / 2 : i / 2;
 }
-// sum + v w. Of floats rounded once: twice would not keep what is promised.
-template <class T>
-inline F32 add_weighted(F32 sum, F32 v, F32 w) {
-    if constexpr (sizeof(T) == 4) return mul_add(v, w, sum);
-    return sum + v * w;
-}
 
-// Of floats. Those of weight 0 are left out where the position is whole: they may be NaN or infinite.
-template <class Filter, class T>
+// Of floats. kWhole: some positions may be whole, where the taps of weight 0 are left out, for they may be NaN or infinite.
+template <class Filter, class T, bool kWhole>
 struct RowWeights {
     static constexpr int kTaps = Filter::kTaps;
     F32 w[kTaps];
@@ -128,20 +121,20 @@ struct RowWeights {
     [[gnu::always_inline]] static RowWeights of(U32 fraction) {
         RowWeights r;
         Filter::weights(Place(fraction), 1, r.w);
-        if constexpr (sizeof(T) == 4) r.whole = (Bytes)(fraction == 0);
+        if constexpr (kWhole) r.whole = (Bytes)(fraction == 0);
         return r;
     }
     template <int kElement>
     [[gnu::always_inline]] RowWeights one() const {
         RowWeights r;
         for (int k = 0; k < kTaps; ++k) r.w[k] = (F32)repeat32<kElement>((Bytes)w[k]);
-        if constexpr (sizeof(T) == 4) r.whole = repeat32<kElement>(whole);
+        if constexpr (kWhole) r.whole = repeat32<kElement>(whole);
         return r;
     }
     [[gnu::always_inline]] F32 sum(const F32 (&t)[kTaps]) const {
         F32 v = w[0] * t[0];
-        for (int i = 1; i < kTaps; ++i) v = add_weighted<T>(v, t[inwards<kTaps>(i)], w[inwards<kTaps>(i)]);
-        return sizeof(T) == 4 ? select(whole, t[kTaps / 2 - 1], v) : v;
+        for (int i = 1; i < kTaps; ++i) v = v + t[inwards<kTaps>(i)] * w[inwards<kTaps>(i)];
+        return kWhole ? select(whole, t[kTaps / 2 - 1], v) : v;
     }
     // One channel; more: of pixels 4 g + j and 4 g + j + 1, with the second's weights.
     [[gnu::always_inline]] F32 row(const uint8_t* p, const int32_t* at) const {
@@ -151,16 +144,23 @@ struct RowWeights {
     }
     template <Form kForm>
     [[gnu::always_inline]] void row(const RowWeights& next, const uint8_t* p, const int32_t* at, F32& a, F32& b) const {
-        F32 t[kTaps], u[kTaps];
-        for (int k = 0; k < kTaps; ++k) load_pixels<T>(p + k * kPixelBytes<T, kForm>, at, t[k], u[k]);
-        a = sum(t), b = next.sum(u);
+        F32 middle[2];
+#pragma GCC unroll 6
+        for (int i = 0; i < kTaps; ++i) {
+            const int k = inwards<kTaps>(i);
+            F32 t, u;
+            load_pixels<T>(p + k * kPixelBytes<T, kForm>, at, t, u);
+            a = i ? a + t * w[k] : t * w[k], b = i ? b + u * next.w[k] : u * next.w[k];
+            if (k == kTaps / 2 - 1) middle[0] = t, middle[1] = u;
+        }
+        if constexpr (kWhole) a = select(whole, middle[0], a), b = select(next.whole, middle[1], b);
     }
 };
 
 // Of 8 bits. One channel weighs taps 0 and 2 together, and 1 and 3, as masks and shifts find them; more channels weigh
 // neighbours.
 template <class Filter>
-struct RowWeights<Filter, uint8_t> {
+struct RowWeights<Filter, uint8_t, false> {
     static constexpr int kTaps = Filter::kTaps, kPairs = kTaps / 2;
     S16 pair[kPairs];
 
@@ -239,20 +239,21 @@ struct Filtered {
     static constexpr float kScale = sizeof(T) == 1 ? -0x1p-15f : sizeof(T) == 2 && kOne ? 0x1p-16f : 1.0f;
 
     // The weights of rows.
-    struct Down {
+    template <bool kWhole>
+    struct DownWeights {
         F32 w[kTaps];
         Bytes whole = {};
-        static Down of(U32 fraction) {
-            Down d;
+        static DownWeights of(U32 fraction) {
+            DownWeights d;
             Filter::weights(Place(fraction), kScale, d.w);
-            if constexpr (sizeof(T) == 4) d.whole = (Bytes)(fraction == 0);
+            if constexpr (kWhole) d.whole = (Bytes)(fraction == 0);
             return d;
         }
         template <int kElement>
-        Down one() const {
-            Down d;
+        DownWeights one() const {
+            DownWeights d;
             for (int k = 0; k < kTaps; ++k) d.w[k] = (F32)repeat32<kElement>((Bytes)w[k]);
-            if constexpr (sizeof(T) == 4) d.whole = repeat32<kElement>(whole);
+            if constexpr (kWhole) d.whole = repeat32<kElement>(whole);
             return d;
         }
     };
@@ -261,54 +262,80 @@ struct Filtered {
         f(Phase<0>{}), f(Phase<1>{}), f(Phase<2>{}), f(Phase<3>{});
         if constexpr (kTaps == 6) f(Phase<4>{}), f(Phase<5>{});
     }
+    template <bool kWhole>
     static auto across_of(U32 x) {
         if constexpr (sizeof(T) == 1)
-            return RowWeights<Filter, T>::template of<kOne>(x);
+            return RowWeights<Filter, T, false>::template of<kOne>(x);
         else
-            return RowWeights<Filter, T>::of(x);
+            return RowWeights<Filter, T, kWhole>::of(x);
     }
+    // Whether any of floats is whole: they seldom are, and what they need costs every sum a choice.
+    static bool any_whole(U32 x, U32 y) { return kSettled && nonzero_bits((U8)((x == 0) | (y == 0))) != 0; }
 
-    F32 pixels(const uint8_t* p, int64_t stride, const int32_t* at, U32 x, U32 y) const {
-        const auto across = across_of(x);
-        const Down down = Down::of(y);
+    template <bool kWhole>
+    F32 blended(const uint8_t* p, int64_t stride, const int32_t* at, U32 x, U32 y) const {
+        const auto across = across_of<kWhole>(x);
+        const auto down = DownWeights<kWhole>::of(y);
         F32 sum{}, middle{};
         const auto add = [&]<int i>(Phase<i>) {
             constexpr int k = inwards<kTaps>(i);
             const F32 v = across.row(p + k * stride, at);
-            sum = i ? add_weighted<T>(sum, v, down.w[k]) : v * down.w[k];
+            sum = i ? sum + v * down.w[k] : v * down.w[k];
             if constexpr (k == kTaps / 2 - 1) middle = v;
         };
         each_tap(add);
-        return sizeof(T) == 4 ? select(down.whole, middle, sum) : sum;
+        return kWhole ? select(down.whole, middle, sum) : sum;
+    }
+    F32 pixels(const uint8_t* p, int64_t stride, const int32_t* at, U32 x, U32 y) const {
+        if (kSettled && any_whole(x, y)) return blended<kSettled>(p, stride, at, x, y);
+        return blended<false>(p, stride, at, x, y);
     }
 
-    void pixels(const uint8_t* p, int64_t stride, const int32_t* at, U32 x, U32 y, F32 (&v)[4]) const {
-        const auto across = across_of(x);
-        const Down down = Down::of(y);
+    template <bool kWhole>
+    void blended(const uint8_t* p, int64_t stride, const int32_t* at, U32 x, U32 y, F32 (&v)[4]) const {
+        const auto across = across_of<kWhole>(x);
+        const auto down = DownWeights<kWhole>::of(y);
         const auto two = [&]<int j>(Phase<j>) {
             const auto left = across.template one<j>(), right = across.template one<j + 1>();
-            const Down first = down.template one<j>(), second = down.template one<j + 1>();
+            const auto first = down.template one<j>(), second = down.template one<j + 1>();
             F32 middle[2];
             const auto add = [&]<int i>(Phase<i>) {
                 constexpr int k = inwards<kTaps>(i);
                 F32 a, b;
                 left.template row<kForm>(right, p + k * stride, at + j, a, b);
-                v[j] = i ? add_weighted<T>(v[j], a, first.w[k]) : a * first.w[k];
-                v[j + 1] = i ? add_weighted<T>(v[j + 1], b, second.w[k]) : b * second.w[k];
+                v[j] = i ? v[j] + a * first.w[k] : a * first.w[k];
+                v[j + 1] = i ? v[j + 1] + b * second.w[k] : b * second.w[k];
                 if constexpr (k == kTaps / 2 - 1) middle[0] = a, middle[1] = b;
             };
             each_tap(add);
-            if constexpr (sizeof(T) == 4)
+            if constexpr (kWhole)
                 v[j] = select(first.whole, middle[0], v[j]), v[j + 1] = select(second.whole, middle[1], v[j + 1]);
         };
         two(Phase<0>{}), two(Phase<2>{});
+    }
+    void pixels(const uint8_t* p, int64_t stride, const int32_t* at, U32 x, U32 y, F32 (&v)[4]) const {
+        if (kSettled && any_whole(x, y)) return blended<kSettled>(p, stride, at, x, y, v);
+        blended<false>(p, stride, at, x, y, v);
     }
 
     // As pixels does, a step at a time.
     static constexpr int kPer = kOne ? 1 : 4;
     using Rows = WeighedRows<kTaps, kPer>;
+    // Of a line, which is whole or is not.
+    struct Down {
+        DownWeights<false> weights;
+        bool whole;
+        static Down of(uint32_t fraction) {
+            return {DownWeights<false>::of(splat(fraction)), kSettled && fraction == 0};
+        }
+    };
     void weigh(const uint8_t* p, const int32_t* at, U32 x, F32 (&v)[kPer]) const {
-        const auto across = across_of(x);
+        if (kSettled && any_whole(x, x)) return weighed<kSettled>(p, at, x, v);
+        weighed<false>(p, at, x, v);
+    }
+    template <bool kWhole>
+    static void weighed(const uint8_t* p, const int32_t* at, U32 x, F32 (&v)[kPer]) {
+        const auto across = across_of<kWhole>(x);
         if constexpr (kOne) {
             v[0] = across.row(p, at);
         } else {
@@ -320,9 +347,10 @@ struct Filtered {
     }
     template <class Tap>
     F32 down(const Down& d, const Tap& tap) const {
-        F32 sum = tap(0) * d.w[0];
-        for (int i = 1; i < kTaps; ++i) sum = add_weighted<T>(sum, tap(inwards<kTaps>(i)), d.w[inwards<kTaps>(i)]);
-        return sizeof(T) == 4 ? select(d.whole, tap(kTaps / 2 - 1), sum) : sum;
+        if (d.whole) return tap(kTaps / 2 - 1);
+        F32 sum = tap(0) * d.weights.w[0];
+        for (int i = 1; i < kTaps; ++i) sum = sum + tap(inwards<kTaps>(i)) * d.weights.w[inwards<kTaps>(i)];
+        return sum;
     }
 
     void run(const uint8_t* base, int64_t stride, Points& points, int64_t from, int64_t to, uint8_t* d) const {

@@ -105,7 +105,7 @@ struct Linear {
     using Rows = WeighedRows<kTaps, kPer>;
     struct Down {
         Weights<T> weights;
-        static Down of(U32 fraction) { return {Weights<T>::of(fraction, kScale)}; }
+        static Down of(uint32_t fraction) { return {Weights<T>::of(splat(fraction), kScale)}; }
     };
     void weigh(const uint8_t* p, const int32_t* at, U32 x, F32 (&v)[kPer]) const {
         if constexpr (sizeof(T) == 1) {

@@ -26,7 +26,7 @@ struct WeighedRows {
 // is a blender with
 //   kPer                   1, of one channel, or 4
 //   weigh(p, at, x, v)     kPer vectors of pixels, weighed along the row at p
-//   Down::of(y), down(weights, tap)   the weights of rows, and the sum of the vectors tap(0), tap(1), ...
+//   Down::of(y), down(weights, tap)   the weights of a line's rows, and the sum of the vectors tap(0), tap(1), ...
 template <class Sampler, class T, Form kForm, int kTaps, int kPer>
 void scaled_run(const Sampler& sampler, WeighedRows<kTaps, kPer>& rows, const uint8_t* base, int64_t stride,
                 int64_t number, uint32_t fraction, uint8_t* d) {
@@ -46,7 +46,7 @@ void scaled_run(const Sampler& sampler, WeighedRows<kTaps, kPer>& rows, const ui
             for (int j = 0; j < kPer; ++j) store(sums + kPer * (i - begin) + j * kLane, v[j]);
         }
     }
-    const auto weights = Sampler::Down::of(splat(fraction));
+    const auto weights = Sampler::Down::of(fraction);
     const auto sum = [&](int64_t at) { return sampler.down(weights, [&](int k) { return load<F32>(taps[k] + at); }); };
     if constexpr (kPer == 1)
         put_run<T, kForm>(rows.from, to, d, [&](int64_t i) { return sum(i - begin); });
