@@ -144,7 +144,7 @@ struct RowWeights {
     }
     template <Form kForm>
     [[gnu::always_inline]] void row(const RowWeights& next, const uint8_t* p, const int32_t* at, F32& a, F32& b) const {
-        F32 middle[2];
+        F32 middle[2] = {};
 #pragma GCC unroll 6
         for (int i = 0; i < kTaps; ++i) {
             const int k = inwards<kTaps>(i);
@@ -298,7 +298,7 @@ struct Filtered {
         const auto two = [&]<int j>(Phase<j>) {
             const auto left = across.template one<j>(), right = across.template one<j + 1>();
             const auto first = down.template one<j>(), second = down.template one<j + 1>();
-            F32 middle[2];
+            F32 middle[2] = {};
             const auto add = [&]<int i>(Phase<i>) {
                 constexpr int k = inwards<kTaps>(i);
                 F32 a, b;
