@@ -17,7 +17,7 @@
 // than a result shows: 8-bit results lie within 0.5 + 1/32 of the real value, 16-bit results within 0.5 + 1/16, saturated;
 // float results within 4 units in the last place of the largest of the pixels blended, their sums by row and the result.
 // Every product and every sum of floats is rounded: of 3.5 million random pixels the worst was 3.5 such units off
-// (Lanczos), .43 in the root mean square. Fused sums would be 3.4 and .36, and three to five times as slow where they
+// (Lanczos), .43 in the root mean square. Fused sums would be 3.4 and .36, and two to six times as slow where they
 // must be emulated. Pixels of weight 0 take no part, so positions that are whole give the pixel there. A NaN in a float
 // result that is blended is always the same one, positive, quiet, without payload.
 //
