@@ -9,6 +9,9 @@
 namespace tarn::k::TARN_LEVEL {
 namespace {
 
+// Bytes of each end of a row: the results there that see beyond the row.
+constexpr int64_t kEnd = max<int64_t>(kVector, kLine / 2);
+
 // An element's cells, or those of its reflection.
 template <class Op, class T>
 class Cells {
@@ -27,10 +30,9 @@ public:
         const int64_t first = Op::kReflected ? 1 - e.right : e.left, columns = e.columns();
         top_ = Op::kReflected ? -e.lowest : e.highest;
         span_ = e.rows();
-        // Each side's results that see beyond it are a vector's.
-        if (-first * pixel > kVector || (first + columns - 1) * pixel > kVector) return;
+        if (-first * pixel > kEnd || (first + columns - 1) * pixel > kEnd) return;
         left_ = first * pixel, right_ = (first + columns - 1) * pixel;
-        uint16_t cells[2 * kVector + 1] = {};  // of each column, bits
+        uint16_t cells[2 * kEnd + 1] = {};  // of each column, bits
         for (int64_t i = 0; i < e.steps; ++i) {
             Step s;
             memcpy(&s, state.steps + i * int64_t(sizeof s), sizeof s);
@@ -48,6 +50,7 @@ public:
                 const int y = __builtin_ctz(left);
                 const int all = __builtin_ctz(~(left >> y)), n = all > kLongest ? (all + 1) / 2 : all;
                 runs_[count_++] = {int32_t(x * pixel), y, min(n, kLongest)};
+                cells_ += runs_[count_ - 1].length;
                 left &= ~(((1u << runs_[count_ - 1].length) - 1) << y);
             }
         }
@@ -84,9 +87,25 @@ public:
                 row([=](int64_t y) { return (i + y) * stride; }, s, d + i * dst_stride, n);
             return;
         }
+        bool asked = false, as_floats = false;
+        const auto ask = [&] {
+            if (!asked) as_floats = ordinary(s, stride, n + right_ - left_, count + span_);
+            asked = true;
+        };
+        const bool many = cells_ > kFewCells;
+        if (kByFloats && many && !kHasMinMax32) ask();
         for (int64_t i = 0; i < count; i += kRows) {
             const int64_t y = min(i, count - kRows);
-            rows(taps, s + y * stride, stride, d + y * dst_stride, dst_stride, n);
+            const uint8_t* from = s + y * stride;
+            uint8_t* to = d + y * dst_stride;
+            if constexpr (kByFloats) {
+                if (as_floats)
+                    rows_of_floats(taps, from, stride, to, dst_stride, n);
+                else if (!rows(taps, from, stride, to, dst_stride, n) && (many || !kHasMinMax32))
+                    ask();
+            } else {
+                rows(taps, from, stride, to, dst_stride, n);
+            }
         }
     }
     // A single row, which sees its y-th row at s + offset(y).
@@ -111,6 +130,38 @@ private:
         static V from(const uint8_t* p) { return load<V>(p); }
         static V join(V a, V b) { return Op::join(a, b); }
     };
+
+    // Floats by the processor's own extremes, where some are below zero or extremes of integers take several steps. They
+    // have the same order but for NaN, for zeros of both signs, and, as the caller has set the float unit, for what is
+    // below the normal numbers.
+    static constexpr bool kByFloats = __is_same(T, float);
+    static constexpr int64_t kFewCells = 9;  // take no longer as integers
+    struct Floats {
+        using V = F32;
+        static V from(const uint8_t* p) { return load<V>(p); }
+        static V join(V a, V b) { return Op::join(a, b); }
+    };
+    // Whether these rows of n bytes, at least a vector, hold positive zeros, normal numbers and infinities alone.
+    [[gnu::noinline]] static bool ordinary(const uint8_t* s, int64_t stride, int64_t n, int64_t count) {
+        S32 others = {};
+        for (int64_t y = 0; y < count; ++y, s += stride)
+            for (int64_t i = 0; i < n; i += kVector) {
+                const U32 v = load<U32>(s + min(i, n - kVector));
+                // Without its sign, and counted from the least normal number on, from the least integer up.
+                const S32 from_normal = (S32)(v + v + splat(0x7f000000u));
+                others |= (from_normal > splat(0x7e000000)) & (v != U32{});
+            }
+        return negative_bits((S8)others) == 0;
+    }
+    [[gnu::noinline]] static void rows_of_floats(const Taps& taps, const uint8_t* s, int64_t stride, uint8_t* d,
+                                                 int64_t dst_stride, int64_t n) {
+        for (int64_t i = 0; i < n; i += kVector) {
+            const int64_t x = min(i, n - kVector);
+            F32 u[kRows];
+            join_all<Floats>(u, taps, s + x, stride);
+            for (int y = 0; y < kRows; ++y) store(d + x + y * dst_stride, u[y]);
+        }
+    }
 
     // Cells below each other.
     struct Run {
@@ -215,8 +266,8 @@ private:
         return negative_bits((S8)(all < Vec<E>{})) != 0;
     }
 
-    // kRows rows of results, n bytes each, at least a vector.
-    [[gnu::noinline]] static void rows(const Taps& taps, const uint8_t* s, int64_t stride, uint8_t* d,
+    // kRows rows of results, n bytes each, at least a vector. False: floats below zero are among the last ones.
+    [[gnu::noinline]] static bool rows(const Taps& taps, const uint8_t* s, int64_t stride, uint8_t* d,
                                        int64_t dst_stride, int64_t n) {
         bool plain = true;
         for (int64_t i = 0; i < n; i += kVector) {
@@ -224,6 +275,7 @@ private:
             plain = (plain && plain_column(taps, s + x, stride, d + x, dst_stride)) ||
                     column(taps, s + x, stride, d + x, dst_stride);
         }
+        return plain;
     }
     // The same of a single row, of cells.
     [[gnu::noinline]] static void join_row(const int64_t* at, int64_t count, const uint8_t* s, uint8_t* d, int64_t n) {
@@ -237,7 +289,7 @@ private:
 
     int64_t left_ = 0, right_ = 0, top_ = 0, span_ = 0;
     Run runs_[kNearCells];
-    int64_t count_ = 0, pixel_ = 0;  // pixel: bytes
+    int64_t count_ = 0, cells_ = 0, pixel_ = 0;  // pixel: bytes
     int32_t square_ = 0;
     bool fits_ = false;
 };

@@ -144,13 +144,13 @@ bool one_near(const Call<T>& call) {
     pass(0, call.height, 0, call.elements * int64_t(sizeof(T)), call.dst, call.dst_stride);
     return true;
 }
-// f(x, end, y, rows) for every band of strips whose ends are those of rows or a vector off them at least.
+// f(x, end, y, rows) for every band of strips whose ends are those of rows or kEnd bytes off them at least.
 template <class T, class Start, class F>
 void each_near_band(const Call<T>& call, Start start, F f) {
     const int64_t all = call.elements * int64_t(sizeof(T)), strip = call.state.layout.strip * int64_t(sizeof(T));
     for (int64_t end = 0; end < all;) {
         const int64_t x = min(end, all - strip);
-        end = x + strip > all - kVector ? all : x + strip;
+        end = x + strip > all - kEnd ? all : x + strip;
         start(x, end);
         for (int64_t y = 0; y < call.height; y += kBand) f(x, end, y, min(kBand, call.height - y));
     }

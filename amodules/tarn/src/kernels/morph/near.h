@@ -26,12 +26,12 @@ public:
           inside_(cells_.taps(copied_ ? copy_pitch_ : stride_)),
           ends_(cells_.taps(kPitch)) {}
 
-    // Each side's results that see beyond it are a vector's, and there are two more vectors between them.
-    bool fits() const { return cells_.fits() && row_ >= 4 * kVector; }
+    // Each side's results that see beyond it are an end's, and there is as much between the ends.
+    bool fits() const { return cells_.fits() && row_ >= 4 * kEnd; }
     const Cells<Op, T>& cells() const { return cells_; }
 
-    // Results of rows [y, y + count), bytes [from, end), to d. Both are a row's ends or a vector off them at least, and
-    // two vectors apart.
+    // Results of rows [y, y + count), bytes [from, end), to d. Both are a row's ends or kEnd bytes off them at
+    // least, and twice that apart.
     void operator()(int64_t y, int64_t count, int64_t from, int64_t end, uint8_t* d, int64_t dst_stride) const {
         for (; count > 0; y += kBand, count -= kBand, d += kBand * dst_stride)
             band(y, min(kBand, count), from, end, d, dst_stride);
@@ -39,7 +39,7 @@ public:
 
 private:
     using Taps = typename Cells<Op, T>::Taps;
-    static constexpr int64_t kPitch = 6 * kVector;  // of copies of rows' ends
+    static constexpr int64_t kPitch = 6 * kEnd;  // of copies of rows' ends
     static constexpr int64_t kStrip = 8192;
     static constexpr int64_t kCacheWay = 4096, kSameSet = 10;
 
@@ -50,14 +50,14 @@ private:
     }
 
     void band(int64_t y, int64_t rows, int64_t from, int64_t end, uint8_t* d, int64_t dst_stride) const {
-        const int64_t last = row_ - kVector, to = min(end, last);
+        const int64_t last = row_ - kEnd, to = min(end, last);
         if (from == 0 || end == row_) copy_ends(y + cells_.top(), rows + cells_.span());
-        const uint8_t* edge = edges_ + kVector + cells_.left();
-        if (from == 0) cells_.block(ends_, edge, kPitch, d, dst_stride, kVector, rows);
-        if (end == row_) cells_.block(ends_, edge + 3 * kVector, kPitch, d + (last - from), dst_stride, kVector, rows);
+        const uint8_t* edge = edges_ + kEnd + cells_.left();
+        if (from == 0) cells_.block(ends_, edge, kPitch, d, dst_stride, kEnd, rows);
+        if (end == row_) cells_.block(ends_, edge + 3 * kEnd, kPitch, d + (last - from), dst_stride, kEnd, rows);
         const int64_t strip = copied_ ? min(copy_strip_, kStrip) : kStrip;
-        for (int64_t x = max(from, kVector); x < to; x += strip) {
-            const int64_t n = max(min(strip, to - x), kVector), at = min(x, to - n);
+        for (int64_t x = max(from, kEnd); x < to; x += strip) {
+            const int64_t n = max(min(strip, to - x), kEnd), at = min(x, to - n);
             inner(y, rows, at, n, d + (at - from), dst_stride);
         }
     }
@@ -84,22 +84,20 @@ private:
     }
     int64_t row_offset(int64_t y) const { return clamp<int64_t>(y, 0, height_ - 1) * stride_; }
 
-    // The ends of these image rows: at each side two vectors, and beyond it one of the edge pixel. Here: as locals they
+    // The ends of these image rows: at each side twice kEnd bytes, and beyond it kEnd of the edge pixel. Here: as locals they
     // need not be read again after every store.
     void copy_ends(int64_t from, int64_t count) const {
         const int64_t stride = stride_, height = height_, row = row_, pixel = pixel_;
         const int64_t channels = pixel / int64_t(sizeof(T));
         const int64_t before = max<int64_t>(-cells_.left(), 0), behind = max<int64_t>(cells_.right(), 0);
         const uint8_t* s = s_;
-        uint8_t* left = edges_ + kVector;
+        uint8_t* left = edges_ + kEnd;
         for (int64_t y = from; y < from + count; ++y, left += kPitch) {
             const uint8_t *begin = s + clamp<int64_t>(y, 0, height - 1) * stride, *end = begin + row;
-            uint8_t* right = left + 4 * kVector;
+            uint8_t* right = left + 4 * kEnd;
             repeat_pixel<T>(left - before, before, begin, channels);
-            store(left, load<Bytes>(begin));
-            store(left + kVector, load<Bytes>(begin + kVector));
-            store(right - 2 * kVector, load<Bytes>(end - 2 * kVector));
-            store(right - kVector, load<Bytes>(end - kVector));
+            memcpy(left, begin, 2 * kEnd);
+            memcpy(right - 2 * kEnd, end - 2 * kEnd, 2 * kEnd);
             repeat_pixel<T>(right, behind, end - pixel, channels);
         }
     }
@@ -131,7 +129,7 @@ public:
 
     // Begins a strip, bytes [x, end) of the second pass's results.
     void start(int64_t x, int64_t end) {
-        const auto whole_ends = [this](int64_t v) { return v < kVector ? 0 : v > row_ - kVector ? row_ : v; };
+        const auto whole_ends = [this](int64_t v) { return v < kEnd ? 0 : v > row_ - kEnd ? row_ : v; };
         const int64_t seen_from = x + second_.left(), seen_end = end + second_.right();
         from_ = whole_ends(seen_from), end_ = whole_ends(seen_end);
         left_ = max<int64_t>(from_ - seen_from, 0), right_ = max<int64_t>(seen_end - end_, 0);
