@@ -7,6 +7,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/mman.h>
 
 #include "quel/host.h"
 
@@ -41,6 +42,11 @@ static_assert(sizeof(Block) % kAlignment == 0);
 constexpr uint64_t kIdlePieces = KA_ASAN ? 0 : 16;
 constexpr uint64_t kIdleBytes = KA_ASAN ? 0 : UINT64_C(256) << 20;
 constexpr uint64_t kFront = sizeof(Block) + (KA_ASAN ? 32 : 0);
+
+// From this size on heaps give back to the system what is freed, so that a temporary is new memory in every call, and the
+// first touch of each of its pages takes longer than many operations on the pixels there. Such pieces are asked for in
+// huge pages.
+constexpr uint64_t kHugePage = UINT64_C(2) << 20, kHuge = UINT64_C(32) << 20;
 
 uint8_t* payload(Piece* piece) { return reinterpret_cast<uint8_t*>(piece + 1); }
 
@@ -179,7 +185,13 @@ void destroy_children(KaMEMSTG* top) {
 }  // namespace
 
 void* obtain(KaSMEMSTG* parent, uint64_t size) {
-    return parent ? take(parent, size, kAlignment, kInternalMark) : malloc(size);
+    if (parent) return take(parent, size, kAlignment, kInternalMark);
+    if (size < kHuge) return malloc(size);
+    void* memory = aligned_alloc(kHugePage, size_t(round_up(size, kHugePage)));
+#ifdef MADV_HUGEPAGE
+    if (memory) madvise(memory, size, MADV_HUGEPAGE);
+#endif
+    return memory;
 }
 
 void give_back(KaSMEMSTG* parent, void* memory) {
