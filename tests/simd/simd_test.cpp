@@ -1,5 +1,5 @@
 // The words of the vector vocabulary: each against a plain expression, at every level (simd/words.cpp) that this machine has,
-// and portable. That none is without: simd/words_test.py.
+// portable, and emulated where the highest is lacking. That none is without: simd/words_test.py.
 #include <gtest/gtest.h>
 
 #include <vector>
@@ -13,6 +13,9 @@
     }
 TARN_LEVELS(DECLARE)
 DECLARE(portable)
+#ifdef TARN_EMULATED
+DECLARE(emulated)
+#endif
 
 TEST(simd, words_give_what_their_plain_expressions_give) {
     struct Level {
@@ -25,6 +28,9 @@ TEST(simd, words_give_what_their_plain_expressions_give) {
     tarn::k::select_level();
     levels.resize(size_t(tarn::k::active_level) + 1);
     LEVEL(portable)
+#ifdef TARN_EMULATED
+    LEVEL(emulated)
+#endif
     for (const Level& level : levels) {
         const int checked = level.check(
             [](const char* at, const char* word, int element, double got, double wanted) {

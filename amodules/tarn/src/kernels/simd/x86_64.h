@@ -1,4 +1,5 @@
-// The words of 64-byte vectors: AVX-512 F, CD, BW, DQ, VL. For simd.h only.
+// The words of 64-byte vectors: AVX-512 F, CD, BW, DQ, VL. For simd.h only. TARN_EMULATED: the tests' build for machines without
+// their registers.
 #pragma once
 
 namespace tarn::k::TARN_LEVEL {
@@ -32,7 +33,9 @@ inline void store_where_n(void* p, Bytes mask, V v, int64_t n) {
 // v, in a register: of a vector that several steps take compilers else read it from memory in each.
 template <class V>
 inline V in_register(V v) {
+#ifndef TARN_EMULATED
     asm("" : "+v"(v));
+#endif
     return v;
 }
 
@@ -120,6 +123,9 @@ inline F64 min(F64 a, F64 b) { return (F64)_mm512_min_pd((__m512d)a, (__m512d)b)
 inline F64 max(F64 a, F64 b) { return (F64)_mm512_max_pd((__m512d)a, (__m512d)b); }
 // a + b and a * b where of two NaN the first wins: the processor's own answer. Compilers swap the operands of their own
 // + and *.
+#ifdef TARN_EMULATED
+using tarn_emulated::add_ordered, tarn_emulated::mul_ordered;
+#else
 inline F32 add_ordered(F32 a, F32 b) {
     F32 r;
     asm("vaddps %2, %1, %0" : "=v"(r) : "v"(a), "v"(b));
@@ -130,6 +136,7 @@ inline F32 mul_ordered(F32 a, F32 b) {
     asm("vmulps %2, %1, %0" : "=v"(r) : "v"(a), "v"(b));
     return r;
 }
+#endif
 // (a + b + 1) / 2.
 inline U8 average(U8 a, U8 b) { return (U8)_mm512_avg_epu8((__m512i)a, (__m512i)b); }
 // The upper halves of the products.
