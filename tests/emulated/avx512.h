@@ -7,9 +7,6 @@
 #include <stdint.h>
 #include <string.h>
 
-// Vectors that no register holds are passed in memory, by everything that is built so.
-#pragma GCC diagnostic ignored "-Wpsabi"
-
 #define SIMDE_ENABLE_NATIVE_ALIASES
 #include <simde/x86/avx512.h>
 
@@ -78,29 +75,22 @@ inline uint64_t compare(V a, V b, int how) {
     return bits;
 }
 
-inline I cvtepu8_epi16(__m256i a) {
+inline I joined(__m256i lower, __m256i upper) {
     simde__m512i_private v;
-    v.m256i[0] = _mm256_cvtepu8_epi16(_mm256_castsi256_si128(a));
-    v.m256i[1] = _mm256_cvtepu8_epi16(_mm256_extracti128_si256(a, 1));
+    v.m256i[0] = lower, v.m256i[1] = upper;
     return whole(v);
+}
+inline __m128i upper_half(__m256i a) { return _mm256_extracti128_si256(a, 1); }
+inline I cvtepu8_epi16(__m256i a) {
+    return joined(_mm256_cvtepu8_epi16(_mm256_castsi256_si128(a)), _mm256_cvtepu8_epi16(upper_half(a)));
 }
 inline I cvtepu8_epi32(__m128i a) {
-    simde__m512i_private v;
-    v.m256i[0] = _mm256_cvtepu8_epi32(a);
-    v.m256i[1] = _mm256_cvtepu8_epi32(_mm_srli_si128(a, 8));
-    return whole(v);
+    return joined(_mm256_cvtepu8_epi32(a), _mm256_cvtepu8_epi32(_mm_srli_si128(a, 8)));
 }
 inline I cvtepi16_epi32(__m256i a) {
-    simde__m512i_private v;
-    v.m256i[0] = _mm256_cvtepi16_epi32(_mm256_castsi256_si128(a));
-    v.m256i[1] = _mm256_cvtepi16_epi32(_mm256_extracti128_si256(a, 1));
-    return whole(v);
+    return joined(_mm256_cvtepi16_epi32(_mm256_castsi256_si128(a)), _mm256_cvtepi16_epi32(upper_half(a)));
 }
-inline I cvtps_epi32(F a) {
-    simde__m512i_private v;
-    for (int i = 0; i < 2; ++i) v.m256i[i] = _mm256_cvtps_epi32(parts(a).m256[i]);
-    return whole(v);
-}
+inline I cvtps_epi32(F a) { return joined(_mm256_cvtps_epi32(parts(a).m256[0]), _mm256_cvtps_epi32(parts(a).m256[1])); }
 inline D cvtps_pd(__m256 a) {
     simde__m512d_private v;
     v.m256d[0] = _mm256_cvtps_pd(_mm256_castps256_ps128(a));
