@@ -45,21 +45,21 @@ inline I mulhi_epu16(I a, I b) {
 }
 
 // a + b and a * b where of two NaN the first wins, as the instructions answer.
-template <class V>
-inline V add_ordered(V a, V b) {
+template <class Op, class V>
+inline V ordered(Op op, V a, V b) {
     __m256 v[2], w[2];
     memcpy(v, &a, sizeof v), memcpy(w, &b, sizeof w);
-    for (int i = 0; i < 2; ++i) asm("vaddps %1, %0, %0" : "+x"(v[i]) : "x"(w[i]));
+    for (int i = 0; i < 2; ++i) op(v[i], w[i]);
     memcpy(&a, v, sizeof v);
     return a;
 }
 template <class V>
+inline V add_ordered(V a, V b) {
+    return ordered([](__m256& v, __m256 w) { asm("vaddps %1, %0, %0" : "+x"(v) : "x"(w)); }, a, b);
+}
+template <class V>
 inline V mul_ordered(V a, V b) {
-    __m256 v[2], w[2];
-    memcpy(v, &a, sizeof v), memcpy(w, &b, sizeof w);
-    for (int i = 0; i < 2; ++i) asm("vmulps %1, %0, %0" : "+x"(v[i]) : "x"(w[i]));
-    memcpy(&a, v, sizeof v);
-    return a;
+    return ordered([](__m256& v, __m256 w) { asm("vmulps %1, %0, %0" : "+x"(v) : "x"(w)); }, a, b);
 }
 
 // A bit for each pair of elements that compare so, by the codes of integers' comparisons.

@@ -135,7 +135,7 @@ private:
     // have the same order but for NaN, for zeros of both signs, and, as the caller has set the float unit, for what is
     // below the normal numbers.
     static constexpr bool kByFloats = __is_same(T, float);
-    static constexpr int64_t kFewCells = 9;  // take no longer as integers
+    static constexpr int64_t kFewCells = 9;  // that integers join as fast
     struct Floats {
         using V = F32;
         static V from(const uint8_t* p) { return load<V>(p); }

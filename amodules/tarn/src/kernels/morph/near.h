@@ -26,7 +26,7 @@ public:
           inside_(cells_.taps(copied_ ? copy_pitch_ : stride_)),
           ends_(cells_.taps(kPitch)) {}
 
-    // Each side's results that see beyond it are an end's, and there is as much between the ends.
+    // Each side's results that see beyond it are an end's, and between the ends there are two more.
     bool fits() const { return cells_.fits() && row_ >= 4 * kEnd; }
     const Cells<Op, T>& cells() const { return cells_; }
 
@@ -40,6 +40,7 @@ public:
 private:
     using Taps = typename Cells<Op, T>::Taps;
     static constexpr int64_t kPitch = 6 * kEnd;  // of copies of rows' ends
+    static_assert(kEnd <= kLine);                // the state has room for six lines of each
     static constexpr int64_t kStrip = 8192;
     static constexpr int64_t kCacheWay = 4096, kSameSet = 10;
 
@@ -84,8 +85,8 @@ private:
     }
     int64_t row_offset(int64_t y) const { return clamp<int64_t>(y, 0, height_ - 1) * stride_; }
 
-    // The ends of these image rows: at each side twice kEnd bytes, and beyond it kEnd of the edge pixel. Here: as locals they
-    // need not be read again after every store.
+    // The ends of these image rows: at each side twice kEnd bytes, and beyond it kEnd of the edge pixel. Members are read
+    // into locals, not again after every store.
     void copy_ends(int64_t from, int64_t count) const {
         const int64_t stride = stride_, height = height_, row = row_, pixel = pixel_;
         const int64_t channels = pixel / int64_t(sizeof(T));
