@@ -11,6 +11,15 @@ namespace {
 constexpr int64_t kBlockBytes = 256 << 10;  // of a strip's block of rows, for the second-level cache
 constexpr int64_t kStripMost = 8192, kStripLeast = 576, kStripUnit = 192;  // elements
 
+// A part of the results, of so many rows and columns as the window says.
+template <class Op, class T, bool kKept, class Order>
+void extreme_part(const Window& w, typename Order::E* block, int64_t pitch) {
+    fold_columns<ExtremeFold<Op, T, Order>>(StridedRows{w.src, w.src_stride}, w.width + w.reach, w.rows, w.height,
+                                            block, pitch);
+    for (int64_t j = 0; j < w.height; ++j)
+        extreme_row<Op, T, kKept, Order>(block + j * pitch, w.dst + j * w.dst_stride, w.width, w.columns, w.channels);
+}
+
 template <class Op, class T, Form kForm>
 Status extreme(const void* src, int32_t src_stride, void* dst, int32_t dst_stride, Size size, Size mask, Offset anchor,
                const Allocator& allocator) {
@@ -21,8 +30,7 @@ Status extreme(const void* src, int32_t src_stride, void* dst, int32_t dst_strid
     // Seven joins along a row are many where each is made of several steps.
     if constexpr (kHasMinMax32 || sizeof(T) < sizeof(float))
         if (is_small<7>(w, sizeof(T))) return extreme_small<Op, T, kForm, 7>(w, allocator);
-    using Fold = ExtremeFold<Op, T>;
-    using E = typename Fold::E;
+    using E = typename Ordered<T>::E;
     const int64_t rows = min(w.rows, w.height);  // of a block
     const int64_t fit = kBlockBytes / int64_t(sizeof(E)) / rows - w.reach;
     const int64_t most = max(min(fit, kStripMost), max(w.reach, kStripLeast)) / kStripUnit * kStripUnit;
@@ -31,16 +39,23 @@ Status extreme(const void* src, int32_t src_stride, void* dst, int32_t dst_strid
     Scratch scratch(allocator);
     E* block = nullptr;
     if (!scratch.carve([&](auto part) { part(block, rows * pitch); })) return kNoMemory;
+    [[maybe_unused]] OrdinaryBlocks blocks;
     for (int64_t x = 0; x < w.width; x += strip) {
-        const int64_t width = min(strip, w.width - x);
+        Window part = w;
+        part.width = min(strip, w.width - x);
         for (int64_t y = 0; y < w.height; y += rows) {
-            const int64_t count = min(rows, w.height - y);
-            const uint8_t* s = w.src + y * w.src_stride + x * int64_t(sizeof(T));
-            fold_columns<Fold>(StridedRows{s, w.src_stride}, width + w.reach, w.rows, count, block, pitch);
-            for (int64_t j = 0; j < count; ++j)
-                extreme_row<Op, T, kept(kForm)>(block + j * pitch,
-                                                w.dst + (y + j) * w.dst_stride + x * int64_t(sizeof(T)), width,
-                                                w.columns, w.channels);
+            part.src = w.src + y * w.src_stride + x * int64_t(sizeof(T));
+            part.dst = w.dst + y * w.dst_stride + x * int64_t(sizeof(T));
+            part.height = min(rows, w.height - y);
+            if constexpr (kFloatsPay<T>) {
+                const int64_t n = (part.width + w.reach) * int64_t(sizeof(T));
+                if (y == 0) blocks.begin(part.src, w.src_stride, n, w.rows);
+                if (blocks.both(part.src + w.rows * w.src_stride, w.src_stride, n, min(w.rows, w.height - 1 - y))) {
+                    extreme_part<Op, T, kept(kForm), AsFloats>(part, reinterpret_cast<float*>(block), pitch);
+                    continue;
+                }
+            }
+            extreme_part<Op, T, kept(kForm), Ordered<T>>(part, block, pitch);
         }
     }
     return kOk;

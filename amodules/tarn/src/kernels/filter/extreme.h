@@ -9,15 +9,16 @@
 namespace tarn::k::TARN_LEVEL {
 namespace {
 
-template <class Op, class S>
+// Order: Ordered<S> or AsFloats.
+template <class Op, class S, class Order = Ordered<S>>
 struct ExtremeFold {
     using T = S;
-    using E = typename Ordered<S>::E;
+    using E = typename Order::E;
     using V = Vec<E>;
     static constexpr int64_t kStep = kLanes<E>;
     template <class Io>
     static V load(Io io, const uint8_t* p, int64_t) {
-        return Ordered<S>::of(io.template load<V>(p));
+        return Order::of(io.template load<V>(p));
     }
     static V join(V a, V b) { return Op::join(a, b); }
 };
@@ -34,17 +35,17 @@ inline Vec<E> join_windows(const E* p, int64_t apart, int64_t last) {
 }
 
 // d := the extremes of windows of kWindows smaller ones.
-template <class Op, class S, bool kKept, int kWindows, class E>
+template <class Op, class S, bool kKept, class Order, int kWindows, class E>
 void finish_row(const E* row, uint8_t* d, int64_t width, int64_t apart, int64_t last) {
     const Bytes mask = colour_mask<S>();
     each_overlapped(width * int64_t(sizeof(S)), [=](auto io, int64_t i) {
         const Vec<E> v = join_windows<Op, kWindows>(row + i / int64_t(sizeof(S)), apart, last);
-        store_form<kKept>(io, d + i, Ordered<S>::of(v), mask);
+        store_form<kKept>(io, d + i, Order::of(v), mask);
     });
 }
 
 // d := the extremes of `columns` pixels of the row each, which is changed.
-template <class Op, class S, bool kKept, class E>
+template <class Op, class S, bool kKept, class Order = Ordered<S>, class E>
 void extreme_row(E* row, uint8_t* d, int64_t width, int64_t columns, int64_t channels) {
     int64_t have = 1;  // pixels that an element stands for
     for (; 4 * have < columns; have *= 4) {
@@ -53,13 +54,13 @@ void extreme_row(E* row, uint8_t* d, int64_t width, int64_t columns, int64_t cha
     }
     const int64_t apart = have * channels, last = (columns - have) * channels;
     if (last == 0)
-        finish_row<Op, S, kKept, 1>(row, d, width, apart, last);
+        finish_row<Op, S, kKept, Order, 1>(row, d, width, apart, last);
     else if (last <= apart)
-        finish_row<Op, S, kKept, 2>(row, d, width, apart, last);
+        finish_row<Op, S, kKept, Order, 2>(row, d, width, apart, last);
     else if (last <= 2 * apart)
-        finish_row<Op, S, kKept, 3>(row, d, width, apart, last);
+        finish_row<Op, S, kKept, Order, 3>(row, d, width, apart, last);
     else
-        finish_row<Op, S, kKept, 4>(row, d, width, apart, last);
+        finish_row<Op, S, kKept, Order, 4>(row, d, width, apart, last);
 }
 
 }  // namespace

@@ -16,10 +16,9 @@ namespace {
 
 // Takes in a block: kSide - 1 rows, from s on, of n bytes of results each. `ends` are those of the block before and
 // become those of this one; d: the results of the masks that begin in the block before, which the first block has not.
-template <class Op, class T, bool kKept, int kSide, int64_t kPixel, bool kFirst>
+template <class Run, class T, bool kKept, int kSide, int64_t kPixel, bool kFirst>
 [[gnu::noinline]] void extreme_block(const uint8_t* s, int64_t src_stride, uint8_t* d, int64_t dst_stride, int64_t n,
                                      uint8_t* ends, int64_t pitch) {
-    using Run = Running<Op, T>;
     constexpr int kRows = kSide - 1;
     const Bytes mask = colour_mask<T>();
     for (int64_t i = 0; i < n; i += kVector, ends += kVector) {
@@ -57,22 +56,31 @@ bool is_small(const Window& w, int64_t element) {
 template <class Op, class T, Form kForm, int kSide>
 Status extreme_small(const Window& w, const Allocator& allocator) {
     constexpr int64_t kRows = kSide - 1, kPixel = kPixelBytes<T, kForm>;
-    const auto first = extreme_block<Op, T, false, kSide, kPixel, true>,
-               next = extreme_block<Op, T, kept(kForm), kSide, kPixel, false>;
+    constexpr auto kFirst = extreme_block<Running<Op, T>, T, false, kSide, kPixel, true>,
+                   kNext = extreme_block<Running<Op, T>, T, kept(kForm), kSide, kPixel, false>;
+    [[maybe_unused]] auto next_of_floats = kNext;  // where both blocks are ordinary
+    if constexpr (kFloatsPay<T>)
+        next_of_floats = extreme_block<RunningFloats<Op>, T, kept(kForm), kSide, kPixel, false>;
     const int64_t n = w.width * int64_t(sizeof(T)), strip = min(n, strip_width(n, kSmallStrip, 192 * sizeof(T)));
     const int64_t pitch = (strip + 2 * kVector - 1) / kVector * kVector;
     Scratch scratch(allocator);
     uint8_t* ends = nullptr;
     if (!scratch.carve([&](auto part) { part(ends, kRows * pitch); })) return kNoMemory;
+    [[maybe_unused]] OrdinaryBlocks blocks;
     // The last strip overlaps the one before, and the last block of results likewise, after a beginning of its own.
     for (int64_t left = 0; left < n; left += strip) {
         const int64_t x = min(left, n - strip);
         for (int64_t top = 0; top < w.height; top += kRows) {
             const int64_t y = min(top, w.height - kRows);
-            const uint8_t* s = w.src + y * w.src_stride + x;
-            if (top == 0 || y < top) first(s, w.src_stride, nullptr, 0, strip, ends, pitch);
-            next(s + kRows * w.src_stride, w.src_stride, w.dst + y * w.dst_stride + x, w.dst_stride, strip, ends,
-                 pitch);
+            const uint8_t *s = w.src + y * w.src_stride + x, *below = s + kRows * w.src_stride;
+            if (top == 0 || y < top) {
+                if constexpr (kFloatsPay<T>) blocks.begin(s, w.src_stride, strip + kRows * kPixel, kRows);
+                kFirst(s, w.src_stride, nullptr, 0, strip, ends, pitch);
+            }
+            auto next = kNext;
+            if constexpr (kFloatsPay<T>)
+                if (blocks.both(below, w.src_stride, strip + kRows * kPixel, kRows)) next = next_of_floats;
+            next(below, w.src_stride, w.dst + y * w.dst_stride + x, w.dst_stride, strip, ends, pitch);
         }
     }
     return kOk;

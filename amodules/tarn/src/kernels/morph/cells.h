@@ -131,28 +131,10 @@ private:
         static V join(V a, V b) { return Op::join(a, b); }
     };
 
-    // Floats by the processor's own extremes, where some are below zero or extremes of integers take several steps. They
-    // have the same order but for NaN, for zeros of both signs, and, as the caller has set the float unit, for what is
-    // below the normal numbers.
+    // Floats by the processor's own extremes, where some are below zero or extremes of integers take several steps.
     static constexpr bool kByFloats = __is_same(T, float);
     static constexpr int64_t kFewCells = 9;  // that integers join as fast
-    struct Floats {
-        using V = F32;
-        static V from(const uint8_t* p) { return load<V>(p); }
-        static V join(V a, V b) { return Op::join(a, b); }
-    };
-    // Whether these rows of n bytes, at least a vector, hold positive zeros, normal numbers and infinities alone.
-    [[gnu::noinline]] static bool ordinary(const uint8_t* s, int64_t stride, int64_t n, int64_t count) {
-        S32 others = {};
-        for (int64_t y = 0; y < count; ++y, s += stride)
-            for (int64_t i = 0; i < n; i += kVector) {
-                const U32 v = load<U32>(s + min(i, n - kVector));
-                // Without its sign, and counted from the least normal number on, from the least integer up.
-                const S32 from_normal = (S32)(v + v + splat(0x7f000000u));
-                others |= (from_normal > splat(0x7e000000)) & (v != U32{});
-            }
-        return negative_bits((S8)others) == 0;
-    }
+    using Floats = RunningFloats<Op>;
     [[gnu::noinline]] static void rows_of_floats(const Taps& taps, const uint8_t* s, int64_t stride, uint8_t* d,
                                                  int64_t dst_stride, int64_t n) {
         for (int64_t i = 0; i < n; i += kVector) {

@@ -38,15 +38,31 @@ template <class E>
     }
 }
 
-// Element j of v[i] changes places with element i of v[j]; at most two groups.
+// Group j of v[i] changes places with group i of v[j].
+template <int kCount>
+[[gnu::always_inline]] inline void transpose_places(Bytes (&v)[kCount]) {
+    if constexpr (kCount == 2) {
+        const Bytes even = even_groups(v[0], v[1]);
+        v[1] = odd_groups(v[0], v[1]), v[0] = even;
+    } else {
+        const Bytes even[] = {even_groups(v[0], v[1]), even_groups(v[2], v[3])},
+                    odd[] = {odd_groups(v[0], v[1]), odd_groups(v[2], v[3])};
+        v[0] = even_groups(even[0], even[1]), v[1] = even_groups(odd[0], odd[1]);
+        v[2] = odd_groups(even[0], even[1]), v[3] = odd_groups(odd[0], odd[1]);
+    }
+}
+
+// Element j of v[i] changes places with element i of v[j].
 template <class E>
 [[gnu::always_inline]] inline void transpose(Bytes (&v)[kLanes<E>]) {
     constexpr int kSide = kGroupLanes<E>;
     for (int g = 0; g < kGroups; ++g) transpose_groups<E>(reinterpret_cast<Bytes(&)[kSide]>(v[g * kSide]));
-    if constexpr (kLanes<E> == 2 * kSide) {
+    if constexpr (kGroups > 1) {
         for (int i = 0; i < kSide; ++i) {
-            const Vec<E> a = (Vec<E>)v[i], b = (Vec<E>)v[i + kSide];
-            v[i] = (Bytes)lower_halves(a, b), v[i + kSide] = (Bytes)upper_halves(a, b);
+            Bytes u[kGroups];
+            for (int g = 0; g < kGroups; ++g) u[g] = v[g * kSide + i];
+            transpose_places(u);
+            for (int g = 0; g < kGroups; ++g) v[g * kSide + i] = u[g];
         }
     }
 }

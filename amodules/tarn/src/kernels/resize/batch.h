@@ -14,15 +14,22 @@ namespace {
 
 constexpr int kBatch = kLanes<float>;
 // Elements of a row that are columns at a time, at most: they stay in the first-level cache.
-constexpr int64_t kColumns = 512;
+constexpr int64_t kColumns = kVector == 64 ? 320 : 512;
 constexpr int kGroupRows = kGroupLanes<float>;
+// Outputs made together, so many that they fill vectors: whole blocks of weights.
+constexpr int kOutputs = kBatch > kTapBlock ? kBatch : kTapBlock;
+
+// Halves of a source pixel for an output, at most.
+template <int kTaps>
+constexpr int kMostHalves = kTaps + 2;
 
 // Whether rows are made faster so than one by one. All of the source becomes columns, however little of it an output takes,
-// and four channels fill a small register without that. Where taps are picked by permutes, they are picked fast enough.
+// and four channels fill a small register without that. Permutes, as far as they reach, pick taps fast enough.
 template <int kTaps, class S>
 constexpr bool batches_pay(int channels, int64_t from, int64_t to) {
     constexpr bool kFloats = sizeof(S) == 4;
-    int halves = kTaps + 2;  // of a source pixel for an output, at most
+    int halves = kMostHalves<kTaps>;
+    if (kHasPermute) return from > kPermuted * to && 2 * from <= halves * to;
     if (channels == 4) halves = kVector > 16 ? max(kTaps - kFloats, 2) : kTaps > 2 && !kFloats ? kTaps : 0;
     if (channels < 4 && kVector == 16 && kTaps == 2) halves = channels == 1 ? 3 : 0;
     return 2 * from <= halves * to;
@@ -83,20 +90,22 @@ template <class T>
     }
 }
 
-// Blocks of output pixels, from columns that begin with source pixel `from`, to the rows at `out`.
+// Output pixels, kOutputs at a time, from columns that begin with source pixel `from`, to the rows at `out`.
 template <int kTaps, bool kExact, int kChannels>
 [[gnu::noinline]] void weigh_columns(const TapBlock<kTaps>* taps, int64_t blocks, int64_t from, const F32* columns,
                                      float* out, const int64_t (&to)[kBatch]) {
-    constexpr int kElements = kTapBlock * kChannels;
-    for (const TapBlock<kTaps>* end = taps + blocks; taps < end; ++taps) {
+    constexpr int kElements = kOutputs * kChannels;
+    for (const TapBlock<kTaps>* end = taps + blocks; taps < end; taps += kOutputs / kTapBlock) {
         F32 made[kElements];
-#pragma GCC unroll 8
-        for (int i = 0; i < kTapBlock; ++i) {
-            const F32* first = columns + (taps->first[i] - from) * kChannels;
+#pragma GCC unroll 16
+        for (int i = 0; i < kOutputs; ++i) {
+            const TapBlock<kTaps>& t = taps[i / kTapBlock];
+            const F32* first = columns + (t.first[i % kTapBlock] - from) * kChannels;
 #pragma GCC unroll 4
             for (int c = 0; c < kChannels; ++c)
-                made[i * kChannels + c] = sum_of<kTaps, kExact>([&](int k) { return first[k * kChannels + c]; },
-                                                                [&](int k) { return splat(taps->weight[k][i]); });
+                made[i * kChannels + c] =
+                    sum_of<kTaps, kExact>([&](int k) { return first[k * kChannels + c]; },
+                                          [&](int k) { return splat(t.weight[k][i % kTapBlock]); });
         }
 #pragma GCC unroll 8
         for (int e = 0; e < kElements; e += kBatch, out += kBatch) {
@@ -115,15 +124,16 @@ public:
     static constexpr int kTaps = Filter::kTaps;
     // Elements of a strip at most: what is read and written for it stays in the second-level cache.
     static constexpr int64_t kMost = sizeof(S) < 4 ? 7680 : 3840;
+    static_assert((kOutputs * kMostHalves<kTaps> / 2 + kTaps + 1) * 4 <= kColumns);
 
     // For strips of so many pixels.
     Batches(const Job& j, int channels, int64_t strip) : job_(j), channels_(channels) {
-        blocks_ = (strip + kTapBlock - 1) / kTapBlock;
+        blocks_ = blocks_of(strip);
         pitch_ = blocks_ * kTapBlock * channels + 4 * kLanes<float>;
         pitch_ += pitch_ % 256 ? 0 : 16;
-        // The source pixels of n blocks are n * 8 * from / to + kTaps, and one more for what is rounded.
+        // The source pixels of n outputs are n * from / to + kTaps, and one more for what is rounded.
         const int64_t pixels = kColumns / channels - kTaps - 1, from = j.region.width, to = j.dst_size.width;
-        piece_ = clamp<int64_t>(pixels * to / (from * kTapBlock), 1, blocks_);
+        piece_ = blocks_of(clamp<int64_t>(pixels * to / from / kOutputs * kOutputs, 1, strip));
     }
     template <class Part>
     void carve(Part part) {
@@ -133,7 +143,7 @@ public:
     // Before another tile.
     void begin(const Tile& tile, const TapBlock<kTaps>* row_taps) {
         row_taps_ = row_taps, bottom_ = tile.bottom;
-        blocks_ = (tile.width + kTapBlock - 1) / kTapBlock;
+        blocks_ = blocks_of(tile.width);
         const int64_t width = job_.dst_size.width;
         Walk walk(job_.region.width, width, width, tile.x);
         for (int64_t b = 0; b < blocks_; ++b) find_taps<Filter, kExact>(walk, taps_[b]);
@@ -152,6 +162,8 @@ public:
 
 private:
     static constexpr int kSlots = kTaps - 1 + kBatch;
+
+    static int64_t blocks_of(int64_t outputs) { return (outputs + kOutputs - 1) / kOutputs * (kOutputs / kTapBlock); }
 
     // The next batch: rows that output y and those below it need and that are not made. At the end some are there twice.
     void make(int64_t y) {

@@ -134,7 +134,7 @@ void prepare(StripTables& t, const Job& j, const Tile& tile, int channels) {
             repeat_channels(taps.weight[k], channels, t.weight + k * t.pitch + done * channels);
     }
     t.fetch = Fetch::by_pixel;
-    if (kHasPermute && j.region.width <= 2 * width) find_windows<kTaps>(t, channels);
+    if (kHasPermute && j.region.width <= kPermuted * width) find_windows<kTaps>(t, channels);
     const int64_t pixel_bytes = channels * int64_t(sizeof(S));
     if (t.fetch == Fetch::by_pixel && channels == 1)
         find_apart<kTaps, S>(t, j.src_size.width, j.region.x);

@@ -12,6 +12,9 @@ namespace {
 template <class T>
 constexpr bool kExactSums = sizeof(T) == 1;
 
+// Source pixels for an output up to which permutes reach the taps of a vector of outputs.
+constexpr int64_t kPermuted = 2;
+
 // The i-th tap to be added: from the small outer ones to the inner ones, left and right in turn.
 constexpr int outer_first(int i, int taps) { return i % 2 ? taps - 1 - i / 2 : i / 2; }
 

@@ -203,15 +203,9 @@ inline Bytes in_order_twice(Bytes v) {
 inline Bytes join_twelves(Bytes v) {
     return (Bytes)_mm256_permutevar8x32_epi32((__m256i)v, _mm256_setr_epi32(0, 1, 2, 4, 5, 6, 3, 7));
 }
-// a's half, then b's.
-template <class V>
-inline V lower_halves(V a, V b) {
-    return (V)_mm256_permute2x128_si256((__m256i)a, (__m256i)b, 0x20);
-}
-template <class V>
-inline V upper_halves(V a, V b) {
-    return (V)_mm256_permute2x128_si256((__m256i)a, (__m256i)b, 0x31);
-}
+// a's even groups, then b's; and the odd ones.
+inline Bytes even_groups(Bytes a, Bytes b) { return (Bytes)_mm256_permute2x128_si256((__m256i)a, (__m256i)b, 0x20); }
+inline Bytes odd_groups(Bytes a, Bytes b) { return (Bytes)_mm256_permute2x128_si256((__m256i)a, (__m256i)b, 0x31); }
 
 // Three vectors' groups dealt out one by one, as deinterleave3 wants them: 0 3, 1 4, 2 5.
 template <class V>

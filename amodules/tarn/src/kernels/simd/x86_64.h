@@ -211,6 +211,9 @@ inline Bytes interleave_upper64(Bytes a, Bytes b) { return (Bytes)_mm512_unpackh
 // Each group: elements 0 and 2, or 1 and 3, of four bytes of a's group, then of b's.
 inline Bytes even32(Bytes a, Bytes b) { return (Bytes)_mm512_shuffle_ps((__m512)a, (__m512)b, 0x88); }
 inline Bytes odd32(Bytes a, Bytes b) { return (Bytes)_mm512_shuffle_ps((__m512)a, (__m512)b, 0xdd); }
+// a's even groups, then b's; and the odd ones.
+inline Bytes even_groups(Bytes a, Bytes b) { return (Bytes)_mm512_shuffle_i32x4((__m512i)a, (__m512i)b, 0x88); }
+inline Bytes odd_groups(Bytes a, Bytes b) { return (Bytes)_mm512_shuffle_i32x4((__m512i)a, (__m512i)b, 0xdd); }
 // One element of four bytes of each group, four times.
 template <int kElement>
 inline Bytes repeat32(Bytes v) {
