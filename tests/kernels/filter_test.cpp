@@ -122,24 +122,32 @@ void median_of_steps(const k::Kernel<k::Filter>& median, k::Size mask) {
     });
 }
 
-// A case of one channel at a size of its own, over runs of equal elements.
+// A case at a size of its own, over these elements.
 template <class T>
-void check_at(k::Size size, const cases::Case& c) {
-    const k::Size source = c.planes[0].size(size);
-    std::mt19937 rng(1);
-    std::vector<T> in(size_t(source.width * source.height)), out(size_t(size.width * size.height)), wanted(out);
-    for (T& v : in) v = T(rng() % 3 ? rng() >> 4 : 7);
+void check_on(std::vector<T>& in, k::Size size, const cases::Case& c) {
+    const int channels = c.planes[0].elements;
+    std::vector<T> out(size_t(size.width * size.height * channels)), wanted(out);
     const auto views = [&](std::vector<T>& results) {
-        const auto view = [](std::vector<T>& v, k::Size n) {
-            return cases::View{reinterpret_cast<uint8_t*>(v.data()), int32_t(n.width * sizeof(T)), n};
+        const auto view = [=](std::vector<T>& v, k::Size n) {
+            return cases::View{reinterpret_cast<uint8_t*>(v.data()), int32_t(n.width * channels * sizeof(T)), n};
         };
-        return std::vector{view(in, source), view(results, size)};
+        return std::vector{view(in, c.planes[0].size(size)), view(results, size)};
     };
     c.expect(views(wanted).data(), size);
     test::at_every_level([&](int level) {
         ASSERT_EQ(c.run(views(out).data(), size), k::kOk);
         EXPECT_EQ(out, wanted) << c.name << " at level " << level;
     });
+}
+
+// One of one channel, over runs of equal elements.
+template <class T>
+void check_at(k::Size size, const cases::Case& c) {
+    const k::Size source = c.planes[0].size(size);
+    std::mt19937 rng(1);
+    std::vector<T> in(size_t(source.width * source.height));
+    for (T& v : in) v = T(rng() % 3 ? rng() >> 4 : 7);
+    check_on(in, size, c);
 }
 
 // More rows, or pixels in a row, than are worked on at a time.
@@ -183,6 +191,38 @@ TEST(filter, medians_of_more_than_65535) {
         median_of_steps<uint8_t>(k::median_u8_c1, mask);
         median_of_steps<int16_t>(k::median_s16_c1, mask);
     }
+}
+
+// Floats by their bits: ordinary ones, and a few that processors order otherwise, anywhere and at the ends of rows.
+TEST(filter, extremes_where_few_floats_are_not_ordinary) {
+    const auto ordered = [](int32_t a, int32_t b) {
+        const auto key = [](int32_t v) { return v ^ (v >> 31 & INT32_MAX); };
+        return key(a) < key(b);
+    };
+    const auto least = [=](const std::vector<int32_t>& w) { return *std::min_element(w.begin(), w.end(), ordered); };
+    const auto greatest = [=](const std::vector<int32_t>& w) { return *std::max_element(w.begin(), w.end(), ordered); };
+    const uint32_t others[] = {0x7fc00000, 0xffc00000, 0x80000000, 0x7fffff};
+    const k::Size size{40, 36};
+    std::mt19937 random(5);
+    for (const int side : {3, 5, 7, 15})
+        for (const int channels : {1, 3})
+            for (int round = 0; round < 24; ++round) {
+                const cases::Mask mask{{side, side - round % 2}, {side / 2, 0}};
+                const k::Size source{size.width + mask.size.width - 1, size.height + mask.size.height - 1};
+                const uint32_t row = uint32_t(source.width * channels);
+                std::vector<int32_t> in(row * size_t(source.height));
+                for (int32_t& v : in) v = int32_t((random() % 9 ? 0x3f800000 : 0xbf800000) + (random() >> 9));
+                for (int n = 0; n < round % 5; ++n) {
+                    in[random() % in.size()] = int32_t(others[random() % 4]);
+                    const uint32_t y = random() % uint32_t(n % 2 ? source.height : 3);
+                    in[y * row + row - 1 - random() % 6] = int32_t(others[random() % 4]);
+                }
+                const auto check = [&](const k::Kernel<k::Filter>& kernel, auto value) {
+                    check_on(in, size, cases::filter_case<int32_t>("f32", kernel, channels, false, mask, value));
+                };
+                check(channels == 1 ? k::filter_min_f32_c1 : k::filter_min_f32_c3, least);
+                check(channels == 1 ? k::filter_max_f32_c1 : k::filter_max_f32_c3, greatest);
+            }
 }
 
 }  // namespace

@@ -152,8 +152,6 @@ TEST(morph, of_images_of_several_strips_and_bands_is_what_it_is_made_of) {
             }
 }
 
-// Rows of more than one strip; floats below zero in some places and not in others; images lower than the element;
-// strides at which rows meet in the cache's sets; cells all to one side of the anchor.
 // Floats between one and two, in parts below zero, and among them a few that processors order otherwise: anywhere, and where
 // only results of a row's ends see them.
 void make_ordinary(Image& image, std::mt19937& random) {
@@ -169,6 +167,8 @@ void make_ordinary(Image& image, std::mt19937& random) {
     }
 }
 
+// Rows of more than one strip; floats below zero in some places and not in others; images lower than the element;
+// strides at which rows meet in the cache's sets; cells all to one side of the anchor.
 TEST(morph, of_small_elements_is_what_it_is_made_of) {
     Element aside("random", {11, 9}, {10, 8});
     for (size_t i = 0; i < aside.cells.size(); ++i) aside.cells[i] &= i % 11 < 5 && i < 5 * 11;
