@@ -36,7 +36,8 @@ struct Options {
     std::string folder() const;
 };
 
-// Seconds of one call of each contender: the least of many rounds, in each of which all take their turn, and the median.
+// Seconds of one call of each contender: the least of many rounds, in each of which all take their turn, and the
+// median.
 struct Times {
     double least, median;
 };

@@ -1,5 +1,5 @@
-// Box, minimum and maximum filters beside OpenCV's, which gets the same: a region within a larger image, whose pixels around the
-// region it reads as we do; no border is made on either side.
+// Box, minimum and maximum filters beside OpenCV's, which gets the same: a region within a larger image, whose pixels
+// around the region it reads as we do; no border is made on either side.
 #include "cases/filter.h"
 
 #include "bench.h"

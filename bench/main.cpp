@@ -39,8 +39,8 @@ std::vector<Family*>& families() {
 }
 
 // Memory of one plane. Starts are staggered, so that streams do not meet in the same cache sets; or aligned, all at the
-// beginning of a page; or unlucky, a few bytes apart from page to page and at no multiple of a vector, so that a load waits
-// for a store to what seems its own address.
+// beginning of a page; or unlucky, a few bytes apart from page to page and at no multiple of a vector, so that a load
+// waits for a store to what seems its own address.
 struct Buffer {
     Buffer(int64_t bytes, int index, const std::string& addresses) {
         memory =
@@ -212,8 +212,8 @@ std::string Bench::table() const {
 
 std::string Options::folder() const { return std::string("docs/bench/") + k::kLevelNames[k::active_level]; }
 
-// Measures at this level. OpenCV asks for its instructions when it is loaded, so the program begins anew where it is not yet
-// held to them.
+// Measures at this level. OpenCV asks for its instructions when it is loaded, so the program begins anew where it is
+// not yet held to them.
 void choose_level(const std::string& level, char** argv) {
     const auto at = int(std::find(std::begin(k::kLevelNames), std::end(k::kLevelNames), level) - k::kLevelNames);
     if (at > k::active_level) {

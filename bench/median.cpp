@@ -1,4 +1,5 @@
-// The median beside OpenCV's, which has square masks of odd sides, 16 bits without sign, and those for sides 3 and 5 only.
+// The median beside OpenCV's, which has square masks of odd sides, 16 bits without sign, and those for sides 3 and 5
+// only.
 #include "cases/filter.h"
 
 #include "bench.h"

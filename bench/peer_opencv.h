@@ -12,8 +12,8 @@ inline cv::Mat mat(const cases::View& v, int type) {
     return cv::Mat(v.size.height, v.size.width, type, v.data, size_t(v.stride));
 }
 
-// Element types and forms of pixels, as kernels' names and OpenCV have them. A kept fourth channel is one like any other
-// there.
+// Element types and forms of pixels, as kernels' names and OpenCV have them. A kept fourth channel is one like any
+// other there.
 struct Element {
     const char* name;
     int depth;

@@ -1,4 +1,5 @@
-// Thresholds beside OpenCV's, as whole operations: on a photograph and on noise, of which the histogram's counts are spread.
+// Thresholds beside OpenCV's, as whole operations: on a photograph and on noise, of which the histogram's counts are
+// spread.
 #include <cfloat>
 #include <random>
 

@@ -1,6 +1,6 @@
-// Copy-transform beside OpenCV's chain of calls, and its maker of network inputs, as whole operations: the ways that camera
-// frames go into networks, and changes of layout and colour alone. OpenCV resizes bytes before it widens them; we widen
-// first, which is closer.
+// Copy-transform beside OpenCV's chain of calls, and its maker of network inputs, as whole operations: the ways that
+// camera frames go into networks, and changes of layout and colour alone. OpenCV resizes bytes before it widens them;
+// we widen first, which is closer.
 #include <opencv2/dnn.hpp>
 #include <random>
 

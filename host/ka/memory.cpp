@@ -43,9 +43,9 @@ constexpr uint64_t kIdlePieces = KA_ASAN ? 0 : 16;
 constexpr uint64_t kIdleBytes = KA_ASAN ? 0 : UINT64_C(256) << 20;
 constexpr uint64_t kFront = sizeof(Block) + (KA_ASAN ? 32 : 0);
 
-// From this size on heaps give back to the system what is freed, so that a temporary is new memory in every call, and the
-// first touch of each of its pages takes longer than many operations on the pixels there. Such pieces are asked for in
-// huge pages.
+// From this size on heaps give back to the system what is freed, so that a temporary is new memory in every call, and
+// the first touch of each of its pages takes longer than many operations on the pixels there. Such pieces are asked for
+// in huge pages.
 constexpr uint64_t kHugePage = UINT64_C(2) << 20, kHuge = UINT64_C(32) << 20;
 
 uint8_t* payload(Piece* piece) { return reinterpret_cast<uint8_t*>(piece + 1); }

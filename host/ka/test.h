@@ -1,5 +1,5 @@
-/* What tests and `tarn check` ask of memory. The libKa that hosts are linked with has none of it: a second one, of the same name in
- * the folder check/, has. */
+/* What tests and `tarn check` ask of memory. The libKa that hosts are linked with has none of it: a second one, of the
+ * same name in the folder check/, has. */
 #ifndef TARN_HOST_KA_TEST_H
 #define TARN_HOST_KA_TEST_H
 

@@ -1,5 +1,5 @@
-// The companion module's frame: a module like tarn-ipp, of the same interface. It has the operations that tarn-ipp declares and
-// leaves to it, and declares the others.
+// The companion module's frame: a module like tarn-ipp, of the same interface. It has the operations that tarn-ipp
+// declares and leaves to it, and declares the others.
 #include "ipp/frame.h"
 
 #include "tarn-c/operations.h"

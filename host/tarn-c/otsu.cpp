@@ -1,5 +1,6 @@
-// The variance between two classes is (s N - n S)^2 / (n (N - n)), over N^3, where n of the N elements are in the lower class and
-// s and S are the sums of their intervals' numbers. Variances that double can't tell apart are compared as fractions of integers.
+// The variance between two classes is (s N - n S)^2 / (n (N - n)), over N^3, where n of the N elements are in the lower
+// class and s and S are the sums of their intervals' numbers. Variances that double can't tell apart are compared as
+// fractions of integers.
 #include "tarn-c/otsu.h"
 
 #include <string.h>
@@ -54,7 +55,8 @@ int32_t lower_class_end(const uint64_t* counts, int32_t bins, Int all, Int all_s
         if (lower == all) break;
         // The mean of the lower class is below that of all.
         const Int r = lower * all_sum - sum * all, d = lower * (all - lower);
-        // The quotient is formed only where it is the greatest so far: most are not, and a division takes as long as the rest.
+        // The quotient is formed only where it is the greatest so far: most are not, and a division takes as long as
+        // the rest.
         const double square = double(r) * double(r), by = double(d);
         if (square < greatest * by * (1 - 1e-12)) continue;
         if (square > greatest * by * (1 + 1e-12) || is_greater(Wide(r), Wide(d), Wide(root), Wide(divisor)))
@@ -63,9 +65,9 @@ int32_t lower_class_end(const uint64_t* counts, int32_t bins, Int all, Int all_s
     return found;
 }
 
-// The same of few elements and intervals, as a picture's tiles have, where the search takes as long as the counting: all variances
-// in vectors, and of those near the greatest the fractions. lower and sum: of the classes that end with each interval, integers
-// whose products double holds.
+// The same of few elements and intervals, as a picture's tiles have, where the search takes as long as the counting:
+// all variances in vectors, and of those near the greatest the fractions. lower and sum: of the classes that end with
+// each interval, integers whose products double holds.
 constexpr int32_t kFew = 512, kGroup = 16;
 int32_t lower_class_end_of_few(const uint64_t* counts, int32_t bins, const int32_t* lower, const int32_t* sum) {
     double variance[kFew];

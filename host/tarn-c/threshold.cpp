@@ -16,7 +16,7 @@ int64_t refuse_option(const Context& context, const char* text) {
     return refuse(context, QUEL_E_OPTION, QUEL_C_ARGUMENT, 3, text);
 }
 
-// ---- Specifications as kernels read them ------------------------------------------------------------------------------
+// ---- Specifications as kernels read them ----------------------------------------------------------------------------
 
 // A number in the bits of an element: of integers the nearest, saturated.
 uint32_t bits_of(float value, k::Type type) {
@@ -30,8 +30,8 @@ uint32_t bits_of(float value, k::Type type) {
     return uint32_t(int32_t(nearbyintf(inside)));
 }
 
-// The level of an integer: comparing with the result is comparing with the value. An integer is above a value when it is above
-// the largest integer that is not, and so on; it never equals one that is none.
+// The level of an integer: comparing with the result is comparing with the value. An integer is above a value when it
+// is above the largest integer that is not, and so on; it never equals one that is none.
 int32_t level_of(float value, int32_t comparison) {
     const bool up = comparison == k::kLess || comparison == k::kGreaterEqual;
     const float whole = up ? ceilf(value) : floorf(value);

@@ -15,8 +15,8 @@ struct Widths {
 };
 inline constexpr Widths kWidths[] = {{2, 1, 3, 2}, {0, 0, 5, 0}, {150, 2, 71, 0}};
 
-// A border around a case's size. The kernel takes more after source, its size, destination, its size and corner; constants
-// are null where the source's edge is repeated.
+// A border around a case's size. The kernel takes more after source, its size, destination, its size and corner;
+// constants are null where the source's edge is repeated.
 template <class T, class Fn, class... More>
 void border_kernel_cases(const Listed<Fn>& k, const T* constants, const auto& visit, More... more) {
     const int channels = k.channels;

@@ -101,7 +101,7 @@ void each_element(Size n, int elements, Fn fn) {
             for (int c = 0; c < elements; ++c) fn(x, y, c);
 }
 
-// ---- Kernels by the rows of the lists --------------------------------------------------------------------------------
+// ---- Kernels by the rows of the lists -------------------------------------------------------------------------------
 
 // One of an operation's kernels: its name, its form, the elements of its pixels, and how many of them it works on.
 template <class Fn>

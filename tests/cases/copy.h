@@ -8,7 +8,8 @@
 
 namespace tarn::cases {
 
-// Into another plane from all of one, or from a part of a wider one, whose rows lie further apart than the destination's.
+// Into another plane from all of one, or from a part of a wider one, whose rows lie further apart than the
+// destination's.
 template <class T>
 Case copy_case(const Listed<k::Unary>& k, bool of_a_part) {
     Case c{k.name + (of_a_part ? " of a part" : ""), {in<T>(k.channels), k.template destination<T>()}, {}, {}};

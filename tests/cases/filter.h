@@ -61,8 +61,8 @@ void median_cases(Visit&& visit) {
                            const std::vector<Mask>& list) {
         for (const Mask& m : list) visit(filter_case<decltype(type)>(name, kernel, channels, kept, m, LowerMedian{}));
     };
-    // For each size that a route of its own serves, one form sees an anchor off centre; sizes without one: even sides, a row,
-    // a column, masks that need larger counts or larger columns' numbers.
+    // For each size that a route of its own serves, one form sees an anchor off centre; sizes without one: even sides,
+    // a row, a column, masks that need larger counts or larger columns' numbers.
     const std::vector<Mask> few = {{{3, 3}, {1, 1}}, {{5, 5}, {2, 2}}, {{4, 2}, {3, 0}}, {{12, 11}, {0, 10}}};
     const std::vector<Mask> more = {{{1, 1}, {0, 0}},  {{6, 7}, {5, 0}},     {{7, 7}, {6, 1}},   {{1, 9}, {0, 8}},
                                     {{10, 1}, {2, 0}}, {{29, 30}, {14, 15}}, {{1, 260}, {0, 9}}, {{130, 2}, {0, 1}}};

@@ -1,5 +1,5 @@
-// Cases of the thresholds and histograms. Choices: a value each, the element itself where the comparison holds, and where it
-// does not; levels between the elements, at their ends and beyond them.
+// Cases of the thresholds and histograms. Choices: a value each, the element itself where the comparison holds, and
+// where it does not; levels between the elements, at their ends and beyond them.
 #pragma once
 
 #include <algorithm>

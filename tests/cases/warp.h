@@ -1,5 +1,5 @@
-// Cases of the warps: every kernel over turns, shears and scales, from and to whole planes and regions. Nearest is compared
-// with a plain loop; the others between levels here, and with the real values in kernels/warp_test.cpp.
+// Cases of the warps: every kernel over turns, shears and scales, from and to whole planes and regions. Nearest is
+// compared with a plain loop; the others between levels here, and with the real values in kernels/warp_test.cpp.
 #pragma once
 
 #include <cmath>

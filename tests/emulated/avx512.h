@@ -1,6 +1,6 @@
-// The instructions of 64-byte vectors, made of those of half the width, so that their code is tried on machines without them.
-// Included before all else in kernel sources that are built for level 3's processors. SIMDe has most of the functions; those
-// that it lacks, or takes with other parameters, follow.
+// The instructions of 64-byte vectors, made of those of half the width, so that their code is tried on machines without
+// them. Included before all else in kernel sources that are built for level 3's processors. SIMDe has most of the
+// functions; those that it lacks, or takes with other parameters, follow.
 #pragma once
 
 #include <immintrin.h>

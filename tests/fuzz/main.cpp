@@ -1,6 +1,6 @@
-// Random calls of all operations, judged without knowing what they compute: no operation may write or read elsewhere, keep
-// memory, leave the float unit changed, or give other bits at another level, in another float state, from other strides and
-// addresses; with an allocation failing it does its work or refuses.
+// Random calls of all operations, judged without knowing what they compute: no operation may write or read elsewhere,
+// keep memory, leave the float unit changed, or give other bits at another level, in another float state, from other
+// strides and addresses; with an allocation failing it does its work or refuses.
 #include <chrono>
 #include <cmath>
 #include <cstdio>

@@ -1,4 +1,5 @@
-// What the program reads from others, for the coverage-guided fuzzer. FUZZ_READER chooses: a picture, an array, a command line.
+// What the program reads from others, for the coverage-guided fuzzer. FUZZ_READER chooses: a picture, an array, a
+// command line.
 #include <sys/mman.h>
 #include <unistd.h>
 

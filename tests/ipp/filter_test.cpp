@@ -14,8 +14,8 @@ int64_t filter(LumoMAT* dst, const LumoMAT* src, const LumoRECT* region, uint32_
     return call<TarnFilter>("filter", err, storage, dst, src, region, kind, mask);
 }
 
-// What a pixel of the result is: of the region's neighbours in src, or of its own nearest pixels. Of two channels the mask
-// counts pairs of pixels.
+// What a pixel of the result is: of the region's neighbours in src, or of its own nearest pixels. Of two channels the
+// mask counts pairs of pixels.
 double filtered(const LumoMAT* src, const LumoRECT& region, uint32_t kind, const TarnMASK& m, bool neighbours, int x,
                 int y, int c) {
     const int pixels = (src->elemtype >> 12 & 15) == 2 ? 2 : 1;

@@ -140,7 +140,8 @@ inline constexpr char kTypesOfBoth[] = "@src(.elem-type, .nchannels) -> @dst(.el
 // Expects that an operation made one error value with these codes, naming this text, and returned -1.
 void expect_error(int64_t result, const QuelERR& err, uint32_t code, uint32_t cls, const std::string& text);
 
-// Expects that run(error context) refuses its arrays for their types or sizes with this text, and leaves all bytes of dst.
+// Expects that run(error context) refuses its arrays for their types or sizes with this text, and leaves all bytes of
+// dst.
 template <class Run>
 void expect_refused(const Array& dst, const char* text, Run run) {
     const std::vector<uint8_t> before = dst.memory;
@@ -149,7 +150,8 @@ void expect_refused(const Array& dst, const char* text, Run run) {
     EXPECT_EQ(dst.memory, before);
 }
 
-// Expects that memory was out: told by an error value of this operation, or, of a temporary (true), by the status alone.
+// Expects that memory was out: told by an error value of this operation, or, of a temporary (true), by the status
+// alone.
 bool out_of_memory_of_a_temporary(int64_t result, const QuelERR& err, const char* operation);
 
 // Expects of run(destination) the same pixels whatever the caller's rounding mode is, and that the mode stays.
@@ -178,8 +180,8 @@ int each_allocation_failing(Body body, CheckFn check) {
     }
 }
 
-// Runs body(error context) with each allocation failing, as above; each must give an out-of-memory error of this operation
-// and leave all bytes of dst.
+// Runs body(error context) with each allocation failing, as above; each must give an out-of-memory error of this
+// operation and leave all bytes of dst.
 template <class Body>
 int each_allocation_reported(const std::string& operation, Array& dst, Body body) {
     const std::vector<uint8_t> before = dst.memory;

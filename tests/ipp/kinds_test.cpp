@@ -1,4 +1,5 @@
-// The published table of kinds: every operation called with every type, in a process of its own, and what becomes of it.
+// The published table of kinds: every operation called with every type, in a process of its own, and what becomes of
+// it.
 #include "tarn_kinds.h"
 
 #include <fcntl.h>

@@ -120,8 +120,8 @@ TEST(mlnn, without_layers_does_nothing) {
 }
 
 TEST(mlnn, layers_in_turn_give_their_sums_to_the_bit) {
-    // Shapes around the tiles and blocks, up to thousands; a sample alone and in batches; rows padded and upwards; with and
-    // without bias; one to four layers.
+    // Shapes around the tiles and blocks, up to thousands; a sample alone and in batches; rows padded and upwards; with
+    // and without bias; one to four layers.
     struct Row {
         int samples;
         std::vector<int> widths;

@@ -85,8 +85,8 @@ TEST(scaleresize, to_another_kind_equals_a_conversion_of_everything_before_it) {
         LumoRECT region;
         int32_t width, height;
     };
-    // Region corners near each edge, so that the context is cut there; odd ones for pairs of pixels. Strong shrinks, down
-    // to single pixels, for which only what the taps reach is converted.
+    // Region corners near each edge, so that the context is cut there; odd ones for pairs of pixels. Strong shrinks,
+    // down to single pixels, for which only what the taps reach is converted.
     for (const Row& row : {Row{{0, 0, 12, 9}, 18, 14}, Row{{11, 9, 25, 23}, 18, 14}, Row{{3, 1, 13, 9}, 18, 14},
                            Row{{27, 120, 41, 131}, 18, 14}, Row{{0, 0, 40, 131}, 2, 3}, Row{{1, 2, 40, 130}, 4, 1},
                            Row{{1, 2, 40, 129}, 1, 1}, Row{{5, 0, 36, 131}, 1, 5}})

@@ -149,7 +149,7 @@ TarnTHROPTIONS adaptive_options(int x, int y, int width, int height) {
 
 }  // namespace
 
-// ---- The companion's operations ---------------------------------------------------------------------------------------
+// ---- The companion's operations -------------------------------------------------------------------------------------
 
 TEST(threshold_imm, compares_every_kind_and_form_exactly_and_applies_specifications_in_order) {
     TarnTHRSPEC keeps = spec(TARN_LESS, 100.5f, 0);
@@ -311,7 +311,7 @@ TEST(calcthresh_otsu, refuses_and_reports) {
                             [&](int64_t) { EXPECT_EQ(err.last.code, uint32_t(QUEL_E_NOMEM)); });
 }
 
-// ---- What "threshold" asks of its siblings ----------------------------------------------------------------------------
+// ---- What "threshold" asks of its siblings --------------------------------------------------------------------------
 
 TEST(threshold, with_a_plain_method_hands_the_region_and_the_specifications_on) {
     Array src(u8(1), 20, 10), dst(u8(1), 20, 10), small(u8(1), 6, 3);
@@ -416,7 +416,7 @@ TEST(threshold, refuses_options_out_of_range_and_writes_nothing) {
     }
 }
 
-// ---- The whole ----------------------------------------------------------------------------------------------------------
+// ---- The whole ------------------------------------------------------------------------------------------------------
 
 TEST(threshold, through_the_companion_is_what_its_parts_are) {
     Array src = Array(u8(1), 40, 30, 5).filled(3), dst(u8(1), 40, 30), want(u8(1), 40, 30), means(u8(1), 40, 30);

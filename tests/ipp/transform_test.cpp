@@ -1,5 +1,5 @@
-// "tarn::copy-transform" through the module: any shape to any other against the single operations on planes, one after the
-// other, and plain loops where there is none; refusals; memory.
+// "tarn::copy-transform" through the module: any shape to any other against the single operations on planes, one after
+// the other, and plain loops where there is none; refusals; memory.
 #include <sys/mman.h>
 
 #include <algorithm>

@@ -1,11 +1,11 @@
 // Checks a kernel case at every level over many shapes: widths around every vector width, several heights, packed and
-// padded rows, rows that go upwards, rows at odd bytes, pixels right behind and right before an inaccessible page. A kernel
-// fails when it differs from the case's expectation, when a level differs from level 0 in one bit, when it writes anything
-// but the pixels of its outputs, when it takes a size that is not positive or a missing plane, or when it touches memory
-// behind or before its planes (the process then dies naming the place it was at).
+// padded rows, rows that go upwards, rows at odd bytes, pixels right behind and right before an inaccessible page. A
+// kernel fails when it differs from the case's expectation, when a level differs from level 0 in one bit, when it
+// writes anything but the pixels of its outputs, when it takes a size that is not positive or a missing plane, or when
+// it touches memory behind or before its planes (the process then dies naming the place it was at).
 //
-// From the environment: TARN_SEED, the first seed of the random planes (1); TARN_LEVELS=ends, only the lowest level and the
-// highest.
+// From the environment: TARN_SEED, the first seed of the random planes (1); TARN_LEVELS=ends, only the lowest level and
+// the highest.
 #pragma once
 
 #include <string>

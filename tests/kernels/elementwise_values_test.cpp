@@ -1,5 +1,6 @@
 // Values of the arithmetic kernels that random planes may miss: every pair of 8-bit values, the corners of 16 bits,
-// every sum and count of the 8-bit mean, NaN in both operands, planes that reach beyond 4 GiB, rows copied by any distance.
+// every sum and count of the 8-bit mean, NaN in both operands, planes that reach beyond 4 GiB, rows copied by any
+// distance.
 #include <gtest/gtest.h>
 #include <sys/mman.h>
 
@@ -167,8 +168,8 @@ TEST(elementwise_values, rows_beyond_four_gigabytes) {
 }
 
 TEST(elementwise_values, planes_are_their_rows_and_the_destination_may_be_a_source) {
-    // Where rows are no whole number of vectors, their last one is made of pixels that are already done; narrow rows are
-    // brought together, many at a time.
+    // Where rows are no whole number of vectors, their last one is made of pixels that are already done; narrow rows
+    // are brought together, many at a time.
     for (int width = 1; width < 140; ++width) {
         const int height = width < 20 ? 120 : 3, stride = width * 4 + 4;
         std::vector<uint8_t> a(size_t(stride * height)), b(a.size());

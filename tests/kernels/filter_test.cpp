@@ -1,5 +1,6 @@
-// What the filters' cases leave open: masks and anchors that are refused, memory that can't be had, sums and counts under
-// masks so large that those of the cases' masks would not hold their cells, images higher than those of the cases.
+// What the filters' cases leave open: masks and anchors that are refused, memory that can't be had, sums and counts
+// under masks so large that those of the cases' masks would not hold their cells, images higher than those of the
+// cases.
 #include "kernels/filter/filter.h"
 
 #include <gtest/gtest.h>
@@ -42,8 +43,8 @@ TEST(filter, refuses_masks_without_cells_and_anchors_outside) {
     });
 }
 
-// A source whose rows are all the same memory can be as high as one likes. All elements are `most` but every `step`th, which are
-// zero.
+// A source whose rows are all the same memory can be as high as one likes. All elements are `most` but every `step`th,
+// which are zero.
 template <class T>
 void check_huge(const k::Kernel<k::Filter>& kernel, T most, k::Size mask, int step) {
     constexpr int kWidth = 37;
@@ -67,8 +68,8 @@ TEST(filter, box_sums_beyond_32_bits) {
     check_huge<int16_t>(k::box_s16_c1, 32767, {401, 400}, 400);
 }
 
-// Rows that begin a mask's width on from each other are one: the sums under the mask are those of so many neighbours. Of values
-// that stay for as many, every sum there is.
+// Rows that begin a mask's width on from each other are one: the sums under the mask are those of so many neighbours.
+// Of values that stay for as many, every sum there is.
 template <class T>
 void check_every_sum(const k::Kernel<k::Filter>& box, k::Size mask) {
     constexpr int kLeast = std::numeric_limits<T>::min(), kMost = std::numeric_limits<T>::max();

@@ -152,8 +152,8 @@ TEST(morph, of_images_of_several_strips_and_bands_is_what_it_is_made_of) {
             }
 }
 
-// Floats between one and two, in parts below zero, and among them a few that processors order otherwise: anywhere, and where
-// only results of a row's ends see them.
+// Floats between one and two, in parts below zero, and among them a few that processors order otherwise: anywhere, and
+// where only results of a row's ends see them.
 void make_ordinary(Image& image, std::mt19937& random) {
     const size_t n = image.bytes.size() / 4, row = size_t(image.size.width) * channels(image.form);
     for (size_t i = 0; i < n; ++i) {

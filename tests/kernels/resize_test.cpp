@@ -150,8 +150,8 @@ void expect_each(Mode mode, Form form, Image image, Axis ax, Axis ay, unsigned s
     }
 }
 
-// Whether an element of this channel lies as near as is stated: 16 bits to a sixteenth of a step beyond its half, 8 bits
-// to half of that, floats to four units of the last place of the largest value.
+// Whether an element of this channel lies as near as is stated: 16 bits to a sixteenth of a step beyond its half, 8
+// bits to half of that, floats to four units of the last place of the largest value.
 template <class T>
 bool lies_near(Form form, int c, T got, double real, double largest) {
     if (kept(form) && c == 3) return got == T(77);
@@ -190,8 +190,8 @@ TYPED_TEST(resize_of, any_size_lies_within_the_stated_distance_of_the_real_value
     }
 }
 
-// Tiles whose corners fall on whole source pixels, one by one and all at once: wide and tall enough for strips of columns
-// and bands of rows, which begin elsewhere in a tile.
+// Tiles whose corners fall on whole source pixels, one by one and all at once: wide and tall enough for strips of
+// columns and bands of rows, which begin elsewhere in a tile.
 TYPED_TEST(resize_of, a_region_is_the_part_of_the_whole) {
     constexpr int kWidth = sizeof(TypeParam) < 4 ? 5600 : 1800, kHeight = 600;
     for (Mode mode : {linear, cubic, lanczos})

@@ -1,5 +1,5 @@
-// Warps against the real values: every mode, type and form over random transforms, regions and tiny sources; transforms and
-// sources at the bounds of what fits; and what many warps one after the other leave of a picture.
+// Warps against the real values: every mode, type and form over random transforms, regions and tiny sources; transforms
+// and sources at the bounds of what fits; and what many warps one after the other leave of a picture.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -83,8 +83,8 @@ std::vector<double> weights(Mode mode, double fraction) {
     return w;
 }
 
-// The real value at a position, and the largest of all that was added up. Pixels of weight 0 take no part: sines of whole
-// turns are not quite 0, and the smallest other weight is 2^-33.
+// The real value at a position, and the largest of all that was added up. Pixels of weight 0 take no part: sines of
+// whole turns are not quite 0, and the smallest other weight is 2^-33.
 template <class T>
 double real_value(Mode mode, const Pixels<T>& src, cases::Position p, int c, double& largest) {
     const double half = mode == nearest ? 0.5 : 0;
@@ -111,8 +111,8 @@ double real_value(Mode mode, const Pixels<T>& src, cases::Position p, int c, dou
     return real;
 }
 
-// Whether an element lies as near as is stated: 16 bits to a sixteenth of a step beyond its half, 8 bits to half of that,
-// floats to four units of the last place of the largest value.
+// Whether an element lies as near as is stated: 16 bits to a sixteenth of a step beyond its half, 8 bits to half of
+// that, floats to four units of the last place of the largest value.
 template <class T>
 bool lies_near(Mode mode, T got, double real, double largest) {
     if (real != real) return got != got;
@@ -181,8 +181,8 @@ TYPED_TEST(warp_of, any_transform_lies_within_the_stated_distance_of_the_real_va
     }
 }
 
-// Whole positions give the pixels there, whatever stands beside them: shifts, turns by quarters, flips; of floats, blends
-// give one NaN for all.
+// Whole positions give the pixels there, whatever stands beside them: shifts, turns by quarters, flips; of floats,
+// blends give one NaN for all.
 TYPED_TEST(warp_of, whole_positions_give_the_pixels_themselves) {
     constexpr bool kFloats = std::is_same_v<TypeParam, float>;
     const auto bits = [](TypeParam v) {
@@ -236,8 +236,8 @@ TYPED_TEST(warp_of, whole_positions_give_the_pixels_themselves) {
     k::stream_bytes = before;
 }
 
-// Every other column, or row, is NaN: results are numbers only where it has no weight. Positions are whole in every other
-// place of a vector, in one axis, or in every other line.
+// Every other column, or row, is NaN: results are numbers only where it has no weight. Positions are whole in every
+// other place of a vector, in one axis, or in every other line.
 TEST(warp, pixels_of_weight_0_take_no_part) {
     const Affine warps[] = {{2, 0, 0, 0, 2, 0}, {1, 0, 0, 0.25, 1, 0}, {1, 0.25, 0, 0, 1, 0}, {2, 0.5, 1, 0.5, 2, 1}};
     for (const bool rows : {false, true})
@@ -276,8 +276,8 @@ TYPED_TEST(warp_of, a_region_is_the_part_of_the_whole) {
         }
 }
 
-// Rows that are weighed once for all that they serve make the same as if each were for itself: as they are for a warp that turns
-// by so little that no position changes.
+// Rows that are weighed once for all that they serve make the same as if each were for itself: as they are for a warp
+// that turns by so little that no position changes.
 TYPED_TEST(warp_of, scaling_alone_changes_no_bit) {
     constexpr int kWidth = 610, kHeight = 150;
     struct Scale {

@@ -1,5 +1,5 @@
-// The words of the vector vocabulary: each against a plain expression, at every level (simd/words.cpp) that this machine has,
-// portable, and emulated where the highest is lacking. That none is without: simd/words_test.py.
+// The words of the vector vocabulary: each against a plain expression, at every level (simd/words.cpp) that this
+// machine has, portable, and emulated where the highest is lacking. That none is without: simd/words_test.py.
 #include <gtest/gtest.h>
 
 #include <vector>

@@ -1,8 +1,8 @@
-// Every word of the vector vocabulary against a plain expression. Compiled once per level with that level's flags, into that
-// level's namespace, and once portable; so nothing of the standard library's templates here.
+// Every word of the vector vocabulary against a plain expression. Compiled once per level with that level's flags, into
+// that level's namespace, and once portable; so nothing of the standard library's templates here.
 //
-// A line: the result's type, the word, its arguments' types, and element i of the result from the arguments a, b, c, d. A
-// word that the level lacks is passed over; words_test.py looks for words without a line.
+// A line: the result's type, the word, its arguments' types, and element i of the result from the arguments a, b, c, d.
+// A word that the level lacks is passed over; words_test.py looks for words without a line.
 #pragma GCC diagnostic ignored "-Wunused-parameter"
 #if !defined(__clang__)  // of vectors filled element by element
 #pragma GCC diagnostic ignored "-Wuninitialized"
@@ -69,9 +69,9 @@ void fill(V& v) {
 }
 void fill(uint16_t& one_bit) { one_bit = uint16_t(1 << random() % 16); }
 
-// What a fused multiply-add rounds hard, never to NaN: sums beside a half-way between two floats, too near it for a double
-// to tell (the product is half of z's last place but for a rest of up to 2^-24 of it), what is left when most of a product
-// is taken off, and floats of any exponents; in denormals too.
+// What a fused multiply-add rounds hard, never to NaN: sums beside a half-way between two floats, too near it for a
+// double to tell (the product is half of z's last place but for a rest of up to 2^-24 of it), what is left when most of
+// a product is taken off, and floats of any exponents; in denormals too.
 void fill_hard_sum(float& x, float& y, float& z) {
     const auto any = [](int exponent) { return __builtin_ldexpf(float(random() & 0xffffff), exponent); };
     const int last = random() % 2 ? -149 : int(random() % 200) - 149, kind = int(random() % 4);

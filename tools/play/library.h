@@ -1,6 +1,6 @@
-// A shared library as its file tells of it, read with distrust: what it exports and needs, and where variables of kernels lie that
-// it has no call for. Modules choose the highest processor level that the machine has; to run them at another, the variable
-// of the choice is looked up in the library's symbol table, as a debugger does.
+// A shared library as its file tells of it, read with distrust: what it exports and needs, and where variables of
+// kernels lie that it has no call for. Modules choose the highest processor level that the machine has; to run them at
+// another, the variable of the choice is looked up in the library's symbol table, as a debugger does.
 #pragma once
 
 #include <elf.h>

@@ -1,4 +1,5 @@
-// How operations are called at random: within their contracts, to the ends of these. One line for each operation of the table.
+// How operations are called at random: within their contracts, to the ends of these. One line for each operation of the
+// table.
 #include <algorithm>
 #include <cstring>
 
@@ -24,7 +25,7 @@ uint32_t code(Play& p, uint32_t low, uint32_t high) {
     return p.chance(16) ? p.of({0, 1, 99, ~0u}) : low + p.pick(high - low + 1);
 }
 
-// ---- Elementwise ----------------------------------------------------------------------------------------------------------
+// ---- Elementwise ----------------------------------------------------------------------------------------------------
 
 void copy(Play& p, const char* name) {
     const uint32_t type = p.type(ANY);
@@ -104,7 +105,7 @@ void set(Play& p, const char* name) {
     p.call<TarnSet>(name, dst, constants, p.chance(2) ? p.plane_of(kByte, n, in, 2) : Place());
 }
 
-// ---- Statistics -----------------------------------------------------------------------------------------------------------
+// ---- Statistics -----------------------------------------------------------------------------------------------------
 
 Place results(Play& p, uint32_t type) { return p.words(std::vector<uint32_t>(size_t(used(type)), 77), out); }
 
@@ -127,7 +128,7 @@ void mean(Play& p, const char* name) {
     p.call<TarnMean>(name, results(p, type), src);
 }
 
-// ---- Thresholds -----------------------------------------------------------------------------------------------------------
+// ---- Thresholds -----------------------------------------------------------------------------------------------------
 
 std::vector<uint32_t> spec_words(Play& p, uint32_t type) {
     std::vector<uint32_t> words;
@@ -178,7 +179,7 @@ void threshold(Play& p, const char* name) {
     p.call<TarnThreshold>(name, dst, src, region, given, words.size() / 7, p.specs(words, p.src(type, n)));
 }
 
-// ---- Values and places ----------------------------------------------------------------------------------------------------
+// ---- Values and places ----------------------------------------------------------------------------------------------
 
 void convert_scale(Play& p, const char* name) {
     const uint32_t type = p.type(ANY), from = p.chance(2) ? type : p.type(ANY, false);
@@ -273,7 +274,7 @@ void warp_quad(Play& p, const char* name) {
     p.call<TarnWarpAffineQuad>(name, dst, src, from, to, code(p, TARN_CUBIC_ALIAS, TARN_LANCZOS));
 }
 
-// ---- Neighbours -----------------------------------------------------------------------------------------------------------
+// ---- Neighbours -----------------------------------------------------------------------------------------------------
 
 void border(Play& p, const char* name) {
     const uint32_t type = p.type({LUMO_U8, LUMO_S16, LUMO_S32, LUMO_F32});
@@ -345,7 +346,7 @@ void morph(Play& p, const char* name) {
     p.call<TarnMorphopN>("morphop_n", given, operation, int64_t(1 + p.pick(2)), dsts, srcs, part);
 }
 
-// ---- Others ---------------------------------------------------------------------------------------------------------------
+// ---- Others ---------------------------------------------------------------------------------------------------------
 
 void transform(Play& p, const char* name) {
     static constexpr const char* kLayouts[] = {"HWC", "NHWC", "NCHW", "CHW"};

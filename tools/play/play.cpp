@@ -92,7 +92,7 @@ void fill(uint8_t* row, int64_t bytes, uint32_t type, uint32_t contents, std::mt
     }
 }
 
-// ---- Memory that is watched -----------------------------------------------------------------------------------------------
+// ---- Memory that is watched -----------------------------------------------------------------------------------------
 
 template <class Function>
 Function* of_watched_memory(const char* name) {
@@ -117,7 +117,7 @@ struct Play::Memory {
     }
 };
 
-// ---- Contours -----------------------------------------------------------------------------------------------------------
+// ---- Contours -------------------------------------------------------------------------------------------------------
 
 // Takes contours and writes down what it is told.
 struct Receiver : TarnCONTOURS {
@@ -167,7 +167,7 @@ struct Receiver : TarnCONTOURS {
     }
 };
 
-// ---- Choices ------------------------------------------------------------------------------------------------------------
+// ---- Choices --------------------------------------------------------------------------------------------------------
 
 Play::Play(const Setting& setting, std::vector<uint32_t>& choices, uint64_t seed)
     : setting_(setting), choices_(choices), seed_(seed) {
@@ -253,7 +253,7 @@ Place Play::region_of(Size n) {
     return words(edges);
 }
 
-// ---- Making -------------------------------------------------------------------------------------------------------------
+// ---- Making ---------------------------------------------------------------------------------------------------------
 
 std::string Play::show(Place place) { return place.at ? "a" + std::to_string(place.number) : "Place()"; }
 
@@ -403,7 +403,7 @@ void Play::must_refuse() {
     outcome_.text += "    p.must_refuse();\n";
 }
 
-// ---- Calls --------------------------------------------------------------------------------------------------------------
+// ---- Calls ----------------------------------------------------------------------------------------------------------
 
 int64_t Play::call_and_watch(const char* name, const std::string& shown, const Call& call) {
     struct Typed {
@@ -487,7 +487,7 @@ void Play::finish(Outcome* outcome) {
     *outcome = std::move(outcome_);
 }
 
-// ---- Plays --------------------------------------------------------------------------------------------------------------
+// ---- Plays ----------------------------------------------------------------------------------------------------------
 
 std::string load(const char* path) {
     static LumoLOGGER logger = {4, 0, [](void*, int32_t, const char* line) { last_line = line; }, nullptr};

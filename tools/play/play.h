@@ -1,6 +1,7 @@
-// A call of an operation as a piece of code, its body: makes arrays and parameters and calls. Bodies of the table draw what they
-// make; whatever is made is written down as the C++ that makes it again, so what comes out of a finding is a body too. A body is
-// played twice, at level 0 with packed rows and at another level with everything changed that must not change a bit.
+// A call of an operation as a piece of code, its body: makes arrays and parameters and calls. Bodies of the table draw
+// what they make; whatever is made is written down as the C++ that makes it again, so what comes out of a finding is a
+// body too. A body is played twice, at level 0 with packed rows and at another level with everything changed that must
+// not change a bit.
 #pragma once
 
 #include <deque>
@@ -53,7 +54,7 @@ public:
     Play(const Setting& setting, std::vector<uint32_t>& choices, uint64_t seed);  // seed 0: choices not given are 0
     ~Play();
 
-    // ---- Choices; 0 is the simplest -----------------------------------------------------------------------------------
+    // ---- Choices; 0 is the simplest ---------------------------------------------------------------------------------
     uint32_t pick(uint32_t n);
     bool chance(uint32_t n) { return pick(n) == n - 1; }  // once in n
     int between(int low, int high) { return low + int(pick(uint32_t(high - low + 1))); }
@@ -78,7 +79,7 @@ public:
         surroundings(errors, storage);
     }
 
-    // ---- Making; each is written down ---------------------------------------------------------------------------------
+    // ---- Making; each is written down -------------------------------------------------------------------------------
     // Whether calls get an error context and a storage.
     void surroundings(bool errors, bool storage);
     // An array. layout: padding, direction, place and shift; contents: a seed, and in its low bits what values.
@@ -159,8 +160,8 @@ struct Operation {
 };
 extern const std::vector<Operation> kOperations;
 
-// Loads the module at this path and its companions, once in a process, and catches signals from now on. Returns why it can't be
-// loaded, or nothing.
+// Loads the module at this path and its companions, once in a process, and catches signals from now on. Returns why it
+// can't be loaded, or nothing.
 std::string load(const char* path);
 // Names of the levels that this machine has, lowest first; none: the module can't be told which to take.
 const std::vector<std::string>& levels();

@@ -1,5 +1,5 @@
-// What modules of the interface promise, and how each promise is tried. Each trial runs in a process of its own: what a wrong module
-// does there, it does to that alone.
+// What modules of the interface promise, and how each promise is tried. Each trial runs in a process of its own: what a
+// wrong module does there, it does to that alone.
 #ifndef TARN_TOOLS_CHECK_H
 #define TARN_TOOLS_CHECK_H
 

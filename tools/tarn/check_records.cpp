@@ -1,5 +1,5 @@
-// The promises of a module's library and records: what it exports and needs, the words of its descriptor, its registration and its
-// table, and that it may be attached and initialised again.
+// The promises of a module's library and records: what it exports and needs, the words of its descriptor, its
+// registration and its table, and that it may be attached and initialised again.
 #include <dlfcn.h>
 
 #include <algorithm>

@@ -1,5 +1,5 @@
-// Command lines and the options of commands. The library that reads them is all headers, which take the compiler longer than the
-// rest of the program: command_line.cpp alone includes it.
+// Command lines and the options of commands. The library that reads them is all headers, which take the compiler longer
+// than the rest of the program: command_line.cpp alone includes it.
 #ifndef TARN_TOOLS_COMMAND_LINE_H
 #define TARN_TOOLS_COMMAND_LINE_H
 
@@ -28,7 +28,8 @@ private:
     CLI::Option* option_;
 };
 
-// Names separated by commas: "-o,--output", or one without dashes for an argument. The value must live until it was read.
+// Names separated by commas: "-o,--output", or one without dashes for an argument. The value must live until it was
+// read.
 Option add_option(CLI::App& app, const char* names, std::string& value, const std::string& text);
 Option add_option(CLI::App& app, const char* names, std::vector<std::string>& values, const std::string& text);
 void add_flag(CLI::App& app, const char* names, bool& value, const char* text);

@@ -95,7 +95,8 @@ void run_colours(const Files& files, const Takes& takes, Result kind, Call&& cal
 
 std::vector<float> floats(const std::vector<double>& values) { return {values.begin(), values.end()}; }
 
-// The constants of so many channels. Those that integers don't hold are refused, unless the module's rule for them is asked for.
+// The constants of so many channels. Those that integers don't hold are refused, unless the module's rule for them is
+// asked for.
 std::vector<double> constants_of(const Options& options, int channels, Sample sample, Wide wide) {
     std::vector<double> values =
         parse_per_channel(options.constants.empty() ? "0" : options.constants, "--constants", channels);

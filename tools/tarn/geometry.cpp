@@ -71,10 +71,10 @@ void run_scale_resize(const ScaleResize& options) {
     const int64_t width = region.right - region.left, height = region.bottom - region.top;
     const int across = options.antialias ? halvings(width, shape.width) : 0;
     const int down = options.antialias ? halvings(height, shape.height) : 0;
-    // With --antialias a side that shrinks is first brought to the new one times a power of two, which is not smaller, and
-    // then halved: linear makes exact means of two by two of that. So each pixel of the result is the mean of the
-    // interpolated picture over the very area that it covers. Halving first and interpolating last would be less work, but
-    // fine patterns beat with the last step's grid.
+    // With --antialias a side that shrinks is first brought to the new one times a power of two, which is not smaller,
+    // and then halved: linear makes exact means of two by two of that. So each pixel of the result is the mean of the
+    // interpolated picture over the very area that it covers. Halving first and interpolating last would be less work,
+    // but fine patterns beat with the last step's grid.
     Image result = by_parts(source, worked, subject, [&](Image& to, const Image& from, bool alpha) {
         Image before;
         for (int left = std::max(across, down), first = left; left >= 0; --left) {

@@ -1,6 +1,7 @@
 // TIFF by libtiff: grey and RGB, with or without alpha, samples u8, u16, s16, s32, u32 and f32; strips and tiles,
 // channels together or in planes, either byte order, every compression that the library knows; grey of 1, 2 and 4 bits
-// and palettes, which are expanded. Written: strips, channels together, compressed with a predictor, BigTIFF when 4 GB would not do.
+// and palettes, which are expanded. Written: strips, channels together, compressed with a predictor, BigTIFF when 4 GB
+// would not do.
 #include <tiffio.h>
 #include <unistd.h>
 

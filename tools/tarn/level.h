@@ -1,5 +1,6 @@
-// The processor level of the loaded module and its companion. Modules choose the highest that the machine has and have no call to be
-// told another, so this sets the variable of the choice. A library without its symbols runs as ever, but can't be told.
+// The processor level of the loaded module and its companion. Modules choose the highest that the machine has and have
+// no call to be told another, so this sets the variable of the choice. A library without its symbols runs as ever, but
+// can't be told.
 #ifndef TARN_TOOLS_LEVEL_H
 #define TARN_TOOLS_LEVEL_H
 

@@ -40,8 +40,8 @@ struct PixelSize {
 PixelSize parse_size(const std::string& text, const std::string& option);  // "640x480", both 1 to 2147483647
 // "L,T,WxH" or "all" inside the picture; throws (failure) when it reaches beyond it. Empty text: the whole picture.
 LumoRECT parse_region(const std::string& text, const std::string& option, const Image& image, const std::string& name);
-// A value for each channel as operations take them, u16 with its offset: one for all colour channels or one for each, then
-// one for alpha or none, which is opaque. Throws (failure) when the samples can't have them.
+// A value for each channel as operations take them, u16 with its offset: one for all colour channels or one for each,
+// then one for alpha or none, which is opaque. Throws (failure) when the samples can't have them.
 std::vector<float> parse_pixel(const std::string& text, const std::string& option, const Shape& shape);
 // One of several words, in the order of their codes; returns the index.
 size_t parse_word(const std::string& text, const std::string& option, const std::vector<std::string>& words);

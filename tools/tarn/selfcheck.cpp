@@ -1,5 +1,5 @@
-// Every operation at every processor level of this machine, by the commands themselves: what a command writes, prints or
-// refuses must be the same to the last bit.
+// Every operation at every processor level of this machine, by the commands themselves: what a command writes, prints
+// or refuses must be the same to the last bit.
 #include <algorithm>
 #include <cstring>
 #include <filesystem>

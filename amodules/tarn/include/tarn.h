@@ -224,16 +224,16 @@ typedef struct TarnBORDER {
     float values[4]; /* of a constant border: one for each channel, three for four; not read otherwise */
 } TarnBORDER;
 
-/* "tarn::copymkb": src into the middle of dst, at left and top, with a border around it: of the nearest pixels of src, or of
- * values, which integers take as "tarn::set" takes its constants.
+/* "tarn::copymkb": src into the middle of dst, at left and top, with a border around it: of the nearest pixels of src,
+ * or of values, which integers take as "tarn::set" takes its constants.
  *   dst     at least as large as src with its border, and written so far; the fourth of four channels stays, in the
  *           border too
- *   src     of dst's type; may lie in dst: at its place with dst's stride only the border is made, elsewhere the two are
- *           copied as by "tarn::copy". Null: dst
+ *   src     of dst's type; may lie in dst: at its place with dst's stride only the border is made, elsewhere the two
+ *           are copied as by "tarn::copy". Null: dst
  *   border  null, or src null: src is copied as by "tarn::copy", unless both have one data pointer
- * Two channels: widths are halved, left counts pairs of pixels, and both must be room enough still: right less than left is
- * refused. Kinds u8, s16, s32, f32 with 1 to 4 channels (dst's). Returns 0, or -1 with QUEL_E_TYPE (types, kind, a negative
- * left or top, sizes). */
+ * Two channels: widths are halved, left counts pairs of pixels, and both must be room enough still: right less than
+ * left is refused. Kinds u8, s16, s32, f32 with 1 to 4 channels (dst's). Returns 0, or -1 with QUEL_E_TYPE (types,
+ * kind, a negative left or top, sizes). */
 typedef int64_t (*TarnCopymkb)(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* dst, const LumoMAT* src, uint32_t kind,
                                const TarnBORDER* border);
 
@@ -252,21 +252,21 @@ typedef struct TarnMASK {
     uint32_t width, height;
 } TarnMASK;
 
-/* "tarn::filter": each pixel of a region of src becomes the mean, minimum, maximum or median of the pixels under a mask,
- * channel by channel; written to dst from its first pixel on.
+/* "tarn::filter": each pixel of a region of src becomes the mean, minimum, maximum or median of the pixels under a
+ * mask, channel by channel; written to dst from its first pixel on.
  *   dst     at least as large as the region; the fourth of four channels stays
  *   src     of dst's type; may overlap dst. Null: dst, filtered in place
  *   region  part of src, or null for all
  *   mask    null: 3 x 3, anchored at its centre
- * Neighbours are src's pixels where src has a border of max(anchor, size - anchor) pixels around the region on every side;
- * otherwise the region's own nearest pixels stand for all that is outside of it. Two channels: pairs of pixels are
- * filtered as pixels of four channels, and the mask counts pairs, across and from the region's left on. Floats: a minimum
- * and a maximum order NaN by their bits, negative ones below and positive ones above everything else; a mean with a NaN
- * or infinities of both signs is NaN.
- * Kinds u8, s16, f32 with 1 to 4 channels (dst's), the median u8 and s16. Makes a temporary of the region and the border
- * where neighbours are lacking or dst is src. Returns 0, or -1 with an error value: QUEL_E_TYPE (types, an empty region or
- * one that is not in src, mask, sizes), QUEL_E_NOMEM. A temporary that can't be had makes no error value but marks the error
- * context. */
+ * Neighbours are src's pixels where src has a border of max(anchor, size - anchor) pixels around the region on every
+ * side; otherwise the region's own nearest pixels stand for all that is outside of it. Two channels: pairs of pixels
+ * are filtered as pixels of four channels, and the mask counts pairs, across and from the region's left on. Floats: a
+ * minimum and a maximum order NaN by their bits, negative ones below and positive ones above everything else; a mean
+ * with a NaN or infinities of both signs is NaN.
+ * Kinds u8, s16, f32 with 1 to 4 channels (dst's), the median u8 and s16. Makes a temporary of the region and the
+ * border where neighbours are lacking or dst is src. Returns 0, or -1 with an error value: QUEL_E_TYPE (types, an empty
+ * region or one that is not in src, mask, sizes), QUEL_E_NOMEM. A temporary that can't be had makes no error value but
+ * marks the error context. */
 typedef int64_t (*TarnFilter)(const QuelCALL*, QuelERR*, KaSMEMSTG*, LumoMAT* dst, const LumoMAT* src,
                               const LumoRECT* region, uint32_t kind, const TarnMASK* mask);
 

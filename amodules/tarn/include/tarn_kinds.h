@@ -53,8 +53,8 @@ typedef struct TarnKINDS {
 
 /* ROW(operation, calls, array, argument, u8, s16, s32, u32, f32, other kind, other number of channels), in the order of
  * the slots. Each array of a call is served by its own row; where their types must be equal, tarn.h says so.
- * "tarn::cvtorigin" takes the kinds 8 to 11 too, "tarn::convert-scale" more where it only converts; "tarn::copy-transform"
- * goes by element codes, and tarn_transform.h tells its changes of colours and layout. */
+ * "tarn::cvtorigin" takes the kinds 8 to 11 too, "tarn::convert-scale" more where it only converts;
+ * "tarn::copy-transform" goes by element codes, and tarn_transform.h tells its changes of colours and layout. */
 /* clang-format off */
 #define TARN_KINDS(ROW)                                                                                              \
     ROW("tarn::avgarith-n", "", "dst", 0, 134, 134, 0, 0, 134, NOTHING, END)                                         \
@@ -128,7 +128,7 @@ static inline const TarnKINDS* TarnKINDSfind(const char* operation, int32_t argu
     return NULL;
 }
 
-/* 0 when the row's operation serves the type, else what becomes of a call with it: TARN_OTHERS_..., the greater of two. */
+/* 0 when the row's operation serves the type, else what becomes of a call: the greater TARN_OTHERS_... of two. */
 static inline int TarnKINDSother(const TarnKINDS* row, LumoELEMTYPE type) {
     const uint32_t kind = type >> 8 & 15, channels = type >> 12 & 15;
     const uint32_t served = kind <= LUMO_KIND_F32 ? row->forms[kind] : 0;

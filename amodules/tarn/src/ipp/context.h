@@ -113,8 +113,8 @@ constexpr T kFailed = T(-1);
 template <>
 inline constexpr float kFailed<float> = __builtin_nanf("");
 
-// Calls another operation through the table that this call came by, with this call's record, errors and storage. A host that
-// routes declared slots has put functions there; other tables hold this module's own marks.
+// Calls another operation through the table that this call came by, with this call's record, errors and storage. A host
+// that routes declared slots has put functions there; other tables hold this module's own marks.
 template <class Fn, class... Args>
 auto call_sibling(Context& context, Slot<Fn> slot, Args... args) {
     const QuelSLOT& sibling = context.call->iface->slots[slot.number];

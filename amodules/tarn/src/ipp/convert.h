@@ -20,8 +20,8 @@ k::Status convert_plane(const LumoMAT& dst, const LumoMAT& src, k::Size size);
 // All of a matrix as a temporary of another type. Returns the conversion's status, or kNoTemporary.
 k::Status convert_part(Context& context, Temporary* temporary, LumoELEMTYPE type, const LumoMAT& part);
 
-// A region of src with up to kMargin pixels around it, as far as src has them, for a temporary of a type that kernels read
-// with its neighbours. *region becomes its place in that.
+// A region of src with up to kMargin pixels around it, as far as src has them, for a temporary of a type that kernels
+// read with its neighbours. *region becomes its place in that.
 inline constexpr int32_t kMargin = 8;  // more than any resampling kernel's neighbourhood
 LumoRECT with_neighbours(LumoELEMTYPE type, const LumoMAT& src, LumoRECT* region);
 

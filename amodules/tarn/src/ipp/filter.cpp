@@ -1,5 +1,5 @@
-// "tarn::filter": rectangular neighbourhood filters. The kernels read every pixel under the mask, so where the source has
-// none around the region, or is to be overwritten, the region comes with a border in a temporary.
+// "tarn::filter": rectangular neighbourhood filters. The kernels read every pixel under the mask, so where the source
+// has none around the region, or is to be overwritten, the region comes with a border in a temporary.
 #include "kernels/filter/filter.h"
 
 #include "ipp/operations.h"

@@ -1,5 +1,5 @@
-// What a module of the interface and its companion have alike: the words of their records, which are the host's, and the rows of
-// the operation table.
+// What a module of the interface and its companion have alike: the words of their records, which are the host's, and
+// the rows of the operation table.
 #pragma once
 
 #include "quel.h"
@@ -45,8 +45,8 @@ constexpr QuelMODULE module_of(const char* path, const char* name, Attach* attac
     return m;
 }
 
-// What attaching is, whatever the module: its descriptor says that it is done and where the interface is found, and the host's
-// list gets the registration.
+// What attaching is, whatever the module: its descriptor says that it is done and where the interface is found, and the
+// host's list gets the registration.
 inline int64_t attach_to(QuelMODCTX* context, void* pass, QuelMODULE& descriptor, QuelIFACE*& cell,
                          const Registration& registration) {
     descriptor.attached = 1;

@@ -1,5 +1,5 @@
-// What copy-transform reads of a picture: an array of at most width, height and channels, or a band of its rows. Its layout has
-// no dimension of size 1.
+// What copy-transform reads of a picture: an array of at most width, height and channels, or a band of its rows. Its
+// layout has no dimension of size 1.
 #pragma once
 
 #include "ipp/arguments.h"
@@ -29,7 +29,8 @@ inline bool is_planar(const LumoARRAY& a) {
 // Whether elements are as long as their code says: rows are as long as the kind says, where there is one.
 inline bool is_whole(LumoELEMTYPE type) { return LumoELEMTYPEsizeof(type) == LumoELEMTYPEsizeof(type & 0xff); }
 
-// The word that kernels are found by: the kind that the element code stands for, and the channels. Without a kind, no kernel.
+// The word that kernels are found by: the kind that the element code stands for, and the channels. Without a kind, no
+// kernel.
 inline LumoELEMTYPE kernel_word(const LumoARRAY& a) {
     const int32_t channels = channels_of(a);
     const uint32_t kind = is_whole(a.elemtype) && channels <= 4 ? _LumoELEMTYPEto_old(a.elemtype) : 0;

@@ -57,7 +57,8 @@ void keep_middle(int32_t* first, int32_t* end) {
     *end -= surplus;
 }
 
-// Converts the rows that the taps of so many outputs reach, of a region from row `top` on. In a strong shrink they are few.
+// Converts the rows that the taps of so many outputs reach, of a region from row `top` on. In a strong shrink they are
+// few.
 k::Status convert_reached(const LumoMAT& to, const LumoMAT& from, int32_t top, int32_t height, int32_t outputs) {
     constexpr int32_t kReach = 4;  // rows on either side of an output's place
     if (int64_t(outputs) * 2 * kReach >= height) return convert_plane(to, from, size_of(to));

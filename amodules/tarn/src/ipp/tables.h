@@ -59,8 +59,8 @@ inline constexpr TypeMap kWholeRanges {{u8, s16, s32, none, f32},               
 inline constexpr TypeMap kFour    {{u8, s16, s32},                                      {c1, none, c3, c4}};
 // Whatever is neither s16 nor f32 is processed as bytes, deliberately.
 inline constexpr TypeMap kAnyKind {{u8, s16, u8,  u8,   f32},                           {c1, none, c3, c3x}, u8};
-// Elements that count by their size only: fills, borders, copies, copies of all channels (kind 7 is taken for bytes), mirrors
-// (kinds 8 to 11 are taken for s8, u16, u64, s64).
+// Elements that count by their size only: fills, borders, copies, copies of all channels (kind 7 is taken for bytes),
+// mirrors (kinds 8 to 11 are taken for s8, u16, u64, s64).
 inline constexpr TypeMap kFills   {{u8, s16, s32, none, s32},                           {c1, none, c3, c3x}};
 inline constexpr TypeMap kBorders {{u8, s16, s32, none, s32},                           {c1, c4,   c3, c3x}};
 inline constexpr TypeMap kCopies  {{u8, s16, s32, s32,  s32},                           {c1, c4,   c3, c3x}};

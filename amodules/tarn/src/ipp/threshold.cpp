@@ -1,5 +1,5 @@
-// "tarn::threshold": the region, the options and the tiles of a threshold. The work is done by siblings, of which three are the
-// companion module's.
+// "tarn::threshold": the region, the options and the tiles of a threshold. The work is done by siblings, of which three
+// are the companion module's.
 #include <float.h>
 #include <string.h>
 
@@ -84,7 +84,7 @@ int64_t adaptive(Context& context, const Subject& s, const TarnTHROPTIONS& optio
     return result < 0 ? result : 0;
 }
 
-// ---- Otsu -------------------------------------------------------------------------------------------------------------
+// ---- Otsu -----------------------------------------------------------------------------------------------------------
 
 // A sibling's threshold. False where it made an error value, or gave no number.
 bool otsu_of(Context& context, const LumoMAT& source, const float (&bounds)[2], int32_t bins, float* threshold) {

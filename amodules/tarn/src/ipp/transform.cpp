@@ -1,6 +1,6 @@
-// "tarn::copy-transform": a batch of pictures into another of any other shape. What the two arrays differ in says which steps
-// lead from one to the other. A picture goes through them in bands of rows that stay in the cache between the steps, so
-// memory is read and written once.
+// "tarn::copy-transform": a batch of pictures into another of any other shape. What the two arrays differ in says which
+// steps lead from one to the other. A picture goes through them in bands of rows that stay in the cache between the
+// steps, so memory is read and written once.
 #include "ipp/transform.h"
 
 #include "ipp/operations.h"
@@ -132,8 +132,8 @@ Plan::Plan(const LumoARRAY& dst, const LumoARRAY& src, bool mapped, uint32_t int
     const bool resized = width_of(src) != width_of(dst) || height_of(src) != height_of(dst);
     const bool coloured = channels_of(src) != channels_of(dst) || (src.cls && dst.cls && src.cls != dst.cls);
     const bool changed = converted || resized || coloured || mapped;
-    // Elements change before sizes, and rows may lie anywhere. Of rows that resampling can reach: where whole pixels are
-    // moved the other order gives the same and changes fewer; bytes are widened by the resampling itself.
+    // Elements change before sizes, and rows may lie anywhere. Of rows that resampling can reach: where whole pixels
+    // are moved the other order gives the same and changes fewer; bytes are widened by the resampling itself.
     const int from = kind_of(kernel_word(src)), to = kind_of(kernel_word(dst));
     const bool near = is_planar(src) || fits_kernels(row_stride_of(src));
     const bool both = converted && resized && near && resamples(from) && resamples(to);
@@ -164,8 +164,8 @@ Plan::Plan(const LumoARRAY& dst, const LumoARRAY& src, bool mapped, uint32_t int
 
 // ---- Bands ----------------------------------------------------------------------------------------------------------
 
-// What the pictures and bands between the steps lie in: two storages that take turns. Kernels have their scratch memory from
-// the first.
+// What the pictures and bands between the steps lie in: two storages that take turns. Kernels have their scratch memory
+// from the first.
 struct Between {
     ScopedStorage storages[2];
     int turn = 0;
@@ -206,8 +206,8 @@ struct Run {
     const Step* steps;
     int count;
 
-    // The values that the first `looked` steps make are looked at, by way of `mapping`. Without dst, what the last step makes
-    // is not kept.
+    // The values that the first `looked` steps make are looked at, by way of `mapping`. Without dst, what the last step
+    // makes is not kept.
     k::Status operator()(const LumoARRAY* dst, const LumoARRAY& src, Mapping* mapping = nullptr, int looked = 0) const {
         const Step& last = steps[count - 1];
         const int strips_used = dst ? count - 1 : count;
@@ -266,8 +266,8 @@ k::Status transform_picture(Context& scratch, Between& between, const LumoARRAY&
     const Run all{job, between, scratch.err, plan.steps + first, plan.count - first};
     if (!range) return all(&dst, from);
 
-    // Mapping sees all of what it maps, before it maps the first. What is resampled is made in the destination and mapped
-    // there; the rest is made twice, which costs less than memory does.
+    // Mapping sees all of what it maps, before it maps the first. What is resampled is made in the destination and
+    // mapped there; the rest is made twice, which costs less than memory does.
     const int before = plan.find(map_range) - first;
     if (before > 0 && all.steps[0].run == resample) {
         const Plan unmapped = plan.without(first + before);

@@ -1,5 +1,5 @@
-// The steps of copy-transform. Each makes a picture, or a band of its rows, of the same rows of another, resampling of all of
-// it; and finds its kernel from the two.
+// The steps of copy-transform. Each makes a picture, or a band of its rows, of the same rows of another, resampling of
+// all of it; and finds its kernel from the two.
 #pragma once
 
 #include "ipp/picture.h"
@@ -40,8 +40,8 @@ k::Status map_in_place(const Job& job, const LumoARRAY& picture);
 inline constexpr k::Status kNoConverter = -9999;
 StepFn change_colours, gather_planes, spread_planes;
 
-// dst := op src by a kernel (null: kNoKernel) over so many pixels of each row. Where a stride is more than a kernel's 32 bits
-// can say, row by row.
+// dst := op src by a kernel (null: kNoKernel) over so many pixels of each row. Where a stride is more than a kernel's
+// 32 bits can say, row by row.
 k::Status run_rows(const k::Kernel<k::Unary>* kernel, void* to, int64_t to_stride, const void* from,
                    int64_t from_stride, k::Size size);
 

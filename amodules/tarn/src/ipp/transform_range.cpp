@@ -1,5 +1,6 @@
-// The step of copy-transform that maps values to a range. What a picture's smallest and largest values are is found band by
-// band, while they are near. One pair of bounds for all channels is one for each: the extremes are each channel's own.
+// The step of copy-transform that maps values to a range. What a picture's smallest and largest values are is found
+// band by band, while they are near. One pair of bounds for all channels is one for each: the extremes are each
+// channel's own.
 #include "ipp/mapping.h"
 #include "ipp/transform.h"
 #include "kernels/stats/stats.h"

@@ -1,5 +1,5 @@
-// The steps of copy-transform that change elements, sizes and values. Two channels are processed as pixels of four elements of
-// half the width, as everywhere; four channels are all four processed.
+// The steps of copy-transform that change elements, sizes and values. Two channels are processed as pixels of four
+// elements of half the width, as everywhere; four channels are all four processed.
 #include <stdlib.h>
 
 #include "ipp/convert.h"

@@ -1,5 +1,5 @@
-// Arithmetic with constants, in place, and over lists of planes. The constants' pattern spans three vectors, so that rows
-// of any form are streams of whole vectors.
+// Arithmetic with constants, in place, and over lists of planes. The constants' pattern spans three vectors, so that
+// rows of any form are streams of whole vectors.
 #include "kernels/arith/arith.h"
 
 #include "kernels/arith/fold.h"
@@ -25,8 +25,8 @@ Status constant_rows(Pattern constant, void* dst, int32_t dst_stride, Size size,
 template <class Op, class T, Form kForm>
 Status with_constant(const void* constant, void* dst, int32_t dst_stride, Size size) {
     if (Status s = check(size, constant, dst)) return s;
-    // An integer that changes nothing keeps the fourth channel too. Floats have none: x + 0 and x * 1 change the bits of
-    // some x.
+    // An integer that changes nothing keeps the fourth channel too. Floats have none: x + 0 and x * 1 change the bits
+    // of some x.
     constexpr bool kInteger = sizeof(T) < 4;
     T pixel[4];
     read_constants<T, kForm>(constant, pixel, T(Op::kNeutral));

@@ -67,8 +67,8 @@ struct LooseOf<uint8_t> {
 template <class T>
 using Loose = typename LooseOf<T>::Type;
 
-// Every kernel's way out. While the upper halves of wide registers are in use, narrow code runs slower; compilers clear them
-// at the end of a function only where they see no vector handed on, which a call in tail position is.
+// Every kernel's way out. While the upper halves of wide registers are in use, narrow code runs slower; compilers clear
+// them at the end of a function only where they see no vector handed on, which a call in tail position is.
 inline Status clean(Status status) {
 #if defined(TARN_X86) && defined(__AVX__)
     _mm256_zeroupper();

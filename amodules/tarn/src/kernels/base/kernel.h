@@ -1,5 +1,5 @@
-// What every kernel shares: its status, its size, the table of five addresses that a call goes through, and the lists that
-// families are declared by.
+// What every kernel shares: its status, its size, the table of five addresses that a call goes through, and the lists
+// that families are declared by.
 //
 // A kernel is a plain function over (pointer, stride in bytes, ..., size). Strides are signed. It reads and writes only
 // the pixels of its region: never the padding of a row, never a byte beyond the last pixel of the last row. Pixels may

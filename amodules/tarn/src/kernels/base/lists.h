@@ -61,8 +61,9 @@
 
 // ---- Bodies (in sources) ------------------------------------------------------------------------------------------
 
-// A named function for each kernel of a row, which hands its arguments to the body, an expression in T and kForm, and leaves
-// the wide registers clean (body.h). How many arguments there are stands beside the signature: #define TARN_ARITY_Binary 7.
+// A named function for each kernel of a row, which hands its arguments to the body, an expression in T and kForm, and
+// leaves the wide registers clean (body.h). How many arguments there are stands beside the signature: #define
+// TARN_ARITY_Binary 7.
 #define TARN_BODIES(op, Fn, types, forms, ...) TARN_TYPES_##types(TARN_BODIES_OF_TYPE, forms, op, Fn, (__VA_ARGS__))
 #define TARN_BODIES_OF_TYPE(type, forms, op, Fn, body) TARN_FORMS_##forms(TARN_BODY_OF_FORM, type, op, Fn, body)
 #define TARN_BODY_OF_FORM(form, type, op, Fn, body) \

@@ -17,8 +17,8 @@ enum : uint64_t {
     kFeatureAvx512b = 1u << 9,  // AVX-512 BW, VL
 };
 
-// What the mask is made of: words of the processor's identification (cpuid), and the registers that the operating system
-// saves.
+// What the mask is made of: words of the processor's identification (cpuid), and the registers that the operating
+// system saves.
 struct Identity {
     uint32_t leaf1_c, leaf7_b, extended_c;
     uint64_t enabled_state;
@@ -39,14 +39,14 @@ bool read_features(uint64_t* mask);
 // Whether the operating system has enabled the 512-bit and mask registers. (processor.cpp)
 bool wide_state_enabled();
 
-// Chooses this processor's level and sets active_level and active_sublevel. Returns 0. Running it again is harmless, beside
-// calls of kernels too.
+// Chooses this processor's level and sets active_level and active_sublevel. Returns 0. Running it again is harmless,
+// beside calls of kernels too.
 Status select_level();
 extern int active_sublevel;
 
-// Where sources and output have at least so many bytes together, the output is stored around the cache. 15 MiB: half of a
-// usual last-level cache, and four bytes a pixel read and written of 1920 x 1080. What is less may well be there still when
-// the next operation reads it. Tests set it to 0.
+// Where sources and output have at least so many bytes together, the output is stored around the cache. 15 MiB: half of
+// a usual last-level cache, and four bytes a pixel read and written of 1920 x 1080. What is less may well be there
+// still when the next operation reads it. Tests set it to 0.
 extern int64_t stream_bytes;
 
 // The names of the levels, lowest first: "sse2", "ssse3", ...

@@ -1,7 +1,7 @@
 // Borders. Each row of the destination is the nearest row of the source, lengthened; the rows above and below read one
-// source row again and again, which stays in the cache. Left and right go by whole vectors of the repeated pixel that run on
-// into the middle, which is copied over them then: stores of parts of vectors take longer than the row's copy. A source
-// that overlaps the destination is first copied to its place, and the border is made from there.
+// source row again and again, which stays in the cache. Left and right go by whole vectors of the repeated pixel that
+// run on into the middle, which is copied over them then: stores of parts of vectors take longer than the row's copy. A
+// source that overlaps the destination is first copied to its place, and the border is made from there.
 #include "kernels/border/border.h"
 
 #include "kernels/plane/move.h"
@@ -102,8 +102,8 @@ inline void fill_to(uint8_t* d, int64_t n, const Pattern& p, Bytes colours) {
             store_form<kKept>(Whole{}, d - i - (v + 1) * kVector, p.v[2 - v], colours);
 }
 
-// What there is to do in rows: everything, in vectors that stand over, or byte for byte, or by way of a line where a row
-// is made as a whole; or all but the middle.
+// What there is to do in rows: everything, in vectors that stand over, or byte for byte, or by way of a line where a
+// row is made as a whole; or all but the middle.
 enum class Way { standing_over, exact, by_line, streamed, border };
 constexpr int64_t kLine = 4 * kVector;  // bytes of a row that is made in a line, at most
 

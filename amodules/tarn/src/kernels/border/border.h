@@ -1,11 +1,12 @@
-// A source in the middle of a larger destination, with a border around it: of the nearest source pixels, or of a constant.
+// A source in the middle of a larger destination, with a border around it: of the nearest source pixels, or of a
+// constant.
 //
 //   dst_size  the whole destination, all of which is written: source and border
 //   corner    where in the destination the source's first pixel goes: the widths of the border on the left and on top
 //
-// The source may lie in the destination already, at its place and with one stride: then only the border is written. It may
-// overlap the destination otherwise too, under the conditions of a copy (copy.h). The s32 kernels serve every four-byte
-// element.
+// The source may lie in the destination already, at its place and with one stride: then only the border is written. It
+// may overlap the destination otherwise too, under the conditions of a copy (copy.h). The s32 kernels serve every
+// four-byte element.
 //
 // Statuses: kNull, kBadSize (a size not positive, a destination too small for corner and source), kBadArg (a negative
 // corner).

@@ -50,8 +50,8 @@ inline auto rest_of(const Op& op) {
         return op;
 }
 
-// n pixels that are no whole blocks. The last block overlaps the one before it; where source and destination are one it is
-// made first, in a buffer.
+// n pixels that are no whole blocks. The last block overlaps the one before it; where source and destination are one it
+// is made first, in a buffer.
 template <class Op, class Out>
 [[gnu::noinline]] void map_uneven(const From<Op::kIn>& s, const To<Op::kOut>& d, int64_t n, bool in_place, const Op& op,
                                   Out out) {

@@ -1,6 +1,6 @@
-// Comparisons, a block of as many pixels as a vector has bytes at a time: first the answer of every element, then one of
-// every pixel. Where the processor has masks of bits, answers are bits, and those of a pixel's channels are joined by
-// shifts; elsewhere they are bytes, ones or zeros, packed down from wider elements.
+// Comparisons, a block of as many pixels as a vector has bytes at a time: first the answer of every element, then one
+// of every pixel. Where the processor has masks of bits, answers are bits, and those of a pixel's channels are joined
+// by shifts; elsewhere they are bytes, ones or zeros, packed down from wider elements.
 #include "kernels/compare/known.h"
 #include "kernels/plane/channels.h"
 #include "kernels/plane/pattern.h"

@@ -1,5 +1,5 @@
-// Plane conversions between element types. An element knows nothing of its channel, so one body serves every channel count;
-// a fourth channel that stays is blended in as the vectors are stored.
+// Plane conversions between element types. An element knows nothing of its channel, so one body serves every channel
+// count; a fourth channel that stays is blended in as the vectors are stored.
 #include "kernels/convert/convert.h"
 
 #include "kernels/plane/blocks.h"

@@ -23,8 +23,8 @@ void put_row(uint8_t* d, const T* results, int64_t n) {
 
 // ---- Integers -----------------------------------------------------------------------------------------------------
 
-// Quotients of a correctly rounded division are on the side of a half that they belong to as long as the area is below 2^36;
-// 1.5 x 2^52 has a last place of 1.
+// Quotients of a correctly rounded division are on the side of a half that they belong to as long as the area is below
+// 2^36; 1.5 x 2^52 has a last place of 1.
 template <class T, class Sum>
 void divide_row(const Sum* sums, double area, T* means, int64_t n) {
     constexpr double kNearest = 6755399441055744.0;

@@ -1,10 +1,10 @@
-// For box_floats.h only: sums of floats down the columns, in double, eight rows at a time. Each source row is read twice
-// at any number of rows: as it enters the mask and as it leaves.
+// For box_floats.h only: sums of floats down the columns, in double, eight rows at a time. Each source row is read
+// twice at any number of rows: as it enters the mask and as it leaves.
 //
-// Rows are taken in groups. The mask of a group's row is the group's end from that row on, whole groups, and the beginning
-// of another. The end and the beginning are summed on from row to row in registers; the sums of whole groups, few as they
-// are, are kept, and summed by van Herk's scheme (columns.h). Nothing is taken back, so there is no drift, and what is
-// not a number stays in its masks. The order is that of the groups, the same for every vector width.
+// Rows are taken in groups. The mask of a group's row is the group's end from that row on, whole groups, and the
+// beginning of another. The end and the beginning are summed on from row to row in registers; the sums of whole groups,
+// few as they are, are kept, and summed by van Herk's scheme (columns.h). Nothing is taken back, so there is no drift,
+// and what is not a number stays in its masks. The order is that of the groups, the same for every vector width.
 #pragma once
 
 #include "kernels/plane/strips.h"

@@ -1,6 +1,6 @@
 // For box.cpp only: means of floats, by sums in double: down the columns of a band (box_columns.h), then along its
-// rows, run by run, while a run's sums are in the first-level cache. Along the rows by plain sums of a few pixels, or by van
-// Herk's scheme (columns.h) with the rows side by side (lanes.h).
+// rows, run by run, while a run's sums are in the first-level cache. Along the rows by plain sums of a few pixels, or
+// by van Herk's scheme (columns.h) with the rows side by side (lanes.h).
 #pragma once
 
 #include "kernels/filter/box_columns.h"

@@ -1,7 +1,7 @@
-// For box.cpp only: means of integers under masks of any size. The sums of a strip's columns are brought from row to row by
-// the row that enters and the row that leaves; a band of as many rows as a vector has lanes is then walked along, and the
-// lanes' sums are brought from column to column in the same way. Columns are made for a run at a time, so that the lanes are
-// at distances known beforehand.
+// For box.cpp only: means of integers under masks of any size. The sums of a strip's columns are brought from row to
+// row by the row that enters and the row that leaves; a band of as many rows as a vector has lanes is then walked
+// along, and the lanes' sums are brought from column to column in the same way. Columns are made for a run at a time,
+// so that the lanes are at distances known beforehand.
 #pragma once
 
 #include "kernels/filter/lanes.h"
@@ -13,8 +13,8 @@
 namespace tarn::k::TARN_LEVEL {
 namespace {
 
-// Sums in progress: elements E of the columns' sums, which begin at kBias for each row, an accumulator, and the means of
-// type T, each in the low bits of a lane of E.
+// Sums in progress: elements E of the columns' sums, which begin at kBias for each row, an accumulator, and the means
+// of type T, each in the low bits of a lane of E.
 
 // 16 bits altogether.
 template <bool kOdd>
@@ -29,8 +29,8 @@ struct Sums16 {
     Divide16<kOdd> divide;
 };
 
-// 16 bits for sums that take more: modulo 2^16, and beside them the sum of the columns' upper bits, which tells the quotient
-// but for one; the rest of the other sum tells which.
+// 16 bits for sums that take more: modulo 2^16, and beside them the sum of the columns' upper bits, which tells the
+// quotient but for one; the rest of the other sum tells which.
 template <bool kOdd>
 struct Sums16Twice {
     using T = uint8_t;
@@ -47,8 +47,8 @@ struct Sums16Twice {
         for (shift = 0; shift < 8; ++shift) {
             const int64_t one = int64_t(65536) << shift, scale = one / n, begin = (half - 1) >> shift;
             if (scale > 65535) return false;
-            // What the quotient falls short of (sum + half) / n by, times n: of the scale rounded down, at the largest sum;
-            // of what the sums begin with; of the bits that columns lose.
+            // What the quotient falls short of (sum + half) / n by, times n: of the scale rounded down, at the largest
+            // sum; of what the sums begin with; of the bits that columns lose.
             const int64_t lost = columns * ((1 << shift) - 1) - (begin << shift);
             const int64_t shortfall = (one - scale * n) * 255 * n + half * one + scale * n * lost;
             if (begin + (255 * n >> shift) > 65535 || shortfall >= n * one) continue;
@@ -155,9 +155,9 @@ template <class T, class E>
 // Columns of every lane that are made at a time.
 constexpr int64_t kRunColumns = 49152 / kVector, kRunPitch = kRunColumns + 32;
 
-// The columns of a band's lanes: `lead` of them enter before the first result, some of them zeros before the first column;
-// the last are kept in a ring. Of the ring's beginning there is a copy behind its end, so that no columns that are read
-// together are apart.
+// The columns of a band's lanes: `lead` of them enter before the first result, some of them zeros before the first
+// column; the last are kept in a ring. Of the ring's beginning there is a copy behind its end, so that no columns that
+// are read together are apart.
 template <class Sums, int kChannels>
 struct Walk {
     using E = typename Sums::E;

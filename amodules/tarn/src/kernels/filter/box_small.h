@@ -1,6 +1,6 @@
-// For box.cpp only: means of integers under small masks, in sums twice as wide. Each row's pixels are summed as they lie,
-// by a few shifted loads; the sums of the last rows are kept, and the mask's are brought from row to row by the row that
-// enters and the one that leaves. Three rows are added afresh, which takes fewer steps.
+// For box.cpp only: means of integers under small masks, in sums twice as wide. Each row's pixels are summed as they
+// lie, by a few shifted loads; the sums of the last rows are kept, and the mask's are brought from row to row by the
+// row that enters and the one that leaves. Three rows are added afresh, which takes fewer steps.
 #pragma once
 
 #include <type_traits>
@@ -70,8 +70,8 @@ inline Bytes means_of(Halves<T> sum, const Divide& divide) {
         return (Bytes)narrow_groups(divide(sum.lower), divide(sum.upper));
 }
 
-// Bytes of the kept rows, for the second-level cache. Narrow strips would spare it, but each of their rows lies on a page
-// of its own, where the source comes late: of large images they took two to four times as long.
+// Bytes of the kept rows, for the second-level cache. Narrow strips would spare it, but each of their rows lies on a
+// page of its own, where the source comes late: of large images they took two to four times as long.
 constexpr int64_t kSmallSums = 256 << 10;
 
 // Masks of up to seven columns and two rows and more; kThree: of three. A region narrower than a vector is read and

@@ -1,11 +1,11 @@
-// For kernel sources only: the rows under a mask folded column by column, at a cost that does not grow with their number.
-// Rows are taken in blocks as high as the mask (M. van Herk, "A fast algorithm for local minimum and maximum filters", 1992;
-// J. Gil and M. Werman, 1993): a window is the end of one block and the beginning of the next, and both are folded on
-// from row to row. Nothing is ever taken back, so this serves minima and sums of floats alike, and the order of the fold
-// is the same for every vector width.
+// For kernel sources only: the rows under a mask folded column by column, at a cost that does not grow with their
+// number. Rows are taken in blocks as high as the mask (M. van Herk, "A fast algorithm for local minimum and maximum
+// filters", 1992; J. Gil and M. Werman, 1993): a window is the end of one block and the beginning of the next, and both
+// are folded on from row to row. Nothing is ever taken back, so this serves minima and sums of floats alike, and the
+// order of the fold is the same for every vector width.
 //
-// source(j): the beginning of row j. Fold: its vectors V of kStep elements E in the block, load(io, p, n) of kStep elements of
-// type T or the first n, and join(a, b).
+// source(j): the beginning of row j. Fold: its vectors V of kStep elements E in the block, load(io, p, n) of kStep
+// elements of type T or the first n, and join(a, b).
 #pragma once
 
 #include "kernels/plane/store.h"

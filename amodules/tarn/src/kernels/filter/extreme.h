@@ -1,6 +1,6 @@
 // For kernel sources only: minima and maxima under rectangles, by strips: down the columns by columns.h, then along the
-// rows by windows of 4, 16, 64 ... pixels, each joined of four of the size before (the last ones overlap), which takes a
-// few steps at any width and no step that depends on the one before it.
+// rows by windows of 4, 16, 64 ... pixels, each joined of four of the size before (the last ones overlap), which takes
+// a few steps at any width and no step that depends on the one before it.
 #pragma once
 
 #include "kernels/filter/columns.h"

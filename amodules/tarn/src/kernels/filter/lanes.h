@@ -1,6 +1,6 @@
-// For the filter sources only: rows walked along side by side, a lane of a vector each, so that what an element takes from the
-// one before it is one plain operation on vectors, at any distance. Columns are turned into vectors and back in the
-// registers, group by group.
+// For the filter sources only: rows walked along side by side, a lane of a vector each, so that what an element takes
+// from the one before it is one plain operation on vectors, at any distance. Columns are turned into vectors and back
+// in the registers, group by group.
 #pragma once
 
 #include "kernels/plane/store.h"
@@ -17,8 +17,8 @@ struct Lanes {
     int64_t width;  // elements of each lane
 };
 
-// The lanes of `count` rows of `width` elements, `parts` for each row, which overlap at its end. Lanes that are left over are
-// the first once more.
+// The lanes of `count` rows of `width` elements, `parts` for each row, which overlap at its end. Lanes that are left
+// over are the first once more.
 template <class T, class E>
 Lanes<E> lanes_of(int64_t count, int64_t parts, int64_t width, int64_t channels, int64_t dst_stride) {
     Lanes<E> lanes;

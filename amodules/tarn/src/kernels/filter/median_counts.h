@@ -1,8 +1,8 @@
 // For kernel sources only: the median of bytes under masks of any size, at one cost for all of them (Perreault & Hebert
-// 2007). Each column of the mask's height has counts of 256 bins, in two steps of sixteen: how many elements lie below each
-// group of sixteen bins, and below each bin within its group. Going down a row, a column gains an element and loses one;
-// going along the row, the window's counts gain a column and lose one: the groups' at every pixel, a group's bins only while
-// the wanted element lies in that group, and from where they were left when it comes back.
+// 2007). Each column of the mask's height has counts of 256 bins, in two steps of sixteen: how many elements lie below
+// each group of sixteen bins, and below each bin within its group. Going down a row, a column gains an element and
+// loses one; going along the row, the window's counts gain a column and lose one: the groups' at every pixel, a group's
+// bins only while the wanted element lies in that group, and from where they were left when it comes back.
 #pragma once
 
 #include "kernels/plane/plane.h"
@@ -45,8 +45,8 @@ struct LargeCounts {
     using Entry = uint64_t;
 };
 
-// Columns of a strip, those around it included: their counts stay in the second-level cache. Wide masks take wider strips,
-// or most of the work would be that of columns around.
+// Columns of a strip, those around it included: their counts stay in the second-level cache. Wide masks take wider
+// strips, or most of the work would be that of columns around.
 constexpr int64_t kCountedColumns = 1024;
 
 // How windows lie in a row: so many, each so many columns wide.

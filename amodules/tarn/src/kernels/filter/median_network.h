@@ -1,9 +1,9 @@
-// For kernel sources only: the median under square masks of few odd rows, by networks of minima and maxima over vectors of
-// pixels (odd-even merges, Batcher 1968). Each source row is sorted once per pixel across the mask's columns, in place: the
-// pixels of the mask's columns are vectors loaded next to each other. Rows are merged in pairs, and pairs of pairs in fours,
-// which serve again further down. Two outputs, one above the other, have all rows but one in common: of those only the
-// elements that may be the median are kept, sorted, and either output selects from them and from its own row. What of a
-// network is not used the compiler leaves out.
+// For kernel sources only: the median under square masks of few odd rows, by networks of minima and maxima over vectors
+// of pixels (odd-even merges, Batcher 1968). Each source row is sorted once per pixel across the mask's columns, in
+// place: the pixels of the mask's columns are vectors loaded next to each other. Rows are merged in pairs, and pairs of
+// pairs in fours, which serve again further down. Two outputs, one above the other, have all rows but one in common: of
+// those only the elements that may be the median are kept, sorted, and either output selects from them and from its own
+// row. What of a network is not used the compiler leaves out.
 #pragma once
 
 #include "kernels/plane/plane.h"
@@ -77,8 +77,8 @@ template <int kLists, int kRing, int kMore, int kCount, class V>
     }
 }
 
-// The middle one of kCount + 1 and kCount elements, each in ascending order: at least one of any kCount + 1 that are taken
-// from the lower ends is not below it.
+// The middle one of kCount + 1 and kCount elements, each in ascending order: at least one of any kCount + 1 that are
+// taken from the lower ends is not below it.
 template <int kCount, class V>
 [[gnu::always_inline]] inline V middle_of(const V* a, const V* b) {
     V middle = a[kCount];
@@ -87,7 +87,8 @@ template <int kCount, class V>
     return middle;
 }
 
-// Going down a band the rows are too many for the processor to foresee that each goes on to the right: bytes fetched ahead.
+// Going down a band the rows are too many for the processor to foresee that each goes on to the right: bytes fetched
+// ahead.
 constexpr int64_t kAhead = 384;
 
 // One vector's columns, downwards: `rows` outputs at d, whose windows begin at s. pitch: bytes from pixel to pixel.

@@ -1,8 +1,8 @@
-// For kernel sources only: the median of 16-bit elements under masks of any size. A tile's elements are sorted once, and
-// stand for their ranks from there on, each of which occurs once (Weiss 2006). The ranks fall into at most 256 bins of as
-// many each, and counts of the bins tell in which of them a window's median lies, and which of the bin's elements in the
-// window it is. For each rank there is the column of its element, while that is in a row under the mask: the window's
-// elements of a bin are found by comparing the columns, a vector of ranks at a time.
+// For kernel sources only: the median of 16-bit elements under masks of any size. A tile's elements are sorted once,
+// and stand for their ranks from there on, each of which occurs once (Weiss 2006). The ranks fall into at most 256 bins
+// of as many each, and counts of the bins tell in which of them a window's median lies, and which of the bin's elements
+// in the window it is. For each rank there is the column of its element, while that is in a row under the mask: the
+// window's elements of a bin are found by comparing the columns, a vector of ranks at a time.
 #pragma once
 
 #include "kernels/filter/median_counts.h"
@@ -53,8 +53,8 @@ struct Sorting {
     }
 };
 
-// The place of the n-th bit that is set, n from 0, without a branch (Vigna 2008): sums over the bytes tell the byte, a table
-// the bit.
+// The place of the n-th bit that is set, n from 0, without a branch (Vigna 2008): sums over the bytes tell the byte, a
+// table the bit.
 struct PlacesInByte {
     uint8_t of[8][256];
     constexpr PlacesInByte() : of{} {
@@ -98,8 +98,8 @@ struct Columns {
     static constexpr Signed kLeast = Signed(Column(1) << (8 * sizeof(Column) - 1));  // from which numbers are compared
     static constexpr int64_t kBlock = 128;                                           // ranks looked through at a time
 
-    // The rank of element `rest` among those from rank `from` on whose columns are x to x + width - 1. In which half of a
-    // block it lies can't be foreseen, and is told without a branch.
+    // The rank of element `rest` among those from rank `from` on whose columns are x to x + width - 1. In which half of
+    // a block it lies can't be foreseen, and is told without a branch.
     int64_t find(int64_t from, int64_t rest, int64_t x, int64_t width) const {
         const auto first = splat(Column(x + kLeast));
         const auto end = splat(Signed(width + kLeast));
@@ -138,8 +138,8 @@ private:
 };
 
 // A tile is no wider than its columns have numbers, and holds so many elements that what is needed of them stays in the
-// second-level cache; but it has no fewer columns and rows of windows than the mask, or most of the work would be for what
-// lies around them.
+// second-level cache; but it has no fewer columns and rows of windows than the mask, or most of the work would be for
+// what lies around them.
 template <class Column>
 Size tile_size(Size size, Size mask) {
     constexpr int64_t kWidest = sizeof(Column) == 1 ? 255 : 512;

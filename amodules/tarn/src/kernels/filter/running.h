@@ -109,7 +109,8 @@ constexpr bool kFloatsPay = __is_same(T, float) && !kHasMinMax32;
     return negative_bits((S8)(others != U32{})) == 0;
 }
 
-// The same block by block, from the top down. After one that is not, a few are not looked at: they often are not either.
+// The same block by block, from the top down. After one that is not, a few are not looked at: they often are not
+// either.
 class OrdinaryBlocks {
 public:
     // The first block.

@@ -1,5 +1,5 @@
-// For the filter sources only: a filter's call as its loops see it. Rows are runs of elements in which a pixel's neighbours are
-// `channels` elements apart, so channels are never taken apart.
+// For the filter sources only: a filter's call as its loops see it. Rows are runs of elements in which a pixel's
+// neighbours are `channels` elements apart, so channels are never taken apart.
 #pragma once
 
 #include "kernels/filter/filter.h"

@@ -1,6 +1,6 @@
-// Linear mappings. A block is widened to floats, mapped and narrowed in registers: the bits are those of a mapping by way
-// of a float plane, without its traffic. Three vectors of scales and offsets hold the period of any channel count, so
-// channels are never taken apart. A range costs a pass for the minimum and maximum and one to map.
+// Linear mappings. A block is widened to floats, mapped and narrowed in registers: the bits are those of a mapping by
+// way of a float plane, without its traffic. Three vectors of scales and offsets hold the period of any channel count,
+// so channels are never taken apart. A range costs a pass for the minimum and maximum and one to map.
 #include "kernels/mapping/mapping.h"
 
 #include "kernels/plane/blocks.h"

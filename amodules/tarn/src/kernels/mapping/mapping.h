@@ -6,8 +6,8 @@
 
 namespace tarn::k {
 
-// scale, offset: one a channel. Source and destination may be one plane when their types are of one size. A result that goes
-// around the cache takes a strip of scratch; kNoMemory, and nothing is written, when it can't be had.
+// scale, offset: one a channel. Source and destination may be one plane when their types are of one size. A result that
+// goes around the cache takes a strip of scratch; kNoMemory, and nothing is written, when it can't be had.
 using ScaleMap = Status(const void* src, int32_t src_stride, void* dst, int32_t dst_stride, Size size,
                         const float* scale, const float* offset, Allocator scratch);
 #define TARN_ARITY_ScaleMap 8
@@ -22,7 +22,8 @@ using RangeMap = Status(const void* src, int32_t src_stride, void* dst, int32_t 
 // The float epsilon, 2^-23: a smaller spread of values is none.
 inline constexpr float kFlat = 1.1920929e-07f;
 
-// The smallest of a channel's smallest values, the largest of its largest. One may be NaN, when its pixels are nothing else.
+// The smallest of a channel's smallest values, the largest of its largest. One may be NaN, when its pixels are nothing
+// else.
 static inline float smaller(float a, float b) { return b < a || a != a ? b : a; }
 static inline float larger(float a, float b) { return b > a || a != a ? b : a; }
 

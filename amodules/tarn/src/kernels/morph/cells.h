@@ -17,8 +17,8 @@ template <class Op, class T>
 class Cells {
 public:
     static constexpr int kLongest = 5;
-    // Where runs begin, the longest first, and how many there are of a length. square: the side of an element that is nothing
-    // but a small square, else 0.
+    // Where runs begin, the longest first, and how many there are of a length. square: the side of an element that is
+    // nothing but a small square, else 0.
     struct Taps {
         int64_t at[kNearCells], pixel;
         int32_t count[kLongest + 1], longest, square;

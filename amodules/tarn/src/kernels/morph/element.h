@@ -47,8 +47,8 @@ public:
         while (bottom_ > top_ && !run(bottom_ - 1).count) --bottom_;
     }
 
-    // add(step) for every step of the plan, from the mask's corner. cells: they may be the steps of a small element, among
-    // rectangles of squares up to a side of `square`.
+    // add(step) for every step of the plan, from the mask's corner. cells: they may be the steps of a small element,
+    // among rectangles of squares up to a side of `square`.
     template <class Add>
     void plan(bool cells, int64_t square, Add add) const {
         const bool tower = is_tower();

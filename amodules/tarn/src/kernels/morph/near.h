@@ -85,8 +85,8 @@ private:
     }
     int64_t row_offset(int64_t y) const { return clamp<int64_t>(y, 0, height_ - 1) * stride_; }
 
-    // The ends of these image rows: at each side twice kEnd bytes, and beyond it kEnd of the edge pixel. Members are read
-    // into locals, not again after every store.
+    // The ends of these image rows: at each side twice kEnd bytes, and beyond it kEnd of the edge pixel. Members are
+    // read into locals, not again after every store.
     void copy_ends(int64_t from, int64_t count) const {
         const int64_t stride = stride_, height = height_, row = row_, pixel = pixel_;
         const int64_t channels = pixel / int64_t(sizeof(T));

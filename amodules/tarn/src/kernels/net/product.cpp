@@ -3,8 +3,8 @@
 // lane's chain does not depend on the tile that an output is computed in, which gives a sample the same bits alone and
 // in any batch, and on every processor.
 //
-// A tile is four samples by twelve neurons, or by the last four; or one sample by sixteen neurons. The rows of a tile are
-// used by as many tiles as the first-level cache allows.
+// A tile is four samples by twelve neurons, or by the last four; or one sample by sixteen neurons. The rows of a tile
+// are used by as many tiles as the first-level cache allows.
 #include "kernels/net/net.h"
 
 #include "kernels/net/sixteen.h"
@@ -14,8 +14,8 @@
 namespace tarn::k::TARN_LEVEL {
 namespace {
 
-// Samples whose lanes are in registers at a time. With half as many neurons again there are enough chains for the latency of
-// the multiply-add, and more multiply-adds than loads.
+// Samples whose lanes are in registers at a time. With half as many neurons again there are enough chains for the
+// latency of the multiply-add, and more multiply-adds than loads.
 constexpr int kRowsAtOnce = kLanes<float> / 4;
 constexpr int kSingle = 16, kWide = 6, kNarrow = 4;  // neurons of a tile
 
@@ -172,9 +172,10 @@ Status net_product_f32(const void* x, int32_t x_stride, const void* w, int32_t w
         }
         return clean(kOk);
     }
-    // A group of samples stays in the first-level cache while all weights pass by. Of its 32 KB most, since a group uses
-    // no weight twice; a classifier of 784 inputs takes the same time to 3 % from 13 KB to 48 KB. Of short samples 64:
-    // each weight is then loaded for so many that larger groups, whose addresses would have to be kept, gain nothing.
+    // A group of samples stays in the first-level cache while all weights pass by. Of its 32 KB most, since a group
+    // uses no weight twice; a classifier of 784 inputs takes the same time to 3 % from 13 KB to 48 KB. Of short samples
+    // 64: each weight is then loaded for so many that larger groups, whose addresses would have to be kept, gain
+    // nothing.
     constexpr int64_t kGroupBytes = 200 << 10, kMostRows = 64;
     const int64_t group = clamp<int64_t>(kGroupBytes / (int64_t(k) * 4 + 1) / 4 * 4, 4, kMostRows);
     const float *xs[kMostRows], *ws[kWide];

@@ -49,8 +49,8 @@ inline void store16_n(float* p, F32x16 s, int64_t n) {
     else
         memcpy(p, &s, size_t(n) * sizeof(float));
 }
-// The same of floats `step` floats apart, 0 < n <= 16. Narrow vectors take neighbours one by one too: that is faster than
-// a copy of a length unknown.
+// The same of floats `step` floats apart, 0 < n <= 16. Narrow vectors take neighbours one by one too: that is faster
+// than a copy of a length unknown.
 inline F32x16 gather16(const float* p, int64_t step, int64_t n, F32x16 others = {}) {
     if (kVectors <= 2 && step == 1) return n == 16 ? load16(p) : load16_n(p, n, others);
     float buffer[16];

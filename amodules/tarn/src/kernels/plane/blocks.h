@@ -1,5 +1,6 @@
-// For kernel sources only: planes whose elements change their type or value one by one, in blocks of kVector elements: a
-// vector of the narrowest type, up to four of the others. Large outputs go around the cache by way of a strip of elements.
+// For kernel sources only: planes whose elements change their type or value one by one, in blocks of kVector elements:
+// a vector of the narrowest type, up to four of the others. Large outputs go around the cache by way of a strip of
+// elements.
 #pragma once
 
 #include "kernels/plane/pattern.h"
@@ -19,10 +20,10 @@ template <bool kKept, class D>
         store_form<kKept>(Whole{}, d + v * kLanes<D>, block.v[v], colour_mask<D>());
 }
 
-// f, block by block, over rows of n elements, whole pixels and not less than a block. f(s, phase) makes the block of the
-// kVector elements at s; a map that is not the same for every block has a period of three. A row's last block overlaps the
-// one before it, and is made first: the destination may be the source. By itself, and with all of it inlined: within its
-// several callers compilers leave a call per block, and the constants in memory.
+// f, block by block, over rows of n elements, whole pixels and not less than a block. f(s, phase) makes the block of
+// the kVector elements at s; a map that is not the same for every block has a period of three. A row's last block
+// overlaps the one before it, and is made first: the destination may be the source. By itself, and with all of it
+// inlined: within its several callers compilers leave a call per block, and the constants in memory.
 template <bool kKept, class S, class D, class F>
 [[gnu::noinline]] void map_rows(const void* src, int32_t src_stride, void* dst, int32_t dst_stride, int64_t rows,
                                 int64_t n, const F& map) {
@@ -93,8 +94,8 @@ inline bool streams_blocks(const void* src, const void* dst, Size size, int64_t 
     return !kKept && src != dst && streams(size.height * (size.width * channels) * int64_t(sizeof(S) + sizeof(D)));
 }
 
-// dst := f of src, by map_row. kKept: the fourth channel of the destination stays. strip: room for kStrip elements where the
-// plane goes around the cache, else null.
+// dst := f of src, by map_row. kKept: the fourth channel of the destination stays. strip: room for kStrip elements
+// where the plane goes around the cache, else null.
 template <bool kKept, class S, class D, class F>
 void map_blocks(const void* src, int32_t src_stride, void* dst, int32_t dst_stride, Size size, int64_t channels,
                 D* strip, const F& f) {

@@ -18,8 +18,8 @@ inline void convert_elements(const T* s, int64_t n, float* to) {
     }
 }
 
-// Pixels [from, from + count) of a row of `width` pixels as floats. The row may begin before it and end behind: outside the
-// edge pixel repeats. Behind them room for three floats more.
+// Pixels [from, from + count) of a row of `width` pixels as floats. The row may begin before it and end behind: outside
+// the edge pixel repeats. Behind them room for three floats more.
 template <class T>
 void replicate_row(const T* s, int64_t width, int channels, int64_t from, int64_t count, float* to) {
     const int64_t left = clamp<int64_t>(-from, 0, count), right = clamp<int64_t>(from + count - width, 0, count);

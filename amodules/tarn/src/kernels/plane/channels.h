@@ -62,8 +62,9 @@ struct Channels3 {
     Bytes mask(int c, int g) const { return every_group(where[(c + 2 * g * int(16 / sizeof(T))) % 3]); }
 };
 
-// Without look-up the elements of all vectors are a row, whose halves are dealt out in turn: i goes to 2 i, modulo one less
-// than there are. As many rounds as double 1 to the lanes of a vector bring 3 k + c, and 4 k + c, to lane k of vector c.
+// Without look-up the elements of all vectors are a row, whose halves are dealt out in turn: i goes to 2 i, modulo one
+// less than there are. As many rounds as double 1 to the lanes of a vector bring 3 k + c, and 4 k + c, to lane k of
+// vector c.
 constexpr int rounds_of(int lanes) { return lanes == 4 ? 2 : 1 + rounds_of(lanes / 2); }
 
 template <class T>

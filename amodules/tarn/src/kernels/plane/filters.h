@@ -1,7 +1,7 @@
 // For kernel sources only: the filters that pixels are interpolated by. A filter is a type with
 //   kTaps                               2, 4 or 6: the pixels that an output is made of
-//   weights(f, w)                       for kTapBlock positions at once: w[k][i] is the weight of tap k of the position that
-//                                       lies f[i] (0 <= f < 1) to the right of tap kTaps / 2 - 1; their sum is 1
+//   weights(f, w)                       for kTapBlock positions at once: w[k][i] is the weight of tap k of the position
+//                                       that lies f[i] (0 <= f < 1) to the right of tap kTaps / 2 - 1; their sum is 1
 #pragma once
 
 #include "kernels/base/body.h"

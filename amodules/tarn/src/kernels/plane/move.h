@@ -1,7 +1,7 @@
-// For kernel sources only: planes moved as they are. A move that carries every channel sees bytes only, so one body serves
-// all element types and channel counts; the c3x forms blend under a mask of channels. The order of rows and of bytes in a
-// row is chosen so that a plane may be shifted within its own buffer. Stores go around the cache only where the output is so
-// large that it would evict everything anyway: below that they lose.
+// For kernel sources only: planes moved as they are. A move that carries every channel sees bytes only, so one body
+// serves all element types and channel counts; the c3x forms blend under a mask of channels. The order of rows and of
+// bytes in a row is chosen so that a plane may be shifted within its own buffer. Stores go around the cache only where
+// the output is so large that it would evict everything anyway: below that they lose.
 #pragma once
 
 #include "kernels/plane/plane.h"
@@ -34,9 +34,9 @@ struct Extent {
     bool apart_from(Extent other) const { return to <= other.from || other.to <= from; }
 };
 
-// Moves n bytes of a row, which may overlap. Beyond some 2 KiB libraries leave this to the processor's string move, which
-// goes byte by byte where the destination lies less than a line behind the source, whole pages not counted: 10 to 20 times
-// as long. Such rows go by vectors.
+// Moves n bytes of a row, which may overlap. Beyond some 2 KiB libraries leave this to the processor's string move,
+// which goes byte by byte where the destination lies less than a line behind the source, whole pages not counted: 10 to
+// 20 times as long. Such rows go by vectors.
 inline void move_row(uint8_t* d, const uint8_t* s, int64_t n) {
     constexpr int64_t kBlock = 4 * kVector, kLeast = 2048;
     constexpr uintptr_t kLine = 64, kPage = 4096;

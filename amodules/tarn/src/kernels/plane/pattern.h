@@ -1,6 +1,6 @@
-// For kernel sources only: constants per channel as whole vectors. Every pixel of 1, 3 or 4 elements of up to 4 bytes fits
-// three vectors without a rest, so a row of any form is a stream of whole vectors, three by three, and channels are never
-// taken apart.
+// For kernel sources only: constants per channel as whole vectors. Every pixel of 1, 3 or 4 elements of up to 4 bytes
+// fits three vectors without a rest, so a row of any form is a stream of whole vectors, three by three, and channels
+// are never taken apart.
 #pragma once
 
 #include <type_traits>
@@ -84,8 +84,8 @@ inline void each_phase(int64_t n, F f) {
 // A row of whole pixels ends with a pattern's last vector, as three of them are whole pixels too.
 using LastPhase = Phase<2>;
 
-// Stores f(io, offset, phase), a vector, for every vector of a row of n bytes, three made before the first is stored. The
-// last one overlaps the one before it and is made first: see store_each.
+// Stores f(io, offset, phase), a vector, for every vector of a row of n bytes, three made before the first is stored.
+// The last one overlaps the one before it and is made first: see store_each.
 template <bool kKept, class F>
 inline void store_each_phase(uint8_t* d, int64_t n, Bytes mask, F f) {
     const Whole whole;

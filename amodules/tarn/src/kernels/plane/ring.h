@@ -6,7 +6,8 @@
 namespace tarn::k::TARN_LEVEL {
 namespace {
 
-// kRows slots of `pitch` elements. A source row has its slot by its number, so the kRows rows around an output are all held.
+// kRows slots of `pitch` elements. A source row has its slot by its number, so the kRows rows around an output are all
+// held.
 template <class T, int kRows>
 class Ring {
 public:

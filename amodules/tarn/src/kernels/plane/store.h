@@ -111,9 +111,9 @@ inline void copy_short(uint8_t* d, const uint8_t* s, int64_t n) {
 // Bytes of a row's vectors before the last one, which ends with the row and may overlap them. n: at least a vector.
 inline int64_t before_last(int64_t n) { return (n - 1) / kVector * kVector; }
 
-// Stores f(io, offset), a vector, for every vector of a row of n bytes, four made before the first is stored: a load waits
-// for a store before it that seems to have its address, of which processors compare the place within a page first. The
-// last vector overlaps the one before it; it is made first, since the destination may be a source.
+// Stores f(io, offset), a vector, for every vector of a row of n bytes, four made before the first is stored: a load
+// waits for a store before it that seems to have its address, of which processors compare the place within a page
+// first. The last vector overlaps the one before it; it is made first, since the destination may be a source.
 template <bool kKept, int kTogether = 4, class F>
 inline void store_each(uint8_t* d, int64_t n, Bytes mask, F f) {
     if (n < kVector) return store_form<kKept>(Part{n}, d, (Bytes)f(Part{n}, 0), mask);

@@ -1,5 +1,5 @@
-// For the resize sources only: the taps of outputs that lie apart in a row of one channel. Each output loads its own, side
-// by side as they stand, in words of 32 bits; the registers then hold a word of every output each.
+// For the resize sources only: the taps of outputs that lie apart in a row of one channel. Each output loads its own,
+// side by side as they stand, in words of 32 bits; the registers then hold a word of every output each.
 #pragma once
 
 #include "kernels/plane/transpose.h"

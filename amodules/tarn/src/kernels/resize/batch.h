@@ -1,6 +1,6 @@
-// For the resize sources only: as many source rows as a vector of floats has lanes, resampled horizontally at once. They are
-// turned into columns, an element of every row in a vector; an output's taps then lie one behind another wherever they
-// come from, and its weights are the same for all rows. The outputs are turned back into rows.
+// For the resize sources only: as many source rows as a vector of floats has lanes, resampled horizontally at once.
+// They are turned into columns, an element of every row in a vector; an output's taps then lie one behind another
+// wherever they come from, and its weights are the same for all rows. The outputs are turned back into rows.
 #pragma once
 
 #include "kernels/plane/strips.h"
@@ -23,8 +23,8 @@ constexpr int kOutputs = kBatch > kTapBlock ? kBatch : kTapBlock;
 template <int kTaps>
 constexpr int kMostHalves = kTaps + 2;
 
-// Whether rows are made faster so than one by one. All of the source becomes columns, however little of it an output takes,
-// and four channels fill a small register without that. Permutes, as far as they reach, pick taps fast enough.
+// Whether rows are made faster so than one by one. All of the source becomes columns, however little of it an output
+// takes, and four channels fill a small register without that. Permutes, as far as they reach, pick taps fast enough.
 template <int kTaps, class S>
 constexpr bool batches_pay(int channels, int64_t from, int64_t to) {
     constexpr bool kFloats = sizeof(S) == 4;
@@ -165,7 +165,8 @@ private:
 
     static int64_t blocks_of(int64_t outputs) { return (outputs + kOutputs - 1) / kOutputs * (kOutputs / kTapBlock); }
 
-    // The next batch: rows that output y and those below it need and that are not made. At the end some are there twice.
+    // The next batch: rows that output y and those below it need and that are not made. At the end some are there
+    // twice.
     void make(int64_t y) {
         const uint8_t* rows[kBatch];
         int count = 0;

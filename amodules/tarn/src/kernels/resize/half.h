@@ -1,5 +1,6 @@
 // For the linear resizes only: to exactly half the size, which is the mean of 2 x 2 pixels. Integers are summed as such
-// and rounded once, to the nearest, ties to even; floats are the sums of the general resize, whose weights are all a half.
+// and rounded once, to the nearest, ties to even; floats are the sums of the general resize, whose weights are all a
+// half.
 #pragma once
 
 #include "kernels/resize/job.h"
@@ -106,8 +107,8 @@ inline Bytes joined_threes(Bytes v) {
 template <int kChannels>
 constexpr int kHalfBytes = kChannels == 3 ? kGroups * 12 : kVector;
 
-// The means of 2 x 2 pixels: kHalfBytes bytes of outputs from twice as many of each row. Of three channels a vector more is
-// read than that has.
+// The means of 2 x 2 pixels: kHalfBytes bytes of outputs from twice as many of each row. Of three channels a vector
+// more is read than that has.
 template <class T, int kChannels>
 inline Bytes half_vector(const uint8_t* upper, const uint8_t* lower) {
     // Three channels: a group holds the 12 bytes of one window of either kind.

@@ -33,10 +33,10 @@ struct Job {
     int64_t row_within(int64_t y) const { return clamp<int64_t>(region.y + y, 0, src_size.height - 1); }
 };
 
-// Fetches pixels of a source row ahead of their use, into the second-level cache: rows of large planes often share their
-// places in the first. Of a strip of columns every row lies on another page, whither the processor's own fetching does not
-// follow. A single strip is whole rows, and needs none of this; nor does an image that shrinks so much that it leaves most
-// lines out.
+// Fetches pixels of a source row ahead of their use, into the second-level cache: rows of large planes often share
+// their places in the first. Of a strip of columns every row lies on another page, whither the processor's own fetching
+// does not follow. A single strip is whole rows, and needs none of this; nor does an image that shrinks so much that it
+// leaves most lines out.
 class Ahead {
 public:
     // As many rows as some outputs are apart, at least three.

@@ -12,8 +12,8 @@ constexpr int kGroup = 8;  // outputs of a group of windows
 // Where the bytes of outputs come from: see the loops.
 enum class Fetch { one_window, two_windows, apart, by_pixel };
 
-// What the rows of a strip of columns are made with. A slot is an element, but for three channels of pixels apart, whose
-// groups are two pixels and two slots of no meaning: behind them with look-ups, without one behind each.
+// What the rows of a strip of columns are made with. A slot is an element, but for three channels of pixels apart,
+// whose groups are two pixels and two slots of no meaning: behind them with look-ups, without one behind each.
 struct StripTables {
     int64_t pixels, elements, slots;
     int32_t *near, *other;    // per pixel: the nearer of the source pixels a and b, and the other one

@@ -58,8 +58,8 @@ void fill_slots(StripTables& t, int64_t slots, Pixel slot_pixel) {
     for (int64_t e = 0; e < t.slots; ++e) t.fraction[e] = t.pixel_fraction[min(slot_pixel(e), t.pixels - 1)];
 }
 
-// Prepares loads of both pixels of every output. At an edge of the source, where they are one, it is the first of the two,
-// or the second.
+// Prepares loads of both pixels of every output. At an edge of the source, where they are one, it is the first of the
+// two, or the second.
 template <int kChannels>
 bool find_side_by_side(StripTables& t, int32_t src_width) {
     constexpr int kSlots = kChannels == 1 ? 1 : 4;

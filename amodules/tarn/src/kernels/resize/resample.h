@@ -1,9 +1,9 @@
 // For the resize sources only: the separable resampling with a fixed number of taps that linear, cubic and Lanczos
 // share.
 //
-// A strip of columns at a time, in bands of rows. Source rows are resampled horizontally, as floats, one by one or by the
-// batch, and kept until no output needs them; an output row is the weighted sum of kTaps of them, rounded once. Source
-// rows that no output needs are never read.
+// A strip of columns at a time, in bands of rows. Source rows are resampled horizontally, as floats, one by one or by
+// the batch, and kept until no output needs them; an output row is the weighted sum of kTaps of them, rounded once.
+// Source rows that no output needs are never read.
 #pragma once
 
 #include "kernels/plane/ring.h"
@@ -106,7 +106,8 @@ Status resample(const Job& j, int channels, bool kept) {
     const int64_t width = j.dst_size.width, height = j.bottom - j.top;
     const int64_t blocks = (height + kTapBlock - 1) / kTapBlock;
     const int64_t strip = strip_width(width, kMost / channels, 16);
-    // Rows go around the cache by way of one that stays in it: of floats alone, others take longer to make than to store.
+    // Rows go around the cache by way of one that stays in it: of floats alone, others take longer to make than to
+    // store.
     const bool streamed = sizeof(D) == 4 && !kept && streams(2 * height * width * channels * int64_t(sizeof(D)));
     TapBlock<kTaps>* row_taps;
     D* blended;

@@ -13,15 +13,15 @@
 // that many when the image shrinks. Rounding is to the nearest, once, at the end: 8-bit results lie within 0.5 + 1/32
 // of the real value, 16-bit results within 0.5 + 1/16, saturated; float results within 4 units in the last place of the
 // largest of the pixels blended, their sums by row and the result. Every product and every sum of floats is rounded: of
-// 1.6 million random pixels the worst was 3.4 such units off (Lanczos), .58 in the root mean square. Fused sums would be
-// 2.8 and .46, and two to seven times as slow where they must be emulated. A NaN in a float result is always the same one,
-// positive, quiet, without payload; it comes of a NaN or an infinity anywhere among the blended pixels, even at weight
-// 0. Planes of equal size are copied.
+// 1.6 million random pixels the worst was 3.4 such units off (Lanczos), .58 in the root mean square. Fused sums would
+// be 2.8 and .46, and two to seven times as slow where they must be emulated. A NaN in a float result is always the
+// same one, positive, quiet, without payload; it comes of a NaN or an infinity anywhere among the blended pixels, even
+// at weight 0. Planes of equal size are copied.
 //
 // resize_u8_...: of bytes to a wider type, with the bits that the source widened first would give.
 //
-// Statuses: kNull, kBadSize (a size of the region or a plane is not positive), kBadArg (the region leaves the source, or
-// the rows the destination), kNoMemory.
+// Statuses: kNull, kBadSize (a size of the region or a plane is not positive), kBadArg (the region leaves the source,
+// or the rows the destination), kNoMemory.
 #pragma once
 
 #include "kernels/base/kernel.h"

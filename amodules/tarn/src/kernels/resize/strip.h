@@ -1,7 +1,8 @@
 // For the resize sources only: a source row resampled horizontally, as floats, for a strip of outputs.
 //
 // The taps of neighbouring outputs are fetched by permutes from a row of floats where the processor has those of two
-// registers. Else each output of one channel loads its own, and pixels of more are made one by one, a channel to a lane.
+// registers. Else each output of one channel loads its own, and pixels of more are made one by one, a channel to a
+// lane.
 #pragma once
 
 #include "kernels/plane/border.h"
@@ -27,8 +28,8 @@ constexpr int64_t kStripElements = sizeof(S) < 4 ? 12288
 
 enum class Fetch { by_pixel, apart, one_window, two_windows };
 
-// What a strip's rows are made with. Elements: outputs times channels, then up to a whole vector more of no meaning, for
-// which whatever stands in the scratch is read.
+// What a strip's rows are made with. Elements: outputs times channels, then up to a whole vector more of no meaning,
+// for which whatever stands in the scratch is read.
 struct StripTables {
     int64_t pixels, elements;
     int64_t pitch;   // elements of a plane or row, and how far the next one is
@@ -145,8 +146,8 @@ void prepare(StripTables& t, const Job& j, const Tile& tile, int channels) {
 
 // ---- Rows ---------------------------------------------------------------------------------------------------------
 
-// Two taps of whole vectors of pixels, as many as there are in [begin, end): 8 bytes of each. Returns the first pixel that
-// is left.
+// Two taps of whole vectors of pixels, as many as there are in [begin, end): 8 bytes of each. Returns the first pixel
+// that is left.
 template <int kChannels>
 int64_t gather_pairs(const uint8_t* s, const uint8_t* next, const StripTables& t, int64_t begin, int64_t end) {
     constexpr int kPixels = kVector / 8;
@@ -172,8 +173,8 @@ int64_t gather_pairs(const uint8_t* s, const uint8_t* next, const StripTables& t
     return begin;
 }
 
-// Two taps of bytes of all pixels in [begin, end) but the last few, whole vectors of them: gathered as they are, a plane per
-// tap, and weighed. Returns the first pixel that is left; of the others some outputs have no meaning.
+// Two taps of bytes of all pixels in [begin, end) but the last few, whole vectors of them: gathered as they are, a
+// plane per tap, and weighed. Returns the first pixel that is left; of the others some outputs have no meaning.
 template <bool kExact, int kChannels>
 int64_t weigh_pairs(const uint8_t* s, const uint8_t* next, const StripTables& t, int64_t begin, int64_t end,
                     float* out) {
@@ -232,7 +233,8 @@ template <int kTaps, bool kExact, int kChannels, class T>
     for (x = max(begin, end); x < n; ++x) at_edge(x);
 }
 
-// Vectors of outputs that reach beyond the source row take their taps from a copy of them. Meanwhile row `next` is fetched.
+// Vectors of outputs that reach beyond the source row take their taps from a copy of them. Meanwhile row `next` is
+// fetched.
 template <int kTaps, bool kExact, class T>
 void weigh_apart(const StripTables& t, const T* s, const T* next, int64_t width, int64_t left, float* out) {
     constexpr int kStep = kLanes<float>, kWords = kTapWords<kTaps, T>, kCopied = kWords * 4 / int(sizeof(T));

@@ -1,5 +1,5 @@
-// For the resize sources only: the sums of taps times weights. They are made in one order, products rounded before they are
-// added: all levels give the same bits, and none emulates fused sums.
+// For the resize sources only: the sums of taps times weights. They are made in one order, products rounded before they
+// are added: all levels give the same bits, and none emulates fused sums.
 #pragma once
 
 #include "kernels/simd/fused.h"

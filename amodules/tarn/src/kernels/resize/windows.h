@@ -10,8 +10,8 @@ namespace {
 
 constexpr int kWindow = 16;  // bytes
 
-// Vectors [from, to) that pick as those a period of so many vectors before do, but `step` bytes further in the source. A
-// multiple of the period, the first one included. Period 0: none.
+// Vectors [from, to) that pick as those a period of so many vectors before do, but `step` bytes further in the source.
+// A multiple of the period, the first one included. Period 0: none.
 struct Repeats {
     int period;
     int64_t from, to, step;
@@ -65,8 +65,8 @@ struct Period {
     }
 };
 
-// Looks for the vectors that repeat: nearly all where a factor's period is short. The first one may be left out, for it may
-// have pixels of the source's edge. same(v, u): whether what else belongs to two vectors is the same.
+// Looks for the vectors that repeat: nearly all where a factor's period is short. The first one may be left out, for it
+// may have pixels of the source's edge. same(v, u): whether what else belongs to two vectors is the same.
 template <class Same>
 void find_repeats(Windows& w, int64_t vectors, Same same) {
     const auto repeats = [&](int64_t v, int64_t u, int64_t step) {

@@ -245,8 +245,8 @@ inline F64 load_f64_n(const void* p, int64_t n) {
     return F64{f[0], f[1]};
 }
 inline F64 load_f64(const void* p) { return load_f64_n(p, 2); }
-// The nearest integers, ties to the even ones. Out of range, and NaN: the smallest. Below 2^23 a sum with 2^23 of the same
-// sign rounds; from there on every float is an integer.
+// The nearest integers, ties to the even ones. Out of range, and NaN: the smallest. Below 2^23 a sum with 2^23 of the
+// same sign rounds; from there on every float is an integer.
 inline S32 nearest_int(F32 v) {
     S32 r = {};
     for (int i = 0; i < 4; ++i) {

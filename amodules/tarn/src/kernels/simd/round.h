@@ -1,6 +1,6 @@
-// For kernel sources only: floats to elements. To the nearest integer, ties to the even one, saturated; NaN to the type's
-// smallest value; floats as they are. One by one without library calls and branches, so that plain loops become vectors,
-// and four vectors at a time, packed in order.
+// For kernel sources only: floats to elements. To the nearest integer, ties to the even one, saturated; NaN to the
+// type's smallest value; floats as they are. One by one without library calls and branches, so that plain loops become
+// vectors, and four vectors at a time, packed in order.
 #pragma once
 
 #include "kernels/simd/simd.h"

@@ -1,9 +1,11 @@
-// The vector vocabulary of the kernels: vectors as wide as the level's registers, and one word for each thing done to them.
+// The vector vocabulary of the kernels: vectors as wide as the level's registers, and one word for each thing done to
+// them.
 //
-// A vector is the compilers' own vector type, so + - * / & | ^ ~ << >>, comparisons (all ones where true) and element access
-// are plain expressions, and a cast (U16)v looks at the same bytes as other elements. Only what expressions can't say, or
-// compilers say badly, has a word here. The words of a register width stand in one file each; a word that the processor
-// lacks is made of others, and its line there says what it costs. Groups are the 16-byte parts of a vector.
+// A vector is the compilers' own vector type, so + - * / & | ^ ~ << >>, comparisons (all ones where true) and element
+// access are plain expressions, and a cast (U16)v looks at the same bytes as other elements. Only what expressions
+// can't say, or compilers say badly, has a word here. The words of a register width stand in one file each; a word that
+// the processor lacks is made of others, and its line there says what it costs. Groups are the 16-byte parts of a
+// vector.
 //
 // Memory may start at any byte.
 #pragma once
@@ -80,8 +82,8 @@ inline void store(void* p, V v) {
 
 // ---- Values -------------------------------------------------------------------------------------------------------
 
-// Every element the value. The difference with zero is the value itself, -0 too (a sum would lose its sign), and compiles
-// to one broadcast, which a loop over the elements doesn't.
+// Every element the value. The difference with zero is the value itself, -0 too (a sum would lose its sign), and
+// compiles to one broadcast, which a loop over the elements doesn't.
 template <class T>
 inline Vec<T> splat(T value) {
     return value - Vec<T>{};

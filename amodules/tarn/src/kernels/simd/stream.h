@@ -1,5 +1,5 @@
-// For kernel sources only: stores that go around the cache. They pay where so much is read and written that it would evict
-// everything anyway (stream_bytes, runtime.h), and lose below that.
+// For kernel sources only: stores that go around the cache. They pay where so much is read and written that it would
+// evict everything anyway (stream_bytes, runtime.h), and lose below that.
 #pragma once
 
 #include "kernels/base/runtime.h"
@@ -8,11 +8,12 @@
 namespace tarn::k::TARN_LEVEL {
 namespace {
 
-// Whether the output goes around the cache where so many bytes are read and written altogether. To be asked once per call.
+// Whether the output goes around the cache where so many bytes are read and written altogether. To be asked once per
+// call.
 inline bool streams(int64_t bytes) { return bytes >= stream_bytes; }
 
-// Copies a row around the cache, in whole lines: one that is stored half around the cache and half into it costs 0.2 us.
-// Source and destination must not overlap. Behind the last row: stream_fence().
+// Copies a row around the cache, in whole lines: one that is stored half around the cache and half into it costs 0.2
+// us. Source and destination must not overlap. Behind the last row: stream_fence().
 [[maybe_unused]] void stream_row(void* TARN_RESTRICT dst, const void* TARN_RESTRICT src, int64_t n) {
     uint8_t* d = static_cast<uint8_t*>(dst);
     const uint8_t* s = static_cast<const uint8_t*>(src);

@@ -34,8 +34,8 @@ inline V in_register(V v) {
 inline Bytes load_groups(const uint8_t* base, const int64_t* from) { return load<Bytes>(base + from[0]); }
 inline void store_groups(uint8_t* base, const int64_t* to, Bytes v) { store(base + to[0], v); }
 
-// Elements from addresses of their own, base + at[...], without gathers, which are slow on many processors. Of each group:
-// the 16 bytes at at[step g], and 8 bytes each at at[step g] and the next.
+// Elements from addresses of their own, base + at[...], without gathers, which are slow on many processors. Of each
+// group: the 16 bytes at at[step g], and 8 bytes each at at[step g] and the next.
 [[gnu::always_inline]] inline Bytes load_groups(const uint8_t* base, const int32_t* at, int step) {
     (void)step;  // there is one group
     return load<Bytes>(base + at[0]);

@@ -36,8 +36,8 @@ inline V in_register(V v) {
     return v;
 }
 
-// The 16 bytes at each of kGroups addresses, a group each, read and written. A broadcast from memory and a blend keep off
-// the only unit that inserts.
+// The 16 bytes at each of kGroups addresses, a group each, read and written. A broadcast from memory and a blend keep
+// off the only unit that inserts.
 [[gnu::always_inline]] inline Bytes load_groups(const uint8_t* base, const int64_t* from) {
     const auto group = [&](int i) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(base + from[i])); };
     return (Bytes)_mm256_blend_epi32(_mm256_castsi128_si256(group(0)), _mm256_broadcastsi128_si256(group(1)), 0xf0);
@@ -47,8 +47,8 @@ inline V in_register(V v) {
     _mm_storeu_si128(reinterpret_cast<__m128i*>(base + to[1]), _mm256_extracti128_si256((__m256i)v, 1));
 }
 
-// Elements from addresses of their own, base + at[...], without gathers, which are slow on many processors. Of each group:
-// the 16 bytes at at[step g], and 8 bytes each at at[step g] and the next.
+// Elements from addresses of their own, base + at[...], without gathers, which are slow on many processors. Of each
+// group: the 16 bytes at at[step g], and 8 bytes each at at[step g] and the next.
 [[gnu::always_inline]] inline Bytes load_groups(const uint8_t* base, const int32_t* at, int step) {
     const auto group = [&](int i) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(base + at[i])); };
     return (Bytes)_mm256_inserti128_si256(_mm256_castsi128_si256(group(0)), group(step), 1);
@@ -187,8 +187,8 @@ inline Bytes every_group(const void* p) {
 
 // ---- Moves across groups ------------------------------------------------------------------------------------------
 
-// Element i is element index[i] of v, modulo the elements there are; of two vectors: of a, and after its last of b, which
-// takes two permutes and a blend.
+// Element i is element index[i] of v, modulo the elements there are; of two vectors: of a, and after its last of b,
+// which takes two permutes and a blend.
 inline F32 permute(F32 v, S32 index) { return (F32)_mm256_permutevar8x32_ps((__m256)v, (__m256i)index); }
 inline F32 permute(F32 a, F32 b, S32 index) {
     const __m256 second = (__m256)(index << 28);  // bit 3 becomes the sign

@@ -1,5 +1,5 @@
-// The words of 64-byte vectors: AVX-512 F, CD, BW, DQ, VL. For simd.h only. TARN_EMULATED: the tests' build for machines without
-// their registers.
+// The words of 64-byte vectors: AVX-512 F, CD, BW, DQ, VL. For simd.h only. TARN_EMULATED: the tests' build for
+// machines without their registers.
 #pragma once
 
 namespace tarn::k::TARN_LEVEL {
@@ -55,8 +55,8 @@ inline V in_register(V v) {
     _mm_storeu_si128(group(3), _mm512_extracti32x4_epi32((__m512i)v, 3));
 }
 
-// Elements from addresses of their own, base + at[...], without gathers, which are slow on many processors. Of each group:
-// the 16 bytes at at[step g], and 8 bytes each at at[step g] and the next.
+// Elements from addresses of their own, base + at[...], without gathers, which are slow on many processors. Of each
+// group: the 16 bytes at at[step g], and 8 bytes each at at[step g] and the next.
 inline __m512i joined(__m128i a, __m128i b, __m128i c, __m128i d) {
     return _mm512_inserti64x4(_mm512_castsi256_si512(_mm256_inserti128_si256(_mm256_castsi128_si256(a), b, 1)),
                               _mm256_inserti128_si256(_mm256_castsi128_si256(c), d, 1), 1);
@@ -330,8 +330,8 @@ inline Four load_four(const uint8_t* p) {
 inline Four load_four(const int16_t* p) {
     return (Four)_mm_cvtepi32_ps(_mm_cvtepi16_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p))));
 }
-// Doubles from the floats at p, half a vector of them: widening into a whole one takes twice the work. And from the first n
-// of fewer with zeros behind.
+// Doubles from the floats at p, half a vector of them: widening into a whole one takes twice the work. And from the
+// first n of fewer with zeros behind.
 typedef double HalfF64 __attribute__((vector_size(32)));
 inline HalfF64 load_f64_n(const void* p, int64_t n) {
     const __m128i first = _mm_cmpgt_epi32(_mm_set1_epi32(int(n)), _mm_setr_epi32(0, 1, 2, 3));

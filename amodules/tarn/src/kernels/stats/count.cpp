@@ -1,6 +1,6 @@
-// Pixels in a range. Three vectors of a row in turn, each with the bounds of its lanes' channels and counting into lanes
-// of its own, the narrowest ones, emptied before they overflow. The end of a row is filled up with the lower bounds,
-// which count, and those are taken off again.
+// Pixels in a range. Three vectors of a row in turn, each with the bounds of its lanes' channels and counting into
+// lanes of its own, the narrowest ones, emptied before they overflow. The end of a row is filled up with the lower
+// bounds, which count, and those are taken off again.
 #include "kernels/stats/stats.h"
 
 #include "kernels/plane/pattern.h"

@@ -55,8 +55,8 @@ Status minmax(const void* src, int32_t stride, Size size, float* smallest, float
         if (n < kWidth)
             for (; i < n; i += kChannels) take_pixel(s + i, s + i);
         else if (i < n)
-            // The last vector once more, up to the row's end: with three channels it begins with the channel of -kWidth,
-            // which modulo 3 is that of 2 * kWidth.
+            // The last vector once more, up to the row's end: with three channels it begins with the channel of
+            // -kWidth, which modulo 3 is that of 2 * kWidth.
             take(s + n - kWidth, kChannels == 3 ? 2 : 0);
     }
 

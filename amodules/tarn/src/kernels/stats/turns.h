@@ -1,5 +1,6 @@
-// For the statistics' sources only: rows walked in turns of several vectors. When a turn holds whole pixels, a lane always
-// meets the same channel, and channels need not be taken apart before the end. The end of a row is filled up to a turn.
+// For the statistics' sources only: rows walked in turns of several vectors. When a turn holds whole pixels, a lane
+// always meets the same channel, and channels need not be taken apart before the end. The end of a row is filled up to
+// a turn.
 #pragma once
 
 #include "kernels/plane/plane.h"
@@ -26,8 +27,8 @@ struct LastTurn {
     }
 };
 
-// take(turn) for every kVectors vectors of every row; empty() before lanes have taken more than `rounds` turns, and at the
-// end.
+// take(turn) for every kVectors vectors of every row; empty() before lanes have taken more than `rounds` turns, and at
+// the end.
 template <int kVectors, class Take, class Empty>
 inline void each_turn(const void* src, int32_t stride, int64_t row_count, int64_t row_bytes, int64_t rounds, Take take,
                       Empty empty) {

@@ -1,6 +1,6 @@
-// Histograms. Bytes are counted by value, in eight or sixteen tables in turn: neighbours are often equal, and a count that
-// was just stored can't be read at once. That leaves a store for each byte, one a cycle, as the limit. Their values are
-// then put into the intervals. Other elements are put into intervals in groups, and counted there.
+// Histograms. Bytes are counted by value, in eight or sixteen tables in turn: neighbours are often equal, and a count
+// that was just stored can't be read at once. That leaves a store for each byte, one a cycle, as the limit. Their
+// values are then put into the intervals. Other elements are put into intervals in groups, and counted there.
 #include "kernels/plane/plane.h"
 #include "kernels/plane/store.h"
 #include "kernels/threshold/threshold.h"

@@ -1,6 +1,6 @@
-// Thresholds: the answer of a vector's comparisons is a mask, by which its bits are chosen. A comparison of integers is "above
-// the level" or "equal to it": the level is moved by one and the choices are swapped for the others. Constants of channels are
-// patterns, so that channels are never taken apart.
+// Thresholds: the answer of a vector's comparisons is a mask, by which its bits are chosen. A comparison of integers is
+// "above the level" or "equal to it": the level is moved by one and the choices are swapped for the others. Constants
+// of channels are patterns, so that channels are never taken apart.
 #include "kernels/threshold/threshold.h"
 
 #include "kernels/compare/known.h"
@@ -78,9 +78,9 @@ inline bool keeps(const Choices<T>& c) {
     return memcmp(c.keep, none, used(kForm) * sizeof(T)) != 0;
 }
 
-// ---- Tests: where a vector's comparison holds -------------------------------------------------------------------------
-// A row's test refers to the patterns: copies that are read at once, as other words than were written, would cost more than short
-// rows.
+// ---- Tests: where a vector's comparison holds -----------------------------------------------------------------------
+// A row's test refers to the patterns: copies that are read at once, as other words than were written, would cost more
+// than short rows.
 
 template <class T, int kComparison>
 struct AgainstLevel {

@@ -1,8 +1,8 @@
 // For the warp sources only: warps by separable filters of more than two taps. Rows first, then their sums.
 //
-// 8-bit pixels are weighed along rows in integers: weights of 15 bits, which add up to 1 exactly, times -1, since 1 would
-// not fit 16 bits. All else is floats: the weights are polynomials of the fraction, so nothing is looked up, and no
-// position is rounded to a table's. Sums are taken in one order whatever the vectors' width.
+// 8-bit pixels are weighed along rows in integers: weights of 15 bits, which add up to 1 exactly, times -1, since 1
+// would not fit 16 bits. All else is floats: the weights are polynomials of the fraction, so nothing is looked up, and
+// no position is rounded to a table's. Sums are taken in one order whatever the vectors' width.
 //
 // A filter is a type with
 //   kTaps                      the pixels on each axis that an output is made of
@@ -14,8 +14,8 @@
 namespace tarn::k::TARN_LEVEL {
 namespace {
 
-// A position t between the two middle taps, 0 <= t < 1. Their weights are t and 1 - t and something small: t in two parts,
-// of which the first and its difference from 1 are exact, keeps what is rounded small.
+// A position t between the two middle taps, 0 <= t < 1. Their weights are t and 1 - t and something small: t in two
+// parts, of which the first and its difference from 1 are exact, keeps what is rounded small.
 struct Place {
     F32 upper, lower;  // t
     F32 middle, q;     // t - 1/2 to 2^-26; t (1 - t), 0 where the position is whole
@@ -104,14 +104,15 @@ template <int kPixel, int kPairs>
 
 // ---- Sums along a row ---------------------------------------------------------------------------------------------
 
-// The places of an axis' taps, from the outermost, whose weights are the smallest, to the middle: sums in this order lose
-// least.
+// The places of an axis' taps, from the outermost, whose weights are the smallest, to the middle: sums in this order
+// lose least.
 template <int kTaps>
 constexpr int inwards(int i) {
     return i % 2 ? kTaps - 1 - i / 2 : i / 2;
 }
 
-// Of floats. kWhole: some positions may be whole, where the taps of weight 0 are left out, for they may be NaN or infinite.
+// Of floats. kWhole: some positions may be whole, where the taps of weight 0 are left out, for they may be NaN or
+// infinite.
 template <class Filter, class T, bool kWhole>
 struct RowWeights {
     static constexpr int kTaps = Filter::kTaps;

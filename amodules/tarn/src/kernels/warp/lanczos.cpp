@@ -4,8 +4,8 @@
 namespace tarn::k::TARN_LEVEL {
 namespace {
 
-// The normalised weights are smooth, and sums and differences of two that lie opposite each other are even and odd. With
-// x = t - 1/2 and q = t (1 - t) they are
+// The normalised weights are smooth, and sums and differences of two that lie opposite each other are even and odd.
+// With x = t - 1/2 and q = t (1 - t) they are
 //   0, 5: q (a - x b), q (a + x b)      1, 4: q (c - x d), q (c + x d)      2, 3: 1 - t - q (a + c + x e), t - q (a + c - x e)
 // where a to e are polynomials of q, which meet the real values at the Chebyshev points of [0, 1/4] and are everywhere
 // so near that the weights are within 2^-30.

@@ -1,6 +1,6 @@
-// For the warp sources only: warps that scale and shift, and do not turn. All rows have their taps in the same columns, and all
-// of a row in the same source rows: these are weighed along once for all the rows of a band that use them. The steps are those
-// of other warps, in their order, so the bits are the same.
+// For the warp sources only: warps that scale and shift, and do not turn. All rows have their taps in the same columns,
+// and all of a row in the same source rows: these are weighed along once for all the rows of a band that use them. The
+// steps are those of other warps, in their order, so the bits are the same.
 #pragma once
 
 #include "kernels/warp/blend.h"
@@ -22,8 +22,8 @@ struct WeighedRows {
     }
 };
 
-// Fills a run of the places that rows has. base: tap 0 of row `number`, of source columns as points count them. A sampler
-// is a blender with
+// Fills a run of the places that rows has. base: tap 0 of row `number`, of source columns as points count them. A
+// sampler is a blender with
 //   kPer                   1, of one channel, or 4
 //   weigh(p, at, x, v)     kPer vectors of pixels, weighed along the row at p
 //   Down::of(y), down(weights, tap)   the weights of a line's rows, and the sum of the vectors tap(0), tap(1), ...

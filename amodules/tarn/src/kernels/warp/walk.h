@@ -1,16 +1,16 @@
 // For the warp sources only: the order in which a destination is filled, and which pixels need care.
 //
-// Bands of rows, in them strips of columns, narrow where a row of the destination crosses many rows of the source: so the
-// source's cache lines, each used by many rows, stay where they are near. Of each row the mapped columns are found
+// Bands of rows, in them strips of columns, narrow where a row of the destination crosses many rows of the source: so
+// the source's cache lines, each used by many rows, stay where they are near. Of each row the mapped columns are found
 // beforehand, and of those the inner ones, whose taps all lie in the source: loops over them test nothing. The others
-// take their taps from small copies of the source with the edge repeated. Where a strip crosses rows that the caches bear
-// badly, what it takes is copied first, and read from there (Tile), or fetched some lines before.
+// take their taps from small copies of the source with the edge repeated. Where a strip crosses rows that the caches
+// bear badly, what it takes is copied first, and read from there (Tile), or fetched some lines before.
 //
 // A sampler is a type with
 //   kKept, kSettled             as in Carry
 //   kPixel, kTaps, kBeyond      bytes of a pixel; taps on each axis; pixels behind the last tap that may be read
 //   kBiasX, kBiasY, kFractions  as Frame and find_points take them
-//   run(base, stride, points, from, to, dst)   fills pixels [from, to) of a strip to dst, from the taps at base + points
+//   run(base, stride, points, from, to, dst)   fills pixels [from, to) of a strip to dst, from base + points
 //   Rows, run(rows, ...)        as scale.h tells; int where the sampler has no way of its own for warps that only scale
 #pragma once
 
@@ -53,8 +53,8 @@ struct Tile {
     intptr_t origin;  // where the source's first pixel would be
     int32_t stride;
 
-    // Where a line of a strip crosses several rows of a source that the cache does not hold: rows that meet in a set are
-    // copied, and small pixels, whose boxes are small, unless each row serves a line of its own anyway.
+    // Where a line of a strip crosses several rows of a source that the cache does not hold: rows that meet in a set
+    // are copied, and small pixels, whose boxes are small, unless each row serves a line of its own anyway.
     static bool serves(const Job& j, int64_t pixel) {
         const bool large = magnitude(j.src_stride) * j.src_size.height > double(kLarge);
         const bool meet = j.src_stride % 1024 == 0, small = pixel <= 2 && magnitude(j.x.step) > 0.5;
@@ -136,9 +136,9 @@ private:
         return any ? kOk : kNothingMapped;
     }
 
-    // Whether the lines to come are fetched: where each crosses many rows, processors don't foresee which pieces of them come
-    // next. What the cache behind gives, pixels that are only moved don't wait for; nor do columns, whose pieces serve many
-    // lines.
+    // Whether the lines to come are fetched: where each crosses many rows, processors don't foresee which pieces of
+    // them come next. What the cache behind gives, pixels that are only moved don't wait for; nor do columns, whose
+    // pieces serve many lines.
     bool fetches() const {
         constexpr double kLarge = Sampler::kTaps > 1 ? 1 << 20 : 4 << 20, kHuge = 16 << 20, kTurned = 0.125;
         const double bytes = magnitude(j.src_stride) * j.src_size.height;
@@ -151,8 +151,8 @@ private:
         const auto pixels = [](double v) { return int64_t(bounded(v * kLines, -kFar, kFar)); };
         return pixels(j.y.row) * j.src_stride + pixels(j.x.row) * Sampler::kPixel;
     }
-    // A part of a line's pixels, the next part beside the next line, for a cache line serves several lines. A call that only
-    // fetches is nothing to a compiler and may be left out: inline.
+    // A part of a line's pixels, the next part beside the next line, for a cache line serves several lines. A call that
+    // only fetches is nothing to a compiler and may be left out: inline.
     [[gnu::always_inline]] void fetch(int64_t line, Span s, intptr_t base) {
         constexpr int64_t kParts = 4;
         const int32_t* at = points_.at();
@@ -231,8 +231,8 @@ private:
         edge(line, s, frame, {0, 0});
     }
 
-    // Pixels some of whose taps lie outside of the source: their taps are copied, the nearest in place of those that are
-    // not there.
+    // Pixels some of whose taps lie outside of the source: their taps are copied, the nearest in place of those that
+    // are not there.
     void edge(int64_t line, Span s, const Frame& frame, Corner corner) {
         constexpr int kPixel = Sampler::kPixel, kTaps = Sampler::kTaps, kAtOnce = 16;
         constexpr int kLine = (kTaps + 1) * kPixel, kPatch = kLine * kTaps;

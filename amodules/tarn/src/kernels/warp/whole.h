@@ -6,8 +6,8 @@
 
 namespace tarn::k {
 
-// What is moved: the destination's pixel (x, y) is the one at src + x step_x + y step_y. One of the steps is a pixel, forward
-// or backward, the other one a row.
+// What is moved: the destination's pixel (x, y) is the one at src + x step_x + y step_y. One of the steps is a pixel,
+// forward or backward, the other one a row.
 struct Carry {
     const uint8_t* src;
     int64_t step_x, step_y;
