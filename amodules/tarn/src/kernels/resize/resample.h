@@ -145,7 +145,7 @@ Status resample(const Job& j, int channels, bool kept) {
 template <class Filter, class S, class D, Form kForm>
 Status resampled(const Job& j) {
     constexpr bool kExact = kExactSums<D>;
-    if constexpr (!kHasPermute || kMostHalves<Filter::kTaps> > 2 * kPermuted)
+    if constexpr (!kHasPermute || 2 * kPermuted < kMostHalves<Filter::kTaps>)
         if (batches_pay<Filter::kTaps, S>(channels(kForm), j.region.width, j.dst_size.width))
             return resample<Batches<Filter, kExact, S>, Filter, D>(j, channels(kForm), kept(kForm));
     return resample<Singly<Filter, kExact, S>, Filter, D>(j, channels(kForm), kept(kForm));
