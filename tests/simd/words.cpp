@@ -393,8 +393,10 @@ int check_words(test::WrongWord* wrong, const char* at) {
          c[i] & kLanes<float> ? b[c[i] & (kLanes<float> - 1)] : a[c[i] & (kLanes<float> - 1)])
     WORD(Bytes, in_order_once, (Bytes), a[i / 8 % kGroups * 16 + i / 8 / kGroups * 8 + i % 8])
     WORD(Bytes, in_order_twice, (Bytes), a[i / 4 % kGroups * 16 + i / 4 / kGroups * 4 + i % 4])
-    WORD(Bytes, even_groups, (Bytes, Bytes), (i < kVector / 2 ? a : b)[i / 16 * 2 % kGroups * 16 + i % 16])
-    WORD(Bytes, odd_groups, (Bytes, Bytes), (i < kVector / 2 ? a : b)[(i / 16 * 2 + 1) % kGroups * 16 + i % 16])
+    WORD(Bytes, even_groups, (Bytes, Bytes),
+         i < kVector / 2 ? a[i / 16 * 2 * 16 + i % 16] : b[(i / 16 * 2 - kGroups) * 16 + i % 16])
+    WORD(Bytes, odd_groups, (Bytes, Bytes),
+         i < kVector / 2 ? a[(i / 16 * 2 + 1) * 16 + i % 16] : b[(i / 16 * 2 + 1 - kGroups) * 16 + i % 16])
     WORD(Bytes, join_twelves, (Bytes), i < 12 * kGroups ? a[i / 12 * 16 + i % 12] : r)  // the rest is not told
 
     // Bits
