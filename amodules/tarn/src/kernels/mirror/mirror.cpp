@@ -9,15 +9,17 @@ namespace tarn::k::TARN_LEVEL {
 namespace {
 
 void swap_rows(uint8_t* a, uint8_t* b, int64_t n) {
-    const auto swap = [=](auto io, int64_t i) {
-        const Bytes v = io.load(a + i);
-        io.store(a + i, io.load(b + i));
-        io.store(b + i, v);
-    };
-    if (n < kVector) return swap(Part{n}, 0);
+    if (n < kVector) {  // no vectors: parts of them would wait for each other
+        uint8_t kept[kVector];
+        copy_bytes(kept, a, n), copy_bytes(a, b, n), copy_bytes(b, kept, n);
+        return;
+    }
     // The last vectors overlap those before them, which must not have changed places yet.
     const Bytes last_a = load<Bytes>(a + n - kVector), last_b = load<Bytes>(b + n - kVector);
-    each_vector(before_last(n), swap);
+    for (int64_t i = 0; i < before_last(n); i += kVector) {
+        const Bytes v = load<Bytes>(a + i);
+        store(a + i, load<Bytes>(b + i)), store(b + i, v);
+    }
     store(a + n - kVector, last_b), store(b + n - kVector, last_a);
 }
 

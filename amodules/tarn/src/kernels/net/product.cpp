@@ -3,8 +3,8 @@
 // lane's chain does not depend on the tile that an output is computed in, which gives a sample the same bits alone and
 // in any batch, and on every processor.
 //
-// A tile is four samples by twelve neurons, or by the last four; or one sample by sixteen neurons. The rows of a tile
-// are used by as many tiles as the first-level cache allows.
+// A tile is four samples by six neurons, or by the last four; or one sample by sixteen neurons. The neurons' weights stay
+// in the first-level cache while a group of samples passes by, the group in the second while all neurons do.
 #include "kernels/net/net.h"
 
 #include "kernels/net/sixteen.h"
@@ -26,9 +26,24 @@ inline F32 fold(F32x16 s) {
     return s.v[0];
 }
 
-// The sums of kRows x kNeurons outputs over k elements, folded to a vector each: acc[row * stride + neuron].
-template <int kRows, int kNeurons>
-inline void accumulate(const float* const* x, const float* const* w, int64_t k, F32* acc, int stride) {
+// Rows of elements along k: where each begins, and sixteen floats of each, its elements beyond the last whole sixteen and
+// zeros behind them.
+struct Operand {
+    const float* const* whole;
+    const float* rest;
+};
+
+// Where among a tile's outputs the one of a row and a neuron stands. Of six neurons the first four of each row, then
+// the last two of each: what is stored as one piece then never lies in two vectors.
+template <int kRows, int kPerRow>
+constexpr int place(int r, int n) {
+    if (kPerRow != kWide) return r * kPerRow + n;
+    return n < 4 ? r * 4 + n : kRows * 4 + r * (kWide - 4) + n - 4;
+}
+
+// The sums of kRows x kNeurons outputs over k elements, folded to a vector each, into acc[at(row, neuron)].
+template <int kRows, int kNeurons, class At>
+inline void accumulate(Operand x, Operand w, int64_t k, F32* acc, At at) {
     F32 s[kVectors][kRows][kNeurons];
 #pragma GCC unroll 4
     for (int v = 0; v < kVectors; ++v)
@@ -42,18 +57,18 @@ inline void accumulate(const float* const* x, const float* const* w, int64_t k, 
         for (int v = 0; v < kVectors; ++v) {
             F32 xs[kRows];
 #pragma GCC unroll 4
-            for (int r = 0; r < kRows; ++r) xs[r] = get(x[r], v);
+            for (int r = 0; r < kRows; ++r) xs[r] = get(x, r, v);
 #pragma GCC unroll 8
             for (int n = 0; n < kNeurons; ++n) {
-                const F32 ws = in_register(get(w[n], v));
+                const F32 ws = in_register(get(w, n, v));
 #pragma GCC unroll 4
                 for (int r = 0; r < kRows; ++r) s[v][r][n] = mul_add(xs[r], ws, s[v][r][n]);
             }
         }
     };
-    int64_t i = 0;
-    for (; i + 16 <= k; i += 16) step([i](const float* p, int v) { return load<F32>(p + i + v * kLanes<float>); });
-    if (i < k) step([i, k](const float* p, int v) { return load16_n(p + i, k - i).v[v]; });
+    for (int64_t i = 0; i + 16 <= k; i += 16)
+        step([i](Operand rows, int r, int v) { return load<F32>(rows.whole[r] + i + v * kLanes<float>); });
+    if (k % 16) step([](Operand rows, int r, int v) { return load<F32>(rows.rest + r * 16 + v * kLanes<float>); });
 #pragma GCC unroll 4
     for (int r = 0; r < kRows; ++r)
 #pragma GCC unroll 8
@@ -61,7 +76,7 @@ inline void accumulate(const float* const* x, const float* const* w, int64_t k, 
             F32x16 sum;
 #pragma GCC unroll 4
             for (int v = 0; v < kVectors; ++v) sum.v[v] = s[v][r][n];
-            acc[r * stride + n] = fold(sum);
+            acc[at(r, n)] = fold(sum);
         }
 }
 
@@ -73,7 +88,8 @@ struct Biases {
     float of[kOutputs<kRows, kPerRow>];
     Biases(const float* bias, int64_t neurons) {
         for (float& b : of) b = -0.0f;
-        for (int r = 0; r < kRows && bias; ++r) memcpy(of + r * kPerRow, bias, size_t(neurons) * sizeof(float));
+        for (int r = 0; r < kRows && bias; ++r)
+            for (int n = 0; n < neurons; ++n) of[place<kRows, kPerRow>(r, n)] = bias[n];
     }
 };
 
@@ -88,25 +104,31 @@ inline void finish(const F32* acc, const Biases<kRows, kPerRow>& biases, float* 
         store(all + i, settle_nan(sums_of_each(lanes) + load<F32>(biases.of + i)));
     }
     for (int r = 0; r < rows; ++r)
-        if (neurons == kPerRow)
-            memcpy(y[r], all + r * kPerRow, kPerRow * sizeof(float));
-        else
-            memcpy(y[r], all + r * kPerRow, size_t(neurons) * sizeof(float));
+        if (neurons == kPerRow) {
+            constexpr int kFirst = kPerRow == kWide ? 4 : kPerRow;
+            memcpy(y[r], all + place<kRows, kPerRow>(r, 0), kFirst * sizeof(float));
+            memcpy(y[r] + kFirst, all + place<kRows, kPerRow>(r, kFirst), (kPerRow - kFirst) * sizeof(float));
+        } else {
+            for (int n = 0; n < neurons; ++n) y[r][n] = all[place<kRows, kPerRow>(r, n)];
+        }
 }
 
 // A tile of kRows samples by kPerRow neurons. x, w and y hold an address for each of its rows; those beyond `rows` and
-// `neurons` repeat another one and are not stored.
+// `neurons` repeat another one and are not stored. Not inlined: its loops need all the registers.
 template <int kRows, int kPerRow>
-inline void tile(const float* const* x, const float* const* w, const Biases<kRows, kPerRow>& biases, float* const* y,
-                 int64_t column, int64_t k, int rows, int64_t neurons) {
+[[gnu::noinline]] void tile(Operand x, Operand w, const Biases<kRows, kPerRow>& biases, float* const* y, int64_t column,
+                            int64_t k, int rows, int64_t neurons) {
     constexpr int kStepRows = min(kRows, kRowsAtOnce), kStepNeurons = kRows == 1         ? kRowsAtOnce * 2
                                                                       : kPerRow == kWide ? kRowsAtOnce * 3 / 2
                                                                                          : kRowsAtOnce;
     F32 acc[kOutputs<kRows, kPerRow>];
     for (int i = kRows * kPerRow; i < kOutputs<kRows, kPerRow>; ++i) acc[i] = F32{};
+#pragma GCC unroll 4
     for (int r = 0; r < kRows; r += kStepRows)
+#pragma GCC unroll 4
         for (int n = 0; n < kPerRow; n += kStepNeurons)
-            accumulate<kStepRows, kStepNeurons>(x + r, w + n, k, acc + r * kPerRow + n, kPerRow);
+            accumulate<kStepRows, kStepNeurons>({x.whole + r, x.rest + r * 16}, {w.whole + n, w.rest + n * 16}, k, acc,
+                                                [&](int dr, int dn) { return place<kRows, kPerRow>(r + dr, n + dn); });
     float* ys[kRows];
     for (int r = 0; r < kRows; ++r) ys[r] = y[r] + column;
     finish(acc, biases, ys, rows, neurons);
@@ -116,6 +138,12 @@ inline void tile(const float* const* x, const float* const* w, const Biases<kRow
 template <class T, class Void>
 inline void addresses(Void* data, int32_t stride, int64_t first, int64_t height, int count, T** out) {
     for (int i = 0; i < count; ++i) out[i] = row<T>(data, stride, min(first + i, height - 1));
+}
+
+// What lies beyond the last whole sixteen elements of each row, if anything does.
+inline void take_rests(const float* const* rows, int count, int64_t k, float* rests) {
+    if (k % 16)
+        for (int r = 0; r < count; ++r) store16(rests + r * 16, load16_n(rows[r] + k / 16 * 16, k % 16));
 }
 
 // An output of elements `step` floats apart: each sixteen of them gathered first.
@@ -138,6 +166,23 @@ inline void prefetch(const void* data, int32_t stride, int64_t first, int64_t la
     const int64_t lines = (row_bytes + kLine - 1) / kLine, last_line = lines * end / all;
     for (int64_t line = lines * begin / all; line < last_line; ++line)
         for (int64_t y = first; y < last; ++y) __builtin_prefetch(row<char>(data, stride, y) + line * kLine, 0, 2);
+}
+
+template <int kCount>
+inline bool astray(const float* const (&rows)[kCount]) {
+    bool any = false;
+    for (const float* row : rows) any |= uintptr_t(row) % kVector != 0;
+    return any;
+}
+
+// Copies the whole sixteens of rows of k elements to where no vector of them crosses a line.
+template <int kCount>
+inline void align(const float* (&rows)[kCount], int64_t k, float* aligned) {
+    for (const float*& row : rows) {
+        const float* from = row;
+        row = aligned;
+        for (int64_t i = 0; i + 16 <= k; i += 16, aligned += 16) store16(aligned, load16(from + i));
+    }
 }
 
 // A number known when compiled.
@@ -165,35 +210,48 @@ Status net_product_f32(const void* x, int32_t x_stride, const void* w, int32_t w
     if (size.height == 1) {
         const float *xs[] = {row<float>(x, x_stride, 0)}, *ws[kSingle];
         float* ys[] = {row<float>(y, y_stride, 0)};
+        float x_rest[16], w_rests[kSingle * 16];
+        take_rests(xs, 1, k, x_rest);
         for (int64_t j = 0; j < size.width; j += kSingle) {
             const int64_t neurons = min<int64_t>(size.width - j, kSingle);
             addresses(w, w_stride, j, size.width, kSingle, ws);
-            tile<1, kSingle>(xs, ws, {b ? b + j : nullptr, neurons}, ys, j, k, 1, neurons);
+            take_rests(ws, kSingle, k, w_rests);
+            tile<1, kSingle>({xs, x_rest}, {ws, w_rests}, {b ? b + j : nullptr, neurons}, ys, j, k, 1, neurons);
         }
         return clean(kOk);
     }
-    // A group of samples stays in the first-level cache while all weights pass by. Of its 32 KB most, since a group
-    // uses no weight twice; a classifier of 784 inputs takes the same time to 3 % from 13 KB to 48 KB. Of short samples
-    // 64: each weight is then loaded for so many that larger groups, whose addresses would have to be kept, gain
-    // nothing.
+    // A group is what leaves room in the smallest second-level caches; from 50 KB to this a classifier takes the same
+    // time to 3 %. Of short samples 64: each weight is then loaded for so many that larger groups, whose addresses
+    // would have to be kept, gain nothing.
     constexpr int64_t kGroupBytes = 200 << 10, kMostRows = 64;
+    // From so many samples on the weights that they share are aligned first: every second vector of others crosses a
+    // line, which costs another load. Worth 1.05 to 1.15. Longer rows are left where they are: the copy, which lies on
+    // the stack, would be larger than the first-level cache.
+    constexpr int64_t kManyRows = 24, kMostAligned = 1024;
     const int64_t group = clamp<int64_t>(kGroupBytes / (int64_t(k) * 4 + 1) / 4 * 4, 4, kMostRows);
-    const float *xs[kMostRows], *ws[kWide];
+    const float* xs[kMostRows];
     float* ys[kMostRows];
+    alignas(64) float x_rests[kMostRows * 16];
     for (int64_t top = 0; top < size.height; top += group) {
         const int64_t count = min<int64_t>(group, size.height - top), next = top + count;
         addresses(x, x_stride, top, size.height, int((count + 3) / 4 * 4), xs);
         addresses(y, y_stride, top, size.height, int((count + 3) / 4 * 4), ys);
+        take_rests(xs, int((count + 3) / 4 * 4), k, x_rests);
         const auto neurons_at = [&](auto wide, int64_t j) {
             constexpr int kPerRow = wide;
             const int64_t neurons = min<int64_t>(size.width - j, kPerRow);
+            const float* ws[kPerRow];
             addresses(w, w_stride, j, size.width, kPerRow, ws);
             // The next group comes in by and by: in a batch of 1024 worth 2 %.
             prefetch(x, x_stride, next, min<int64_t>(next + group, size.height), int64_t(k) * 4, j, j + neurons,
                      size.width);
+            alignas(64) float aligned[kPerRow * kMostAligned], w_rests[kPerRow * 16];
+            take_rests(ws, kPerRow, k, w_rests);
+            if (count >= kManyRows && k <= kMostAligned && astray(ws)) align(ws, k, aligned);
             const Biases<4, kPerRow> biases(b ? b + j : nullptr, neurons);
             for (int64_t r = 0; r < count; r += 4)
-                tile<4, kPerRow>(xs + r, ws, biases, ys + r, j, k, int(min<int64_t>(count - r, 4)), neurons);
+                tile<4, kPerRow>({xs + r, x_rests + r * 16}, {ws, w_rests}, biases, ys + r, j, k,
+                                 int(min<int64_t>(count - r, 4)), neurons);
         };
         int64_t j = 0;
         for (; j + kWide <= size.width; j += kWide) neurons_at(Const<kWide>{}, j);

@@ -88,10 +88,12 @@ inline int64_t first_strip(const void* d, int64_t element_bytes, int64_t channel
     return n % channels ? kStrip : n;
 }
 
-// Whether a mapped plane goes around the cache.
+// Whether a mapped plane goes around the cache. Elements that become smaller never: reading the destination's lines
+// first costs less than the strip (4096 x 4096 floats to 16 bits 1.03 times as fast without it, 2560 x 1440 1.15).
 template <bool kKept, class S, class D>
 inline bool streams_blocks(const void* src, const void* dst, Size size, int64_t channels) {
-    return !kKept && src != dst && streams(size.height * (size.width * channels) * int64_t(sizeof(S) + sizeof(D)));
+    return !kKept && sizeof(D) >= sizeof(S) && src != dst &&
+           streams(size.height * (size.width * channels) * int64_t(sizeof(S) + sizeof(D)));
 }
 
 // dst := f of src, by map_row. kKept: the fourth channel of the destination stays. strip: room for kStrip elements

@@ -140,11 +140,11 @@ inline F32 mul_add(F32 a, F32 b, F32 c) { return (F32)_mm256_fmadd_ps((__m256)a,
 inline F32 sums_of_each(const F32 (&v)[8]) {
     __m256 by4[4], by2[2];
     for (int i = 0; i < 4; ++i)
-        by4[i] = _mm256_add_ps(_mm256_permute2f128_ps((__m256)v[i], (__m256)v[i + 4], 0x20),
-                               _mm256_permute2f128_ps((__m256)v[i], (__m256)v[i + 4], 0x31));
+        by4[i] = _mm256_add_ps(_mm256_blend_ps((__m256)v[i], (__m256)v[i + 4], 0xf0),
+                               _mm256_permute2f128_ps((__m256)v[i], (__m256)v[i + 4], 0x21));
     for (int i = 0; i < 2; ++i)
-        by2[i] = _mm256_add_ps(_mm256_shuffle_ps(by4[2 * i], by4[2 * i + 1], 0x44),
-                               _mm256_shuffle_ps(by4[2 * i], by4[2 * i + 1], 0xee));
+        by2[i] = _mm256_add_ps(_mm256_blend_ps(by4[2 * i], by4[2 * i + 1], 0xcc),
+                               _mm256_shuffle_ps(by4[2 * i], by4[2 * i + 1], 0x4e));
     return (F32)_mm256_add_ps(_mm256_shuffle_ps(by2[0], by2[1], 0x88), _mm256_shuffle_ps(by2[0], by2[1], 0xdd));
 }
 
