@@ -6,6 +6,7 @@
 
 #include "kernels/plane/channels.h"
 #include "kernels/plane/plane.h"
+#include "kernels/plane/store.h"
 #include "kernels/simd/stream.h"
 
 namespace tarn::k::TARN_LEVEL {
@@ -88,6 +89,28 @@ inline void map_run(const From<Op::kIn>& s, const To<Op::kOut>& d, int64_t n, bo
     for (int64_t x = 0; x < n; x += Op::kPixels) op(s.moved(x * Op::kInBytes), d.moved(x * Op::kOutBytes), out);
 }
 
+// Rows of less than a block, n pixels each: many of them brought together.
+template <class Op>
+[[gnu::noinline]] void map_narrow(const From<Op::kIn>& s, int32_t src_stride, const To<Op::kOut>& d, int32_t dst_stride,
+                                  int64_t rows, int64_t n, const Op& op) {
+    constexpr int64_t kTogether = 256;  // pixels
+    alignas(64) uint8_t in[Op::kIn][kTogether * Op::kInBytes], out[Op::kOut][kTogether * Op::kOutBytes];
+    From<Op::kIn> from;
+    To<Op::kOut> to;
+    for (int i = 0; i < Op::kIn; ++i) from.p[i] = in[i];
+    for (int i = 0; i < Op::kOut; ++i) to.p[i] = out[i];
+    for (int64_t y = 0, count; y < rows; y += count) {
+        count = min(kTogether / n, rows - y);
+        for (int i = 0; i < Op::kIn; ++i)
+            for (int64_t r = 0, bytes = n * Op::kInBytes; r < count; ++r)
+                copy_short(in[i] + r * bytes, s.p[i] + (y + r) * src_stride, bytes);
+        map_uneven(from, to, count * n, false, op, Cached{});
+        for (int i = 0; i < Op::kOut; ++i)
+            for (int64_t r = 0, bytes = n * Op::kOutBytes; r < count; ++r)
+                copy_short(d.p[i] + (y + r) * dst_stride, out[i] + r * bytes, bytes);
+    }
+}
+
 // Pixels before those that begin with a cache line in every plane; -1 where there are none.
 template <int kOut>
 inline int64_t pixels_to_line(const To<kOut>& d, int64_t pixel_bytes) {
@@ -123,6 +146,10 @@ Status map_pixels(const void* const* src, int32_t src_stride, void* const* dst, 
     const bool in_place = src[0] == dst[0];
     constexpr int64_t kMoved = Op::kIn * Op::kInBytes + Op::kOut * Op::kOutBytes;
     const bool streamed = !in_place && streams(rows.count * rows.pixels * kMoved);
+    if (rows.count > 1 && rows.pixels < decltype(rest_of(op))::kPixels) {
+        map_narrow(s, src_stride, d, dst_stride, rows.count, rows.pixels, op);
+        return kOk;
+    }
     for (int64_t y = 0; y < rows.count; ++y) {
         if (streamed)
             stream_run(s.moved(y * src_stride), d.moved(y * dst_stride), rows.pixels, op);

@@ -56,7 +56,7 @@ struct Grey<uint8_t, kRed> {
             Bytes v[3];
             load_pixels(s.p[0], v);
             deinterleave_groups<uint8_t>(v);
-            const auto half = [](Bytes a, Bytes b, Bytes c) {
+            const auto half = [](Bytes a, Bytes b, Bytes c) __attribute__((always_inline)) {
                 const PairSums sums(a, b, c, weights<kRed, 3>(0, 1), weights<kRed, 3>(2, 3));
                 return narrow_groups(divided(sums.lower), divided(sums.upper));
             };
@@ -65,7 +65,7 @@ struct Grey<uint8_t, kRed> {
             const S16 ab = half(lower(v[0]), lower(v[1]), lower(v[2]));
             return out.vector(d.p[0], narrow_groups_u8(ab, half(upper(v[0]), upper(v[1]), upper(v[2]))));
         }
-        const auto grey = [&](int i) {
+        const auto grey = [&](int i) __attribute__((always_inline)) {
             const int last = i == 3;
             int64_t from[kGroups];
             for (int g = 0; g < kGroups; ++g) from[g] = 48 * g + 12 * i - 4 * last;
@@ -102,7 +102,7 @@ struct Grey16 {
     [[gnu::always_inline]] void operator()(const From<1>& s, const To<1>& d, Out out) const {
         const Bytes bias = (Bytes)splat(T(-1) > T(0) ? int16_t(-32768) : int16_t(0));
         const S16 all = (S16)interleave_lower64((Bytes)weights<kRed, 1>(0, 1), (Bytes)weights<kRed, 1>(2, 3));
-        const auto sums = [&](int i) {
+        const auto sums = [&](int i) __attribute__((always_inline)) {
             const int last = i == 3;
             int64_t from[kGroups];
             for (int g = 0; g < kGroups; ++g) from[g] = 48 * g + 12 * i - 4 * last;
@@ -119,7 +119,7 @@ struct Grey16 {
             // Two pixels at a time, each with what is behind it as a fourth element; the last with what is before it.
             const Bytes each = interleave_lower32((Bytes)weights<kRed, 1>(0, 1), (Bytes)weights<kRed, 1>(2, 3));
             const Bytes last = interleave_lower64(each, (Bytes)((U64)each << 16));
-            const auto two = [&](int i) {
+            const auto two = [&](int i) __attribute__((always_inline)) {
                 const int32_t at[] = {12 * i, 12 * i + 6 - 2 * (i == 3)};
                 const S16 v = (S16)(load_halves(s.p[0], at, 2) ^ bias);
                 return (Bytes)mul_add_pairs(v, (S16)(i == 3 ? last : each));

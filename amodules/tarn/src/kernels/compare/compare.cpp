@@ -120,11 +120,10 @@ void compare_row(uint8_t* d, const uint8_t* a, B b, int64_t n) {
     constexpr int64_t kBytes = kPixelBytes<T, kForm>;
     const auto at = [=](int64_t x) { return block<T, kComparison, kForm>(a + x * kBytes, b.at(x * kBytes)); };
     if (n < kVector) {  // through buffers of a whole block
-        uint8_t rest[2][kVector * kBytes] = {};
-        const size_t bytes = size_t(n * kBytes);
-        memcpy(rest[0], a, bytes);
+        uint8_t rest[2][kVector * kBytes];
+        take_short(rest[0], a, n * kBytes);
         if constexpr (B::kMemory) {
-            memcpy(rest[1], b.p, bytes);
+            take_short(rest[1], b.p, n * kBytes);
             store_n(d, block<T, kComparison, kForm>(rest[0], FromMemory{rest[1]}), n);
         } else {
             store_n(d, block<T, kComparison, kForm>(rest[0], b), n);

@@ -14,10 +14,16 @@ namespace {
 // Elements of a strip: whole pixels of any form, whole cache lines, and little enough for the first-level cache.
 constexpr int64_t kStrip = 1536;
 
+// What is stored of a block.
 template <bool kKept, class D>
-[[gnu::always_inline]] inline void store_block(D* d, const Block<D>& block) {
+[[gnu::always_inline]] inline Block<D> formed(const D* d, Block<D> block) {
     for (int v = 0; v < int(sizeof(D)); ++v)
-        store_form<kKept>(Whole{}, d + v * kLanes<D>, block.v[v], colour_mask<D>());
+        block.v[v] = formed<kKept>(Whole{}, d + v * kLanes<D>, block.v[v], colour_mask<D>());
+    return block;
+}
+template <class D>
+[[gnu::always_inline]] inline void store_block(D* d, const Block<D>& block) {
+    for (int v = 0; v < int(sizeof(D)); ++v) store(d + v * kLanes<D>, block.v[v]);
 }
 
 // f, block by block, over rows of n elements, whole pixels and not less than a block. f(s, phase) makes the block of
@@ -33,10 +39,10 @@ template <bool kKept, class S, class D, class F>
         const S* s = row<S>(src, src_stride, y);
         D* d = row<D>(dst, dst_stride, y);
         const auto block = [&](int64_t i, auto phase) __attribute__((always_inline)) {
-            store_block<kKept>(d + i, f(s + i, phase));
+            store_block(d + i, formed<kKept>(d + i, f(s + i, phase)));
         };
         Block<D> end;
-        if (last != whole - kVector) end = f(s + last, LastPhase{});
+        if (last != whole - kVector) end = formed<kKept>(d + last, f(s + last, LastPhase{}));
         int64_t i = 0;
         if constexpr (F::kPeriod == 3) {
             for (; i + 3 * kVector <= n; i += 3 * kVector)
@@ -46,7 +52,7 @@ template <bool kKept, class S, class D, class F>
         } else {
             for (; i < whole; i += kVector) block(i, Phase<0>{});
         }
-        if (last != whole - kVector) store_block<kKept>(d + last, end);
+        if (last != whole - kVector) store_block(d + last, end);
     }
 }
 

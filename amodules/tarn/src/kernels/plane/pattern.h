@@ -90,7 +90,7 @@ template <bool kKept, class F>
 inline void store_each_phase(uint8_t* d, int64_t n, Bytes mask, F f) {
     const Whole whole;
     if (n < kVector) return store_form<kKept>(Part{n}, d, (Bytes)f(Part{n}, 0, Phase<0>{}), mask);
-    const Bytes last = (Bytes)f(whole, n - kVector, LastPhase{});
+    const Bytes last = formed<kKept>(whole, d + n - kVector, f(whole, n - kVector, LastPhase{}), mask);
     const int64_t to = before_last(n);
     int64_t i = 0;
     for (; i + 3 * kVector <= to; i += 3 * kVector) {
@@ -100,7 +100,7 @@ inline void store_each_phase(uint8_t* d, int64_t n, Bytes mask, F f) {
     }
     if (i < to) store_form<kKept>(whole, d + i, (Bytes)f(whole, i, Phase<0>{}), mask);
     if (i + kVector < to) store_form<kKept>(whole, d + i + kVector, (Bytes)f(whole, i + kVector, Phase<1>{}), mask);
-    store_form<kKept>(whole, d + n - kVector, last, mask);
+    store(d + n - kVector, last);
 }
 
 }  // namespace

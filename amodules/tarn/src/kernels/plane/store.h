@@ -49,14 +49,18 @@ inline Bytes colour_mask() {
     return (Bytes)v;
 }
 
-// Stores a vector; kKept: only the bytes of the mask, a colour mask. The destination is read, blended and written,
-// which streams better than stores under a mask.
+// What is stored of a vector; kKept: the destination but for the bytes of the mask, a colour mask. Read, blended and
+// written it streams better than stored under a mask.
+template <bool kKept, class Io, class V>
+inline Bytes formed(Io io, const void* p, V v, Bytes mask) {
+    if constexpr (kKept)
+        return blend(mask, (Bytes)v, io.load(p));
+    else
+        return (Bytes)v;
+}
 template <bool kKept, class Io, class V>
 inline void store_form(Io io, void* p, V v, Bytes mask) {
-    if constexpr (kKept)
-        io.store(p, blend(mask, (Bytes)v, io.load(p)));
-    else
-        io.store(p, v);
+    io.store(p, formed<kKept>(io, p, v, mask));
 }
 
 // The same under a mask where the level has one: for vectors that take longer to compute than to store.
@@ -101,6 +105,15 @@ inline void each_vector(int64_t n, F f) {
     if (i < n) f(Part{n - i}, i);
 }
 
+// A short row in a buffer of kBytes whole vectors: its n bytes and zeros behind them. Vector by vector, as blocks read
+// it: a vector would wait for the pieces of a plain copy.
+template <int64_t kBytes>
+inline void take_short(uint8_t (&buffer)[kBytes], const uint8_t* p, int64_t n) {
+    static_assert(kBytes % kVector == 0);
+    for (int64_t i = 0; i < kBytes; i += kVector)
+        store(buffer + i, i < n ? load_n<Bytes>(p + i, min(n - i, kVector)) : Bytes{});
+}
+
 // Copies n bytes of a short row, which must be apart.
 inline void copy_short(uint8_t* d, const uint8_t* s, int64_t n) {
     if (n < kVector) return copy_bytes(d, s, n);
@@ -117,7 +130,7 @@ inline int64_t before_last(int64_t n) { return (n - 1) / kVector * kVector; }
 template <bool kKept, int kTogether = 4, class F>
 inline void store_each(uint8_t* d, int64_t n, Bytes mask, F f) {
     if (n < kVector) return store_form<kKept>(Part{n}, d, (Bytes)f(Part{n}, 0), mask);
-    const Bytes last = (Bytes)f(Whole{}, n - kVector);
+    const Bytes last = formed<kKept>(Whole{}, d + n - kVector, f(Whole{}, n - kVector), mask);
     const int64_t to = before_last(n);
     int64_t i = 0;
     for (; i + kTogether * kVector <= to; i += kTogether * kVector) {
@@ -126,7 +139,7 @@ inline void store_each(uint8_t* d, int64_t n, Bytes mask, F f) {
         for (int k = 0; k < kTogether; ++k) store_form<kKept>(Whole{}, d + i + k * kVector, v[k], mask);
     }
     for (; i < to; i += kVector) store_form<kKept>(Whole{}, d + i, (Bytes)f(Whole{}, i), mask);
-    store_form<kKept>(Whole{}, d + n - kVector, last, mask);
+    store(d + n - kVector, last);
 }
 
 }  // namespace

@@ -129,7 +129,9 @@ void set_row_by_bytes(uint8_t* d, const Mask* mask, int64_t n, const Pattern& co
         uint8_t rest[kVector + 16] = {};
         if (n >= kVector)
             memcpy(rest, mask + from, kVector);
-        else
+        else if constexpr (kBytes <= 6)
+            store(rest, load_n<Bytes>(mask, n));
+        else  // larger pixels read it so often that most loads would wait for that store
             memcpy(rest, mask, size_t(n));
         set_pixels<T, kForm>(d + from * kBytes, rest, min(kVector, n), constant);
     }

@@ -80,6 +80,28 @@ inline void store(void* p, V v) {
     if (n) *d = *s;
 }
 
+// The first n bytes at p, 0 <= n <= 16, the others zero; of two loads that may overlap. Vectors of a part of a row are
+// made of these: one loaded from a buffer would wait until the pieces stored there have reached the cache.
+struct Sixteen {
+    uint64_t lower, upper;
+};
+inline Sixteen first_bytes(const void* p, int64_t n) {
+    const uint8_t* s = static_cast<const uint8_t*>(p);
+    const auto two = [=](auto piece) {
+        auto last = piece;
+        memcpy(&piece, s, sizeof piece), memcpy(&last, s + n - int64_t(sizeof piece), sizeof piece);
+        return Sixteen{piece, last};
+    };
+    if (n > 8) {
+        const Sixteen of = two(uint64_t());
+        return {of.lower, of.upper >> 8 * (16 - n)};
+    }
+    const auto joined = [=](Sixteen of, int64_t bytes) { return Sixteen{of.lower | of.upper << 8 * (n - bytes), 0}; };
+    if (n >= 4) return joined(two(uint32_t()), 4);
+    if (n >= 2) return joined(two(uint16_t()), 2);
+    return {n ? *s : uint64_t(0), 0};
+}
+
 // ---- Values -------------------------------------------------------------------------------------------------------
 
 // Every element the value. The difference with zero is the value itself, -0 too (a sum would lose its sign), and

@@ -6,14 +6,16 @@ namespace {
 
 // ---- Parts --------------------------------------------------------------------------------------------------------
 
-// The first n bytes at p, 0 <= n <= kVector, and behind them those of `others`. By way of a buffer.
+// All ones from byte n on.
+inline Bytes behind(int64_t n) {
+    return (Bytes)(Vec<int8_t>{0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15} >= splat(int8_t(n)));
+}
+// The first n bytes at p, 0 <= n <= kVector, and behind them those of `others`.
 template <class V>
 inline V load_n(const void* p, int64_t n, V others) {
     if (n == kVector) return load<V>(p);
-    alignas(16) uint8_t buffer[kVector];
-    store(buffer, others);
-    copy_bytes(buffer, p, n);
-    return load<V>(buffer);
+    const Sixteen part = first_bytes(p, n);
+    return (V)((Bytes)_mm_set_epi64x(int64_t(part.upper), int64_t(part.lower)) | ((Bytes)others & behind(n)));
 }
 template <class V>
 inline void store_n(void* p, V v, int64_t n) {

@@ -6,8 +6,27 @@ namespace {
 
 // ---- Parts --------------------------------------------------------------------------------------------------------
 
-// The first n bytes at p, 0 <= n <= kVector, and behind them those of `others`. By way of a buffer, but for elements
-// of 4 bytes, of which n must be a multiple.
+// All ones from byte n on.
+inline Bytes behind(int64_t n) {
+    return (Bytes)(Vec<int8_t>{0,  1,  2,  3,  4,  5,  6,  7,  8,  9,  10, 11, 12, 13, 14, 15,
+                               16, 17, 18, 19, 20, 21, 22, 23, 24, 25, 26, 27, 28, 29, 30, 31} >= splat(int8_t(n)));
+}
+// The first n bytes at p, 0 <= n <= kVector, the others zero.
+[[maybe_unused, gnu::noinline]] Bytes load_part(const void* p, int64_t n) {
+    const auto* from = static_cast<const uint8_t*>(p);
+    if (n <= 16) {
+        const Sixteen part = first_bytes(from, n);
+        return (Bytes)_mm256_zextsi128_si256(_mm_set_epi64x(int64_t(part.upper), int64_t(part.lower)));
+    }
+    // The last sixteen bytes, moved down by those that are in the lower group already.
+    alignas(16) static constexpr int8_t kIndex[32] = {0,  1,  2,  3,  4,  5,  6,  7,  8,  9,  10, 11, 12, 13, 14, 15,
+                                                      -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1};
+    const auto group = [](const void* at) { return _mm_loadu_si128(static_cast<const __m128i*>(at)); };
+    const __m128i upper = _mm_shuffle_epi8(group(from + n - 16), group(kIndex + 32 - n));
+    return (Bytes)_mm256_set_m128i(upper, group(from));
+}
+// The first n bytes at p, 0 <= n <= kVector, and behind them those of `others`. Of elements of 4 bytes n must be a
+// multiple of 4.
 template <class V>
 inline V load_n(const void* p, int64_t n, V others) {
     if constexpr (sizeof(others[0]) == 4) {
@@ -16,10 +35,7 @@ inline V load_n(const void* p, int64_t n, V others) {
         return (V)(loaded | ((Bytes)others & (Bytes)~first));
     }
     if (n == kVector) return load<V>(p);
-    alignas(32) uint8_t buffer[kVector];
-    store(buffer, others);
-    copy_bytes(buffer, p, n);
-    return load<V>(buffer);
+    return (V)(load_part(p, n) | ((Bytes)others & behind(n)));
 }
 template <class V>
 inline void store_n(void* p, V v, int64_t n) {
