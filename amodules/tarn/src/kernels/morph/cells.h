@@ -58,6 +58,7 @@ public:
     }
 
     bool fits() const { return fits_; }
+    int64_t count() const { return cells_; }
     // From a result to the element's first and last columns, in bytes; to its first row, and from there to its last.
     int64_t left() const { return left_; }
     int64_t right() const { return right_; }

@@ -23,7 +23,8 @@ public:
           copy_pitch_(state.layout.pitch),
           copy_strip_(state.layout.strip * int64_t(sizeof(T))),
           copied_(collide(stride_, kBlock + cells_.span())),
-          inside_(cells_.taps(copied_ ? copy_pitch_ : stride_)),
+          inside_(cells_.taps(stride_)),
+          copies_(cells_.taps(copy_pitch_)),
           ends_(cells_.taps(kPitch)) {}
 
     // Each side's results that see beyond it are an end's, and between the ends there are two more.
@@ -43,6 +44,7 @@ private:
     static_assert(kEnd <= kLine);                // the state has room for six lines of each
     static constexpr int64_t kStrip = 8192;
     static constexpr int64_t kCacheWay = 4096, kSameSet = 10;
+    static constexpr int64_t kCellsOfCopy = 4;  // joined in the time that a row is copied in
 
     // Whether so many rows have more lines in a set of the first-level cache than stay there.
     static bool collide(int64_t stride, int64_t rows) {
@@ -56,24 +58,33 @@ private:
         const uint8_t* edge = edges_ + kEnd + cells_.left();
         if (from == 0) cells_.block(ends_, edge, kPitch, d, dst_stride, kEnd, rows);
         if (end == row_) cells_.block(ends_, edge + 3 * kEnd, kPitch, d + (last - from), dst_stride, kEnd, rows);
-        const int64_t strip = copied_ ? min(copy_strip_, kStrip) : kStrip;
+        // Rows that see beyond the image are joined cell by cell, unless a copy of all that the band sees costs less.
+        const int64_t top = cells_.top(), span = cells_.span();
+        const int64_t above = clamp<int64_t>(-top - y, 0, rows);
+        const int64_t below = clamp<int64_t>(height_ - top - span - y, above, rows);
+        const bool copied = copied_ || (above + rows - below) * cells_.count() > kCellsOfCopy * (rows + span);
+        const int64_t strip = copied ? min(copy_strip_, kStrip) : kStrip;
         for (int64_t x = max(from, kEnd); x < to; x += strip) {
             const int64_t n = max(min(strip, to - x), kEnd), at = min(x, to - n);
-            inner(y, rows, at, n, d + (at - from), dst_stride);
+            if (copied)
+                by_copy(y, rows, at, n, d + (at - from), dst_stride);
+            else
+                inner(y, rows, above, below, at, n, d + (at - from), dst_stride);
         }
     }
     // A band's results at [x, x + n), which see no end of a row.
-    void inner(int64_t y, int64_t rows, int64_t x, int64_t n, uint8_t* d, int64_t dst_stride) const {
-        const int64_t top = cells_.top(), span = cells_.span();
+    void by_copy(int64_t y, int64_t rows, int64_t x, int64_t n, uint8_t* d, int64_t dst_stride) const {
         const uint8_t* s = s_ + x + cells_.left();
-        if (copied_) {
-            for (int64_t i = 0; i < rows + span; ++i)
-                memcpy(copy_ + i * copy_pitch_, s + row_offset(y + top + i),
-                       size_t(n + cells_.right() - cells_.left()));
-            return cells_.block(inside_, copy_, copy_pitch_, d, dst_stride, n, rows);
-        }
-        const int64_t above = clamp<int64_t>(-top - y, 0, rows);
-        const int64_t below = clamp<int64_t>(height_ - top - span - y, above, rows);
+        for (int64_t i = 0; i < rows + cells_.span(); ++i)
+            memcpy(copy_ + i * copy_pitch_, s + row_offset(y + cells_.top() + i),
+                   size_t(n + cells_.right() - cells_.left()));
+        cells_.block(copies_, copy_, copy_pitch_, d, dst_stride, n, rows);
+    }
+    // Of these rows the first `above` and those from `below` on see rows beyond the image.
+    void inner(int64_t y, int64_t rows, int64_t above, int64_t below, int64_t x, int64_t n, uint8_t* d,
+               int64_t dst_stride) const {
+        const int64_t top = cells_.top();
+        const uint8_t* s = s_ + x + cells_.left();
         const auto outer = [&](int64_t i) {
             cells_.row([=, this](int64_t j) { return row_offset(y + i + top + j); }, s, d + i * dst_stride, n);
         };
@@ -109,7 +120,7 @@ private:
     uint8_t *edges_, *copy_;
     int64_t copy_pitch_, copy_strip_;
     bool copied_;  // whether rows are copied, because they would drive each other out
-    Taps inside_, ends_;
+    Taps inside_, copies_, ends_;
 };
 
 // A first pass's results as the second one sees them: those of a band, and around it rows and columns that its cells

@@ -110,9 +110,10 @@ inline void copy_overlapping_row_c3x(uint8_t* d, const uint8_t* s, int64_t n, By
     if (Status s = check(size, src, dst)) return s;
     if (src == dst && src_stride == dst_stride) return kOk;
     const bool reverse = from_the_end(src, src_stride, dst, dst_stride);
-    const int64_t n = size.width * pixel_bytes;
-    for (int64_t i = 0; i < size.height; ++i) {
-        const int64_t y = reverse ? size.height - 1 - i : i;
+    const Rows rows = rows_of(size, Pitch{src_stride, pixel_bytes}, Pitch{dst_stride, pixel_bytes});
+    const int64_t n = rows.pixels * pixel_bytes;
+    for (int64_t i = 0; i < rows.count; ++i) {
+        const int64_t y = reverse ? rows.count - 1 - i : i;
         uint8_t* d = row<uint8_t>(dst, dst_stride, y);
         const uint8_t* s = row<uint8_t>(src, src_stride, y);
         if (d - s < n && s - d < n)
