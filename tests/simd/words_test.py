@@ -9,7 +9,8 @@ import re
 import sys
 
 # What words are made of, and, last, words that the comparisons and fills alone have a use for, whose cases try them.
-PARTS = {"lanewise of 2", "interleave(Bytes,Bytes,int)", "narrow_halves(Vec<From>,Vec<From>,From,From)", "first_bytes(int64_t)",
+PARTS = {"lanewise of 2", "interleave(Bytes,Bytes,int)", "narrow_halves(Vec<From>,Vec<From>,From,From)", "first_bytes(int64_t)", "first_bytes(constvoid*,int64_t)",
+         "behind(int64_t)", "load_part(constvoid*,int64_t)",
          "widened of 0", "widening_add(U8,U8,int)", "mul_add_each(F32,F32,F32)", "mul_add_in_double(F32,F32,F32)",
          "streams(int64_t)", "load_each(constuint8_t*,constint32_t*,int)", "joined(__m128i,__m128i,__m128i,__m128i)", "deal_groups3 of 2", "store_lanes(void*,uint64_t,Bytes)"}
 
