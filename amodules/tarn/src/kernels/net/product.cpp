@@ -89,7 +89,7 @@ struct Biases {
     Biases(const float* bias, int64_t neurons) {
         for (float& b : of) b = -0.0f;
         for (int r = 0; r < kRows && bias; ++r)
-            for (int n = 0; n < neurons; ++n) of[place<kRows, kPerRow>(r, n)] = bias[n];
+            for (int n = 0; n < neurons; ++n) memcpy(of + place<kRows, kPerRow>(r, n), bias + n, sizeof(float));
     }
 };
 
@@ -109,7 +109,7 @@ inline void finish(const F32* acc, const Biases<kRows, kPerRow>& biases, float* 
             memcpy(y[r], all + place<kRows, kPerRow>(r, 0), kFirst * sizeof(float));
             memcpy(y[r] + kFirst, all + place<kRows, kPerRow>(r, kFirst), (kPerRow - kFirst) * sizeof(float));
         } else {
-            for (int n = 0; n < neurons; ++n) y[r][n] = all[place<kRows, kPerRow>(r, n)];
+            for (int n = 0; n < neurons; ++n) memcpy(y[r] + n, all + place<kRows, kPerRow>(r, n), sizeof(float));
         }
 }
 
