@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""Finds the words of the vector vocabulary that have no line in words.cpp, which checks each at every level, and lines of no
-word.
+"""Finds the words of the vector vocabulary that have no line in words.cpp, which checks each at every level, and lines
+of no word.
 
 usage: words_test.py WORDS FOLDER   (words.cpp; the headers' folder)
 """
@@ -9,10 +9,13 @@ import re
 import sys
 
 # What words are made of, and, last, words that the comparisons and fills alone have a use for, whose cases try them.
-PARTS = {"lanewise of 2", "interleave(Bytes,Bytes,int)", "narrow_halves(Vec<From>,Vec<From>,From,From)", "first_bytes(int64_t)", "first_bytes(constvoid*,int64_t)",
-         "behind(int64_t)", "load_part(constvoid*,int64_t)",
-         "widened of 0", "widening_add(U8,U8,int)", "mul_add_each(F32,F32,F32)", "mul_add_in_double(F32,F32,F32)",
-         "streams(int64_t)", "load_each(constuint8_t*,constint32_t*,int)", "joined(__m128i,__m128i,__m128i,__m128i)", "deal_groups3 of 2", "store_lanes(void*,uint64_t,Bytes)"}
+PARTS = {
+    "lanewise of 2", "interleave(Bytes,Bytes,int)", "narrow_halves(Vec<From>,Vec<From>,From,From)",
+    "first_bytes(int64_t)", "first_bytes(constvoid*,int64_t)", "behind(int64_t)", "load_part(constvoid*,int64_t)",
+    "widened of 0", "widening_add(U8,U8,int)", "mul_add_each(F32,F32,F32)", "mul_add_in_double(F32,F32,F32)",
+    "streams(int64_t)", "load_each(constuint8_t*,constint32_t*,int)", "joined(__m128i,__m128i,__m128i,__m128i)",
+    "deal_groups3 of 2", "store_lanes(void*,uint64_t,Bytes)",
+}
 
 
 def key(word, template):

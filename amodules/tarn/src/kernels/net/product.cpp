@@ -3,8 +3,8 @@
 // lane's chain does not depend on the tile that an output is computed in, which gives a sample the same bits alone and
 // in any batch, and on every processor.
 //
-// A tile is four samples by six neurons, or by the last four; or one sample by sixteen neurons. The neurons' weights stay
-// in the first-level cache while a group of samples passes by, the group in the second while all neurons do.
+// A tile is four samples by six neurons, or by the last four; or one sample by sixteen neurons. The neurons' weights
+// stay in the first-level cache while a group of samples passes by, the group in the second while all neurons do.
 #include "kernels/net/net.h"
 
 #include "kernels/net/sixteen.h"
@@ -26,8 +26,8 @@ inline F32 fold(F32x16 s) {
     return s.v[0];
 }
 
-// Rows of elements along k: where each begins, and sixteen floats of each, its elements beyond the last whole sixteen and
-// zeros behind them.
+// Rows of elements along k: where each begins, and sixteen floats of each, its elements beyond the last whole sixteen
+// and zeros behind them.
 struct Operand {
     const float* const* whole;
     const float* rest;
