@@ -190,6 +190,25 @@ TYPED_TEST(resize_of, any_size_lies_within_the_stated_distance_of_the_real_value
     }
 }
 
+// Nearest resizes of many rows bring the bytes of several pixels together: from stretches that are whole vectors, and
+// from those of one byte more; at the source's end, and before it.
+TYPED_TEST(resize_of, nearest_brings_together_what_lies_apart) {
+    const Axis axes[] = {{64, 30, 0, 0},  {96, 90, 0, 1},  {97, 61, 2, 0},  {128, 30, 0, 0}, {128, 31, 3, 0},
+                         {160, 64, 0, 5}, {195, 65, 1, 0}, {300, 41, 0, 0}, {90, 7, 0, 0},   {1100, 90, 0, 0}};
+    unsigned seed = 1;
+    test::at_every_level([&](int level) {
+        SCOPED_TRACE(level);
+        for (const Form form : kFormsOfAll) {
+            const auto right = [&](int c, TypeParam got, double real, double) {
+                return got == (kept(form) && c == 3 ? TypeParam(77) : TypeParam(real));
+            };
+            for (const Axis& ax : axes)
+                if (!this->HasFailure())
+                    expect_each<TypeParam>(nearest, form, Image::noise, ax, {67, 62, 1, 2}, ++seed, right);
+        }
+    });
+}
+
 // Tiles whose corners fall on whole source pixels, one by one and all at once: wide and tall enough for strips of
 // columns and bands of rows, which begin elsewhere in a tile.
 TYPED_TEST(resize_of, a_region_is_the_part_of_the_whole) {

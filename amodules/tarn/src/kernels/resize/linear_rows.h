@@ -31,15 +31,20 @@ struct BytesOfPairs {
     const int32_t *near, *other;
     int64_t last, x = 0;
     int32_t c = 0;
-    void next(int32_t* at) {
+    Group next(int32_t latest) {
+        int32_t at[kWindow], first = latest, most = 0;
         for (int i = 0; i < kWindow; i += 2) {
             at[i] = near[x] * kChannels + c;
             at[i + 1] = other[x] * kChannels + c;
+            first = min(first, min(at[i], at[i + 1])), most = max(most, max(at[i], at[i + 1]));
             if (c < kChannels - 1)
                 ++c;
             else if (x < last)
                 c = 0, ++x;
         }
+        Group group{first, most - first, {}};
+        for (int i = 0; i < kWindow; ++i) group.bytes[i / 8] |= uint64_t(uint8_t(at[i] - first)) << i % 8 * 8;
+        return group;
     }
 };
 

@@ -1,7 +1,7 @@
 // Nearest-neighbour resize. It moves whole pixels, so one body per pixel size serves all element types. The source
-// columns are found once per call. Where look-ups exist and the image shrinks to no less than half, 16 output bytes
-// come from one or two windows of the source row; elsewhere pixel by pixel. Destination rows of one source row are
-// copies of the first.
+// columns are found once per call. Where look-ups exist, 16 output bytes come from one or two windows of the source
+// row, or, of small pixels in images that shrink to less than half, from a stretch of it; elsewhere pixel by pixel.
+// Destination rows of one source row are copies of the first.
 #include "kernels/plane/taps.h"
 #include "kernels/resize/job.h"
 #include "kernels/resize/windows.h"
@@ -12,35 +12,53 @@ namespace {
 // The columns of a row of outputs.
 struct Columns {
     int64_t count;    // outputs
-    int32_t* pixel;   // source column of each, from the source row's start
+    int32_t* pixel;   // source column of each, from the source row's start, and behind them the last again
     int64_t movable;  // the outputs that have another behind them, and their pixels another in the source
-    bool in_windows;
-    Windows windows;
 };
 
-// The source bytes of a row of outputs, whose last vector is overlapped; past the end the last pixel again.
+// The pixels that 16 bytes of outputs belong to, at most.
+template <int kPixel>
+constexpr int kPixelsOfGroup = (kWindow % kPixel ? kPixel + kWindow - 2 : kWindow - 1) / kPixel + 1;
+
+// The source bytes of the groups of a row of outputs, whose last vector is overlapped; past the end the last pixel
+// again.
 template <int kPixel>
 struct BytesOfColumns {
     const int32_t* pixel;
     int64_t count, group = 0;
-    void next(int32_t* at) {
+
+    Group next(int32_t latest) {
         const int64_t from = overlapped(group / kGroups * kVector, count * kPixel) + group % kGroups * kWindow;
-        int64_t x = min(from / kPixel, count - 1);
-        int32_t c = int32_t(from % kPixel);
-        for (int i = 0; i < kWindow; ++i) {
-            at[i] = pixel[x] * kPixel + c;
-            if (++c == kPixel) c = 0, x = min(x + 1, count - 1);
-        }
         ++group;
+        const int32_t *p = pixel + min(from / kPixel, count - 1), c = int32_t(from % kPixel);
+        const int32_t end = c + kWindow - 1, last = end / kPixel;
+        // Columns never go back, so that the least byte is the first one or begins the second pixel. Behind the last one
+        // is another only where a pixel repeats, and all are in a window.
+        int32_t first = min(p[0] * kPixel + c, latest);
+        if (c > 0) first = min(first, p[1] * kPixel);
+        return {first,
+                p[last] * kPixel + end % kPixel - first,
+                {eight(p, c, first), eight(p + (c + 8) / kPixel, (c + 8) % kPixel, first)}};
+    }
+
+private:
+    // Eight bytes from byte c of a pixel on: a pixel's follow each other, the next one's are put above them.
+    static uint64_t eight(const int32_t* p, int32_t c, int32_t first) {
+        constexpr uint64_t kFollowing = 0x0706050403020100;
+        uint64_t v = uint64_t(p[0] * kPixel + c - first) * Group::kOnes + kFollowing;
+        for (int32_t at = kPixel - c; at < 8; at += kPixel) {
+            const uint64_t next = uint64_t(*++p * kPixel - first) * Group::kOnes + kFollowing;
+            v = (v & ((uint64_t(1) << 8 * at) - 1)) | next << 8 * at;
+        }
+        return v;
     }
 };
 
 // Pixels of which each is a word, whose last quarter stays the destination's.
 template <class Word>
-void row_of_kept(const uint8_t* TARN_RESTRICT s, const Columns& c, uint8_t* TARN_RESTRICT d) {
+void row_of_kept(const Columns& c, const uint8_t* TARN_RESTRICT s, uint8_t* TARN_RESTRICT d) {
     constexpr Word kColours = Word(~Word(0)) >> 2 * sizeof(Word);
-    const int32_t* pixel = c.pixel;  // in a register
-#pragma GCC unroll 4
+    const int32_t* pixel = c.pixel;
     for (int64_t x = 0, n = c.count; x < n; ++x, d += sizeof(Word)) {
         Word from, to;
         memcpy(&from, s + pixel[x] * int64_t(sizeof from), sizeof from);
@@ -50,57 +68,75 @@ void row_of_kept(const uint8_t* TARN_RESTRICT s, const Columns& c, uint8_t* TARN
     }
 }
 
+// Rows by their pixels, by windows, and by stretches: each makes the row d of the row s.
 template <int kPixel, bool kKept>
-void row_by_pixel(const uint8_t* TARN_RESTRICT s, const Columns& c, uint8_t* TARN_RESTRICT d) {
-    if constexpr (kKept && kPixel == 4) return row_of_kept<uint32_t>(s, c, d);
-    if constexpr (kKept && kPixel == 8) return row_of_kept<uint64_t>(s, c, d);
-    const int32_t* pixel = c.pixel;  // in a register
-    int64_t x = 0;
-    // Three elements are moved as four, of which the next pixel overwrites the last.
-    if constexpr (kPixel % 3 == 0)
+struct ByPixel {
+    Columns c;
+    [[gnu::always_inline]] void operator()(const uint8_t* TARN_RESTRICT s, uint8_t* TARN_RESTRICT d) const {
+        if constexpr (kKept && kPixel == 4) return row_of_kept<uint32_t>(c, s, d);
+        if constexpr (kKept && kPixel == 8) return row_of_kept<uint64_t>(c, s, d);
+        const int32_t* pixel = c.pixel;
+        int64_t x = 0;
+        // Three elements are moved as four, of which the next pixel overwrites the last.
+        if constexpr (kPixel % 3 == 0)
 #pragma GCC unroll 4
-        for (const int64_t n = c.movable; x < n; ++x)
-            memcpy(d + x * kPixel, s + pixel[x] * int64_t(kPixel), kPixel / 3 * 4);
+            for (const int64_t n = c.movable; x < n; ++x)
+                memcpy(d + x * kPixel, s + pixel[x] * int64_t(kPixel), kPixel / 3 * 4);
 #pragma GCC unroll 4
-    for (const int64_t n = c.count; x < n; ++x)
-        memcpy(d + x * kPixel, s + pixel[x] * int64_t(kPixel), kKept ? kPixel / 4 * 3 : kPixel);
+        for (const int64_t n = c.count; x < n; ++x)
+            memcpy(d + x * kPixel, s + pixel[x] * int64_t(kPixel), kKept ? kPixel / 4 * 3 : kPixel);
+    }
+};
+
+template <int kPixel>
+inline Bytes mask_of_kept() {
+    return kPixel == 4 ? colour_mask<uint8_t>() : colour_mask<int16_t>();
+}
+// vector(io, offset, number) for the vectors of a row of n bytes, from the v-th on; the last one overlaps.
+template <class Vector>
+[[gnu::always_inline]] inline void each_numbered(int64_t n, int64_t v, Vector vector) {
+    if (n < kVector) return vector(Part{n}, 0, 0);
+    const int64_t last = (n - 1) / kVector;
+    for (; v < last; ++v) vector(Whole{}, v * kVector, v);
+    vector(Whole{}, n - kVector, last);
 }
 
 // kPeriod: of the vectors that repeat, whose tables stay in registers; 0 without any.
 template <int kPixel, bool kKept, bool kTwo, int kPeriod>
-void row_by_windows(const uint8_t* s, const Columns& c, uint8_t* d) {
-    const Bytes mask = kPixel == 4 ? colour_mask<uint8_t>() : colour_mask<int16_t>();
-    const Windows windows = c.windows;  // in registers
-    const int64_t n = c.count * kPixel;
-    const auto by_tables = [&](auto io, int64_t i, int64_t v) {
-        store_form_where<kKept>(io, d + i, pick<kTwo>(windows, s, v * kGroups), mask);
-    };
-    if (n < kVector) return by_tables(Part{n}, 0, 0);
-    int64_t v = 0;
-    const auto until = [&](int64_t end) {
-        for (; v < end; ++v) by_tables(Whole{}, v * kVector, v);
-    };
-    const int64_t last = (n - 1) / kVector;
-    if constexpr (kPeriod > 0) {
-        until(windows.repeats.from);
-        const Period<kPeriod, kTwo> period(windows);
-        for (const uint8_t* from = s; v < windows.repeats.to; from += windows.repeats.step)
+struct ByWindows {
+    int64_t count;
+    Windows windows;
+    [[gnu::always_inline]] void operator()(const uint8_t* s, uint8_t* d) const {
+        const Bytes mask = mask_of_kept<kPixel>();
+        const auto by_tables = [&](auto io, int64_t i, int64_t v) __attribute__((always_inline)) {
+            store_form_where<kKept>(io, d + i, pick<kTwo>(windows, s, v * kGroups), mask);
+        };
+        int64_t v = 0;
+        if constexpr (kPeriod > 0) {  // there are many vectors
+            for (; v < windows.repeats.from; ++v) by_tables(Whole{}, v * kVector, v);
+            const Period<kPeriod, kTwo> period(windows);
+            for (const uint8_t* from = s; v < windows.repeats.to; from += windows.repeats.step)
 #pragma GCC unroll 3
-            for (int k = 0; k < kPeriod; ++k, ++v)
-                store_form_where<kKept>(Whole{}, d + v * kVector, period.pick(from, k), mask);
+                for (int k = 0; k < kPeriod; ++k, ++v)
+                    store_form_where<kKept>(Whole{}, d + v * kVector, period.pick(from, k), mask);
+        }
+        each_numbered(count * kPixel, v, by_tables);
     }
-    until(last);
-    by_tables(Whole{}, n - kVector, last);
-}
-template <int kPixel, bool kKept, bool kTwo>
-void row_by_windows(const uint8_t* s, const Columns& c, uint8_t* d) {
-    if (c.windows.repeats.period == 1)
-        row_by_windows<kPixel, kKept, kTwo, 1>(s, c, d);
-    else if (c.windows.repeats.period == 3)
-        row_by_windows<kPixel, kKept, kTwo, 3>(s, c, d);
-    else
-        row_by_windows<kPixel, kKept, kTwo, 0>(s, c, d);
-}
+};
+
+// kCount: vectors of a group; 0: any number.
+template <int kPixel, bool kKept, int kCount>
+struct ByStretches {
+    int64_t count;
+    Stretches stretches;
+    [[gnu::always_inline]] void operator()(const uint8_t* s, uint8_t* d) const {
+        const Bytes mask = mask_of_kept<kPixel>();
+        each_numbered(
+            count * kPixel, 0, [&](auto io, int64_t i, int64_t v) __attribute__((always_inline)) {
+                store_form_where<kKept>(io, d + i, pick<kCount>(stretches, s, v), mask);
+            });
+    }
+};
 
 // The second of every two pixels, at exactly half the width: one, two or four bytes each, from a vector of either half.
 template <int kPixel>
@@ -132,43 +168,104 @@ Status nearest_of_half(const Job& j) {
     return kOk;
 }
 
+// All rows by row(s, d), but those that repeat a source row: they are copied. Not inlined, and of a row of its own, which
+// no store can change: what it reads of tables' addresses stays in registers from row to row.
+template <bool kKept, class Row>
+[[gnu::noinline]] void each_row(const Job& j, int64_t row_bytes, const Row row) {
+    Walk line(j.region.height, j.dst_size.height, 0, j.top);
+    int64_t last = -1;
+    for (int64_t y = j.top; y < j.bottom; ++y, line.next()) {
+        uint8_t* d = j.dst_row<uint8_t>(y);
+        if (!kKept && line.whole == last)
+            move_row(d, j.dst_row<uint8_t>(y - 1), row_bytes);
+        else
+            row(j.src_row<uint8_t>(j.region.y + line.whole), d);
+        last = line.whole;
+    }
+}
+
+// Vectors that hold what a group needs, wherever it begins.
+template <int kPixel>
+int64_t vectors_of_group(const Job& j) {
+    const int64_t from = j.region.width, to = j.dst_size.width;
+    const int64_t pixels = ((kPixelsOfGroup<kPixel> - 1) * from + to - 1) / to + 1;
+    return (pixels * kPixel + kVector - 1) / kVector;
+}
+
+enum class Way { by_pixel, by_windows, by_stretches };
+
+// How rows are made at best. To find what groups are picked from costs as much as some rows pixel by pixel. Where a
+// vector has as much as two windows, it takes their place.
+template <int kPixel>
+Way way_of(const Job& j, int64_t src_row_bytes, Stretches& stretches) {
+    constexpr int64_t kMostVectors = (kGroups == 1 ? 8 : 12 / kGroups) / kPixel;  // in the time of single pixels
+    static_assert(kMostVectors * kVector <= kLongestStretch);
+    const int64_t from = j.region.width, to = j.dst_size.width;
+    if (!kHasLookup || kPixel == 16 || j.bottom - j.top < 5 * kPixel) return Way::by_pixel;
+    if (from <= to || (from <= 2 * to && kVector != 2 * kWindow)) return Way::by_windows;
+    stretches.count = vectors_of_group<kPixel>(j);
+    const int64_t bytes = stretches.count * kVector;
+    if (stretches.count <= kMostVectors && bytes <= src_row_bytes && src_row_bytes <= INT32_MAX)
+        return Way::by_stretches;
+    return from <= 2 * to ? Way::by_windows : Way::by_pixel;
+}
+
+template <int kPixel, bool kKept, bool kTwo>
+void rows_by_windows(const Job& j, int64_t row_bytes, const Windows& w) {
+    const int64_t count = j.dst_size.width;
+    if (w.repeats.period == 1)
+        each_row<kKept>(j, row_bytes, ByWindows<kPixel, kKept, kTwo, 1>{count, w});
+    else if (w.repeats.period == 3)
+        each_row<kKept>(j, row_bytes, ByWindows<kPixel, kKept, kTwo, 3>{count, w});
+    else
+        each_row<kKept>(j, row_bytes, ByWindows<kPixel, kKept, kTwo, 0>{count, w});
+}
+
 template <int kPixel, bool kKept>
 Status nearest(const Job& j) {
     // Four bytes of which one is kept are of 8 bits each.
     if constexpr (kPixel <= 4 && kPixel != 3)
         if (halves_width(j)) return nearest_of_half<kPixel, kKept>(j);
-    const int64_t width = j.dst_size.width, row_bytes = width * kPixel;
-    // To find the windows costs as much as some rows pixel by pixel.
-    const bool many_rows = j.bottom - j.top >= 4 * kPixel;
-    const bool try_windows = kHasLookup && kPixel < 16 && many_rows && j.region.width <= 2 * width;
-    const int64_t groups = try_windows ? (row_bytes + kVector - 1) / kVector * kGroups : 0;
-
-    Columns c{};
+    const int64_t row_bytes = j.dst_size.width * int64_t(kPixel), src_row_bytes = j.src_size.width * int64_t(kPixel);
+    const int64_t groups = (row_bytes + kVector - 1) / kVector * kGroups;
+    Columns c{j.dst_size.width, nullptr, j.dst_size.width - 1};
+    Windows windows;
+    Stretches stretches;
+    Way way = way_of<kPixel>(j, src_row_bytes, stretches);
     Scratch scratch(j.allocator);
-    if (!scratch.carve([&](auto part) { part(c.pixel, width), c.windows.carve(part, groups); })) return kNoMemory;
-    c.count = width;
-    Walk column(j.region.width, width, 0, 0);
-    for (int64_t x = 0; x < width; ++x, column.next()) c.pixel[x] = int32_t(j.region.x + column.whole);
-    c.movable = width - 1;
-    while (c.movable > 0 && c.pixel[c.movable - 1] == j.src_size.width - 1) --c.movable;
-    c.in_windows = try_windows && find_windows(c.windows, groups, int64_t(j.src_size.width) * kPixel,
-                                               BytesOfColumns<kPixel>{c.pixel, width});
-    if (c.in_windows) find_repeats(c.windows, row_bytes / kVector, [](int64_t, int64_t) { return true; });
+    const auto arrays = [&](auto part) {
+        part(c.pixel, c.count + kWindow);
+        if (way == Way::by_windows) windows.carve(part, groups);
+        if (way == Way::by_stretches) stretches.carve(part, groups);
+    };
+    if (!scratch.carve(arrays)) return kNoMemory;
 
-    Walk line(j.region.height, j.dst_size.height, 0, j.top);
-    int64_t last = -1;
-    for (int64_t y = j.top; y < j.bottom; ++y, line.next()) {
-        const uint8_t* s = j.src_row<uint8_t>(j.region.y + line.whole);
-        uint8_t* d = j.dst_row<uint8_t>(y);
-        if (!kKept && line.whole == last)
-            move_row(d, j.dst_row<uint8_t>(y - 1), row_bytes);
-        else if (!c.in_windows)
-            row_by_pixel<kPixel, kKept>(s, c, d);
-        else if (c.windows.two)
-            row_by_windows<kPixel, kKept, true>(s, c, d);
+    Walk column(j.region.width, c.count, 0, 0);
+    for (int64_t x = 0; x < c.count; ++x, column.next()) c.pixel[x] = int32_t(j.region.x + column.whole);
+    if (way != Way::by_pixel)
+        for (int64_t x = c.count; x < c.count + kWindow; ++x) c.pixel[x] = c.pixel[c.count - 1];
+    while (c.movable > 0 && c.pixel[c.movable - 1] == j.src_size.width - 1) --c.movable;
+
+    const BytesOfColumns<kPixel> bytes{c.pixel, c.count};
+    if (way == Way::by_windows) {
+        if (find_windows(windows, groups, src_row_bytes, bytes))
+            find_repeats(windows, row_bytes / kVector, [](int64_t, int64_t) { return true; });
         else
-            row_by_windows<kPixel, kKept, false>(s, c, d);
-        last = line.whole;
+            way = Way::by_pixel;
+    }
+    if (way == Way::by_pixel) {
+        each_row<kKept>(j, row_bytes, ByPixel<kPixel, kKept>{c});
+    } else if (way == Way::by_windows) {
+        windows.two ? rows_by_windows<kPixel, kKept, true>(j, row_bytes, windows)
+                    : rows_by_windows<kPixel, kKept, false>(j, row_bytes, windows);
+    } else {
+        fill_stretches(stretches, groups, src_row_bytes, bytes);
+        if (stretches.count == 1)
+            each_row<kKept>(j, row_bytes, ByStretches<kPixel, kKept, 1>{c.count, stretches});
+        else if (stretches.count == 2)
+            each_row<kKept>(j, row_bytes, ByStretches<kPixel, kKept, 2>{c.count, stretches});
+        else
+            each_row<kKept>(j, row_bytes, ByStretches<kPixel, kKept, 0>{c.count, stretches});
     }
     return kOk;
 }

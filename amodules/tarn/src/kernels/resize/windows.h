@@ -1,5 +1,5 @@
 // For the resize sources only: bytes of a source row brought together by look-ups. 16 bytes that are needed side by
-// side stand near each other in the source, within a window of 16 bytes or within two that follow each other; a group
+// side stand near each other in the source, within a window of 16 bytes or within some that follow each other; a group
 // of a vector loads its windows and picks from them.
 #pragma once
 
@@ -21,7 +21,7 @@ struct Repeats {
 struct Windows {
     bool two;             // some group picks from its second window
     int64_t* from;        // first byte of the first window in the source row
-    uint8_t *low, *high;  // the byte of the first, and of the second window; 0x80 for none
+    uint8_t *low, *high;  // the byte of the first, and of the second window; top bit: none
     Repeats repeats;
 
     template <class Part>
@@ -87,24 +87,35 @@ void find_repeats(Windows& w, int64_t vectors, Same same) {
     w.repeats = {};
 }
 
-// Fills the tables of so many groups; false when a group reaches beyond its one or two windows. positions.next(at)
-// gives the 16 bytes that the next group needs.
+// What a group needs: 16 bytes, counted from the first one that it loads. Eight to a word: loads of vectors would wait
+// for bytes that are stored one by one.
+struct Group {
+    int32_t first, reach;  // in the source row; from there to the last one needed
+    uint64_t bytes[2];
+
+    static constexpr uint64_t kOnes = 0x0101010101010101;
+    // Which of them the window-th window has, for look-ups, whose indices have the top bit where it has none.
+    void fill(uint8_t* table, int64_t window) const {
+        for (int i = 0; i < 2; ++i) {
+            const uint64_t other_window = (bytes[i] >> 4 & 0x0f * kOnes) ^ uint64_t(window) * kOnes;
+            const uint64_t picked = (bytes[i] & 0x0f * kOnes) | ((other_window + 0x7f * kOnes) & 0x80 * kOnes);
+            memcpy(table + 8 * i, &picked, sizeof picked);
+        }
+    }
+};
+
+// Fills the tables of so many groups; false when a group reaches beyond its one or two windows. positions.next(latest)
+// is what the next group needs, whose first window begins at `latest` at the latest.
 template <bool kTwo, class Positions>
 bool fill_windows(Windows& w, int64_t groups, int64_t src_row_bytes, Positions positions) {
     constexpr int kBytes = kTwo ? 2 * kWindow : kWindow;
     if (src_row_bytes < kBytes || src_row_bytes > INT32_MAX) return false;
-    uint8_t *low = w.low, *high = w.high;
-    for (int64_t g = 0; g < groups; ++g, low += kWindow, high += kWindow) {
-        int32_t at[kWindow], first = int32_t(src_row_bytes) - kBytes, last = 0;
-        positions.next(at);
-        for (int i = 0; i < kWindow; ++i) first = min(first, at[i]), last = max(last, at[i]);
-        if (last - first >= kBytes) return false;
-        w.from[g] = first;
-        for (int i = 0; i < kWindow; ++i) {
-            const uint8_t byte = uint8_t(at[i] - first);
-            low[i] = byte < kWindow ? byte : 0x80;
-            if (kTwo) high[i] = byte < kWindow ? 0x80 : byte - kWindow;
-        }
+    for (int64_t g = 0; g < groups; ++g) {
+        const Group group = positions.next(int32_t(src_row_bytes) - kBytes);
+        if (group.reach >= kBytes) return false;
+        w.from[g] = group.first;
+        group.fill(w.low + g * kWindow, 0);
+        if (kTwo) group.fill(w.high + g * kWindow, 1);
     }
     w.two = kTwo;
     return true;
@@ -115,6 +126,63 @@ template <class Positions>
 bool find_windows(Windows& w, int64_t groups, int64_t src_row_bytes, Positions positions) {
     return kHasLookup && (fill_windows<false>(w, groups, src_row_bytes, positions) ||
                           fill_windows<true>(w, groups, src_row_bytes, positions));
+}
+
+// Groups whose bytes lie further apart: each is picked from whole vectors that follow each other, of as many bytes as a
+// byte counts at most.
+constexpr int64_t kLongestStretch = 256;
+struct Stretches {
+    int64_t count;    // vectors of a group, at least one
+    int64_t* from;    // of a group: first byte of its first vector in the source row
+    uint8_t* tables;  // of a group: as many vectors, of 16 entries for each window in them
+
+    template <class Part>
+    void carve(Part part, int64_t groups) {
+        part(from, groups), part(tables, groups * count * kVector);
+    }
+};
+
+// Fills the tables of so many groups, none of which reaches beyond its vectors, of rows of as many at least and less
+// than 2 GB.
+template <class Positions>
+void fill_stretches(Stretches& w, int64_t groups, int64_t src_row_bytes, Positions positions) {
+    uint8_t* table = w.tables;
+    for (int64_t g = 0; g < groups; ++g) {
+        const Group group = positions.next(int32_t(src_row_bytes - w.count * kVector));
+        w.from[g] = group.first;
+        for (int64_t k = 0; k < w.count * kGroups; ++k, table += kWindow) group.fill(table, k);
+    }
+}
+
+// Group i of the result has the bits of all groups of v[i].
+template <int kCount>
+inline Bytes joined_groups(const Bytes (&v)[kCount]) {
+    if constexpr (kCount == 1) {
+        return v[0];
+    } else {
+        const auto two = [](auto a, auto b) { return even_groups(a, b) | odd_groups(a, b); };
+        if constexpr (kCount == 2)
+            return two(v[0], v[1]);
+        else
+            return two(two(v[0], v[1]), two(v[2], v[3]));
+    }
+}
+
+// The bytes of the groups of the v-th vector. kCount: vectors of a group; 0: as many as are told.
+template <int kCount>
+inline Bytes pick(const Stretches& w, const uint8_t* s, int64_t v) {
+    const int64_t* from = w.from + v * kGroups;
+    const int64_t bytes = (kCount ? kCount : w.count) * kVector;
+    const uint8_t* table = w.tables + v * kGroups * bytes;
+    Bytes all[kGroups];
+#pragma GCC unroll 4
+    for (int i = 0; i < kGroups; ++i, table += bytes) {
+        all[i] = lookup(load<Bytes>(s + from[i]), load<Bytes>(table));
+#pragma GCC unroll 4
+        for (int64_t k = kVector; k < bytes; k += kVector)
+            all[i] |= lookup(load<Bytes>(s + from[i] + k), load<Bytes>(table + k));
+    }
+    return joined_groups(all);
 }
 
 }  // namespace
