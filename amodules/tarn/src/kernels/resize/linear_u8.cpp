@@ -51,10 +51,12 @@ inline int32_t fraction_of(const Walk& walk) {
     return int32_t(double(walk.rest) / double(walk.denominator) * (1 << kBits) + 0.5);
 }
 
-// Fills the tables of slots: slot_pixel(slot) is the pixel of a slot, at most the last.
+inline int64_t whole_vectors(int64_t slots) {
+    return (slots + kLanes<int16_t> - 1) / kLanes<int16_t> * kLanes<int16_t>;
+}
+// The fractions of the slots: slot_pixel(slot) is the pixel of a slot, at most the last.
 template <class Pixel>
-void fill_slots(StripTables& t, int64_t slots, Pixel slot_pixel) {
-    t.slots = (slots + kLanes<int16_t> - 1) / kLanes<int16_t> * kLanes<int16_t>;
+void fill_fractions(StripTables& t, Pixel slot_pixel) {
     for (int64_t e = 0; e < t.slots; ++e) t.fraction[e] = t.pixel_fraction[min(slot_pixel(e), t.pixels - 1)];
 }
 
@@ -87,7 +89,8 @@ bool find_apart(StripTables& t, int64_t src_row_bytes) {
     constexpr auto slot_pixel = [](int64_t e) {
         return kChannels == 3 ? e / kGroup * 2 + (e % kGroup >= 3) : e / kChannels;
     };
-    fill_slots(t, (t.pixels + kPixels - 1) / kPixels * kGroup, slot_pixel);
+    t.slots = whole_vectors((t.pixels + kPixels - 1) / kPixels * kGroup);
+    fill_fractions(t, slot_pixel);
     memset(t.windows.low, 0x80, size_t(2 * t.slots));
     memset(t.windows.high, 0x80, size_t(2 * t.slots));
     const int32_t last = int32_t(src_row_bytes) - kLoaded;
@@ -130,7 +133,7 @@ void prepare(StripTables& t, const Job& j, int64_t x, int64_t pixels) {
         t.fetch = find_side_by_side<kChannels>(t, j.src_size.width) ? Fetch::apart : Fetch::by_pixel;
         return;
     }
-    fill_slots(t, t.elements, [](int64_t e) { return e / kChannels; });
+    t.slots = whole_vectors(t.elements);
     const int64_t src_row_bytes = int64_t(j.src_size.width) * kChannels;
     const BytesOfPairs<kChannels> bytes{t.near, t.other, pixels - 1};
     if (!find_windows(t.windows, t.slots / kGroup, src_row_bytes, bytes)) {
@@ -138,6 +141,7 @@ void prepare(StripTables& t, const Job& j, int64_t x, int64_t pixels) {
         return;
     }
     t.fetch = t.windows.two ? Fetch::two_windows : Fetch::one_window;
+    fill_fractions(t, [](int64_t e) { return e / kChannels; });
     find_repeats(t.windows, t.slots / kLanes<int16_t>, [&](int64_t v, int64_t u) {
         return equal(t.fraction + v * kLanes<int16_t>, t.fraction + u * kLanes<int16_t>);
     });
