@@ -190,7 +190,7 @@ TYPED_TEST(resize_of, any_size_lies_within_the_stated_distance_of_the_real_value
     }
 }
 
-// Nearest resizes of many rows bring the bytes of several pixels together: from stretches that are whole vectors, and
+// Nearest resizes of many rows bring the bytes of several pixels together: from segments that are whole vectors, and
 // from those of one byte more; at the source's end, and before it.
 TYPED_TEST(resize_of, nearest_brings_together_what_lies_apart) {
     const Axis axes[] = {{64, 30, 0, 0},  {96, 90, 0, 1},  {97, 61, 2, 0},  {128, 30, 0, 0}, {128, 31, 3, 0},

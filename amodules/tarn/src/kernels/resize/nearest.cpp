@@ -1,6 +1,6 @@
 // Nearest-neighbour resize. It moves whole pixels, so one body per pixel size serves all element types. The source
 // columns are found once per call. Where look-ups exist, 16 output bytes come from one or two windows of the source
-// row, or, of small pixels in images that shrink to less than half, from a stretch of it; elsewhere pixel by pixel.
+// row, or, of small pixels in images that shrink to less than half, from a segment of it; elsewhere pixel by pixel.
 // Destination rows of one source row are copies of the first.
 #include "kernels/plane/taps.h"
 #include "kernels/resize/job.h"
@@ -68,7 +68,7 @@ void row_of_kept(const Columns& c, const uint8_t* TARN_RESTRICT s, uint8_t* TARN
     }
 }
 
-// Rows by their pixels, by windows, and by stretches: each makes the row d of the row s.
+// Rows by their pixels, by windows, and by segments: each makes the row d of the row s.
 template <int kPixel, bool kKept>
 struct ByPixel {
     Columns c;
@@ -126,14 +126,14 @@ struct ByWindows {
 
 // kCount: vectors of a group; 0: any number.
 template <int kPixel, bool kKept, int kCount>
-struct ByStretches {
+struct BySegments {
     int64_t count;
-    Stretches stretches;
+    Segments segments;
     [[gnu::always_inline]] void operator()(const uint8_t* s, uint8_t* d) const {
         const Bytes mask = mask_of_kept<kPixel>();
         each_numbered(
             count * kPixel, 0, [&](auto io, int64_t i, int64_t v) __attribute__((always_inline)) {
-                store_form_where<kKept>(io, d + i, pick<kCount>(stretches, s, v), mask);
+                store_form_where<kKept>(io, d + i, pick<kCount>(segments, s, v), mask);
             });
     }
 };
@@ -192,21 +192,20 @@ int64_t vectors_of_group(const Job& j) {
     return (pixels * kPixel + kVector - 1) / kVector;
 }
 
-enum class Way { by_pixel, by_windows, by_stretches };
+enum class Way { by_pixel, by_windows, by_segments };
 
 // How rows are made at best. To find what groups are picked from costs as much as some rows pixel by pixel. Where a
 // vector has as much as two windows, it takes their place.
 template <int kPixel>
-Way way_of(const Job& j, int64_t src_row_bytes, Stretches& stretches) {
+Way way_of(const Job& j, int64_t src_row_bytes, Segments& segments) {
     constexpr int64_t kMostVectors = (kGroups == 1 ? 8 : 12 / kGroups) / kPixel;  // in the time of single pixels
-    static_assert(kMostVectors * kVector <= kLongestStretch);
+    static_assert(kMostVectors * kVector <= kLongestSegment);
     const int64_t from = j.region.width, to = j.dst_size.width;
     if (!kHasLookup || kPixel == 16 || j.bottom - j.top < 5 * kPixel) return Way::by_pixel;
     if (from <= to || (from <= 2 * to && kVector != 2 * kWindow)) return Way::by_windows;
-    stretches.count = vectors_of_group<kPixel>(j);
-    const int64_t bytes = stretches.count * kVector;
-    if (stretches.count <= kMostVectors && bytes <= src_row_bytes && src_row_bytes <= INT32_MAX)
-        return Way::by_stretches;
+    segments.count = vectors_of_group<kPixel>(j);
+    const int64_t bytes = segments.count * kVector;
+    if (segments.count <= kMostVectors && bytes <= src_row_bytes && src_row_bytes <= INT32_MAX) return Way::by_segments;
     return from <= 2 * to ? Way::by_windows : Way::by_pixel;
 }
 
@@ -230,13 +229,13 @@ Status nearest(const Job& j) {
     const int64_t groups = (row_bytes + kVector - 1) / kVector * kGroups;
     Columns c{j.dst_size.width, nullptr, j.dst_size.width - 1};
     Windows windows;
-    Stretches stretches;
-    Way way = way_of<kPixel>(j, src_row_bytes, stretches);
+    Segments segments;
+    Way way = way_of<kPixel>(j, src_row_bytes, segments);
     Scratch scratch(j.allocator);
     const auto arrays = [&](auto part) {
         part(c.pixel, c.count + kWindow);
         if (way == Way::by_windows) windows.carve(part, groups);
-        if (way == Way::by_stretches) stretches.carve(part, groups);
+        if (way == Way::by_segments) segments.carve(part, groups);
     };
     if (!scratch.carve(arrays)) return kNoMemory;
 
@@ -259,13 +258,13 @@ Status nearest(const Job& j) {
         windows.two ? rows_by_windows<kPixel, kKept, true>(j, row_bytes, windows)
                     : rows_by_windows<kPixel, kKept, false>(j, row_bytes, windows);
     } else {
-        fill_stretches(stretches, groups, src_row_bytes, bytes);
-        if (stretches.count == 1)
-            each_row<kKept>(j, row_bytes, ByStretches<kPixel, kKept, 1>{c.count, stretches});
-        else if (stretches.count == 2)
-            each_row<kKept>(j, row_bytes, ByStretches<kPixel, kKept, 2>{c.count, stretches});
+        fill_segments(segments, groups, src_row_bytes, bytes);
+        if (segments.count == 1)
+            each_row<kKept>(j, row_bytes, BySegments<kPixel, kKept, 1>{c.count, segments});
+        else if (segments.count == 2)
+            each_row<kKept>(j, row_bytes, BySegments<kPixel, kKept, 2>{c.count, segments});
         else
-            each_row<kKept>(j, row_bytes, ByStretches<kPixel, kKept, 0>{c.count, stretches});
+            each_row<kKept>(j, row_bytes, BySegments<kPixel, kKept, 0>{c.count, segments});
     }
     return kOk;
 }

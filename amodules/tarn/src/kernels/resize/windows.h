@@ -130,8 +130,8 @@ bool find_windows(Windows& w, int64_t groups, int64_t src_row_bytes, Positions p
 
 // Groups whose bytes lie further apart: each is picked from whole vectors that follow each other, of as many bytes as a
 // byte counts at most.
-constexpr int64_t kLongestStretch = 256;
-struct Stretches {
+constexpr int64_t kLongestSegment = 256;
+struct Segments {
     int64_t count;    // vectors of a group, at least one
     int64_t* from;    // of a group: first byte of its first vector in the source row
     uint8_t* tables;  // of a group: as many vectors, of 16 entries for each window in them
@@ -145,7 +145,7 @@ struct Stretches {
 // Fills the tables of so many groups, none of which reaches beyond its vectors, of rows of as many at least and less
 // than 2 GB.
 template <class Positions>
-void fill_stretches(Stretches& w, int64_t groups, int64_t src_row_bytes, Positions positions) {
+void fill_segments(Segments& w, int64_t groups, int64_t src_row_bytes, Positions positions) {
     uint8_t* table = w.tables;
     for (int64_t g = 0; g < groups; ++g) {
         const Group group = positions.next(int32_t(src_row_bytes - w.count * kVector));
@@ -170,7 +170,7 @@ inline Bytes joined_groups(const Bytes (&v)[kCount]) {
 
 // The bytes of the groups of the v-th vector. kCount: vectors of a group; 0: as many as are told.
 template <int kCount>
-inline Bytes pick(const Stretches& w, const uint8_t* s, int64_t v) {
+inline Bytes pick(const Segments& w, const uint8_t* s, int64_t v) {
     const int64_t* from = w.from + v * kGroups;
     const int64_t bytes = (kCount ? kCount : w.count) * kVector;
     const uint8_t* table = w.tables + v * kGroups * bytes;
