@@ -115,46 +115,76 @@ template <class T, int kComparison, Form kForm, class B>
         return block_by_bytes<T, kComparison, kForm>(a, b);
 }
 
+// Rows of a block at least; b is what the first one is compared with.
+template <class B>
+using CompareRows = void(const void* a, int32_t a_stride, const B& b, int32_t b_stride, void* dst, int32_t dst_stride,
+                         Rows rows);
 template <class T, int kComparison, Form kForm, class B>
-void compare_row(uint8_t* d, const uint8_t* a, B b, int64_t n) {
+[[gnu::noinline]] void compare_rows(const void* a, int32_t a_stride, const B& b, int32_t b_stride, void* dst,
+                                    int32_t dst_stride, Rows rows) {
     constexpr int64_t kBytes = kPixelBytes<T, kForm>;
-    const auto at = [=](int64_t x) { return block<T, kComparison, kForm>(a + x * kBytes, b.at(x * kBytes)); };
-    if (n < kVector) {  // through buffers of a whole block
-        uint8_t rest[2][kVector * kBytes];
-        take_short(rest[0], a, n * kBytes);
-        if constexpr (B::kMemory) {
-            take_short(rest[1], b.p, n * kBytes);
-            store_n(d, block<T, kComparison, kForm>(rest[0], FromMemory{rest[1]}), n);
-        } else {
-            store_n(d, block<T, kComparison, kForm>(rest[0], b), n);
-        }
-        return;
-    }
     // Blocks of few steps four at a time, which costs the loop less; and the last one first: see store_each.
     constexpr int kTogether = kBytes <= 2 ? 4 : 1;
-    store_each<false, kTogether>(d, n, Bytes{}, [=](auto, int64_t x) { return at(x); });
+    const B first = b;  // in registers
+    for (int64_t y = 0; y < rows.count; ++y) {
+        const uint8_t* p = row<uint8_t>(a, a_stride, y);
+        const auto& q = first.at(y * b_stride);
+        store_each<false, kTogether>(
+            row<uint8_t>(dst, dst_stride, y), rows.pixels,
+            Bytes{}, [&](auto, int64_t x) __attribute__((always_inline)) {
+                return block<T, kComparison, kForm>(p + x * kBytes, q.at(x * kBytes));
+            });
+    }
 }
 
-template <class T, int kComparison, Form kForm>
-void compare_rows(const void* a, int32_t a_stride, const void* b, int32_t b_stride, void* dst, int32_t dst_stride,
-                  Rows rows) {
-    for (int64_t y = 0; y < rows.count; ++y)
-        compare_row<T, kComparison, kForm>(row<uint8_t>(dst, dst_stride, y), row<uint8_t>(a, a_stride, y),
-                                           FromMemory{row<uint8_t>(b, b_stride, y)}, rows.pixels);
+// Rows of less than a block: many are brought together. What lies behind them is compared to no effect.
+template <int64_t kBytes, class B>
+[[gnu::noinline]] void compare_narrow(CompareRows<B>* compare, const void* a, int32_t a_stride, const B& b,
+                                      int32_t b_stride, void* dst, int32_t dst_stride, Rows rows) {
+    constexpr int64_t kTogether = 256;  // pixels
+    uint8_t as[kTogether * kBytes], bs[B::kMemory ? kTogether * kBytes : 1], answers[kTogether];
+    const int64_t n = rows.pixels;
+    for (int64_t y = 0, count; y < rows.count; y += count) {
+        count = min(kTogether / n, rows.count - y);
+        for (int64_t i = 0; i < count; ++i) {
+            copy_short(as + i * n * kBytes, row<uint8_t>(a, a_stride, y + i), n * kBytes);
+            if constexpr (B::kMemory) copy_short(bs + i * n * kBytes, b.at((y + i) * b_stride).p, n * kBytes);
+        }
+        const Rows one{1, max(count * n, kVector)};
+        if constexpr (B::kMemory)
+            compare(as, 0, B{bs}, 0, answers, 0, one);
+        else
+            compare(as, 0, b, 0, answers, 0, one);
+        for (int64_t i = 0; i < count; ++i) copy_short(row<uint8_t>(dst, dst_stride, y + i), answers + i * n, n);
+    }
+}
+
+template <int64_t kBytes, class B>
+Status compare_planes(CompareRows<B>* compare, const void* a, int32_t a_stride, const B& b, int32_t b_stride, void* dst,
+                      int32_t dst_stride, Rows rows) {
+    if (rows.pixels < kVector)
+        compare_narrow<kBytes>(compare, a, a_stride, b, b_stride, dst, dst_stride, rows);
+    else
+        compare(a, a_stride, b, b_stride, dst, dst_stride, rows);
+    return kOk;
 }
 
 template <class T, Form kForm>
 Status compare(const void* a, int32_t a_stride, const void* b, int32_t b_stride, void* dst, int32_t dst_stride,
                Size size, int32_t comparison) {
     if (Status s = check(size, a, b, dst)) return s;
-    const Rows rows = rows_of(size, Pitch{a_stride, kPixelBytes<T, kForm>}, Pitch{b_stride, kPixelBytes<T, kForm>},
-                              Pitch{dst_stride, 1});
-    return with_known(comparison, [=](auto known) {
-        if constexpr (known.value < kEqual)  // a < b is b > a
-            compare_rows<T, kGreater - known.value, kForm>(b, b_stride, a, a_stride, dst, dst_stride, rows);
-        else
-            compare_rows<T, known.value, kForm>(a, a_stride, b, b_stride, dst, dst_stride, rows);
+    constexpr int64_t kBytes = kPixelBytes<T, kForm>;
+    const Rows rows = rows_of(size, Pitch{a_stride, kBytes}, Pitch{b_stride, kBytes}, Pitch{dst_stride, 1});
+    const FromMemory from_a{static_cast<const uint8_t*>(a)}, from_b{static_cast<const uint8_t*>(b)};
+    CompareRows<FromMemory>* compare = nullptr;
+    const Status known = with_known(comparison, [&](auto known) {
+        constexpr int32_t kTurned = known.value < kEqual ? kGreater - known.value : known.value;
+        compare = compare_rows<T, kTurned, kForm, FromMemory>;
     });
+    if (known) return known;
+    return comparison < kEqual  // a < b is b > a
+               ? compare_planes<kBytes>(compare, b, b_stride, from_a, a_stride, dst, dst_stride, rows)
+               : compare_planes<kBytes>(compare, a, a_stride, from_b, b_stride, dst, dst_stride, rows);
 }
 
 template <class T, Form kForm>
@@ -163,11 +193,11 @@ Status compare_constant(const void* src, int32_t src_stride, const void* constan
     if (Status s = check(size, src, constant, dst)) return s;
     const FromPattern pattern{pattern_of_constants<T, kForm>(constant)};
     const Rows rows = rows_of(size, Pitch{src_stride, kPixelBytes<T, kForm>}, Pitch{dst_stride, 1});
-    return with_known(comparison, [&](auto known) {
-        for (int64_t y = 0; y < rows.count; ++y)
-            compare_row<T, known.value, kForm>(row<uint8_t>(dst, dst_stride, y), row<uint8_t>(src, src_stride, y),
-                                               pattern, rows.pixels);
-    });
+    CompareRows<FromPattern>* compare = nullptr;
+    const Status known =
+        with_known(comparison, [&](auto known) { compare = compare_rows<T, known.value, kForm, FromPattern>; });
+    if (known) return known;
+    return compare_planes<kPixelBytes<T, kForm>>(compare, src, src_stride, pattern, 0, dst, dst_stride, rows);
 }
 
 }  // namespace

@@ -105,15 +105,6 @@ inline void each_vector(int64_t n, F f) {
     if (i < n) f(Part{n - i}, i);
 }
 
-// A short row in a buffer of kBytes whole vectors: its n bytes and zeros behind them. Vector by vector, as blocks read
-// it: a vector would wait for the pieces of a plain copy.
-template <int64_t kBytes>
-inline void take_short(uint8_t (&buffer)[kBytes], const uint8_t* p, int64_t n) {
-    static_assert(kBytes % kVector == 0);
-    for (int64_t i = 0; i < kBytes; i += kVector)
-        store(buffer + i, i < n ? load_n<Bytes>(p + i, min(n - i, kVector)) : Bytes{});
-}
-
 // Copies n bytes of a short row, which must be apart.
 inline void copy_short(uint8_t* d, const uint8_t* s, int64_t n) {
     if (n < kVector) return copy_bytes(d, s, n);
