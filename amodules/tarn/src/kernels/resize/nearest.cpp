@@ -1,6 +1,6 @@
 // Nearest-neighbour resize. It moves whole pixels, so one body per pixel size serves all element types. The source
-// columns are found once per call. Where look-ups exist, 16 output bytes come from one or two windows of the source
-// row, or, of small pixels in images that shrink to less than half, from a segment of it; elsewhere pixel by pixel.
+// columns are found once per call. Where look-ups exist, 16 output bytes are picked from one or two windows of the
+// source row or, of small pixels in images that shrink, from a segment of it; elsewhere they come pixel by pixel.
 // Destination rows of one source row are copies of the first.
 #include "kernels/plane/taps.h"
 #include "kernels/resize/job.h"
@@ -42,7 +42,7 @@ struct BytesOfColumns {
     }
 
 private:
-    // Eight bytes from byte c of a pixel on: a pixel's follow each other, the next one's are put above them.
+    // Eight bytes from byte c of a pixel on: a pixel's follow each other, and above them those of the next.
     static uint64_t eight(const int32_t* p, int32_t c, int32_t first) {
         constexpr uint64_t kFollowing = 0x0706050403020100;
         uint64_t v = uint64_t(p[0] * kPixel + c - first) * Group::kOnes + kFollowing;
