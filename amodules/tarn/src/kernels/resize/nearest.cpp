@@ -193,6 +193,9 @@ int64_t vectors_of_group(const Job& j) {
 }
 
 enum class Way { by_pixel, by_windows, by_segments };
+// Whether pixels of this size are ever picked from windows or segments.
+template <int kPixel>
+constexpr bool kPicked = kHasLookup&& kPixel < 16;
 
 // How rows are made at best. To find what groups are picked from costs as much as some rows pixel by pixel. Where a
 // vector has as much as two windows, it takes their place.
@@ -201,7 +204,7 @@ Way way_of(const Job& j, int64_t src_row_bytes, Segments& segments) {
     constexpr int64_t kMostVectors = (kGroups == 1 ? 8 : 12 / kGroups) / kPixel;  // in the time of single pixels
     static_assert(kMostVectors * kVector <= kLongestSegment);
     const int64_t from = j.region.width, to = j.dst_size.width;
-    if (!kHasLookup || kPixel == 16 || j.bottom - j.top < 5 * kPixel) return Way::by_pixel;
+    if (!kPicked<kPixel> || j.bottom - j.top < 5 * kPixel) return Way::by_pixel;
     if (from <= to || (from <= 2 * to && kVector != 2 * kWindow)) return Way::by_windows;
     segments.count = vectors_of_group<kPixel>(j);
     const int64_t bytes = segments.count * kVector;
@@ -230,7 +233,7 @@ Status nearest(const Job& j) {
     Columns c{j.dst_size.width, nullptr, j.dst_size.width - 1};
     Windows windows;
     Segments segments;
-    Way way = way_of<kPixel>(j, src_row_bytes, segments);
+    const Way way = way_of<kPixel>(j, src_row_bytes, segments);
     Scratch scratch(j.allocator);
     const auto arrays = [&](auto part) {
         part(c.pixel, c.count + kWindow);
@@ -245,27 +248,26 @@ Status nearest(const Job& j) {
         for (int64_t x = c.count; x < c.count + kWindow; ++x) c.pixel[x] = c.pixel[c.count - 1];
     while (c.movable > 0 && c.pixel[c.movable - 1] == j.src_size.width - 1) --c.movable;
 
-    const BytesOfColumns<kPixel> bytes{c.pixel, c.count};
-    if (way == Way::by_windows) {
-        if (find_windows(windows, groups, src_row_bytes, bytes))
+    if constexpr (kPicked<kPixel>) {
+        const BytesOfColumns<kPixel> bytes{c.pixel, c.count};
+        if (way == Way::by_windows && find_windows(windows, groups, src_row_bytes, bytes)) {
             find_repeats(windows, row_bytes / kVector, [](int64_t, int64_t) { return true; });
-        else
-            way = Way::by_pixel;
+            windows.two ? rows_by_windows<kPixel, kKept, true>(j, row_bytes, windows)
+                        : rows_by_windows<kPixel, kKept, false>(j, row_bytes, windows);
+            return kOk;
+        }
+        if (way == Way::by_segments) {
+            fill_segments(segments, groups, src_row_bytes, bytes);
+            if (segments.count == 1)
+                each_row<kKept>(j, row_bytes, BySegments<kPixel, kKept, 1>{c.count, segments});
+            else if (segments.count == 2)
+                each_row<kKept>(j, row_bytes, BySegments<kPixel, kKept, 2>{c.count, segments});
+            else
+                each_row<kKept>(j, row_bytes, BySegments<kPixel, kKept, 0>{c.count, segments});
+            return kOk;
+        }
     }
-    if (way == Way::by_pixel) {
-        each_row<kKept>(j, row_bytes, ByPixel<kPixel, kKept>{c});
-    } else if (way == Way::by_windows) {
-        windows.two ? rows_by_windows<kPixel, kKept, true>(j, row_bytes, windows)
-                    : rows_by_windows<kPixel, kKept, false>(j, row_bytes, windows);
-    } else {
-        fill_segments(segments, groups, src_row_bytes, bytes);
-        if (segments.count == 1)
-            each_row<kKept>(j, row_bytes, BySegments<kPixel, kKept, 1>{c.count, segments});
-        else if (segments.count == 2)
-            each_row<kKept>(j, row_bytes, BySegments<kPixel, kKept, 2>{c.count, segments});
-        else
-            each_row<kKept>(j, row_bytes, BySegments<kPixel, kKept, 0>{c.count, segments});
-    }
+    each_row<kKept>(j, row_bytes, ByPixel<kPixel, kKept>{c});
     return kOk;
 }
 
