@@ -168,10 +168,9 @@ Status nearest_of_half(const Job& j) {
     return kOk;
 }
 
-// All rows by row(s, d), but those that repeat a source row: they are copied. Not inlined, and of a row of its own, which
-// no store can change: what it reads of tables' addresses stays in registers from row to row.
+// All rows by row(s, d), but those that repeat a source row: they are copied.
 template <bool kKept, class Row>
-[[gnu::noinline]] void each_row(const Job& j, int64_t row_bytes, const Row row) {
+inline void each_row(const Job& j, int64_t row_bytes, const Row row) {
     Walk line(j.region.height, j.dst_size.height, 0, j.top);
     int64_t last = -1;
     for (int64_t y = j.top; y < j.bottom; ++y, line.next()) {
@@ -212,15 +211,22 @@ Way way_of(const Job& j, int64_t src_row_bytes, Segments& segments) {
     return from <= 2 * to ? Way::by_windows : Way::by_pixel;
 }
 
+// The same, not inlined, and of a row of its own, which no store can change: what it reads of tables' addresses stays in
+// registers from row to row.
+template <bool kKept, class Row>
+[[gnu::noinline]] void each_picked_row(const Job& j, int64_t row_bytes, const Row row) {
+    each_row<kKept>(j, row_bytes, row);
+}
+
 template <int kPixel, bool kKept, bool kTwo>
 void rows_by_windows(const Job& j, int64_t row_bytes, const Windows& w) {
     const int64_t count = j.dst_size.width;
     if (w.repeats.period == 1)
-        each_row<kKept>(j, row_bytes, ByWindows<kPixel, kKept, kTwo, 1>{count, w});
+        each_picked_row<kKept>(j, row_bytes, ByWindows<kPixel, kKept, kTwo, 1>{count, w});
     else if (w.repeats.period == 3)
-        each_row<kKept>(j, row_bytes, ByWindows<kPixel, kKept, kTwo, 3>{count, w});
+        each_picked_row<kKept>(j, row_bytes, ByWindows<kPixel, kKept, kTwo, 3>{count, w});
     else
-        each_row<kKept>(j, row_bytes, ByWindows<kPixel, kKept, kTwo, 0>{count, w});
+        each_picked_row<kKept>(j, row_bytes, ByWindows<kPixel, kKept, kTwo, 0>{count, w});
 }
 
 template <int kPixel, bool kKept>
@@ -259,11 +265,11 @@ Status nearest(const Job& j) {
         if (way == Way::by_segments) {
             fill_segments(segments, groups, src_row_bytes, bytes);
             if (segments.count == 1)
-                each_row<kKept>(j, row_bytes, BySegments<kPixel, kKept, 1>{c.count, segments});
+                each_picked_row<kKept>(j, row_bytes, BySegments<kPixel, kKept, 1>{c.count, segments});
             else if (segments.count == 2)
-                each_row<kKept>(j, row_bytes, BySegments<kPixel, kKept, 2>{c.count, segments});
+                each_picked_row<kKept>(j, row_bytes, BySegments<kPixel, kKept, 2>{c.count, segments});
             else
-                each_row<kKept>(j, row_bytes, BySegments<kPixel, kKept, 0>{c.count, segments});
+                each_picked_row<kKept>(j, row_bytes, BySegments<kPixel, kKept, 0>{c.count, segments});
             return kOk;
         }
     }
